@@ -1,0 +1,52 @@
+# How everything here is compiled: one interface target, zel_build, that every target of ours links.
+
+if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+  set(CMAKE_BUILD_TYPE Release CACHE STRING "" FORCE)
+endif()
+
+# The preconditions of the samples and image routines are assertions that belong to the shipped library.
+foreach(config RELEASE RELWITHDEBINFO MINSIZEREL)
+  string(REGEX REPLACE "[-/]D *NDEBUG" "" CMAKE_CXX_FLAGS_${config} "${CMAKE_CXX_FLAGS_${config}}")
+endforeach()
+
+# A library and its platform libraries must stand in one folder, next to the host: the build tree has one, too.
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
+set(CMAKE_INSTALL_RPATH "$ORIGIN")
+# Where the library, its platform libraries and the command are installed together; bin/zel is a link into it.
+set(ZEL_INSTALL_APPDIR "${CMAKE_INSTALL_LIBDIR}/zel")
+
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+add_library(zel_build INTERFACE)
+target_compile_features(zel_build INTERFACE cxx_std_20)
+target_include_directories(zel_build INTERFACE "${PROJECT_SOURCE_DIR}")
+target_compile_options(zel_build INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow
+  -UNDEBUG
+  -fvisibility=hidden -fvisibility-inlines-hidden
+  # Results are specified as plain IEEE doubles, one rounding per operation.
+  -ffp-contract=off)
+target_link_options(zel_build INTERFACE -Wl,--no-undefined -Wl,--as-needed)
+if(ZEL_WERROR)
+  target_compile_options(zel_build INTERFACE -Werror)
+endif()
+
+if(ZEL_SANITIZE)
+  # 'vptr' would look up the dynamic type of foreign objects, which an interface pointer does not have to have.
+  set(zel_sanitize_flags -fsanitize=${ZEL_SANITIZE} -fno-omit-frame-pointer -g)
+  if(ZEL_SANITIZE MATCHES "undefined")
+    list(APPEND zel_sanitize_flags -fno-sanitize=vptr -fno-sanitize-recover=all)
+  endif()
+  target_compile_options(zel_build INTERFACE ${zel_sanitize_flags})
+  target_link_options(zel_build INTERFACE -fsanitize=${ZEL_SANITIZE})
+endif()
+
+# zel_room(<name> <source>...): one room of the library, compiled once and linked both into the shared
+# library and, with its private parts in reach, into the unit tests.
+function(zel_room name)
+  add_library(zel_${name} OBJECT ${ARGN})
+  target_link_libraries(zel_${name} PRIVATE zel_build)
+endfunction()

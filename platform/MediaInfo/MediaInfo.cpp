@@ -1,0 +1,1 @@
+#include "zel/platform/MediaInfo.h"

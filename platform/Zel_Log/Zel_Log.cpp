@@ -1,0 +1,25 @@
+#include "zel/platform/Zel_Log.h"
+
+#include <unistd.h>
+
+#include <cwchar>
+#include <string>
+
+#include "platform/common/Utf8.h"
+
+extern "C" void GetAppPath(wchar_t* buffer, int capacity) {
+  if (buffer == nullptr || capacity <= 0) return;
+  buffer[0] = L'\0';
+
+  char path[4096];
+  const ssize_t size = readlink("/proc/self/exe", path, sizeof(path));
+  if (size <= 0 || size == static_cast<ssize_t>(sizeof(path))) return;
+  std::string_view folder(path, static_cast<std::size_t>(size));
+  const std::size_t slash = folder.rfind('/');
+  if (slash == std::string_view::npos) return;
+  folder = folder.substr(0, slash);
+
+  const std::wstring wide = zel::utf8::ToWide(folder);
+  if (wide.size() >= static_cast<std::size_t>(capacity)) return;
+  std::wmemcpy(buffer, wide.c_str(), wide.size() + 1);
+}

@@ -1,0 +1,1 @@
+#include "zel/Common/Image/Bitmap.h"

@@ -1,0 +1,1 @@
+#include "zel/audio/AudioConverter.h"

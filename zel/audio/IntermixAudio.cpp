@@ -1,0 +1,1 @@
+#include "zel/audio/IntermixAudio.h"

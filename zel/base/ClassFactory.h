@@ -1,0 +1,71 @@
+// The class factory: how DllGetClassObject turns a class id into objects.
+#pragma once
+
+#include <new>
+
+#include "zel/base/Unknown.h"
+#include "zel/platform/COMSupport.h"
+
+/// One creatable class.
+struct CFactoryTemplate {
+  /// For people; no code reads it.
+  const wchar_t* name;
+  const _GUID* classId;
+  /// Makes an object with one reference and a result (`*phr`) that is not negative, or returns null
+  /// with a negative one. `pUnkOuter` is the aggregating object or null.
+  scombase::CUnknown* (*create)(IUnknown* pUnkOuter, long* phr);
+};
+
+/// The table of creatable classes, and the number of its rows.
+extern "C" ZEL_API const CFactoryTemplate g_Templates[];
+extern "C" ZEL_API const int g_cTemplates;
+
+/// The factory of one row of g_Templates. Any thread may call.
+class CFactory final : public IClassFactory {
+ public:
+  /// Hands out a factory for class `rclsid` in `*ppv`, with one reference. After a failure `*ppv`
+  /// is as it was.
+  /// @return S_OK; E_NOINTERFACE unless `riid` is IID_IUnknown or IID_IClassFactory;
+  ///   CLASS_E_CLASSNOTAVAILABLE; E_POINTER for a null `ppv`; E_OUTOFMEMORY.
+  static HRESULT GetClassObject(const _GUID& rclsid, const _GUID& riid, void** ppv);
+  /// There is nothing to register; 0.
+  static HRESULT RegisterAll();
+  static HRESULT UnregisterAll();
+  /// The library may always be unloaded; 0.
+  static HRESULT CanUnloadNow();
+
+  /// @param row a row of the table, which must outlive the factory. The count starts at 1.
+  explicit CFactory(const CFactoryTemplate* row);
+  CFactory(const CFactory&) = delete;
+  CFactory& operator=(const CFactory&) = delete;
+
+  HRESULT QueryInterface(const _GUID& riid, void** ppv) override;
+  ULONG AddRef() override;
+  ULONG Release() override;
+  /// After CLASS_E_NOAGGREGATION `*ppv` is as it was. A new object that does not expose `riid` is
+  /// destroyed again.
+  HRESULT CreateInstance(IUnknown* pUnkOuter, const _GUID& riid, void** ppv) override;
+  HRESULT LockServer(BOOL fLock) override;
+
+  /// Locks taken less locks given back, for the whole process. No code reads it.
+  ZEL_API static long s_cServerLocks;
+
+ private:
+  ~CFactory() = default;
+
+  long m_cRef = 1;
+  const CFactoryTemplate* m_pRow;
+};
+
+/// Creation function of class `T` for a row of g_Templates.
+template <class T>
+scombase::CUnknown* CreateInstance(IUnknown* pUnkOuter, long* phr) {
+  *phr = S_OK;
+  auto* object = new (std::nothrow) T(pUnkOuter, phr);
+  if (object == nullptr) {
+    *phr = E_OUTOFMEMORY;
+    return nullptr;
+  }
+  object->NonDelegatingAddRef();
+  return object;
+}

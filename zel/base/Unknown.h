@@ -1,0 +1,68 @@
+// The base of every component: reference count, aggregation and interface lookup.
+//
+// A concrete class derives first from scombase::CUnknown and then from each interface that it
+// exposes. Its interface faces forward QueryInterface, AddRef and Release to the outer unknown
+// (GetOwner()): the aggregating object, or, for an object of its own, the object's non-delegating
+// face. A new object has a count of 0; its creator takes the first reference.
+//
+// Threads: references may be taken and given back on any thread.
+#pragma once
+
+#include "zel/platform/COMSupport.h"
+
+namespace scombase {
+
+/// The three operations of IUnknown that act on the object itself rather than on its outer unknown.
+///
+/// They stand where IUnknown has its own, so that a pointer to this face can be stored and called
+/// as an `IUnknown*`.
+class ZEL_API INonDelegatingUnknown {
+ public:
+  virtual HRESULT NonDelegatingQueryInterface(const _GUID& riid, void** ppv) = 0;
+  virtual ULONG NonDelegatingAddRef() = 0;
+  virtual ULONG NonDelegatingRelease() = 0;
+  virtual ~INonDelegatingUnknown();
+};
+
+/// Holds the outer unknown and the reference count of a component.
+class ZEL_API CUnknown : public INonDelegatingUnknown {
+ public:
+  // Both constructors are out of line on purpose. Seeing the non-delegating face stored as an
+  // IUnknown*, an optimiser may conclude that a later virtual call through it cannot happen and
+  // drop it.
+  /// @param pUnkOuter the aggregating object (not referenced), or null for an object of its own.
+  explicit CUnknown(IUnknown* pUnkOuter);
+  /// @param phr result slot of the creation; left as it is.
+  CUnknown(IUnknown* pUnkOuter, long* phr);
+  CUnknown(const CUnknown&) = delete;
+  CUnknown& operator=(const CUnknown&) = delete;
+
+  /// Answers IID_IUnknown with the non-delegating face, and one reference.
+  /// @return S_OK; E_POINTER for a null `ppv`; else E_NOINTERFACE with `*ppv` null.
+  HRESULT NonDelegatingQueryInterface(const _GUID& riid, void** ppv) override;
+  /// @return the count, at least 1; only informative.
+  ULONG NonDelegatingAddRef() override;
+  /// Destroys the object when the count reaches 0.
+  /// @return 0 then, else the count, at least 1.
+  ULONG NonDelegatingRelease() override;
+  ~CUnknown() override;
+
+  /// The controlling object, to which interface faces forward.
+  IUnknown* GetOwner() const;
+  /// A momentary reading of the count.
+  long GetRefCount() const;
+
+ private:
+  IUnknown* m_pUnkOuter;
+  long m_cRef;
+};
+
+/// Hands out `pUnk`: stores it in `*ppv` and takes a reference through it.
+/// @return S_OK; E_POINTER for a null `ppv`.
+ZEL_API HRESULT GetInterface(IUnknown* pUnk, void** ppv);
+
+/// Tells whether two interface pointers belong to the same object: 1 or 0. Neither object's count
+/// changes. 0 also when either of them cannot give its IUnknown.
+ZEL_API BOOL IsEqualObject(IUnknown* pFirst, IUnknown* pSecond);
+
+}  // namespace scombase

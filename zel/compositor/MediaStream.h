@@ -1,0 +1,36 @@
+// The pull-model stream of media samples: what the compositor takes, and what it is.
+#pragma once
+
+#include "zel/platform/COMSupport.h"
+
+class ZEL_API CZelSample;
+class ZEL_API IStreamInfo;
+
+/// A stream of samples that a consumer pulls: `Forward()` to advance, then `GetSampleEx()` to read
+/// the current sample, until that is null. Calls into one stream come from one thread at a time.
+class ZEL_API IMediaStream : public IUnknown {
+ public:
+  /// Hands out a description of the stream in `*ppInfo`, with one reference; 0 on success.
+  virtual HRESULT GetStreamInfo(IStreamInfo** ppInfo) = 0;
+  /// Selects by 0-based index among what the stream offers.
+  virtual HRESULT ChangeStream(int index) = 0;
+  /// The current sample, or null when there is none (end of the stream, or failure). The stream
+  /// keeps ownership; sample and frame are good until the next call into the stream.
+  virtual CZelSample* GetSampleEx() = 0;
+  /// Advances by one sample. Negative: not possible.
+  virtual int Forward() = 0;
+  /// Steps back by one sample, where a stream can.
+  virtual int Backward() = 0;
+  /// Positions the stream at `seconds`: after it, GetSampleEx gives the first sample of that
+  /// position.
+  /// @param mode the streams' own; the compositor passes 1 when it positions its second source.
+  /// @return the position reached, in seconds; negative when there is none.
+  virtual double Seek(double seconds, int mode) = 0;
+  /// A message along the chain of streams; its meaning belongs to the streams.
+  virtual HRESULT NotifyStreamMessage(unsigned long msg, long long param, void* p1, void* p2) = 0;
+  /// The chain's first sample before any change, as the stream defines it.
+  virtual CZelSample* GetOriginSampleEx() = 0;
+
+ protected:
+  ~IMediaStream() = default;
+};

@@ -1,0 +1,1 @@
+#include "zel/mediainfo/StreamInfo.h"

@@ -1,0 +1,52 @@
+// The decoder manager: the component behind `ZelCreateInstance(CLSID_CMediaDecoderMgr, ...)` that
+// describes media files and opens decoded streams of them. The library calls it and does not
+// implement it.
+#pragma once
+
+#include "zel/platform/COMSupport.h"
+
+class ZEL_API IMediaInfo;
+class ZEL_API IMediaStream;
+
+/// Which streams of a file a decoder shall open.
+struct DecoderSelection {
+  std::uint32_t size;  ///< sizeof(DecoderSelection) when a stream is chosen; 0: no choice made.
+  std::uint32_t reserved0;  ///< 0.
+  std::uint32_t programId;  ///< `IProgramInfo::GetID()` of the chosen program.
+  std::uint32_t streamId;   ///< `IStreamInfo::GetID()` of the chosen stream.
+  std::uint32_t reserved1[9];
+};
+static_assert(sizeof(DecoderSelection) == 52);
+
+/// An opened file; hands out its decoded streams.
+class ZEL_API IMediaDecoder : public IUnknown {
+ public:
+  /// Stores the video stream in `*ppStream`, with one reference.
+  /// @return S_OK; E_POINTER; E_FAIL, with `*ppStream` null, when there is none.
+  virtual HRESULT GetVideoStream(IMediaStream** ppStream) = 0;
+  /// The same for the audio stream: interleaved 16-bit PCM at the file's own rate and channel
+  /// count.
+  virtual HRESULT GetAudioStream(IMediaStream** ppStream) = 0;
+
+ protected:
+  ~IMediaDecoder() = default;
+};
+
+/// Describes files and opens decoders for them. Any thread may call; calls do not disturb each
+/// other.
+class ZEL_API IMediaDecoderMgr : public IUnknown {
+ public:
+  /// Opens `fileName` (wide, UTF-32) for decoding.
+  /// @param reserved 0.
+  /// @param selection the streams wanted; null, or a size of 0: the file's first audio stream.
+  /// @param kind the caller's kind of use; the library passes 11.
+  /// @param ppDecoder receives the decoder with one reference; null after a failure.
+  virtual HRESULT CreateDecoder(const wchar_t* fileName, int reserved, DecoderSelection* selection,
+                                int kind, IMediaDecoder** ppDecoder) = 0;
+  /// Describes `fileName`.
+  /// @param ppInfo receives the description with one reference; null after a failure.
+  virtual HRESULT OpenMediaInfo(const wchar_t* fileName, int kind, IMediaInfo** ppInfo) = 0;
+
+ protected:
+  ~IMediaDecoderMgr() = default;
+};

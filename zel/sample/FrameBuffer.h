@@ -1,0 +1,29 @@
+// What the library requires of a host's sample pool.
+#pragma once
+
+#include "zel/base/Unknown.h"
+#include "zel/platform/COMSupport.h"
+
+class ZEL_API CZelSample;
+
+/// A pool of samples; the host implements it, deriving from this class. Reference counted like
+/// every component: its table begins with the non-delegating operations, the destructor and the
+/// three of IUnknown.
+class ZEL_API CFrameBuffer : public scombase::INonDelegatingUnknown {
+ public:
+  virtual HRESULT QueryInterface(const _GUID& riid, void** ppv) = 0;
+  virtual ULONG AddRef() = 0;
+  virtual ULONG Release() = 0;
+
+  // The pool's own operations; the library calls none of them.
+  virtual HRESULT Reserved0() = 0;
+  virtual HRESULT Reserved1() = 0;
+  virtual HRESULT Reserved2() = 0;
+  virtual HRESULT Reserved3() = 0;
+  virtual HRESULT Reserved4() = 0;
+  virtual HRESULT Reserved5() = 0;
+  virtual HRESULT Reserved6() = 0;
+
+  /// Takes a sample, with its frame, back into the pool.
+  virtual HRESULT ReturnSample(CZelSample* sample) = 0;
+};

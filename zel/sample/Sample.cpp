@@ -1,0 +1,1 @@
+#include "zel/sample/Sample.h"

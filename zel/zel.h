@@ -1,0 +1,25 @@
+// The whole public interface of Zel_AudioCompositor.
+//
+// A host starts at zel/base/EntryPoints.h (DllGetClassObject), makes a compositor, and works with
+// zel/compositor/AudioCompositor.h and zel/compositor/MediaStream.h.
+#pragma once
+
+#include "zel/Common/Image/Bitmap.h"
+#include "zel/audio/AudioConverter.h"
+#include "zel/audio/IntermixAudio.h"
+#include "zel/base/ClassFactory.h"
+#include "zel/base/EntryPoints.h"
+#include "zel/base/Ids.h"
+#include "zel/base/Unknown.h"
+#include "zel/compositor/AudioCompositor.h"
+#include "zel/compositor/MediaStream.h"
+#include "zel/mediainfo/StreamInfo.h"
+#include "zel/mediainfo/StreamRecords.h"
+#include "zel/platform/COMSupport.h"
+#include "zel/platform/DecoderManager.h"
+#include "zel/platform/MediaInfo.h"
+#include "zel/platform/Types.h"
+#include "zel/platform/Zel_Log.h"
+#include "zel/sample/FrameBuffer.h"
+#include "zel/sample/MediaFrame.h"
+#include "zel/sample/Sample.h"
