@@ -4,20 +4,8 @@
 // uuidof_class<I>::get_guid(), which parses the id's text form once.
 #pragma once
 
+#include "zel/base/Interfaces.h"
 #include "zel/platform/Types.h"
-
-class ZEL_API IAudioCompositor;
-class ZEL_API IMediaInfo;
-class ZEL_API IMediaSetting;
-class ZEL_API IMediaSettingInternal;
-class ZEL_API IMediaStream;
-class ZEL_API IProgramInfo;
-class ZEL_API IProgramInfos;
-class ZEL_API IStreamInfo;
-class ZEL_API IStreamInfos;
-class ZEL_API ISubPicStreamInfo;
-class ZEL_API ISubPicStreamInfos;
-class ZEL_API IZelSample;
 
 extern "C" {
 

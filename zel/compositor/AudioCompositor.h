@@ -2,6 +2,7 @@
 // CLSID_CAudioCompositor.
 #pragma once
 
+#include "zel/base/Interfaces.h"
 #include "zel/compositor/MediaStream.h"
 #include "zel/platform/COMSupport.h"
 

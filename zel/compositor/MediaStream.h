@@ -1,10 +1,10 @@
 // The pull-model stream of media samples: what the compositor takes, and what it is.
 #pragma once
 
+#include "zel/base/Interfaces.h"
 #include "zel/platform/COMSupport.h"
 
-class ZEL_API CZelSample;
-class ZEL_API IStreamInfo;
+class CZelSample;
 
 /// A stream of samples that a consumer pulls: `Forward()` to advance, then `GetSampleEx()` to read
 /// the current sample, until that is null. Calls into one stream come from one thread at a time.

@@ -7,6 +7,7 @@
 
 #include <list>
 
+#include "zel/base/Interfaces.h"
 #include "zel/base/Unknown.h"
 #include "zel/mediainfo/StreamRecords.h"
 #include "zel/platform/COMSupport.h"

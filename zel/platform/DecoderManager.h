@@ -5,8 +5,8 @@
 
 #include "zel/platform/COMSupport.h"
 
-class ZEL_API IMediaInfo;
-class ZEL_API IMediaStream;
+class IMediaInfo;
+class IMediaStream;
 
 /// Which streams of a file a decoder shall open.
 struct DecoderSelection {

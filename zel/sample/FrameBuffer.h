@@ -4,7 +4,7 @@
 #include "zel/base/Unknown.h"
 #include "zel/platform/COMSupport.h"
 
-class ZEL_API CZelSample;
+class CZelSample;
 
 /// A pool of samples; the host implements it, deriving from this class. Reference counted like
 /// every component: its table begins with the non-delegating operations, the destructor and the

@@ -13,12 +13,13 @@
 // Preconditions are assertions that stay active in the shipped library.
 #pragma once
 
+#include "zel/base/Interfaces.h"
 #include "zel/base/Unknown.h"
 #include "zel/platform/COMSupport.h"
 #include "zel/sample/MediaFrame.h"
 
-class ZEL_API CFrameBuffer;
-class ZEL_API CZelSample;
+class CFrameBuffer;
+class CZelSample;
 
 /// What components ask of a sample. All times are in 100-ns units, -1 for unknown.
 class ZEL_API IZelSample : public IUnknown {
