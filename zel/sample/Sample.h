@@ -13,6 +13,8 @@
 // Preconditions are assertions that stay active in the shipped library.
 #pragma once
 
+#include <memory>
+
 #include "zel/base/Interfaces.h"
 #include "zel/base/Unknown.h"
 #include "zel/platform/COMSupport.h"
@@ -37,8 +39,9 @@ class ZEL_API IZelSample : public IUnknown {
   virtual MEDIA_FRAME* GetMediaFrame() = 0;
   /// Makes sure that at least `nSize` bytes of frame data are allocated; a larger size discards the
   /// frame held so far.
-  /// @return 0; E_ZEL_STATE for video of an unknown image format.
-  /// @throws std::bad_alloc
+  /// @return 0; E_ZEL_STATE for video of an unknown image format (the new frame is then without
+  ///   memory) and, with nothing changed, above 2^31 - 1 bytes.
+  /// @throws std::bad_alloc with nothing changed.
   virtual HRESULT SetSampleSize(unsigned long nSize) = 0;
   virtual std::int64_t GetDuration() = 0;
   /// The frame's time stamps; -1 when there is no frame or it holds nothing.
@@ -95,54 +98,70 @@ class ZEL_API CZelSample : public scombase::CUnknown, public IZelSample {
   virtual HRESULT SetCompareFrame(CZelSample* sample);
   /// Deep copy of `src`'s frame and of its stream id, sample type, key-frame flag and time stamps
   /// (not its duration). YUV planes are copied as packed blocks: a source's rows must lie without
-  /// gaps. REQUIRES: both samples have a frame.
-  /// @return 0; E_ZEL_STATE, with nothing changed, for itself or a sample of another stream or data
-  /// type.
-  /// @throws std::bad_alloc
+  /// gaps. The source's data may overlap this frame's. A frame that takes on an image format which
+  /// is not known loses its memory. REQUIRES: this sample has a frame.
+  /// @return 0; E_ZEL_STATE, with nothing changed, for itself, a sample without a frame or of
+  ///   another stream or data type, and a frame whose sizes are none (negative, above 2^31 - 1
+  ///   bytes, or a bitmap without pixels); E_ZEL_STATE, with all but the data copied, when the two
+  ///   frames differ in stream type.
+  /// @throws std::bad_alloc with nothing changed.
   virtual HRESULT FrameCopy(CZelSample& src);
   /// Deep copy of a bare frame; duration and time stamps of the sample follow it.
   /// REQUIRES: this sample has a frame; `src` is audio, or video of a known image format.
-  /// @return 0; E_ZEL_STATE, with nothing changed, for null, the own frame, or another type.
-  /// @throws std::bad_alloc
+  /// @return 0; E_ZEL_STATE, with nothing changed, for null, the own frame, another type, and sizes
+  ///   that are none.
+  /// @throws std::bad_alloc with nothing changed.
   virtual HRESULT FrameCopy(const MEDIA_FRAME* src);
   /// Makes `frame` the sample's frame, to be freed by it (see FreeMediaFrame); null detaches. The
-  /// frame before it is neither freed nor released.
+  /// frame before it is neither freed nor released, and the sample's sizes stay.
   /// @return 0.
   virtual HRESULT FrameAttach(MEDIA_FRAME* frame);
   /// Brings time stamps, sizes and key-frame flag in line with a frame that someone filled.
   /// REQUIRES: an audio sample, or a video sample whose frame is no RGB bitmap.
-  /// @return 0; E_ZEL_STATE without a frame, or for an unknown image format.
+  /// @return 0; E_ZEL_STATE without a frame, or, with the sizes as they were, for an unknown image
+  ///   format and for sizes that are negative or above 2^31 - 1 bytes.
   virtual HRESULT RefreshSampleInfo();
   /// Stores a packet table: entry 0 is the number of packets n, entries 1 to n are their sizes in
-  /// bytes. Null: no packets. @return 0. @throws std::bad_alloc
+  /// bytes. Null: no packets. The table may be this sample's own.
+  /// @return 0; E_ZEL_STATE, with nothing changed, for a negative count.
+  /// @throws std::bad_alloc with nothing changed.
   virtual HRESULT SetAudioPacketInfo(const int* pInfo);
   /// The packet table, owned by the sample. An empty one is first made to describe one packet that
-  /// covers the whole frame (then the sample must have one).
+  /// covers the whole frame, if there is one.
   virtual const int* GetAudioPakcetInfo();
 
   /// Sets every member to its initial value, freeing nothing: for a sample that is being built.
   void InitClassMember();
   /// Frees the frame and all that it points to (data blocks as arrays of bytes, the record as a
-  /// single object), and clears sizes, time stamps, duration and key-frame flag. REQUIRES: a frame,
-  /// if any, is audio or video.
+  /// single object), and clears sizes, time stamps, duration and key-frame flag. Video of an
+  /// unknown image format keeps its memory: whoever set the format has it. REQUIRES: a frame, if
+  /// any, is audio or video.
   void FreeMediaFrame();
   /// Makes `pool` (one reference held) the pool that the sample goes back to.
   /// @return 0; E_ZEL_STATE, with nothing changed, for null.
   HRESULT SetFrameBuffer(CFrameBuffer* pool);
   /// Replaces the frame by a planar 4:2:0 frame of `nWidth` x `nHeight` luma pixels, time stamps
   /// -1.
-  /// @return 0; E_ZEL_STATE, with nothing changed, unless the sample is decoded video and `eFormat`
-  /// 4:2:0.
-  /// @throws std::bad_alloc
+  /// @return 0; E_ZEL_STATE, with nothing changed, unless the sample is decoded video, `eFormat`
+  ///   4:2:0, and the memory (twice the luma plane and one chroma plane) below 2^32 bytes.
+  /// @throws std::bad_alloc with nothing changed.
   HRESULT RemallocYUVFrame(unsigned long nWidth, unsigned long nHeight, YUV_IMAGE_FORMAT eFormat);
   /// Chooses the layout that the next SetSampleSize allocates for video. @return 0.
   HRESULT SetVideoImageFormat(IMAGE_FORMAT format);
-  /// Stores a copy of a zero-terminated text; null empties it. @return 0. @throws std::bad_alloc
+  /// Stores a copy of a zero-terminated text, which may be this sample's own; null empties it.
+  /// @return 0; E_ZEL_STATE, with nothing changed, above 2^31 - 1025 characters.
+  /// @throws std::bad_alloc with nothing changed.
   HRESULT SetSubStreamString(const wchar_t* text);
   /// The text, owned by the sample; never null.
   const wchar_t* GetSubStreamString();
 
  private:
+  void AdoptFrame(std::unique_ptr<MEDIA_FRAME> frame, std::unique_ptr<unsigned char[]> block,
+                  std::uint32_t size);
+  std::unique_ptr<unsigned char[]> MakeRoom(const MEDIA_FRAME& from, std::uint32_t size);
+  void CopyData(const MEDIA_FRAME& from, std::uint32_t size);
+  void CopyPlanes(const MEDIA_FRAME& from, std::uint32_t size);
+
   std::int32_t m_bKeyFrame;
   std::int32_t m_nStreamID;
   std::uint32_t m_nSampleSize;
@@ -161,4 +180,8 @@ class ZEL_API CZelSample : public scombase::CUnknown, public IZelSample {
   std::int32_t m_nAudioPacketInfoSize;
   wchar_t* m_pSubStreamString;
   std::int32_t m_nSubStreamStringSize;
+  // What this sample itself allocated for its frame's data. FrameAttach and producers may put other
+  // memory there, of which only the record tells the size.
+  unsigned char* m_pBlock;
+  std::uint32_t m_nBlockSize;
 };
