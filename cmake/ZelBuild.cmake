@@ -1,6 +1,6 @@
 # How everything here is compiled: one interface target, zel_build, that every target of ours links.
 
-if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+if(PROJECT_IS_TOP_LEVEL AND NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
   set(CMAKE_BUILD_TYPE Release CACHE STRING "" FORCE)
 endif()
 
@@ -10,8 +10,8 @@ foreach(config RELEASE RELWITHDEBINFO MINSIZEREL)
 endforeach()
 
 # A library and its platform libraries must stand in one folder, next to the host: the build tree has one, too.
-set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
-set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
 set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
 set(CMAKE_INSTALL_RPATH "$ORIGIN")
 # Where the library, its platform libraries and the command are installed together; bin/zel is a link into it.
@@ -26,6 +26,8 @@ target_include_directories(zel_build INTERFACE "${PROJECT_SOURCE_DIR}")
 target_compile_options(zel_build INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow
   -UNDEBUG
+  # Assertions of an installed library name files of the source tree, not of the machine that built it.
+  -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=
   -fvisibility=hidden -fvisibility-inlines-hidden
   # Results are specified as plain IEEE doubles, one rounding per operation.
   -ffp-contract=off)
