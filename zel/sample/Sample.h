@@ -156,11 +156,13 @@ class ZEL_API CZelSample : public scombase::CUnknown, public IZelSample {
   const wchar_t* GetSubStreamString();
 
  private:
-  void AdoptFrame(std::unique_ptr<MEDIA_FRAME> frame, std::unique_ptr<unsigned char[]> block,
-                  std::uint32_t size);
-  std::unique_ptr<unsigned char[]> MakeRoom(const MEDIA_FRAME& from, std::uint32_t size);
-  void CopyData(const MEDIA_FRAME& from, std::uint32_t size);
-  void CopyPlanes(const MEDIA_FRAME& from, std::uint32_t size);
+  [[gnu::visibility("hidden")]] void AdoptFrame(std::unique_ptr<MEDIA_FRAME> frame,
+                                                std::unique_ptr<unsigned char[]> block,
+                                                std::uint32_t size);
+  [[gnu::visibility("hidden")]] std::unique_ptr<unsigned char[]> MakeRoom(const MEDIA_FRAME& from,
+                                                                          std::uint32_t size);
+  [[gnu::visibility("hidden")]] void CopyData(const MEDIA_FRAME& from, std::uint32_t size);
+  [[gnu::visibility("hidden")]] void CopyPlanes(const MEDIA_FRAME& from, std::uint32_t size);
 
   std::int32_t m_bKeyFrame;
   std::int32_t m_nStreamID;
