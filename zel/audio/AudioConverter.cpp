@@ -1,1 +1,326 @@
 #include "zel/audio/AudioConverter.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <stdexcept>
+
+#include "zel/audio/detail/Kernels.h"
+
+namespace {
+
+constexpr int kDefaultCapacity = 0x100000;
+// A position table holds the positions of one call; a longer call computes them piece by piece.
+constexpr int kTableFrames = 8192;
+constexpr int kPieceFrames = 1024;
+// The queue moves back to the start of its array no sooner than this many samples have been taken.
+constexpr std::ptrdiff_t kTakenFirst = 8192;
+// Equal blocks yield two or three different lengths in turn.
+constexpr int kTables = 4;
+
+std::size_t Bytes(std::ptrdiff_t samples) {
+  return static_cast<std::size_t>(samples) * sizeof(short);
+}
+
+int CheckedInt(std::int64_t value) {
+  if (value > INT_MAX) throw std::bad_alloc();
+  return static_cast<int>(value);
+}
+
+// The positions of one call, which depend on nothing but its lengths.
+struct PositionTable {
+  int n = 0;
+  int t = 0;
+  int room = 0;  // Frames that both arrays hold.
+  unsigned lastUse = 0;
+  std::unique_ptr<std::int32_t[]> k;
+  std::unique_ptr<double[]> f;
+
+  void Reserve(int frames) {
+    n = t = 0;
+    if (frames <= room) return;
+    int larger = kPieceFrames;
+    while (larger < frames) larger *= 2;
+    // Kernels read whole vectors of positions.
+    k = std::make_unique<std::int32_t[]>(larger + zel::audio::kReadSlack);
+    f = std::make_unique<double[]>(larger + zel::audio::kReadSlack);
+    room = larger;
+  }
+};
+
+}  // namespace
+
+// What a conversion needs beside the described members, and the conversion itself.
+//
+// The queue is a window that moves up through its array as samples are taken, and moves back to the
+// start when fewer samples are held than were taken, so that each sample taken pays for at most one
+// moved.
+//
+// The work area is the history frame, the call's input in output channels, and a frame of silence
+// (the neighbour of the last, possibly partial, frame). A mono source that is only doubled stays
+// mono there: interpolating first and doubling last gives the same samples for half the work.
+struct CAudioConverter::Work {
+  explicit Work(const CAudioConverter& converter);
+
+  static std::int64_t Need(const CAudioConverter& c, int n);
+  static int GrownCapacity(const CAudioConverter& c, int capacity, int n, std::int64_t wanted);
+  short* MakeRoom(CAudioConverter& c, int newSamples);
+  int Convert(CAudioConverter& c, const short* data, int n, int capacity);
+
+  const zel::audio::Kernels& kernels = zel::audio::BestKernels();
+  zel::audio::ChannelKernel channelKernel = nullptr;
+  const bool sameChannels;
+  const bool sameRate;
+  bool silent;       // The rules lack this pair of channel counts.
+  bool doubling;     // From one channel to two, and to another rate.
+  int workChannels;  // Channels of the frames in the work area.
+
+  std::unique_ptr<short[]> queue;
+  std::ptrdiff_t queueSize = 0;
+
+ private:
+  int MixInto(const short* data, int n, int outSamples, const CAudioConverter& c, short* out) const;
+  void ReserveArea(std::int64_t inSamples);
+  PositionTable& FindTable(int n, int t, int frames);
+  void Interpolate(const PositionTable& table, int first, int frames, short* out) const;
+
+  std::unique_ptr<short[]> area;
+  std::ptrdiff_t areaSize = 0;
+  PositionTable tables[kTables];
+  unsigned uses = 0;
+};
+
+CAudioConverter::Work::Work(const CAudioConverter& c)
+    : sameChannels(c.m_nInChannels == c.m_nOutChannels),
+      sameRate(c.m_nInSampleRate == c.m_nOutSampleRate) {
+  const int column = zel::audio::ChannelColumn(c.m_nOutChannels);
+  if (!sameChannels && c.m_nInChannels <= 8 && column >= 0) {
+    channelKernel = kernels.channels[c.m_nInChannels - 1][column];
+  }
+  silent = !sameChannels && channelKernel == nullptr;
+  doubling = !sameRate && c.m_nInChannels == 1 && c.m_nOutChannels == 2;
+  workChannels = doubling ? 1 : c.m_nOutChannels;
+}
+
+// The estimate of the room that n input samples need, beyond which `Put` grows the queue.
+std::int64_t CAudioConverter::Work::Need(const CAudioConverter& c, int n) {
+  const double rates = static_cast<double>(c.m_nOutSampleRate) / c.m_nInSampleRate;
+  const double need = (n * rates) * 6.0;  // 6: the widest expansion, from one channel to six.
+  if (need > INT_MAX) throw std::bad_alloc();
+  return static_cast<std::int64_t>(need);
+}
+
+// `capacity`, or if `wanted` exceeds it, `capacity` and as many increments as it takes.
+int CAudioConverter::Work::GrownCapacity(const CAudioConverter& c, int capacity, int n,
+                                         std::int64_t wanted) {
+  if (wanted <= capacity) return capacity;
+  const std::int64_t increment = 2 * Need(c, n) + 4096;
+  const std::int64_t times = (wanted - capacity + increment - 1) / increment;
+  return CheckedInt(capacity + times * increment);
+}
+
+// Room for `newSamples` behind the samples held.
+short* CAudioConverter::Work::MakeRoom(CAudioConverter& c, int newSamples) {
+  const std::ptrdiff_t held = c.m_nValidSize;
+  std::ptrdiff_t taken = c.m_pOutBuffer - queue.get();
+  if (held == 0 || taken >= held + kTakenFirst) {
+    std::memcpy(queue.get(), c.m_pOutBuffer, Bytes(held));
+    c.m_pOutBuffer = queue.get();
+    taken = 0;
+  }
+  if (newSamples > queueSize - held - taken) {
+    // Here the array is less than twice as long as what it has to hold (and kTakenFirst).
+    const std::size_t larger = 2 * (static_cast<std::size_t>(held) + newSamples) + kTakenFirst;
+    std::unique_ptr<short[]> newQueue(new short[larger]);
+    std::memcpy(newQueue.get(), c.m_pOutBuffer, Bytes(held));
+    queue = std::move(newQueue);
+    queueSize = static_cast<std::ptrdiff_t>(larger);
+    c.m_pOutBuffer = queue.get();
+  }
+  return c.m_pOutBuffer + held;
+}
+
+// The channel stage: n input samples as `outSamples` samples of the work area or queue.
+int CAudioConverter::Work::MixInto(const short* data, int n, int outSamples,
+                                   const CAudioConverter& c, short* out) const {
+  if (sameChannels || doubling) {
+    if (n > 0) std::memcpy(out, data, Bytes(n));
+    return n;
+  }
+  std::ptrdiff_t written = 0;
+  if (!silent) {
+    const int frames = n / c.m_nInChannels;
+    channelKernel(data, frames, out);
+    written = static_cast<std::ptrdiff_t>(frames) * c.m_nOutChannels;
+  }
+  std::memset(out + written, 0, Bytes(outSamples - written));
+  return outSamples;
+}
+
+void CAudioConverter::Work::ReserveArea(std::int64_t inSamples) {
+  const std::int64_t wanted = inSamples + std::int64_t{2} * workChannels + zel::audio::kReadSlack;
+  if (wanted <= areaSize) return;
+  const int larger = CheckedInt(wanted + inSamples / 2);
+  auto newArea = std::make_unique<short[]>(static_cast<std::size_t>(larger));
+  if (area) std::memcpy(newArea.get(), area.get(), Bytes(workChannels));
+  area = std::move(newArea);
+  areaSize = larger;
+}
+
+// The table with the positions of a call that makes t samples of n, or room for some of them.
+PositionTable& CAudioConverter::Work::FindTable(int n, int t, int frames) {
+  PositionTable* oldest = tables;
+  ++uses;
+  for (PositionTable& table : tables) {
+    if (table.n == n && table.t == t) {
+      table.lastUse = uses;
+      return table;
+    }
+    if (uses - table.lastUse > uses - oldest->lastUse) oldest = &table;
+  }
+  oldest->lastUse = uses;
+  if (frames > kTableFrames) {
+    oldest->Reserve(kPieceFrames);
+  } else {
+    oldest->Reserve(frames);
+    kernels.positions(0, frames, n, t, oldest->k.get(), oldest->f.get());
+    oldest->n = n;
+    oldest->t = t;
+  }
+  return *oldest;
+}
+
+void CAudioConverter::Work::Interpolate(const PositionTable& table, int first, int frames,
+                                        short* out) const {
+  const short* in = area.get() + workChannels;
+  const std::int32_t* k = table.k.get() + first;
+  const double* f = table.f.get() + first;
+  if (doubling) {
+    kernels.interpolateMonoToStereo(in, k, f, frames, out);
+  } else {
+    kernels.interpolate(in, k, f, frames, workChannels, out);
+  }
+}
+
+int CAudioConverter::Work::Convert(CAudioConverter& c, const short* data, int n, int capacity) {
+  // How many samples: n as input, as `mixed` in output channels, as `made` at the output rate.
+  const int mixed =
+      sameChannels || silent
+          ? n
+          : CheckedInt(static_cast<std::int64_t>(n) * c.m_nOutChannels / c.m_nInChannels);
+  const double ratio = static_cast<double>(c.m_nInSampleRate) / c.m_nOutSampleRate;
+  const double exact = (c.m_dRemainder + mixed) / ratio + 0.5;
+  if (exact > INT_MAX) throw std::bad_alloc();
+  int made = static_cast<int>(exact);
+  if (!sameRate) made -= made % c.m_nOutChannels;
+
+  // All memory before the first change.
+  capacity = GrownCapacity(c, capacity, n, std::int64_t{c.m_nValidSize} + made);
+  short* out = MakeRoom(c, made);
+  const int frames = made / c.m_nOutChannels;
+  PositionTable* table = nullptr;
+  if (!sameRate && !silent) {
+    ReserveArea(mixed);
+    if (frames > 0) table = &FindTable(mixed, made, frames);
+  }
+
+  if (sameRate) {
+    MixInto(data, n, made, c, out);
+  } else if (silent) {
+    std::memset(out, 0, Bytes(made));
+  } else {
+    short* in = area.get() + workChannels;
+    const int inSamples = MixInto(data, n, mixed, c, in);
+    std::memset(in + inSamples, 0, Bytes(workChannels));
+    if (table != nullptr && table->t == made) {
+      Interpolate(*table, 0, frames, out);
+    } else if (table != nullptr) {
+      for (int first = 0; first < frames; first += kPieceFrames) {
+        const int piece = std::min(frames - first, kPieceFrames);
+        kernels.positions(first, piece, mixed, made, table->k.get(), table->f.get());
+        Interpolate(*table, 0, piece, out + static_cast<std::ptrdiff_t>(first) * c.m_nOutChannels);
+      }
+    }
+    std::memmove(area.get(), area.get() + inSamples, Bytes(workChannels));
+  }
+  c.m_nBufferSize = capacity;
+  c.m_dRemainder += mixed - made * ratio;
+  return made;
+}
+
+CAudioConverter::CAudioConverter(int nInChannels, int nOutChannels, int nInSampleRate,
+                                 int nOutSampleRate, int nBufferSize)
+    : m_nBufferSize(nBufferSize == 0 ? kDefaultCapacity : nBufferSize),
+      m_nValidSize(0),
+      m_nInChannels(nInChannels),
+      m_nOutChannels(nOutChannels),
+      m_nInSampleRate(nInSampleRate),
+      m_nOutSampleRate(nOutSampleRate),
+      m_dRemainder(0) {
+  if (nInChannels < 1 || nOutChannels < 1) {
+    throw std::invalid_argument("CAudioConverter: channel counts must be at least 1");
+  }
+  if (nInSampleRate < 1 || nOutSampleRate < 1) {
+    throw std::invalid_argument("CAudioConverter: sample rates must be at least 1 Hz");
+  }
+  if (nBufferSize < 0) {
+    throw std::invalid_argument("CAudioConverter: the capacity must not be negative");
+  }
+  auto work = std::make_unique<Work>(*this);
+  work->queue.reset(new short[static_cast<std::size_t>(m_nBufferSize)]);
+  work->queueSize = m_nBufferSize;
+  m_pOutBuffer = work->queue.get();
+  m_pWorkBuffer = work.release();
+}
+
+CAudioConverter::~CAudioConverter() {
+  delete m_pWorkBuffer;
+}
+
+int CAudioConverter::Put(const short* pData, int nSamples) {
+  if (nSamples <= 0) return m_nValidSize;
+  const int capacity = Work::GrownCapacity(*this, m_nBufferSize, nSamples,
+                                           m_nValidSize + Work::Need(*this, nSamples));
+  if (m_pWorkBuffer->sameChannels && m_pWorkBuffer->sameRate) {
+    std::memcpy(m_pWorkBuffer->MakeRoom(*this, nSamples), pData, Bytes(nSamples));
+    m_nBufferSize = capacity;
+    m_nValidSize += nSamples;
+  } else {
+    m_nValidSize += m_pWorkBuffer->Convert(*this, pData, nSamples, capacity);
+  }
+  return m_nValidSize;
+}
+
+int CAudioConverter::ConvertData(const short* pData, int nSamples) {
+  return m_pWorkBuffer->Convert(*this, pData, std::max(nSamples, 0), m_nBufferSize);
+}
+
+int CAudioConverter::Get(short* pOut, int nSamples) {
+  const int taken = std::clamp(nSamples, 0, m_nValidSize);
+  if (taken > 0) std::memcpy(pOut, m_pOutBuffer, Bytes(taken));
+  m_pOutBuffer += taken;
+  m_nValidSize -= taken;
+  return taken;
+}
+
+int CAudioConverter::GetFreeSize() const {
+  return m_nBufferSize - m_nValidSize;
+}
+
+int CAudioConverter::GetValidSize() const {
+  return m_nValidSize;
+}
+
+void CAudioConverter::Reset() {
+  m_nValidSize = 0;
+}
+
+int CAudioConverter::GetInputChannels() {
+  return m_nInChannels;
+}
+
+int CAudioConverter::GetInputSampleRate() {
+  return m_nInSampleRate;
+}

@@ -32,7 +32,7 @@ class ZEL_API CAudioConverter {
   /// @throws std::bad_alloc when the queue cannot grow; converter and queue are then as they were.
   int Put(const short* pData, int nSamples);
   /// What Put does for differing formats, less the counting: writes behind the samples held, which
-  /// do not change, and returns how many it wrote. The caller must have made room (GetFreeSize).
+  /// do not change, and returns how many it wrote. Grows the queue if they do not fit.
   int ConvertData(const short* pData, int nSamples);
   /// Takes up to `nSamples` samples from the head of the queue to `pOut`.
   /// @return samples taken.
