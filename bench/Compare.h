@@ -1,0 +1,82 @@
+// Comparison of one function with peers that do the same work, fair on a noisy machine.
+//
+//   int main(int argc, char** argv) {
+//     zel::bench::Comparison comparison("audio", argc, argv);
+//     comparison.Add({.name = "mono 22,050 to stereo 44,100 Hz",
+//                     .item = "frame", .items = 2048, .bytes = 2048 * 4,
+//                     .ours = [&] { converter.Put(...); },
+//                     .peers = {{"speexdsp 0", [&] { ... }}},
+//                     .goal = {.atLeast = 1.5, .aim = 2.4}});
+//     return comparison.Run();
+//   }
+//
+// All contestants of a case (ours, the peers, memcpy of the same bytes) run in one process, in
+// rounds: one time slice each, then the next round, each beginning with another contestant. A ratio
+// is the median of the rounds' ratios, so that what slows a whole round down cancels out.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace zel::bench {
+
+/// Keeps the compiler from leaving out what makes `value`, or from knowing what becomes of it.
+template <class T>
+inline void Keep(T* value) {
+  asm volatile("" : : "g"(value) : "memory");
+}
+
+struct Peer {
+  std::string name;
+  std::function<void()> run;
+};
+
+/// How many times as fast as a peer ours is to be. 0: no such goal.
+struct Goal {
+  double atLeast = 0;
+  double aim = 0;
+  /// The peer it is measured against (or "memcpy"); empty for the fastest peer that is not memcpy.
+  std::string against;
+};
+
+struct Case {
+  std::string name;
+  /// What times are given per: "frame", "pixel", "sample" ...
+  std::string item;
+  /// Items and output bytes of one call of `ours` and of each peer.
+  double items = 1;
+  std::size_t bytes = 0;
+  std::function<void()> ours;
+  std::vector<Peer> peers = {};
+  Goal goal = {};
+};
+
+/// The cases of one program and its options:
+///   --filter TEXT   only the cases whose name contains TEXT
+///   --seconds S     time for each case (default 2)
+///   --json FILE     the results as JSON, beside the table on the standard output
+///   --list          only the names
+class Comparison {
+ public:
+  /// Ends the program on wrong usage (code 2) and after --help.
+  Comparison(std::string title, int argc, char** argv);
+
+  /// True if a case of this name will run: what it needs may be left unbuilt otherwise.
+  bool Wants(const std::string& name) const;
+  void Add(Case c);
+  /// Runs everything. Returns the exit code: 1 if a result cannot be written. A missed goal is
+  /// shown but is no failure; on a shared machine it may be somebody else's.
+  int Run();
+
+ private:
+  std::string title_;
+  std::string filter_;
+  std::string json_;
+  double seconds_ = 2;
+  bool list_ = false;
+  std::vector<Case> cases_;
+};
+
+}  // namespace zel::bench

@@ -1,0 +1,99 @@
+// What the road of one pulled frame costs, step by step, in ns per output frame and as a multiple
+// of memcpy of the same bytes. A benchmark's counters: ns_per_frame, and x_memcpy from a memcpy run
+// interleaved with the work itself.
+//
+//   pull_bench --benchmark_filter=Converter
+
+#include <benchmark/benchmark.h>
+
+#include <chrono>
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "zel/audio/AudioConverter.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+std::vector<short> Noise(std::size_t n) {
+  std::mt19937 random(1);
+  std::vector<short> v(n);
+  for (short& s : v) s = static_cast<short>(random());
+  return v;
+}
+
+// Sums up the time of the work and of memcpy over the same run.
+class Meter {
+ public:
+  template <class Work>
+  void Run(int times, Work&& work) {
+    const auto start = Clock::now();
+    for (int i = 0; i < times; ++i) samples_ += work();
+    work_ += Clock::now() - start;
+  }
+  // Copies blocks of `samples` samples, as often as the last Run made blocks.
+  void Copy(int times, int samples) {
+    const std::size_t bytes = static_cast<std::size_t>(samples) * sizeof(short);
+    from_.resize(static_cast<std::size_t>(samples));
+    to_.resize(from_.size());
+    const auto start = Clock::now();
+    for (int i = 0; i < times; ++i) {
+      std::memcpy(to_.data(), from_.data(), bytes);
+      benchmark::DoNotOptimize(to_.data());
+      benchmark::ClobberMemory();
+    }
+    copy_ += Clock::now() - start;
+  }
+  void Report(benchmark::State& state, int channels) const {
+    const double frames = static_cast<double>(samples_) / channels;
+    state.counters["ns_per_frame"] =
+        std::chrono::duration<double, std::nano>(work_).count() / frames;
+    state.counters["x_memcpy"] =
+        std::chrono::duration<double>(work_).count() / std::chrono::duration<double>(copy_).count();
+    state.SetItemsProcessed(static_cast<int64_t>(frames));
+  }
+
+ private:
+  Clock::duration work_{}, copy_{};
+  long long samples_ = 0;
+  std::vector<short> from_, to_;
+};
+
+constexpr int kTimes = 64;
+
+// Blocks of 1,024 input frames through a converter: Put and Get of everything.
+void Converter(benchmark::State& state, int inChannels, int outChannels, int inRate, int outRate) {
+  CAudioConverter converter(inChannels, outChannels, inRate, outRate, 0);
+  const auto in = Noise(static_cast<std::size_t>(1024 * inChannels));
+  std::vector<short> out(1024 * 6 * 8);
+  const auto block = [&] {
+    converter.Put(in.data(), 1024 * inChannels);
+    const int made = converter.Get(out.data(), static_cast<int>(out.size()));
+    benchmark::DoNotOptimize(out.data());
+    benchmark::ClobberMemory();
+    return made;
+  };
+  const int made = block();
+  Meter meter;
+  for (auto _ : state) {
+    meter.Run(kTimes, block);
+    meter.Copy(kTimes, made);
+  }
+  meter.Report(state, outChannels);
+}
+BENCHMARK_CAPTURE(Converter, mono_22050_to_stereo_44100, 1, 2, 22050, 44100);
+BENCHMARK_CAPTURE(Converter, stereo_48000_to_44100, 2, 2, 48000, 44100);
+BENCHMARK_CAPTURE(Converter, stereo_44100_to_48000, 2, 2, 44100, 48000);
+BENCHMARK_CAPTURE(Converter, six_48000_to_stereo_44100, 6, 2, 48000, 44100);
+BENCHMARK_CAPTURE(Converter, six_44100_to_six_48000, 6, 6, 44100, 48000);
+BENCHMARK_CAPTURE(Converter, stereo_to_mono, 2, 1, 44100, 44100);
+BENCHMARK_CAPTURE(Converter, same_format, 2, 2, 44100, 44100);
+
+// The compositor's Forward and GetSampleEx per pulled frame belong here: Run() with a scripted
+// input and source, then Copy() of the frame's samples.
+
+}  // namespace
+
+BENCHMARK_MAIN();
