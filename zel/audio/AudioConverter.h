@@ -48,7 +48,7 @@ class ZEL_API CAudioConverter {
   int GetInputSampleRate();
 
  private:
-  struct Work;
+  struct [[gnu::visibility("hidden")]] Work;
 
   short* m_pOutBuffer;         // Head of the queue; moves up as samples are taken.
   Work* m_pWorkBuffer;         // Work area, and what else the conversion keeps.

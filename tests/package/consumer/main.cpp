@@ -19,7 +19,6 @@
 namespace {
 
 void CreateCompositor(decltype(&DllGetClassObject) getClassObject) {
-  if (g_cTemplates == 0) return;
   IClassFactory* factory = nullptr;
   CHECK(getClassObject(CLSID_CAudioCompositor, IID_IClassFactory,
                        reinterpret_cast<void**>(&factory)) == S_OK);
