@@ -4,7 +4,7 @@
 // zel/compositor/AudioCompositor.h and zel/compositor/MediaStream.h.
 #pragma once
 
-#include "zel/Common/Image/Bitmap.h"
+#include "zel/Common/Image/ImageConvert.h"
 #include "zel/audio/AudioConverter.h"
 #include "zel/audio/IntermixAudio.h"
 #include "zel/base/ClassFactory.h"

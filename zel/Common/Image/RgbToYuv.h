@@ -1,0 +1,71 @@
+// Bitmaps to planar YUV 4:2:0 pictures.
+//
+// Source: `biWidth` x `biHeight` pixels (W x H), both positive; below 1 nothing is converted. No
+// other field of the header but `biBitCount` is read, and the header is not written. Pixels are
+// blue, green, red in memory (and a fourth byte with 32 bits); 24-bit and 8-bit rows are padded to
+// a multiple of 4 bytes. Where a routine is bottom-up, the top row of the picture is the last row
+// in memory.
+//
+// Destination: a Y plane of W x H bytes and U (Cb) and V (Cr) planes of (W+1)/2 x (H+1)/2 bytes,
+// ITU-R BT.601 studio range. Row r of a plane starts `pitch * r` bytes after its first row; pitches
+// are in bytes. When W is odd, every routine but `Rgb32_2_yuv420A` and `Rgb24_2_yuv420Simple`
+// writes the last pixel's luma (and alpha) a second time, at column W, in each row of a pair: these
+// planes need room for W + 1 columns. When W and H are both odd, nothing of the bottom-right pixel
+// is written.
+//
+// Arithmetic: Y  = ((1606 B + 8258 G + 4211 R) >> 14) + 16
+//             tu =  (7193 B - 4768 G - 2425 R) >> 14
+//             tv =  (7193 R - 6029 G - 1163 B) >> 14
+// with flooring shifts: the BT.601 factors scaled by 16384. A chroma sample is 128 plus the floored
+// mean of the (already floored) terms of its block: of four pixels, of two in an odd last column or
+// row.
+//
+// Errors: preconditions are assertions, active in the shipped library. Threads: reentrant; the
+// routines touch their arguments only. Sources are never written and must not overlap the
+// destination.
+#pragma once
+
+#include "zel/Common/Image/Bitmap.h"
+#include "zel/platform/Types.h"
+
+/// From 24 bits, bottom-up. `biBitCount` must be 24 and no pointer null.
+ZEL_API void Rgb24_2_yuv420(unsigned char* pY, unsigned char* pU, unsigned char* pV, int nPt_Y,
+                            int nPt_U, int nPt_V, tagBITMAPINFOHEADER* lpSrcBmi,
+                            unsigned char* lpSrcBits);
+
+/// From 32 bits, bottom-up; the fourth byte is ignored. `biBitCount` must be 32 and no pointer
+/// null.
+ZEL_API void Rgb32_2_yuv420(unsigned char* pY, unsigned char* pU, unsigned char* pV, int nPt_Y,
+                            int nPt_U, int nPt_V, tagBITMAPINFOHEADER* lpSrcBmi,
+                            unsigned char* lpSrcBits);
+
+/// From 32 bits, top row first in memory although `biHeight` is positive; the fourth byte is
+/// ignored. `biBitCount` must be 32 and no pointer null.
+ZEL_API void Argb_2_yuv420(unsigned char* pY, unsigned char* pU, unsigned char* pV, int nPt_Y,
+                           int nPt_U, int nPt_V, tagBITMAPINFOHEADER* lpSrcBmi,
+                           unsigned char* lpSrcBits);
+
+/// From 8 bits, bottom-up. Each byte is an index into the colour table, which starts 40 bytes after
+/// `lpBitmapInfo` and need only reach the highest index in the picture; `biSize` and `biClrUsed`
+/// are not consulted. `biBitCount` must be 8 and no pointer null.
+ZEL_API void Rgb8_2_YUV420(unsigned char* pY, unsigned char* pU, unsigned char* pV, int nPt_Y,
+                           int nPt_U, int nPt_V, tagBITMAPINFO* lpBitmapInfo,
+                           unsigned char* lpSrcBits);
+
+/// From 32 bits, bottom-up; the fourth byte goes to the alpha plane `pA`, which has the size and
+/// the pitch of the luma plane. `biBitCount` must be 32 and no pointer null.
+ZEL_API void Rgb32_2_yuv420_Alpha(unsigned char* pY, unsigned char* pU, unsigned char* pV,
+                                  unsigned char* pA, int nPt_Y, int nPt_U, int nPt_V,
+                                  tagBITMAPINFOHEADER* lpSrcBmi, unsigned char* lpSrcBits);
+
+/// As `Rgb32_2_yuv420_Alpha`, but never writes column W, and does not check `pA`: with a null `pA`
+/// no alpha is written.
+ZEL_API void Rgb32_2_yuv420A(unsigned char* pY, unsigned char* pU, unsigned char* pV,
+                             unsigned char* pA, int nPt_Y, int nPt_U, int nPt_V,
+                             tagBITMAPINFOHEADER* lpSrcBmi, unsigned char* lpSrcBits);
+
+/// From 24 bits, bottom-up, whatever `biBitCount` says, with 10-bit factors and rounding. An odd
+/// last column and an odd last row are left out. No precondition is checked.
+ZEL_API void Rgb24_2_yuv420Simple(unsigned char* pY, unsigned char* pU, unsigned char* pV,
+                                  int nPt_Y, int nPt_U, int nPt_V, tagBITMAPINFOHEADER* lpSrcBmi,
+                                  unsigned char* lpSrcBits);
