@@ -395,8 +395,8 @@ TEST_F(CompositorTest, AWishToRepositionWaitsForASource) {
   host.compositor->AddByMediaStream(Source());
   TakeLog();
   host.PullBytes();
-  EXPECT_EQ(TakeLog(),
-            (Log{"in.Forward", "in.GetSampleEx", "src.Seek(1.52322, 1)", "src.GetSampleEx"}));
+  EXPECT_EQ(TakeLog(), (Log{"in.Forward", "in.GetSampleEx", "src.Seek(1.52322, 1)",
+                            "src.GetSampleEx"}));
 }
 
 TEST_F(CompositorTest, ASourceAddedDuringPlaybackStartsWhereTheInputIs) {
@@ -511,12 +511,7 @@ TEST_F(CompositorTest, AnOutputThatCannotBeConvertedToIsSilent) {
 }
 
 TEST_F(CompositorTest, FollowsTheModelThroughRandomUse) {
-#if defined(__SANITIZE_THREAD__)
-  const unsigned seeds = 6;
-#else
-  const unsigned seeds = 60;
-#endif
-  for (unsigned seed = 0; seed < seeds; ++seed) {
+  for (unsigned seed = 0; seed < 60; ++seed) {
     SCOPED_TRACE(seed);
     std::mt19937 random(seed);
     Host fresh;

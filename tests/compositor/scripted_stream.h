@@ -1,7 +1,6 @@
 // Streams that play a script and write down every call.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -31,7 +30,7 @@ struct Block {
 
 using Log = std::vector<std::string>;
 
-inline std::atomic<int> g_liveStreams = 0;
+inline int g_liveStreams = 0;
 
 /// A stream whose block at position n is what `script(n)` says; the script's end is `length`. The
 /// bytes of a block follow from its position and `seed`, none of them zero.

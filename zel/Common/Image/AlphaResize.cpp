@@ -1,0 +1,110 @@
+#include "zel/Common/Image/AlphaResize.h"
+
+#include "zel/Common/Image/detail/ResizePlan.h"
+
+namespace zel::image {
+
+using Method = RowScaler::Method;
+
+int AlphaOverBitmap32(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst) {
+  ImageRect from;
+  ImageRect to;
+  if (dst.nWidth < 2 || dst.nHeight < 2 || !Locate(src, RowOrder::kBottomUp, 4, &from) ||
+      !Locate(dst, RowOrder::kBottomUp, 4, &to)) {
+    return 0;
+  }
+  RowScaler scaler(kernels, from, 4, 4);
+  if (!scaler.Prepare(Axis::Steps(from.width, to.width), Method::kBilinear)) return 0;
+  const Axis rows = Axis::Steps(from.height, to.height);
+  const std::size_t inner = static_cast<unsigned>(to.width) - 1;
+  const auto over_edge = [&](std::int32_t source_y, unsigned char* out) {
+    const unsigned char* pixel = scaler.LastPixel(source_y);
+    kResizeScalar.over32(pixel, pixel, 0, 1, true, out);
+  };
+  const std::int32_t last = to.height - 1;
+  for (std::int32_t y = 0; y < last; ++y) {
+    const Position p = rows.At(y);
+    const unsigned char* top = scaler.Row(p.index);
+    const unsigned char* bottom = p.weight == 0 ? top : scaler.Row(std::int64_t{p.index} + 1);
+    kernels.over32(top, bottom, p.weight, inner, false, to.Row(y));
+    over_edge(p.index, to.Row(y) + 4 * inner);
+  }
+  unsigned char* nearest = scaler.spare();
+  scaler.WriteNearest(from.height - 1, to.width - 1, nearest);
+  kernels.over32(nearest, nearest, 0, inner, true, to.Row(last));
+  over_edge(from.height - 1, to.Row(last) + 4 * inner);
+  return 1;
+}
+
+int NearestMask(const ResizeKernels& kernels, const IMG_PARAM& mask, const IMG_PARAM& dst) {
+  ImageRect from;
+  ImageRect to;
+  if (dst.nWidth < 2 || dst.nHeight < 2 || !Locate(mask, RowOrder::kBottomUp, 1, &from) ||
+      !Locate(dst, RowOrder::kBottomUp, 4, &to)) {
+    return 0;
+  }
+  RowScaler scaler(kernels, from, 1, 1);
+  const Axis columns = Axis::Steps(from.width, to.width).WithExactEnd();
+  const Axis rows = Axis::Steps(from.height, to.height).WithExactEnd();
+  if (!scaler.Prepare(columns, Method::kNearest)) return 0;
+  for (std::int32_t y = 0; y < to.height; ++y) {
+    scaler.WriteNearest(rows.At(y).index, to.width, scaler.spare());
+    kernels.replace_alpha(scaler.spare(), static_cast<unsigned>(to.width), to.Row(y));
+  }
+  return 1;
+}
+
+int BilinearMask(const ResizeKernels& kernels, const IMG_PARAM& mask, const IMG_PARAM& dst) {
+  ImageRect from;
+  ImageRect to;
+  const int mask_bytes = mask.nBitCount / 8;
+  if (mask_bytes < 1 || mask_bytes > 4 || dst.nWidth < 2 || dst.nHeight < 2 ||
+      !Locate(mask, RowOrder::kBottomUp, mask_bytes, &from) ||
+      !Locate(dst, RowOrder::kBottomUp, 4, &to)) {
+    return 0;
+  }
+  from.first += mask_bytes - 1;  // A mask pixel's last byte counts.
+  RowScaler scaler(kernels, from, 1, mask_bytes);
+  if (!scaler.Prepare(Axis::Steps(from.width, to.width), Method::kBilinear)) return 0;
+  const Axis rows = Axis::Steps(from.height, to.height);
+  const std::size_t width = static_cast<unsigned>(to.width);
+  unsigned char* scaled = scaler.spare();
+  const std::int32_t last = to.height - 1;
+  for (std::int32_t y = 0; y <= last; ++y) {
+    const Position p = y < last ? rows.At(y) : Position{from.height - 1, 0};
+    if (y == last) {
+      scaler.WriteNearest(p.index, to.width - 1, scaled);
+    } else {
+      const unsigned char* top = scaler.Row(p.index);
+      const unsigned char* bottom = p.weight == 0 ? top : scaler.Row(std::int64_t{p.index} + 1);
+      kernels.blend8(top, bottom, p.weight, width - 1, scaled);
+    }
+    scaled[width - 1] = *scaler.LastPixel(p.index);
+    kernels.multiply_alpha(scaled, width, to.Row(y));
+  }
+  return 1;
+}
+
+}  // namespace zel::image
+
+using zel::image::ActiveResizeKernels;
+
+int DIB_AlphaResizeBiLiner(const IMG_PARAM& src, IMG_PARAM& dst) {
+  return zel::image::AlphaOverBitmap32(ActiveResizeKernels(), src, dst);
+}
+
+int ImageAlphaResize(const IMG_PARAM& src, IMG_PARAM& dst, IMAGE_INTERPOLATION) {
+  return DIB_AlphaResizeBiLiner(src, dst);
+}
+
+int StretchMaskResizeNear(const IMG_PARAM& mask, IMG_PARAM& dst) {
+  return zel::image::NearestMask(ActiveResizeKernels(), mask, dst);
+}
+
+int StretchMaskResizeBiLiner(const IMG_PARAM& mask, IMG_PARAM& dst) {
+  return zel::image::BilinearMask(ActiveResizeKernels(), mask, dst);
+}
+
+int ImageStretchMask(const IMG_PARAM& mask, IMG_PARAM& dst) {
+  return StretchMaskResizeBiLiner(mask, dst);
+}

@@ -1,0 +1,342 @@
+#include "zel/Common/Image/Resize.h"
+
+#include <cstring>
+#include <memory>
+#include <new>
+#include <utility>
+
+#include "zel/Common/Image/detail/ResizePlan.h"
+
+namespace zel::image {
+namespace {
+
+constexpr int kBlack = 16;
+using Method = RowScaler::Method;
+
+bool LargeEnough(const IMG_PARAM& dst) {
+  return dst.nWidth >= 2 && dst.nHeight >= 2;
+}
+
+bool LocateBoth(const IMG_PARAM& src, const IMG_PARAM& dst, RowOrder order, int pixel_bytes,
+                ImageRect* from, ImageRect* to) {
+  return LargeEnough(dst) && Locate(src, order, pixel_bytes, from) &&
+         Locate(dst, order, pixel_bytes, to);
+}
+
+void PaintMargins(const ImageRect& rect, std::int64_t y) {
+  unsigned char* row = rect.Row(y);
+  std::memset(row - rect.before, kBlack, static_cast<std::size_t>(rect.before));
+  std::memset(row + rect.width, kBlack, static_cast<std::size_t>(rect.behind));
+}
+
+int Nearest(const ResizeKernels& kernels, const ImageRect& from, const ImageRect& to,
+            int pixel_bytes, const Axis& columns, const Axis& rows) {
+  RowScaler scaler(kernels, from, pixel_bytes, pixel_bytes);
+  if (!scaler.Prepare(columns, Method::kNearest)) return 0;
+  for (std::int32_t y = 0; y < to.height; ++y) {
+    scaler.WriteNearest(rows.At(y).index, to.width, to.Row(y));
+  }
+  return 1;
+}
+
+/// Rows y = 0 to `rows` - 1 of the first n columns, bilinear; finish(y) completes each row.
+template <class Finish>
+void BlendRows(const ResizeKernels& kernels, RowScaler& scaler, const Axis& axis, std::int32_t rows,
+               std::int32_t n, int pixel_bytes, const ImageRect& to, Finish finish) {
+  const auto blend = pixel_bytes == 1 ? kernels.blend8 : kernels.blend32;
+  const std::size_t count = static_cast<unsigned>(n);
+  for (std::int32_t y = 0; y < rows; ++y) {
+    const Position p = axis.At(y);
+    const unsigned char* top = scaler.Row(p.index);
+    if (p.weight == 0) {
+      std::memcpy(to.Row(y), top, count * static_cast<unsigned>(pixel_bytes));
+    } else {
+      blend(top, scaler.Row(std::int64_t{p.index} + 1), p.weight, count, to.Row(y));
+    }
+    finish(y, p.index);
+  }
+}
+
+int BilinearBitmap(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst,
+                   int pixel_bytes) {
+  ImageRect from;
+  ImageRect to;
+  if (!LocateBoth(src, dst, RowOrder::kBottomUp, pixel_bytes, &from, &to)) return 0;
+  RowScaler scaler(kernels, from, pixel_bytes, pixel_bytes);
+  if (!scaler.Prepare(Axis::Steps(from.width, to.width), Method::kBilinear)) return 0;
+  const auto finish = [&](std::int32_t y, std::int32_t source_y) {
+    std::memcpy(to.Row(y) + std::ptrdiff_t{to.width - 1} * pixel_bytes, scaler.LastPixel(source_y),
+                static_cast<unsigned>(pixel_bytes));
+  };
+  BlendRows(kernels, scaler, Axis::Steps(from.height, to.height), to.height - 1, to.width - 1,
+            pixel_bytes, to, finish);
+  scaler.WriteNearest(from.height - 1, to.width - 1, to.Row(to.height - 1));
+  finish(to.height - 1, from.height - 1);
+  return 1;
+}
+
+}  // namespace
+
+int NearestBitmap32(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst) {
+  ImageRect from;
+  ImageRect to;
+  if (!LocateBoth(src, dst, RowOrder::kBottomUp, 4, &from, &to)) return 0;
+  return Nearest(kernels, from, to, 4, Axis::Steps(from.width, to.width).WithExactEnd(),
+                 Axis::Steps(from.height, to.height).WithExactEnd());
+}
+
+int BilinearBitmap32(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst) {
+  return BilinearBitmap(kernels, src, dst, 4);
+}
+
+int NearestPlane8(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst) {
+  ImageRect from;
+  ImageRect to;
+  if (!LocateBoth(src, dst, RowOrder::kTopDown, 1, &from, &to)) return 0;
+  return Nearest(kernels, from, to, 1, Axis::Proportional(from.width, to.width),
+                 Axis::Proportional(from.height, to.height));
+}
+
+int BilinearBitmap8(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst) {
+  return BilinearBitmap(kernels, src, dst, 1);
+}
+
+int NearestLuma(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst) {
+  ImageRect from;
+  ImageRect to;
+  if (!LocateBoth(src, dst, RowOrder::kTopDown, 1, &from, &to)) return 0;
+  if (Nearest(kernels, from, to, 1, Axis::Steps(from.width, to.width),
+              Axis::Steps(from.height, to.height)) == 0) {
+    return 0;
+  }
+  for (std::int32_t y = 0; y < to.height; ++y) PaintMargins(to, y);
+  return 1;
+}
+
+int BilinearLuma(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst) {
+  ImageRect from;
+  ImageRect to;
+  if (!LocateBoth(src, dst, RowOrder::kTopDown, 1, &from, &to)) return 0;
+  RowScaler scaler(kernels, from, 1, 1);
+  if (!scaler.Prepare(Axis::Steps(from.width, to.width), Method::kBilinear)) return 0;
+  const std::int32_t last = to.height - 1;
+  BlendRows(kernels, scaler, Axis::Steps(from.height, to.height), last, to.width, 1, to,
+            [&](std::int32_t y, std::int32_t) { PaintMargins(to, y); });
+  scaler.WriteNearest(from.height - 1, to.width - 1, to.Row(last));
+  to.Row(last)[to.width - 1] = *scaler.LastPixel(from.height - 1);
+  PaintMargins(to, last);
+  return 1;
+}
+
+int BoxLuma(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst) {
+  ImageRect from;
+  ImageRect to;
+  if (!LocateBoth(src, dst, RowOrder::kTopDown, 1, &from, &to)) return 0;
+  const Axis columns = Axis::Steps(from.width, to.width);
+  const Axis rows = Axis::Steps(from.height, to.height);
+  RowScaler here(kernels, from, 1, 1);
+  RowScaler next(kernels, from, 1, 1);
+  if (!here.Prepare(columns, Method::kNearest) || !next.Prepare(columns.Next(), Method::kNearest)) {
+    return 0;
+  }
+  const std::size_t width = static_cast<unsigned>(to.width);
+  const std::unique_ptr<std::uint16_t[]> sums(new (std::nothrow) std::uint16_t[2 * width]);
+  if (sums == nullptr) return 0;
+  // The lower pair of source rows of one output row is the upper pair of the next.
+  const auto add_pairs = [&](std::int32_t y, std::uint16_t* out) {
+    const unsigned char* a = here.spare();
+    const unsigned char* b = next.spare();
+    here.WriteNearest(y, to.width, here.spare());
+    next.WriteNearest(y, to.width, next.spare());
+    for (std::size_t c = 0; c < width; ++c) out[c] = static_cast<std::uint16_t>(a[c] + b[c]);
+  };
+  std::uint16_t* upper = sums.get();
+  std::uint16_t* lower = upper + width;
+  add_pairs(0, lower);
+  const std::int32_t last = to.height - 1;
+  for (std::int32_t y = 0; y < last; ++y) {
+    std::swap(upper, lower);
+    add_pairs(rows.At(std::int64_t{y} + 1).index, lower);
+    unsigned char* out = to.Row(y);
+    for (std::size_t c = 0; c < width; ++c) {
+      out[c] = static_cast<unsigned char>((upper[c] + lower[c]) >> 2);
+    }
+  }
+  here.WriteNearest(from.height - 1, to.width, here.spare());
+  for (std::size_t c = 0; c < width - 1; c += 2) to.Row(last)[c] = here.spare()[c];
+  return 1;
+}
+
+namespace {
+
+/// Both chroma routines; they differ above the last row only.
+int Chroma(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst,
+           Method method) {
+  ImageRect from;
+  ImageRect to;
+  if (!LargeEnough(dst) || !LocateChroma(src, &from) || !LocateChroma(dst, &to)) return 0;
+  RowScaler scaler(kernels, from, 1, 1);
+  const Axis columns = Axis::ChromaSteps(src.nWidth, dst.nWidth, src.nLeft);
+  const Axis rows = Axis::ChromaSteps(src.nHeight, dst.nHeight, src.nTop);
+  if (!scaler.Prepare(columns, method)) return 0;
+  const std::int32_t last = rows.count() - 1;
+  if (method == Method::kBilinear) {
+    BlendRows(kernels, scaler, rows, last, columns.count(), 1, to,
+              [](std::int32_t, std::int32_t) {});
+  } else {
+    for (std::int32_t y = 0; y < last; ++y) {
+      scaler.WriteNearest(rows.At(y).index, columns.count(), to.Row(y));
+    }
+  }
+  // Two luma columns, hence one chroma pixel, short of the others.
+  scaler.WriteNearest(from.height - 1, columns.count() - 1, to.Row(last));
+  return 1;
+}
+
+}  // namespace
+
+int NearestChroma(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst) {
+  return Chroma(kernels, src, dst, Method::kNearest);
+}
+
+int BilinearChroma(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst) {
+  return Chroma(kernels, src, dst, Method::kBilinear);
+}
+
+}  // namespace zel::image
+
+using zel::image::ActiveResizeKernels;
+
+int DIB_ResizeNear(const IMG_PARAM& src, IMG_PARAM& dst) {
+  return zel::image::NearestBitmap32(ActiveResizeKernels(), src, dst);
+}
+
+int DIB_ResizeBiLiner(const IMG_PARAM& src, IMG_PARAM& dst) {
+  return zel::image::BilinearBitmap32(ActiveResizeKernels(), src, dst);
+}
+
+int DIB_ResizeNear8(const IMG_PARAM& src, IMG_PARAM& dst) {
+  return zel::image::NearestPlane8(ActiveResizeKernels(), src, dst);
+}
+
+int DIB_ResizeBiLiner8(const IMG_PARAM& src, IMG_PARAM& dst) {
+  return zel::image::BilinearBitmap8(ActiveResizeKernels(), src, dst);
+}
+
+int DIB_ResizeNearY(const IMG_PARAM& src, IMG_PARAM& dst, int) {
+  return zel::image::NearestLuma(ActiveResizeKernels(), src, dst);
+}
+
+int DIB_ResizeBiLinerY(const IMG_PARAM& src, IMG_PARAM& dst, int) {
+  return zel::image::BilinearLuma(ActiveResizeKernels(), src, dst);
+}
+
+int DIB_ResizeConvolve(const IMG_PARAM& src, IMG_PARAM& dst) {
+  return zel::image::BilinearLuma(ActiveResizeKernels(), src, dst);
+}
+
+int DIB_ResizeBiLinerY_Simulate(const IMG_PARAM& src, IMG_PARAM& dst, int) {
+  return zel::image::BoxLuma(ActiveResizeKernels(), src, dst);
+}
+
+int DIB_ResizeNearUV(const IMG_PARAM& src, IMG_PARAM& dst) {
+  return zel::image::NearestChroma(ActiveResizeKernels(), src, dst);
+}
+
+int DIB_ResizeBiLinerUV(const IMG_PARAM& src, IMG_PARAM& dst) {
+  return zel::image::BilinearChroma(ActiveResizeKernels(), src, dst);
+}
+
+int ImageResize(const IMG_PARAM& src, IMG_PARAM& dst, IMAGE_INTERPOLATION method) {
+  switch (method) {
+    case IMAGE_INTERPOLATION_LINEAR:
+    case IMAGE_INTERPOLATION_BILINEAR:
+      return DIB_ResizeBiLiner(src, dst);
+    case IMAGE_INTERPOLATION_NEAREST:
+      return DIB_ResizeNear(src, dst);
+    case IMAGE_INTERPOLATION_CONVOLVE:
+      return DIB_ResizeConvolve(src, dst);
+  }
+  return 0;
+}
+
+int ImageResize8(const IMG_PARAM& src, IMG_PARAM& dst, IMAGE_INTERPOLATION method) {
+  switch (method) {
+    case IMAGE_INTERPOLATION_LINEAR:
+    case IMAGE_INTERPOLATION_BILINEAR:
+      return DIB_ResizeBiLiner8(src, dst);
+    case IMAGE_INTERPOLATION_NEAREST:
+      return DIB_ResizeNear8(src, dst);
+    default:
+      return 0;
+  }
+}
+
+int ImageResizeUV(const IMG_PARAM& src, IMG_PARAM& dst, IMAGE_INTERPOLATION method) {
+  switch (method) {
+    case IMAGE_INTERPOLATION_LINEAR:
+    case IMAGE_INTERPOLATION_BILINEAR:
+      return DIB_ResizeBiLinerUV(src, dst);
+    case IMAGE_INTERPOLATION_NEAREST:
+      return DIB_ResizeNearUV(src, dst);
+    default:
+      return 0;
+  }
+}
+
+int ImageResizeY(const IMG_PARAM& src, IMG_PARAM& dst, IMAGE_INTERPOLATION method, int) {
+  switch (method) {
+    case IMAGE_INTERPOLATION_LINEAR:
+    case IMAGE_INTERPOLATION_BILINEAR:
+      return DIB_ResizeBiLinerY(src, dst, 0);
+    case IMAGE_INTERPOLATION_NEAREST:
+      return DIB_ResizeNearY(src, dst, 0);
+    case IMAGE_INTERPOLATION_CONVOLVE:
+      return DIB_ResizeConvolve(src, dst);
+  }
+  return 0;
+}
+
+namespace {
+
+IMG_PARAM PlaneOf(const IMG_PARAM& picture, unsigned char* plane, int pitch) {
+  IMG_PARAM image = picture;
+  image.pBuffer = plane;
+  image.nPitch = pitch;
+  return image;
+}
+
+}  // namespace
+
+int ImageResizeYV12(const IMG_PARAM& src, unsigned char* pSrcY, unsigned char* pSrcU,
+                    unsigned char* pSrcV, int nSrcPitchY, int nSrcPitchU, int nSrcPitchV,
+                    const IMG_PARAM& dst, unsigned char* pDstY, unsigned char* pDstU,
+                    unsigned char* pDstV, int nDstPitchY, int nDstPitchU, int nDstPitchV,
+                    IMAGE_INTERPOLATION method, int) {
+  if (!zel::image::LargeEnough(dst)) return 0;
+  IMG_PARAM y = PlaneOf(dst, pDstY, nDstPitchY);
+  IMG_PARAM u = PlaneOf(dst, pDstU, nDstPitchU);
+  IMG_PARAM v = PlaneOf(dst, pDstV, nDstPitchV);
+  ImageResizeY(PlaneOf(src, pSrcY, nSrcPitchY), y, method, 0);
+  ImageResizeUV(PlaneOf(src, pSrcV, nSrcPitchV), v, method);
+  ImageResizeUV(PlaneOf(src, pSrcU, nSrcPitchU), u, method);
+  return 1;
+}
+
+int ImageResizeYV444(const IMG_PARAM& src, unsigned char* pSrcY, unsigned char* pSrcU,
+                     unsigned char* pSrcV, unsigned char* pSrcA, int nSrcPitchY, int nSrcPitchU,
+                     int nSrcPitchV, int nSrcPitchA, const IMG_PARAM& dst, unsigned char* pDstY,
+                     unsigned char* pDstU, unsigned char* pDstV, unsigned char* pDstA,
+                     int nDstPitchY, int nDstPitchU, int nDstPitchV, int nDstPitchA,
+                     IMAGE_INTERPOLATION method) {
+  if (!zel::image::LargeEnough(dst)) return 0;
+  const auto scale = [&](unsigned char* from, int from_pitch, unsigned char* to, int to_pitch) {
+    IMG_PARAM plane = PlaneOf(dst, to, to_pitch);
+    ImageResizeY(PlaneOf(src, from, from_pitch), plane, method, 0);
+  };
+  scale(pSrcY, nSrcPitchY, pDstY, nDstPitchY);
+  scale(pSrcU, nSrcPitchU, pDstU, nDstPitchU);
+  scale(pSrcV, nSrcPitchV, pDstV, nDstPitchV);
+  scale(pSrcA, nSrcPitchA, pDstA, nDstPitchA);
+  return 1;
+}

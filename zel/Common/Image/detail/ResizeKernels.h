@@ -1,0 +1,87 @@
+// The row functions of the resizers, once per processor level.
+//
+// All of them give the plain level's bytes exactly. This header is included by files compiled for
+// newer processors than the build's own: it must not define a function, or the linker might keep
+// the copy that older processors cannot run.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "zel/Common/detail/Cpu.h"
+
+namespace zel::image {
+
+/// Where the columns of a scaled row come from. The arrays hold `kColumnPad` more columns than
+/// `count`, up to a multiple of it, so that kernels work in whole vectors.
+struct ResizeColumns {
+  static constexpr std::size_t kColumnPad = 64;
+
+  std::size_t count;
+  /// Per column, the source pixel; bilinear rows also read its right neighbour.
+  const std::int32_t* offset;
+  /// Per column, the right neighbour's part in 1/4096, 0 to 4096. Rows of bytes.
+  const std::int16_t* weight;
+  /// The same for 32-bit pixels: once for each of the channels 0 to 2, and channel 3's.
+  const std::uint64_t* weight4;
+
+  // Near scale 1 a vector of source pixels comes from one short stretch of the row: `windows` (1 or
+  // 2) windows of a kernel's width from `base` on, one base per group, permuted by `index`.
+  // 0 windows: pixels are fetched by `offset` one by one, bilinear ones into `pairs` first.
+  int windows;
+  const std::int32_t* base;    ///< Per group of outputs, in pixels.
+  const std::uint8_t* index;   ///< Per output byte, its source byte from `base` on (rows of bytes).
+  const std::int32_t* index4;  ///< Per output pixel, likewise (rows of 32-bit pixels).
+  unsigned char* pairs;        ///< Room for two pixels per column.
+};
+
+/// How many outputs share a base, and how many source pixels a window has. 0: no windows.
+/// An output is a pixel of a nearest row and half a pair of a bilinear one.
+struct ResizeWindow {
+  int group;
+  int width;
+};
+
+/// Rows given to these functions do not overlap, and may have any address. Weights count 1/4096.
+struct ResizeKernels {
+  CpuLevel level;
+  ResizeWindow bytes;
+  ResizeWindow pixels;
+
+  /// out[c] = (a * (4096 - w) + b * w) >> 12. `out` has room for the padded count.
+  void (*bilinear8)(const ResizeColumns&, const unsigned char* source, unsigned char* out);
+  void (*bilinear32)(const ResizeColumns&, const unsigned char* source, unsigned char* out);
+  /// out[c] = source[offset[c]]. Writes `count` pixels and nothing more.
+  void (*nearest8)(const ResizeColumns&, const unsigned char* source, unsigned char* out);
+  void (*nearest32)(const ResizeColumns&, const unsigned char* source, unsigned char* out);
+
+  /// out[i] = (top[i] * (4096 - weight) + bottom[i] * weight) >> 12 for n bytes.
+  void (*blend8)(const unsigned char* top, const unsigned char* bottom, int weight, std::size_t n,
+                 unsigned char* out);
+  /// The same for n pixels of 4 bytes, whose channel 3 is top's.
+  void (*blend32)(const unsigned char* top, const unsigned char* bottom, int weight, std::size_t n,
+                  unsigned char* out);
+  /// Blends n pixels as blend32 does and lays them over `out` with their channel 3 as alpha.
+  /// out's own channel 3 stays as it is with `keep_alpha`.
+  void (*over32)(const unsigned char* top, const unsigned char* bottom, int weight, std::size_t n,
+                 bool keep_alpha, unsigned char* out);
+  /// Channel 3 of n pixels becomes mask, or itself * mask / 255; where mask is 0, the pixel is 0.
+  void (*replace_alpha)(const unsigned char* mask, std::size_t n, unsigned char* out);
+  void (*multiply_alpha)(const unsigned char* mask, std::size_t n, unsigned char* out);
+};
+
+extern const ResizeKernels kResizeScalar;
+#if defined(__x86_64__) || defined(__i386__)
+extern const ResizeKernels kResizeSse2;
+extern const ResizeKernels kResizeSsse3;
+extern const ResizeKernels kResizeAvx2;
+extern const ResizeKernels kResizeAvx512;
+extern const ResizeKernels kResizeAvx512Vbmi;
+#endif
+
+/// The fastest kernels that need no more than `level`.
+const ResizeKernels& ResizeKernelsFor(CpuLevel level);
+/// Those for this processor, found out once.
+const ResizeKernels& ActiveResizeKernels();
+
+}  // namespace zel::image
