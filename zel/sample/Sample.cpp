@@ -258,10 +258,9 @@ HRESULT CZelSample::SetFrameBuffer(CFrameBuffer* pool) {
 }
 
 HRESULT CZelSample::FrameAttach(MEDIA_FRAME* frame) {
-  if (frame != m_pMediaFrame) {
-    m_pBlock = nullptr;
-    m_nBlockSize = 0;
-  }
+  // Also for the same address: the caller may have freed that frame and made another one there.
+  m_pBlock = nullptr;
+  m_nBlockSize = 0;
   m_pMediaFrame = frame;
   return S_OK;
 }
@@ -485,12 +484,16 @@ std::unique_ptr<unsigned char[]> CZelSample::MakeRoom(const MEDIA_FRAME& from, s
   const bool isVideo = from.nStreamType == AV_STREAM_VIDEO;
   const bool isRgb = isVideo && from.video.nImageFormat == IMAGE_FORMAT_RGB;
 
-  // A producer or FrameAttach may have put in what this sample did not allocate; of that the record
-  // alone knows the size.
+  // A producer or FrameAttach may have put in what this sample did not allocate, perhaps at the
+  // same address; of that the record alone knows the size.
   unsigned char** const slot = GetBlock(to);
   unsigned char* const block = slot != nullptr ? *slot : nullptr;
   std::uint32_t room = 0;
-  if (block != nullptr) room = block == m_pBlock ? m_nBlockSize : GetStatedCapacity(to);
+  if (block != nullptr) {
+    room = GetStatedCapacity(to);
+    const bool hasBufferSize = !isVideo || to.video.nImageFormat == IMAGE_FORMAT_BUFFER;
+    if (block == m_pBlock) room = hasBufferSize ? std::min(room, m_nBlockSize) : m_nBlockSize;
+  }
 
   std::uint32_t freshSize = 0;
   if (size > m_nSampleSize) {
