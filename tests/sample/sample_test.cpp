@@ -544,7 +544,6 @@ TEST(Sample, SurvivesShortMemory) {
 }
 
 TEST(SampleDeathTest, AssertsItsPreconditions) {
-  testing::FLAGS_gtest_death_test_style = "threadsafe";
   unsigned char bytes[4] = {};
   Sample audio(kAudio, kDecoded), video(kVideo, kDecoded), other(kAudio, kDecoded);
   other.SetSampleSize(4);
