@@ -395,8 +395,8 @@ TEST_F(CompositorTest, AWishToRepositionWaitsForASource) {
   host.compositor->AddByMediaStream(Source());
   TakeLog();
   host.PullBytes();
-  EXPECT_EQ(TakeLog(), (Log{"in.Forward", "in.GetSampleEx", "src.Seek(1.52322, 1)",
-                            "src.GetSampleEx"}));
+  EXPECT_EQ(TakeLog(),
+            (Log{"in.Forward", "in.GetSampleEx", "src.Seek(1.52322, 1)", "src.GetSampleEx"}));
 }
 
 TEST_F(CompositorTest, ASourceAddedDuringPlaybackStartsWhereTheInputIs) {

@@ -21,8 +21,9 @@ class ZEL_API IMediaStream : public IUnknown {
   virtual int Forward() = 0;
   /// Steps back by one sample, where a stream can.
   virtual int Backward() = 0;
-  /// Positions the stream at `seconds`. The first sample of that position is what GetSampleEx gives next,
-  /// whether it is called at once or after one Forward: the first Forward after a Seek skips nothing.
+  /// Positions the stream at `seconds`. The first sample of that position is what GetSampleEx gives
+  /// next, whether it is called at once or after one Forward: the first Forward after a Seek skips
+  /// nothing.
   /// @param mode the streams' own; the compositor passes 1 when it positions its second source.
   /// @return the position reached, in seconds; negative when there is none.
   virtual double Seek(double seconds, int mode) = 0;
