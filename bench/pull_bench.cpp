@@ -12,6 +12,11 @@
 #include <vector>
 
 #include "zel/audio/AudioConverter.h"
+#include "zel/base/EntryPoints.h"
+#include "zel/base/Ids.h"
+#include "zel/compositor/AudioCompositor.h"
+#include "zel/mediainfo/StreamInfo.h"
+#include "zel/sample/Sample.h"
 
 namespace {
 
@@ -91,8 +96,89 @@ BENCHMARK_CAPTURE(Converter, six_44100_to_six_48000, 6, 6, 44100, 48000);
 BENCHMARK_CAPTURE(Converter, stereo_to_mono, 2, 1, 44100, 44100);
 BENCHMARK_CAPTURE(Converter, same_format, 2, 2, 44100, 44100);
 
-// The compositor's Forward and GetSampleEx per pulled frame belong here: Run() with a scripted
-// input and source, then Copy() of the frame's samples.
+// A stream that yields the same 1,024 frames again and again, at no cost of its own.
+class Loop : public scombase::CUnknown, public IMediaStream {
+ public:
+  Loop(int channels, int rate)
+      : CUnknown(nullptr), m_pcm(Noise(static_cast<std::size_t>(1024 * channels))) {
+    m_info.AddRef();
+    m_info.GetStreamInfo()->audioInfo = {rate, channels, 16, {}};
+    m_frame.nStreamType = AV_STREAM_AUDIO;
+    m_frame.audio = {rate,
+                     channels,
+                     16,
+                     reinterpret_cast<unsigned char*>(m_pcm.data()),
+                     static_cast<int>(m_pcm.size() * sizeof(short)),
+                     0};
+    m_sample.FrameAttach(&m_frame);
+  }
+  ~Loop() override { m_sample.FrameAttach(nullptr); }
+  HRESULT QueryInterface(const _GUID& riid, void** ppv) override {
+    return GetOwner()->QueryInterface(riid, ppv);
+  }
+  ULONG AddRef() override { return GetOwner()->AddRef(); }
+  ULONG Release() override { return GetOwner()->Release(); }
+  HRESULT GetStreamInfo(IStreamInfo** ppInfo) override {
+    m_info.AddRef();
+    *ppInfo = &m_info;
+    return S_OK;
+  }
+  HRESULT ChangeStream(int) override { return S_OK; }
+  CZelSample* GetSampleEx() override { return &m_sample; }
+  int Forward() override { return 0; }
+  int Backward() override { return 0; }
+  double Seek(double seconds, int) override { return seconds; }
+  HRESULT NotifyStreamMessage(unsigned long, long long, void*, void*) override { return S_OK; }
+  CZelSample* GetOriginSampleEx() override { return &m_sample; }
+
+ private:
+  std::vector<short> m_pcm;
+  CStreamInfo m_info;
+  MEDIA_FRAME m_frame{};
+  CZelSample m_sample{AV_STREAM_AUDIO, FRAME_DATA_DECODED};
+};
+
+// Forward and GetSampleEx of the compositor, per pulled frame of 1,024 x stereo at 44,100 Hz.
+void Pull(benchmark::State& state, int channels, int rate, double delay) {
+  auto* input = new Loop(2, 44100);
+  auto* source = new Loop(channels, rate);
+  input->AddRef();
+  source->AddRef();
+  void* made = nullptr;
+  DllGetClassObject(CLSID_CAudioCompositor, IID_IClassFactory, &made);
+  auto* factory = static_cast<IClassFactory*>(made);
+  factory->CreateInstance(nullptr, IID_IAudioCompositor, &made);
+  factory->Release();
+  auto* compositor = static_cast<IAudioCompositor*>(made);
+  IMediaStream* output = nullptr;
+  compositor->GetOutPutAudioStream(&output);
+  compositor->SetInputAudioStream(input);
+  compositor->AddByMediaStream(source);
+  compositor->SetDelayTime(delay);
+
+  const auto pull = [output] {
+    output->Forward();
+    const MEDIA_FRAME* frame = output->GetSampleEx()->GetMediaFrame();
+    benchmark::DoNotOptimize(frame->audio.pData);
+    return frame->audio.nDataSize / 2;
+  };
+  for (int i = 0; i < 100; ++i) pull();
+  Meter meter;
+  for (auto _ : state) {
+    meter.Run(kTimes, pull);
+    meter.Copy(kTimes, 2048);
+  }
+  meter.Report(state, 2);
+  output->Release();
+  compositor->Release();
+  source->Release();
+  input->Release();
+}
+BENCHMARK_CAPTURE(Pull, same_format, 2, 44100, 0.0);
+BENCHMARK_CAPTURE(Pull, mono_22050, 1, 22050, 0.0);
+BENCHMARK_CAPTURE(Pull, stereo_48000, 2, 48000, 0.0);
+BENCHMARK_CAPTURE(Pull, six_48000, 6, 48000, 0.0);
+BENCHMARK_CAPTURE(Pull, silence_before_the_delay, 2, 44100, 1.0);
 
 }  // namespace
 

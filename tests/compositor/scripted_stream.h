@@ -1,6 +1,7 @@
 // Streams that play a script and write down every call.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -30,7 +31,7 @@ struct Block {
 
 using Log = std::vector<std::string>;
 
-inline int g_liveStreams = 0;
+inline std::atomic<int> g_liveStreams = 0;
 
 /// A stream whose block at position n is what `script(n)` says; the script's end is `length`. The
 /// bytes of a block follow from its position and `seed`, none of them zero.

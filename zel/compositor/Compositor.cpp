@@ -141,7 +141,7 @@ void CAudioCompositor::DropSource() {
   if (m_pSource != nullptr) m_pSource->Release();
   m_pSource = nullptr;
   m_pConverter.reset();
-  m_buffer.Clear();
+  m_setAside.Clear();
 }
 
 HRESULT CAudioCompositor::SetDelayTime(double seconds) {
@@ -175,7 +175,7 @@ HRESULT CAudioCompositor::ChangeStream(int index) {
 double CAudioCompositor::Seek(double seconds, int mode) {
   const CSingleLock lock(&m_mutex);
   if (m_pInput == nullptr) return -1.0;
-  m_buffer.Clear();
+  ClearBuffered();
   if (m_pSource != nullptr) m_pSource->Seek(seconds - m_dDelay, mode);
   // For the source that a load under way will add.
   if (GetState() == kRunning) m_llPosition = ToUnits(seconds);
@@ -214,5 +214,5 @@ void CAudioCompositor::Reset() {
     delete m_pOutSample;
     m_pOutSample = nullptr;
   }
-  m_buffer.Free();
+  m_setAside.Free();
 }

@@ -1,8 +1,10 @@
 // The pull path: frames of the input with the second source's sound.
+#include <cstdint>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <new>
-#include <stdexcept>
+#include <utility>
 
 #include "zel/compositor/detail/CompositorImpl.h"
 
@@ -75,8 +77,8 @@ void CAudioCompositor::ReplaceSound(MEDIA_FRAME& frame, double frameTime) {
     Silence(frame);
     return;
   }
-  if (!m_bReposition && m_buffer.size() > wanted()) {
-    m_buffer.Take(frame.audio.pData, wanted());
+  if (!m_bReposition && Buffered() > wanted()) {
+    Take(frame.audio.pData, wanted());
     return;
   }
   if (m_pSource == nullptr) return;
@@ -86,7 +88,7 @@ void CAudioCompositor::ReplaceSound(MEDIA_FRAME& frame, double frameTime) {
     // own.
     if (m_bReposition.exchange(false)) {
       m_pSource->Seek(frameTime - m_dDelay, 1);
-      m_buffer.Clear();
+      ClearBuffered();
     } else {
       m_pSource->Forward();
     }
@@ -101,11 +103,11 @@ void CAudioCompositor::ReplaceSound(MEDIA_FRAME& frame, double frameTime) {
       Silence(frame);
       return;
     }
-  } while (m_buffer.size() < wanted());
-  m_buffer.Take(frame.audio.pData, wanted());
+  } while (Buffered() < wanted());
+  Take(frame.audio.pData, wanted());
 }
 
-// Converts a block of the source into the buffer. An empty one is no end of the source.
+// Converts a block of the source. An empty one is no end of the source.
 // @return false for a block that cannot be converted: no 16-bit PCM, or no rate or channels to go
 // by.
 bool CAudioCompositor::Refill(const MEDIA_FRAME& sourceFrame) {
@@ -118,14 +120,8 @@ bool CAudioCompositor::Refill(const MEDIA_FRAME& sourceFrame) {
   // A width of less than a byte stands for "not given".
   const int width = audio.nBitsPerSample / 8 == 0 ? 2 : audio.nBitsPerSample / 8;
   if (!empty && (width != 2 || !HasSound(sourceFrame))) return false;
-
-  CAudioConverter& converter = ConverterFor(audio.nChannels, audio.nSampleRate);
-  converter.Put(reinterpret_cast<const short*>(audio.pData), audio.nDataSize / width);
-  const int ready = converter.GetValidSize();
-  auto* room =
-      reinterpret_cast<short*>(m_buffer.Reserve(static_cast<std::size_t>(ready) * kSampleBytes));
-  const int got = converter.Get(room, ready);
-  m_buffer.Commit(static_cast<std::size_t>(got) * kSampleBytes);
+  ConverterFor(audio.nChannels, audio.nSampleRate)
+      .Put(reinterpret_cast<const short*>(audio.pData), audio.nDataSize / width);
   return true;
 }
 
@@ -134,9 +130,46 @@ CAudioConverter& CAudioCompositor::ConverterFor(int channels, int sampleRate) {
   if (m_pConverter == nullptr || m_pConverter->GetInputChannels() != channels ||
       m_pConverter->GetInputSampleRate() != sampleRate) {
     const AudioInfo& out = m_pOutInfo->audioInfo;
-    m_pConverter.reset();
-    m_pConverter = std::make_unique<CAudioConverter>(channels, out.channels, sampleRate,
-                                                     out.sampleRate, kConverterCapacity);
+    auto converter = std::make_unique<CAudioConverter>(channels, out.channels, sampleRate,
+                                                       out.sampleRate, kConverterCapacity);
+    Drain();  // What the one before has converted is still to be delivered.
+    m_pConverter = std::move(converter);
   }
   return *m_pConverter;
+}
+
+// Bytes that wait for delivery: those set aside, then the converter's queue.
+std::size_t CAudioCompositor::Buffered() const {
+  std::size_t bytes = m_setAside.size();
+  if (m_pConverter != nullptr) {
+    bytes += static_cast<std::size_t>(m_pConverter->GetValidSize()) * kSampleBytes;
+  }
+  return bytes;
+}
+
+// Forgets what waits; the converter goes on from the source's last samples.
+void CAudioCompositor::ClearBuffered() {
+  m_setAside.Clear();
+  if (m_pConverter != nullptr) m_pConverter->Reset();
+}
+
+// Delivers the oldest `count` bytes. REQUIRES: count <= Buffered().
+void CAudioCompositor::Take(unsigned char* out, std::size_t count) {
+  const bool wholeSamples =
+      count % kSampleBytes == 0 && reinterpret_cast<std::uintptr_t>(out) % alignof(short) == 0;
+  if (m_setAside.size() == 0 && wholeSamples) {
+    m_pConverter->Get(reinterpret_cast<short*>(out), static_cast<int>(count / kSampleBytes));
+    return;
+  }
+  Drain();
+  m_setAside.Take(out, count);
+}
+
+// Sets the converter's queue aside.
+void CAudioCompositor::Drain() {
+  const int ready = m_pConverter != nullptr ? m_pConverter->GetValidSize() : 0;
+  if (ready == 0) return;
+  const std::size_t bytes = static_cast<std::size_t>(ready) * kSampleBytes;
+  m_pConverter->Get(reinterpret_cast<short*>(m_setAside.Reserve(bytes)), ready);
+  m_setAside.Commit(bytes);
 }

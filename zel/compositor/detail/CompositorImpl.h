@@ -67,6 +67,10 @@ class CAudioCompositor : public scombase::CUnknown,
   void ReplaceSound(MEDIA_FRAME& frame, double frameTime);
   bool Refill(const MEDIA_FRAME& sourceFrame);
   CAudioConverter& ConverterFor(int channels, int sampleRate);
+  std::size_t Buffered() const;
+  void ClearBuffered();
+  void Take(unsigned char* out, std::size_t count);
+  void Drain();
 
   CZelSample* m_pOutSample = nullptr;  // Never handed out with a reference.
   IMediaStream* m_pSource = nullptr;
@@ -76,7 +80,9 @@ class CAudioCompositor : public scombase::CUnknown,
   pthread_mutex_t m_mutex;
   std::atomic<bool> m_bReposition = false;
   std::wstring m_fileName;
-  zel::DeliveryBuffer m_buffer;  // Converted sound of the second source that is not delivered yet.
+  // What was converted waits in the converter's queue. Only what a replaced converter leaves, or
+  // what a frame of an odd size would tear apart, is set aside here; it goes first.
+  zel::DeliveryBuffer m_setAside;
   // Time of the last frame delivered, or a seek target noted while a file loads; -1: none. 100-ns
   // units.
   std::atomic<std::int64_t> m_llPosition = -1;

@@ -1,0 +1,71 @@
+// Creation of components that live in modules of their own, loaded when they are first asked for.
+
+#include <dlfcn.h>
+
+#include <mutex>
+#include <new>
+#include <string>
+
+#include "zel/platform/COMSupport.h"
+
+namespace {
+
+using GetClassObject = HRESULT (*)(const _GUID&, const _GUID&, void**);
+
+// An object of this library, by whose address the library finds itself.
+const char anchor = 0;
+
+/// The class entry of the module that stands beside this library, or null. The module stays loaded:
+/// objects of it may live on after every caller here is gone.
+GetClassObject LoadModule(const char* fileName) {
+  Dl_info self{};
+  if (dladdr(&anchor, &self) == 0 || self.dli_fname == nullptr) return nullptr;
+  std::string path = self.dli_fname;
+  // Without a slash the loader would search its own folders instead of the current one.
+  const std::size_t slash = path.rfind('/');
+  path = (slash == std::string::npos ? std::string("./") : path.substr(0, slash + 1)) + fileName;
+  void* module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (module == nullptr) return nullptr;
+  return reinterpret_cast<GetClassObject>(dlsym(module, "DllGetClassObject"));
+}
+
+/// As LoadModule, once: a module that was found is never looked for again. One that was not may
+/// have been missing only for the moment, so the next call tries again.
+GetClassObject DecoderModule() {
+  static std::mutex mutex;
+  static GetClassObject entry = nullptr;
+  const std::lock_guard lock(mutex);
+  if (entry == nullptr) entry = LoadModule(ZEL_DECODER_MODULE);
+  return entry;
+}
+
+HRESULT Create(const _GUID& clsid, IUnknown* outer, const _GUID& iid, void** out) {
+  const GetClassObject getClassObject = DecoderModule();
+  if (getClassObject == nullptr) return CLASS_E_CLASSNOTAVAILABLE;
+  void* object = nullptr;
+  HRESULT result = getClassObject(clsid, IID_IClassFactory, &object);
+  if (!ZelSucceeded(result)) return result;
+  if (object == nullptr) return E_FAIL;
+  auto* factory = static_cast<IClassFactory*>(object);
+  result = factory->CreateInstance(outer, iid, out);
+  factory->Release();
+  return result;
+}
+
+}  // namespace
+
+extern "C" HRESULT ZelCreateInstance(const _GUID& clsid, IUnknown* outer, unsigned long /*context*/,
+                                     const _GUID& iid, void** out) {
+  if (out == nullptr) return E_POINTER;
+  *out = nullptr;
+  HRESULT result = E_FAIL;
+  try {
+    result = Create(clsid, outer, iid, out);
+  } catch (const std::bad_alloc&) {
+    result = E_OUTOFMEMORY;
+  } catch (...) {
+    result = E_FAIL;
+  }
+  if (!ZelSucceeded(result)) *out = nullptr;
+  return result;
+}

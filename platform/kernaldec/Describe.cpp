@@ -1,0 +1,133 @@
+#include "platform/kernaldec/Describe.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <cwchar>
+#include <limits>
+#include <string>
+#include <string_view>
+
+#include "platform/common/Utf8.h"
+#include "zel/sample/MediaFrame.h"
+
+namespace zel::kernaldec {
+namespace {
+
+std::uint32_t CodeOfName(std::string_view name) {
+  std::uint32_t code = 0;
+  for (std::size_t i = 0; i < 4; ++i) {
+    const int c = i < name.size() ? std::toupper(static_cast<unsigned char>(name[i])) : ' ';
+    code |= static_cast<std::uint32_t>(c) << (8 * i);
+  }
+  return code;
+}
+
+template <std::size_t N>
+void CopyText(wchar_t (&field)[N], const char* text) {
+  if (text == nullptr) return;
+  const std::wstring wide = utf8::ToWide(text);
+  const std::size_t size = std::min(wide.size(), N - 1);
+  std::wmemcpy(field, wide.data(), size);
+  field[size] = L'\0';
+}
+
+const char* Tag(const AVDictionary* tags, const char* key) {
+  const AVDictionaryEntry* entry = av_dict_get(tags, key, nullptr, 0);
+  return entry != nullptr ? entry->value : nullptr;
+}
+
+std::uint32_t BitRate(const AVStream& stream) {
+  std::int64_t rate = stream.codecpar->bit_rate;
+  if (rate <= 0) {
+    rate = static_cast<std::int64_t>(av_get_exact_bits_per_sample(stream.codecpar->codec_id)) *
+           stream.codecpar->sample_rate * stream.codecpar->ch_layout.nb_channels;
+  }
+  // Matroska files often carry it as a tag.
+  if (const char* tag = Tag(stream.metadata, "BPS"); rate <= 0 && tag != nullptr) {
+    rate = std::strtoll(tag, nullptr, 10);
+  }
+  return static_cast<std::uint32_t>(
+      std::clamp<std::int64_t>(rate, 0, std::numeric_limits<std::uint32_t>::max()));
+}
+
+/// The width of the samples in the file; 16, as decoded here, for codecs that have none.
+int BitsPerSample(const AVCodecParameters& codec) {
+  if (codec.bits_per_raw_sample > 0) return codec.bits_per_raw_sample;
+  const int exact = av_get_exact_bits_per_sample(codec.codec_id);
+  return exact > 0 ? exact : 16;
+}
+
+}  // namespace
+
+std::uint32_t FourCC(const AVCodecParameters& codec) {
+  const std::uint32_t tag = codec.codec_tag;
+  bool printable = true;
+  for (int i = 0; i < 4; ++i) {
+    const std::uint32_t c = tag >> (8 * i) & 0xFF;
+    printable = printable && c >= 0x20 && c < 0x7F;
+  }
+  if (printable) return tag;
+  std::string_view name = avcodec_get_name(codec.codec_id);
+  if (name.substr(0, 4) == "pcm_") name.remove_prefix(4);
+  return CodeOfName(name);
+}
+
+double StreamLength(const AVFormatContext* format, int index) {
+  const AVStream& stream = *format->streams[index];
+  if (stream.duration != AV_NOPTS_VALUE && stream.duration > 0) {
+    return static_cast<double>(stream.duration) * av_q2d(stream.time_base);
+  }
+  if (format->duration == AV_NOPTS_VALUE || format->duration <= 0) return 0;
+  return static_cast<double>(format->duration) / AV_TIME_BASE;
+}
+
+StreamInfo DescribeStream(const AVFormatContext* format, const Program& program, int index) {
+  const AVStream& stream = *format->streams[index];
+  const AVCodecParameters& codec = *stream.codecpar;
+  StreamInfo info{};
+  switch (codec.codec_type) {
+    case AVMEDIA_TYPE_VIDEO:
+      info.type = AV_STREAM_VIDEO;
+      break;
+    case AVMEDIA_TYPE_AUDIO:
+      info.type = AV_STREAM_AUDIO;
+      break;
+    default:
+      info.type = AV_STREAM_NONE;
+  }
+  info.id = program.StreamId(index);
+  info.streamIndex = static_cast<std::uint32_t>(index);
+  info.fourCC = FourCC(codec);
+  info.state = -1;
+  CopyText(info.name, Tag(stream.metadata, "title"));
+  const AVCodecDescriptor* descriptor = avcodec_descriptor_get(codec.codec_id);
+  CopyText(info.description, descriptor != nullptr && descriptor->long_name != nullptr
+                                 ? descriptor->long_name
+                                 : avcodec_get_name(codec.codec_id));
+  CopyText(info.languageDesc, Tag(stream.metadata, "language"));
+  info.length = StreamLength(format, index);
+  info.bitRate = BitRate(stream);
+  if (codec.codec_type == AVMEDIA_TYPE_AUDIO) {
+    info.audioInfo.sampleRate = codec.sample_rate;
+    info.audioInfo.channels = codec.ch_layout.nb_channels;
+    info.audioInfo.bitsPerSample = BitsPerSample(codec);
+  }
+  if (stream.start_time != AV_NOPTS_VALUE) {
+    info.startPTS = av_rescale_q(stream.start_time, stream.time_base, kTickBase);
+  }
+  info.reserved0 = 2;
+  info.sourceScanType = 2;
+  info.streamPID = static_cast<std::uint32_t>(stream.id);
+  if (codec.extradata != nullptr && codec.extradata_size > 0) {
+    info.extraDataLength = static_cast<std::uint32_t>(codec.extradata_size);
+    info.extraData = codec.extradata;
+  }
+  info.channelIndex = -1;
+  info.profileValue = codec.profile == FF_PROFILE_UNKNOWN ? 0 : codec.profile;
+  info.levelValue = codec.level == FF_LEVEL_UNKNOWN ? 0 : codec.level;
+  info.maxBFrames = codec.video_delay;
+  return info;
+}
+
+}  // namespace zel::kernaldec

@@ -1,0 +1,24 @@
+// What FFmpeg reports about a stream, as the records of the media information model.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/kernaldec/Ffmpeg.h"
+#include "platform/kernaldec/Programs.h"
+#include "zel/mediainfo/StreamRecords.h"
+
+namespace zel::kernaldec {
+
+/// A four-character code, first character in the lowest byte: the container's tag where it is four
+/// printable characters, else the beginning of FFmpeg's name for the codec, in capitals and padded
+/// with spaces ("AAC ", "MP3 "; of PCM the part that tells the sample format, "S16L").
+std::uint32_t FourCC(const AVCodecParameters& codec);
+
+/// Describes stream `index` as a member of `program`. Texts longer than their fields are cut.
+/// @return a record whose `extraData` belongs to `format`.
+StreamInfo DescribeStream(const AVFormatContext* format, const Program& program, int index);
+
+/// Length of a stream in seconds: its own, else its container's; 0 when neither is known.
+double StreamLength(const AVFormatContext* format, int index);
+
+}  // namespace zel::kernaldec

@@ -1,0 +1,171 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "tests/platform/Media.h"
+
+namespace zel::test {
+namespace {
+
+// One kind of file and how ffmpeg makes it of a two-channel WAV file. (AAC without random noise in
+// place of bands, which is another one after a seek.)
+struct Kind {
+  const char* file;
+  const char* arguments;
+  bool lossless;
+};
+
+constexpr Kind kKinds[] = {
+    {"s16.wav", "-c:a pcm_s16le", true},
+    {"s24.wav", "-c:a pcm_s24le", true},
+    {"f32.wav", "-c:a pcm_f32le", true},
+    {"s16.aiff", "-c:a pcm_s16be", true},
+    {"flac.flac", "-c:a flac", true},
+    {"alac.m4a", "-c:a alac", true},
+    {"flac.ogg", "-c:a flac", true},
+    {"flac.mkv", "-c:a flac", true},
+    {"pcm.mkv", "-c:a pcm_s16le", true},
+    {"pcm.mov", "-c:a pcm_s16le", true},
+    {"pcm.avi", "-c:a pcm_s16le", true},
+    {"aac.m4a", "-c:a aac -aac_pns 0", false},
+    {"aac.mkv", "-c:a aac -aac_pns 0", false},
+    {"aac.ts", "-c:a aac -aac_pns 0", false},
+    {"aac.aac", "-c:a aac -aac_pns 0 -f adts", false},
+    {"mp3.mp3", "-c:a libmp3lame", false},
+    {"plain.mp3", "-c:a libmp3lame -write_xing 0 -id3v2_version 0", false},
+    {"vbr.mp3", "-c:a libmp3lame -q:a 4", false},
+    {"mp3.mkv", "-c:a libmp3lame", false},
+    {"vorbis.ogg", "-c:a libvorbis", false},
+    {"vorbis.webm", "-c:a libvorbis", false},
+    {"opus.opus", "-c:a libopus", false},
+    {"opus.webm", "-c:a libopus", false},
+    {"ac3.ac3", "-c:a ac3", false},
+    {"ac3.ts", "-c:a ac3 -output_ts_offset 5", false},
+};
+
+class Decoder : public testing::Test {
+ protected:
+  static constexpr int kSeconds = 4;
+
+  static void SetUpTestSuite() {
+    folder = new Folder;
+    // Noise, so that no two places look the same.
+    std::string command =
+        "-f lavfi -i anoisesrc=r=44100:a=0.4:seed=1:d=4 -f lavfi -i "
+        "anoisesrc=r=44100:a=0.4:seed=2:d=4 "
+        "-filter_complex '[0][1]amerge' -c:a pcm_s16le source.wav";
+    Ffmpeg(*folder, command);
+    command = "-i source.wav";
+    for (const Kind& kind : kKinds) {
+      command += std::string(" ") + kind.arguments + " " + kind.file;
+    }
+    Ffmpeg(*folder, command);
+    // What an independent program decodes.
+    command.clear();
+    for (const Kind& kind : kKinds) command += std::string(" -i ") + kind.file;
+    for (std::size_t i = 0; i < std::size(kKinds); ++i) {
+      command += " -map " + std::to_string(i) + ":a -f s16le " + kKinds[i].file + ".pcm";
+    }
+    Ffmpeg(*folder, command);
+  }
+  static void TearDownTestSuite() { delete folder; }
+
+  static std::string Path(const std::string& name) { return *folder / name; }
+
+  static Folder* folder;
+};
+
+Folder* Decoder::folder = nullptr;
+
+TEST_F(Decoder, YieldsWhatAnIndependentDecoderYields) {
+  for (const Kind& kind : kKinds) {
+    SCOPED_TRACE(kind.file);
+    const Audio audio(Path(kind.file));
+    ASSERT_TRUE(audio);
+    EXPECT_EQ(audio.Frame(), nullptr) << "a new stream is before its first sample";
+    std::string pcm;
+    std::int64_t samples = 0;
+    std::int64_t duration = 0;
+    while (audio.stream->Forward() == 0) {
+      const MEDIA_FRAME* frame = audio.Frame();
+      ASSERT_NE(frame, nullptr);
+      const MEDIA_FRAME_AUDIO& pcmFrame = frame->audio;
+      ASSERT_EQ(frame->nStreamType, AV_STREAM_AUDIO);
+      ASSERT_EQ(pcmFrame.nBitsPerSample, 16);
+      // The count of samples, unbroken, also where the container's stamps are coarser.
+      ASSERT_EQ(frame->llPTS, std::llround(samples * 1e7L / pcmFrame.nSampleRate));
+      samples += pcmFrame.nDataSize / 2 / pcmFrame.nChannels;
+      duration += frame->nDuration;
+      pcm.append(reinterpret_cast<const char*>(pcmFrame.pData), pcmFrame.nDataSize);
+    }
+    EXPECT_EQ(audio.Frame(), nullptr);
+    EXPECT_EQ(audio.stream->Forward(), -1);
+    EXPECT_TRUE(pcm == ReadFile(Path(kind.file + std::string(".pcm"))));
+    EXPECT_EQ(audio.Failure(), "");
+    EXPECT_NEAR(duration / 1e7, kSeconds, 0.06);
+  }
+}
+
+std::vector<std::int16_t> Samples(const std::string& bytes) {
+  std::vector<std::int16_t> samples(bytes.size() / 2);
+  std::memcpy(samples.data(), bytes.data(), samples.size() * 2);
+  return samples;
+}
+
+/// Energy of the difference as a part of the energy of `b`.
+double Difference(const std::int16_t* a, const std::int16_t* b, std::size_t size) {
+  double difference = 0;
+  double energy = 1;
+  for (std::size_t i = 0; i < size; ++i) {
+    difference += std::pow(a[i] - b[i], 2);
+    energy += std::pow(b[i], 2);
+  }
+  return difference / energy;
+}
+
+TEST_F(Decoder, SeeksToTheExactSample) {
+  constexpr double places[] = {1.0, 0.0, 3.7, 0.00001, 2.123456, 2.1, 2.2, 0.5, 3.99, 1.0 / 3};
+  for (const Kind& kind : kKinds) {
+    const std::vector<std::int16_t> all = Samples(ReadFile(Path(kind.file + std::string(".pcm"))));
+    const Audio audio(Path(kind.file));
+    ASSERT_TRUE(audio);
+    for (const double place : places) {
+      SCOPED_TRACE(testing::Message() << kind.file << " at " << place);
+      const double reached = audio.stream->Seek(place, 1);
+      const MEDIA_FRAME* frame = audio.Frame();
+      ASSERT_NE(frame, nullptr);
+      const int rate = frame->audio.nSampleRate;
+      const auto sample = std::llround(place * rate);
+      EXPECT_NEAR(reached, static_cast<double>(sample) / rate, 1e-9);
+      EXPECT_EQ(frame->llPTS, std::llround(sample * 1e7L / rate));
+      // To within a few frames of the next place or to the end, in turn.
+      std::vector<std::int16_t> got;
+      for (int i = 0; i < 6 && audio.Frame() != nullptr; ++i, audio.stream->Forward()) {
+        const auto* pcm = reinterpret_cast<const std::int16_t*>(audio.Frame()->audio.pData);
+        got.insert(got.end(), pcm, pcm + audio.Frame()->audio.nDataSize / 2);
+      }
+      const std::size_t at = static_cast<std::size_t>(sample) * 2;
+      ASSERT_LE(at + got.size(), all.size());
+      if (kind.lossless) {
+        EXPECT_TRUE(std::equal(got.begin(), got.end(), all.begin() + static_cast<long>(at)));
+      } else {
+        // White noise that is off by one sample differs by about twice its own energy.
+        EXPECT_LT(Difference(got.data(), all.data() + at, got.size()), 0.1);
+      }
+    }
+    SCOPED_TRACE(kind.file);
+    EXPECT_EQ(audio.stream->Seek(100, 1), -1);
+    EXPECT_EQ(audio.Frame(), nullptr);
+    EXPECT_EQ(audio.stream->Forward(), -1);
+    EXPECT_EQ(audio.Failure(), "");
+    EXPECT_EQ(audio.stream->Seek(-1, 1), 0);
+    EXPECT_TRUE(!kind.lossless || Samples(audio.Rest()) == all);
+  }
+}
+
+}  // namespace
+}  // namespace zel::test
