@@ -55,6 +55,17 @@ void* operator new(std::size_t size) {
 void* operator new[](std::size_t size) {
   return Allocate(size, Kind::kArray);
 }
+// The sanitizers' own forms that do not throw would not come here.
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept try {
+  return Allocate(size, Kind::kSingle);
+} catch (const std::bad_alloc&) {
+  return nullptr;
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept try {
+  return Allocate(size, Kind::kArray);
+} catch (const std::bad_alloc&) {
+  return nullptr;
+}
 void operator delete(void* memory) noexcept {
   Free(memory, Kind::kSingle);
 }

@@ -193,8 +193,8 @@ int CStreamInfo::AddExtraData(STREAM_EXTRA_DATA_TYPE type, unsigned long size,
   auto entry = std::make_unique<SStreamExtraData>();
   *entry = {type, static_cast<std::uint32_t>(size), bytes.get()};
   m_extraList.push_back(entry.get());
-  entry.release();
-  bytes.release();
+  (void)entry.release();
+  (void)bytes.release();
   return 1;
 }
 
