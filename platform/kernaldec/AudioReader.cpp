@@ -105,6 +105,7 @@ bool AudioReader::Start(std::unique_ptr<MediaFile> file) {
   m_codec = OpenDecoder(*stream());
   if (m_codec == nullptr) return false;
   m_madeUpStamps = HasMadeUpStamps(*m_file);
+  m_shortReads = MarksShortReads(*m_file);
   m_inputEnded = false;
   m_lostPackets = 0;
   m_clock = {};
@@ -247,7 +248,7 @@ bool AudioReader::FeedDecoder() {
     if (m_packet->stream_index == m_index) break;
     av_packet_unref(m_packet.get());
   }
-  const bool corrupt = (m_packet->flags & AV_PKT_FLAG_CORRUPT) != 0;
+  const bool corrupt = !m_shortReads && (m_packet->flags & AV_PKT_FLAG_CORRUPT) != 0;
   const int sent = avcodec_send_packet(m_codec.get(), m_packet.get());
   av_packet_unref(m_packet.get());
   if (sent == AVERROR(ENOMEM)) throw std::bad_alloc();
@@ -350,19 +351,18 @@ void AudioReader::NoteGap(long double missing) {
 }
 
 void AudioReader::CheckEnd() {
-  if (!m_failure.empty()) return;
+  // Nothing has been decoded since a seek.
+  if (!m_failure.empty() || !m_clock.known) return;
   const long double end = m_clock.offset + static_cast<long double>(m_clock.samples) / m_clock.rate;
   // Tags at the end of such a file look like frames.
-  constexpr int harmless = 2;
-  if (m_lostPackets > (IsMpegAudio(m_codec->codec_id) ? harmless : 0)) {
-    Fail("the sound ends with damaged data at " + Seconds(end));
-    return;
-  }
-  const long double declared = DeclaredLength(*m_file, m_index);
-  if (declared > end) {
-    Fail("the file ends after " + Seconds(end) + " of " + Seconds(declared));
-  } else if (IsCutOff(*m_file, m_index)) {
+  const int harmless = IsMpegAudio(m_codec->codec_id) ? 2 : 0;
+  const DeclaredLength declared = FindDeclaredLength(*m_file, m_index);
+  if (declared.seconds - declared.slack > end) {
+    Fail("the file ends after " + Seconds(end) + " of " + Seconds(declared.seconds));
+  } else if (IsCutOff(*m_file)) {
     Fail("the file is cut off after " + Seconds(end));
+  } else if (m_lostPackets > harmless) {
+    Fail("the sound ends with damaged data at " + Seconds(end));
   }
 }
 

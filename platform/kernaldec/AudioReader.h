@@ -99,6 +99,7 @@ class AudioReader {
   FfmpegPtr<AVFrame> m_frame;
   State m_state = State::kEnded;
   bool m_madeUpStamps = false;  ///< Stamps after the first do not count.
+  bool m_shortReads = false;    ///< Packets that are marked as damaged may be only short.
   bool m_inputEnded = false;
   int m_first = 0;
   int m_firstRate = 0;

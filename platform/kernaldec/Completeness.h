@@ -5,12 +5,20 @@
 
 namespace zel::kernaldec {
 
-/// Seconds of sound that stream `index` has to have, by what its container states, less what
-/// containers of its kind are known to be off by; a negative value when the container states
-/// nothing that can be relied on (a length estimated from a bit rate, for one).
-long double DeclaredLength(const MediaFile& file, int index);
+struct DeclaredLength {
+  long double seconds = -1;
+  long double slack = 0;  ///< What containers of the kind are known to be off by.
+};
 
-/// True when the file lacks a part that its own structure promises.
-bool IsCutOff(const MediaFile& file, int index);
+/// How much sound stream `index` has to have by what its container states; negative when it states
+/// nothing that can be relied on (a length estimated from a bit rate, or from the file's size).
+DeclaredLength FindDeclaredLength(const MediaFile& file, int index);
+
+/// True when a chunk, box, element or page that carries sound says that it goes on past the end of
+/// the file. Sizes that stand for "not known yet", as programs write them into pipes, say nothing.
+bool IsCutOff(const MediaFile& file);
+
+/// True when FFmpeg marks packets as damaged only because they are shorter than its usual reads.
+bool MarksShortReads(const MediaFile& file);
 
 }  // namespace zel::kernaldec

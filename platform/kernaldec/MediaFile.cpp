@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <new>
 
@@ -61,13 +62,27 @@ bool MediaFile::OpenFormat() {
   // An empty list would allow everything; no protocol has this name.
   m_format->protocol_whitelist = av_strdup("none");
   // The last part of the name helps to recognise formats that have no signature.
-  const std::string name = m_path.substr(m_path.rfind('/') + 1);
+  std::string name = m_path.substr(m_path.rfind('/') + 1);
+  // A number pattern would stand for a series of pictures.
+  std::replace(name.begin(), name.end(), '%', '_');
   if (avformat_open_input(&m_format, name.c_str(), nullptr, nullptr) < 0) return false;
   return avformat_find_stream_info(m_format, nullptr) >= 0;
 }
 
 bool MediaFile::IsFormat(const char* name) const {
   return av_match_name(name, m_format->iformat->name) != 0;
+}
+
+void MediaFile::ReadAt(std::uint64_t offset, void* buffer, std::size_t size) const {
+  auto* bytes = static_cast<char*>(buffer);
+  while (size > 0 && offset < static_cast<std::uint64_t>(m_size)) {
+    const ssize_t got = pread(m_descriptor, bytes, size, static_cast<off_t>(offset));
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) return;
+    bytes += got;
+    offset += static_cast<std::uint64_t>(got);
+    size -= static_cast<std::size_t>(got);
+  }
 }
 
 int MediaFile::Read(void* self, std::uint8_t* buffer, int size) {

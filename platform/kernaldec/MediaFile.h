@@ -5,6 +5,7 @@
 // is refused, too).
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -29,6 +30,9 @@ class MediaFile {
   const std::string& path() const { return m_path; }
   /// Bytes in the file when it was opened.
   std::int64_t size() const { return m_size; }
+  /// Copies bytes of the file from `offset` on, without moving the demultiplexer; what the file
+  /// does not have is left as it is.
+  void ReadAt(std::uint64_t offset, void* buffer, std::size_t size) const;
   /// The error number of the first read that failed, or 0.
   int readError() const { return m_readError; }
   /// True when FFmpeg's name for the container is `name`, or has it in its list.

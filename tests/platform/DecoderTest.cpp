@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cmath>
@@ -165,6 +166,135 @@ TEST_F(Decoder, SeeksToTheExactSample) {
     EXPECT_EQ(audio.stream->Seek(-1, 1), 0);
     EXPECT_TRUE(!kind.lossless || Samples(audio.Rest()) == all);
   }
+}
+
+TEST_F(Decoder, TellsATruncatedFileFromACompleteOne) {
+  Ffmpeg(*folder,
+         "-i source.wav -c:a aac -movflags faststart fast.m4a -c:a aac -movflags "
+         "empty_moov+frag_keyframe -frag_duration 500000 fragments.mp4 -f w64 wave.w64");
+  // Only seen where the container knows its length, or a cut frame can be told from the end.
+  for (const char* name :
+       {"s16.wav",  "s24.wav",       "f32.wav",    "s16.aiff",    "flac.flac", "flac.ogg",
+        "flac.mkv", "pcm.mkv",       "pcm.avi",    "aac.mkv",     "aac.ts",    "aac.aac",
+        "mp3.mp3",  "vbr.mp3",       "vorbis.ogg", "vorbis.webm", "opus.opus", "opus.webm",
+        "fast.m4a", "fragments.mp4", "wave.w64"}) {
+    SCOPED_TRACE(name);
+    EXPECT_EQ(
+        [&] {
+          const Audio whole(Path(name));
+          whole.All();
+          return whole.Failure();
+        }(),
+        "");
+    const std::string bytes = ReadFile(Path(name));
+    WriteFile(Path(std::string("cut.") + name), bytes.substr(0, bytes.size() * 6 / 10 + 1));
+    const Audio cut(Path(std::string("cut.") + name));
+    ASSERT_TRUE(cut);
+    EXPECT_GT(cut.All().size(), 1.5 * 44100 * 4);
+    EXPECT_NE(cut.Failure(), "");
+    cut.stream->Seek(0.5, 1);
+    EXPECT_NE(cut.Failure(), "") << "a seek forgives nothing";
+  }
+}
+
+TEST_F(Decoder, TakesPlaceholdersForNoSize) {
+  const std::string wave = ReadFile(Path("s16.wav"));
+  const std::size_t at = wave.find("data") + 4;
+  const std::string whole = Audio(Path("s16.wav")).All();
+  for (const std::uint32_t size : {0U, 0xFFFFFFFFU, 0x7FFFF000U}) {
+    std::string bytes = wave;
+    std::memcpy(bytes.data() + at, &size, 4);
+    WriteFile(Path("piped.wav"), bytes);
+    const Audio audio(Path("piped.wav"));
+    ASSERT_TRUE(audio);
+    EXPECT_TRUE(audio.All() == whole) << size;
+    EXPECT_EQ(audio.Failure(), "") << size;
+  }
+}
+
+TEST_F(Decoder, ReportsLossesInTheMiddleButNotTagsAtTheEdges) {
+  for (const char* name : {"flac.flac", "aac.aac"}) {
+    std::string bytes = ReadFile(Path(name));
+    for (std::size_t i = 0; i < 6000; ++i) bytes[bytes.size() / 2 + i] = static_cast<char>(i * 7);
+    WriteFile(Path("damaged"), bytes);
+    const Audio damaged(Path("damaged"));
+    ASSERT_TRUE(damaged);
+    damaged.All();
+    EXPECT_NE(damaged.Failure(), "") << name;
+  }
+  const std::string bytes = ReadFile(Path("plain.mp3"));
+  WriteFile(Path("tagged.mp3"), "junk" + bytes + "TAG" + std::string(125, 'x'));
+  const Audio tagged(Path("tagged.mp3"));
+  ASSERT_TRUE(tagged);
+  EXPECT_TRUE(tagged.All() == ReadFile(Path("plain.mp3.pcm")));
+  EXPECT_EQ(tagged.Failure(), "");
+}
+
+TEST_F(Decoder, RefusesWhatIsNoPlainMediaFile) {
+  const std::string wave = ReadFile(Path("s16.wav"));
+  WriteFile(Path("empty.wav"), "");
+  WriteFile(Path("noise.mp4"), std::string(5000, '\xA5'));
+  WriteFile(Path("header.wav"), wave.substr(0, 30));
+  WriteFile(Path("list.m3u8"), "#EXTM3U\n#EXTINF:4,\ns16.wav\n#EXT-X-ENDLIST\n");
+  WriteFile(Path("list.ffconcat"), "ffconcat version 1.0\nfile s16.wav\n");
+  ASSERT_EQ(mkfifo(Path("fifo.wav").c_str(), 0600), 0);
+  Ref<IMediaDecoder> decoder;
+  for (const std::string& path :
+       {Path("empty.wav"), Path("noise.mp4"), Path("header.wav"), Path("list.m3u8"),
+        Path("list.ffconcat"), Path("fifo.wav"), Path(""), Path("missing.wav"), std::string(),
+        "file:" + Path("s16.wav"), "concat:" + Path("s16.wav"), std::string("http:x"),
+        std::string("/dev/zero"), std::string("pipe:0")}) {
+    SCOPED_TRACE(path);
+    // What has a header but no sound has no stream.
+    if (CreateDecoder(path, nullptr, &decoder) != E_INVALIDARG) {
+      EXPECT_FALSE(Audio(path));
+    }
+    IMediaInfo* info = reinterpret_cast<IMediaInfo*>(1);
+    if (Manager()->OpenMediaInfo(utf8::ToWide(path).c_str(), 11, &info) == S_OK) info->Release();
+  }
+  EXPECT_EQ(Manager()->CreateDecoder(nullptr, 0, nullptr, 11, nullptr), E_POINTER);
+}
+
+TEST_F(Decoder, OpensFilesWhateverTheirNames) {
+  const std::string wave = ReadFile(Path("s16.wav"));
+  for (const char* name :
+       {"concat:a|b.wav", "http:x", "100%d.wav", "%03d.png", "-i", "a b'\"$.wav", "\xE9.wav",
+        "\xF0\x9D\x84\x9E \xD0\x9C\xE9\x9F\xB3", "a\nb.mp4", "file:x.mp3"}) {
+    WriteFile(Path(name), wave);
+    const Audio audio(Path(name));
+    ASSERT_TRUE(audio) << name;
+    EXPECT_EQ(audio.All().size(), wave.size() - (wave.find("data") + 8)) << name;
+  }
+}
+
+TEST_F(Decoder, RemixesAndMovesTheOriginBetweenReads) {
+  const Audio audio(Path("ac3.ts"));
+  ASSERT_TRUE(audio);
+  IStreamInfo* out = nullptr;
+  ASSERT_EQ(audio.stream->GetStreamInfo(&out), S_OK);
+  const Ref<IStreamInfo> info(out);
+  const std::int64_t start = info->GetStartPTS();
+  EXPECT_NEAR(start / 1e7, 5, 1.5) << "the container's stamps start late";
+  audio.stream->Forward();
+  EXPECT_EQ(audio.Frame()->llPTS, 0);
+  EXPECT_EQ(audio.control->SetTimeOrigin(0), S_OK);
+  EXPECT_EQ(audio.Frame()->llPTS, start);
+  EXPECT_NEAR(audio.stream->Seek(start / 1e7 + 1, 1), start / 1e7 + 1, 1e-4);
+  EXPECT_NEAR(audio.Frame()->llPTS / 1e7, start / 1e7 + 1, 1e-4);
+
+  EXPECT_EQ(audio.control->SetOutputChannels(9), E_INVALIDARG);
+  EXPECT_EQ(audio.control->SetOutputChannels(-1), E_INVALIDARG);
+  for (const int channels : {1, 6, 8, 0}) {
+    EXPECT_EQ(audio.control->SetOutputChannels(channels), S_OK);
+    const int expected = channels != 0 ? channels : 2;
+    const int samples = audio.Frame()->audio.nDataSize / 2 / audio.Frame()->audio.nChannels;
+    EXPECT_EQ(audio.Frame()->audio.nChannels, expected);
+    ASSERT_EQ(audio.stream->GetStreamInfo(&out), S_OK);
+    EXPECT_EQ(Ref<IStreamInfo>(out)->GetAudioInfo()->channels, expected);
+    EXPECT_GT(samples, 0);
+    audio.stream->Forward();
+  }
+  EXPECT_EQ(audio.Failure(), "");
 }
 
 }  // namespace
