@@ -6,6 +6,7 @@
 #include "platform/common/Utf8.h"
 #include "platform/kernaldec/AudioReader.h"
 #include "platform/kernaldec/AudioStream.h"
+#include "platform/kernaldec/Describe.h"
 #include "platform/kernaldec/Guard.h"
 #include "zel/base/Ids.h"
 
@@ -54,7 +55,14 @@ HRESULT CMediaDecoderMgr::OpenMediaInfo(const wchar_t* fileName, int /*kind*/,
   if (ppInfo == nullptr) return E_POINTER;
   *ppInfo = nullptr;
   if (fileName == nullptr) return E_POINTER;
-  return E_FAIL;
+  return Guarded([&] {
+    const std::unique_ptr<MediaFile> file = MediaFile::Open(utf8::FromWide(fileName));
+    if (file == nullptr || file->format()->nb_streams == 0) return E_INVALIDARG;
+    const auto info = MakeComponent<CMediaInfo>();
+    FillMediaInfo(*file, info.get());
+    return scombase::GetInterface(static_cast<IMediaInfo*>(info.get()),
+                                  reinterpret_cast<void**>(ppInfo));
+  });
 }
 
 CMediaDecoder::CMediaDecoder(std::unique_ptr<MediaFile> file, std::vector<Program> programs,

@@ -5,8 +5,10 @@
 #include <cstdlib>
 #include <cwchar>
 #include <limits>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/common/Utf8.h"
 #include "zel/sample/MediaFrame.h"
@@ -37,6 +39,11 @@ const char* Tag(const AVDictionary* tags, const char* key) {
   return entry != nullptr ? entry->value : nullptr;
 }
 
+std::uint32_t ToBitRate(std::int64_t rate) {
+  return static_cast<std::uint32_t>(
+      std::clamp<std::int64_t>(rate, 0, std::numeric_limits<std::uint32_t>::max()));
+}
+
 std::uint32_t BitRate(const AVStream& stream) {
   std::int64_t rate = stream.codecpar->bit_rate;
   if (rate <= 0) {
@@ -47,8 +54,7 @@ std::uint32_t BitRate(const AVStream& stream) {
   if (const char* tag = Tag(stream.metadata, "BPS"); rate <= 0 && tag != nullptr) {
     rate = std::strtoll(tag, nullptr, 10);
   }
-  return static_cast<std::uint32_t>(
-      std::clamp<std::int64_t>(rate, 0, std::numeric_limits<std::uint32_t>::max()));
+  return ToBitRate(rate);
 }
 
 /// The width of the samples in the file; 16, as decoded here, for codecs that have none.
@@ -56,6 +62,60 @@ int BitsPerSample(const AVCodecParameters& codec) {
   if (codec.bits_per_raw_sample > 0) return codec.bits_per_raw_sample;
   const int exact = av_get_exact_bits_per_sample(codec.codec_id);
   return exact > 0 ? exact : 16;
+}
+
+/// Backs the arrays of a program's record.
+struct ProgramStreams {
+  std::vector<StreamInfo> video;
+  std::vector<StreamInfo> audio;
+  std::vector<StreamInfo> subPic;
+};
+
+ProgramInfo DescribeProgram(const AVFormatContext* format, const Program& program,
+                            ProgramStreams* streams) {
+  ProgramInfo info{};
+  info.number = program.number;
+  info.id = program.id;
+  std::uint64_t rate = 0;
+  for (const int index : program.streams) {
+    const AVMediaType type = format->streams[index]->codecpar->codec_type;
+    std::vector<StreamInfo>* list = type == AVMEDIA_TYPE_VIDEO      ? &streams->video
+                                    : type == AVMEDIA_TYPE_AUDIO    ? &streams->audio
+                                    : type == AVMEDIA_TYPE_SUBTITLE ? &streams->subPic
+                                                                    : nullptr;
+    if (list == nullptr) continue;
+    list->push_back(DescribeStream(format, program, index));
+    info.mediaLength = std::max(info.mediaLength, list->back().length);
+    rate += list->back().bitRate;
+  }
+  info.bitrate = ToBitRate(static_cast<std::int64_t>(rate));
+  info.videoStreamCount = static_cast<std::int32_t>(streams->video.size());
+  info.videoStreams = streams->video.data();
+  info.audioStreamCount = static_cast<std::int32_t>(streams->audio.size());
+  info.audioStreams = streams->audio.data();
+  info.subPicStreamCount = static_cast<std::int32_t>(streams->subPic.size());
+  info.subPicStreams = streams->subPic.data();
+  // Without a clock of its own, a program goes by its picture.
+  if (program.referenceStream >= 0) {
+    info.timeStampReferenceStreamID = program.StreamId(program.referenceStream);
+  } else if (!streams->video.empty()) {
+    info.timeStampReferenceStreamID = streams->video.front().id;
+  } else if (!streams->audio.empty()) {
+    info.timeStampReferenceStreamID = streams->audio.front().id;
+  }
+  return info;
+}
+
+bool HasConstantFrameRate(const AVFormatContext* format) {
+  for (unsigned i = 0; i < format->nb_streams; ++i) {
+    const AVStream& stream = *format->streams[i];
+    if (stream.codecpar->codec_type != AVMEDIA_TYPE_VIDEO || stream.avg_frame_rate.num == 0 ||
+        stream.r_frame_rate.num == 0) {
+      continue;
+    }
+    if (av_cmp_q(stream.avg_frame_rate, stream.r_frame_rate) != 0) return false;
+  }
+  return true;
 }
 
 }  // namespace
@@ -128,6 +188,30 @@ StreamInfo DescribeStream(const AVFormatContext* format, const Program& program,
   info.levelValue = codec.level == FF_LEVEL_UNKNOWN ? 0 : codec.level;
   info.maxBFrames = codec.video_delay;
   return info;
+}
+
+void FillMediaInfo(const MediaFile& file, CMediaInfo* info) {
+  const AVFormatContext* format = file.format();
+  const std::vector<Program> programs = ListPrograms(format);
+  std::vector<ProgramStreams> streams(programs.size());
+  std::vector<ProgramInfo> records(programs.size());
+  for (std::size_t i = 0; i < programs.size(); ++i) {
+    records[i] = DescribeProgram(format, programs[i], &streams[i]);
+  }
+  // Two kilobytes of name: not on a thread's stack.
+  const auto record = std::make_unique<MEDIA_FILE_INFO>();
+  const std::string_view names = format->iformat->name;
+  record->fourCC = CodeOfName(names.substr(0, names.find(',')));
+  CopyText(record->fileName, file.path().c_str());
+  CopyText(record->description, format->iformat->long_name);
+  if (format->duration != AV_NOPTS_VALUE && format->duration > 0) {
+    record->mediaLength = static_cast<double>(format->duration) / AV_TIME_BASE;
+  }
+  record->bitrate = ToBitRate(format->bit_rate);
+  record->programCount = static_cast<std::int32_t>(records.size());
+  record->programs = records.data();
+  record->frameRateConstant = HasConstantFrameRate(format) ? 1 : 0;
+  info->Fill(record.get());
 }
 
 }  // namespace zel::kernaldec

@@ -4,7 +4,9 @@
 #include <cstdint>
 
 #include "platform/kernaldec/Ffmpeg.h"
+#include "platform/kernaldec/MediaFile.h"
 #include "platform/kernaldec/Programs.h"
+#include "zel/mediainfo/MediaInfo.h"
 #include "zel/mediainfo/StreamRecords.h"
 
 namespace zel::kernaldec {
@@ -20,5 +22,10 @@ StreamInfo DescribeStream(const AVFormatContext* format, const Program& program,
 
 /// Length of a stream in seconds: its own, else its container's; 0 when neither is known.
 double StreamLength(const AVFormatContext* format, int index);
+
+/// Describes a whole file: its programs with their video, audio and subpicture streams. The file's
+/// four-character code is made of FFmpeg's name for the container, lengths are in seconds.
+/// @throws std::bad_alloc
+void FillMediaInfo(const MediaFile& file, CMediaInfo* info);
 
 }  // namespace zel::kernaldec

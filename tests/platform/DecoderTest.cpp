@@ -297,5 +297,77 @@ TEST_F(Decoder, RemixesAndMovesTheOriginBetweenReads) {
   EXPECT_EQ(audio.Failure(), "");
 }
 
+template <class I, class List>
+Ref<I> Item(List* list, unsigned long index) {
+  I* item = nullptr;
+  EXPECT_EQ(list->GetItem(index, &item), S_OK);
+  return Ref<I>(item);
+}
+
+TEST_F(Decoder, DescribesProgramsAndStreamsAndOpensThemByTheirIds) {
+  Ffmpeg(*folder,
+         "-f lavfi -i testsrc=s=64x48:r=25:d=1 -i source.wav -f lavfi -i sine=r=48000:d=1 -map 0 "
+         "-map 1 "
+         "-map 2 -t 1 -metadata:s:a:0 language=deu -metadata:s:a:1 title=\xC3\xBC -c:v mpeg2video "
+         "-c:a "
+         "mp2 -program program_num=3:st=0:st=1 -program program_num=7:st=2 two.ts "
+         "-map 0 -map 1 -map 2 -t 1 -c:v mpeg4 -c:a flac -metadata:s:a:0 language=deu "
+         "-metadata:s:a:1 title=\xC3\xBC one.mkv");
+  IMediaInfo* out = nullptr;
+  ASSERT_EQ(Manager()->OpenMediaInfo(utf8::ToWide(Path("one.mkv")).c_str(), 11, &out), S_OK);
+  const Ref<IMediaInfo> mkv(out);
+  EXPECT_NEAR(mkv->GetMediaLength(), 1, 0.05);
+  EXPECT_EQ(mkv->GetSeekCapacity(), 1);
+  IProgramInfos* programs = nullptr;
+  ASSERT_EQ(mkv->GetIPrograms(&programs), S_OK);
+  Ref<IProgramInfos> owner(programs);
+  ASSERT_EQ(programs->GetCount(), 1U);
+  IStreamInfos* streams = nullptr;
+  ASSERT_EQ(Item<IProgramInfo>(programs, 0)->GetAudioStreamInfos(&streams), S_OK);
+  const Ref<IStreamInfos> audio(streams);
+  ASSERT_EQ(audio->GetCount(), 2U);
+  const Ref<IStreamInfo> first = Item<IStreamInfo>(streams, 0);
+  const Ref<IStreamInfo> second = Item<IStreamInfo>(streams, 1);
+  EXPECT_EQ(first->GetID(), 0x10001U);
+  EXPECT_EQ(second->GetID(), 0x10002U);
+  EXPECT_EQ(first->GetAudioInfo()->sampleRate, 44100);
+  EXPECT_EQ(first->GetAudioInfo()->bitsPerSample, 16);
+  EXPECT_EQ(second->GetAudioInfo()->channels, 1);
+  EXPECT_EQ(first->GetFourCC(), 0x43414C46U) << "FLAC";
+  EXPECT_GE(first->GetExtraDataLength(), 34U);
+  wchar_t* text = nullptr;
+  EXPECT_EQ(first->GetLanguageDesc(&text), S_OK);
+  EXPECT_STREQ(text, L"deu");
+  SysFreeString(text);
+  EXPECT_EQ(second->GetName(&text), S_OK);
+  EXPECT_STREQ(text, L"\u00FC");
+  SysFreeString(text);
+
+  // The streams of the second program are found by its ids, and by nothing else.
+  DecoderSelection selection{sizeof(DecoderSelection), 0, 7, 0x70002, {}};
+  Ref<IMediaDecoder> decoder;
+  {
+    const Audio chosen(Path("two.ts"), &selection);
+    ASSERT_TRUE(chosen);
+    chosen.stream->Forward();
+    EXPECT_EQ(chosen.Frame()->audio.nSampleRate, 48000);
+    EXPECT_EQ(chosen.stream->ChangeStream(1), E_INVALIDARG) << "not in this program";
+  }
+  for (const auto& [program, stream] : {std::pair{7U, 0x70001U}, {3U, 0x70002U}, {1U, 0x10001U}}) {
+    selection.programId = program;
+    selection.streamId = stream;
+    EXPECT_EQ(CreateDecoder(Path("two.ts"), &selection, &decoder), E_INVALIDARG);
+  }
+  selection.size = 0;
+  const Audio changed(Path("one.mkv"), &selection);
+  ASSERT_TRUE(changed);
+  EXPECT_EQ(changed.stream->ChangeStream(2), E_INVALIDARG);
+  EXPECT_EQ(changed.stream->ChangeStream(-1), E_INVALIDARG);
+  ASSERT_EQ(changed.stream->ChangeStream(1), S_OK);
+  changed.stream->Forward();
+  EXPECT_EQ(changed.Frame()->audio.nChannels, 1);
+  EXPECT_EQ(changed.Frame()->llPTS, 0);
+}
+
 }  // namespace
 }  // namespace zel::test
