@@ -76,12 +76,14 @@ HRESULT CAudioStream::ChangeStream(int index) {
     // The streams of a program can only be told apart by their numbers: the file must be the same.
     m_reader = std::move(reader);
     m_filled = false;
+    m_sought = false;
     m_failure = nullptr;
     return S_OK;
   });
 }
 
 CZelSample* CAudioStream::GetSampleEx() {
+  m_sought = false;
   return CurrentSample();
 }
 
@@ -134,6 +136,8 @@ std::int64_t CAudioStream::AxisOffset() const {
 }
 
 int CAudioStream::Forward() {
+  // Right after a seek the sample that was sought is still to be read.
+  if (std::exchange(m_sought, false)) return 0;
   m_filled = false;
   constexpr int shortOfMemory = -2;
   const int result =
@@ -154,7 +158,8 @@ double CAudioStream::Seek(double seconds, int /*mode*/) {
   const int result = Guarded([&] { return m_reader->Seek(seconds - offset) ? kFound : kPastEnd; },
                              kShortOfMemory, kShortOfMemory);
   if (result == kShortOfMemory) m_failure = kOutOfMemory;
-  return result == kFound ? static_cast<double>(m_reader->time()) + offset : -1;
+  m_sought = result == kFound;
+  return m_sought ? static_cast<double>(m_reader->time()) + offset : -1;
 }
 
 HRESULT CAudioStream::NotifyStreamMessage(unsigned long /*msg*/, long long /*param*/, void* /*p1*/,

@@ -65,6 +65,7 @@ class CAudioStream final : public scombase::CUnknown, public IMediaStream, publi
   PcmConverter m_converter;
   ComponentPtr<CZelSample> m_sample;
   bool m_filled = false;  ///< m_sample holds the reader's current samples.
+  bool m_sought = false;  // A seek has found a sample that nobody has read yet.
   int m_channels = 0;     ///< Wanted; 0: the file's.
   bool m_originSet = false;
   std::int64_t m_origin = 0;
