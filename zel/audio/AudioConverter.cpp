@@ -43,9 +43,8 @@ struct PositionTable {
     if (frames <= room) return;
     int larger = kPieceFrames;
     while (larger < frames) larger *= 2;
-    // Kernels read whole vectors of positions.
-    k = std::make_unique<std::int32_t[]>(larger + zel::audio::kReadSlack);
-    f = std::make_unique<double[]>(larger + zel::audio::kReadSlack);
+    k = std::make_unique<std::int32_t[]>(static_cast<std::size_t>(larger));
+    f = std::make_unique<double[]>(static_cast<std::size_t>(larger));
     room = larger;
   }
 };
@@ -64,8 +63,8 @@ struct PositionTable {
 struct CAudioConverter::Work {
   explicit Work(const CAudioConverter& converter);
 
-  static std::int64_t Need(const CAudioConverter& c, int n);
-  static int GrownCapacity(const CAudioConverter& c, int capacity, int n, std::int64_t wanted);
+  std::int64_t Need(int n) const;
+  int GrownCapacity(int capacity, int n, std::int64_t wanted) const;
   short* MakeRoom(CAudioConverter& c, int newSamples);
   int Convert(CAudioConverter& c, const short* data, int n, int capacity);
 
@@ -73,6 +72,8 @@ struct CAudioConverter::Work {
   zel::audio::ChannelKernel channelKernel = nullptr;
   const bool sameChannels;
   const bool sameRate;
+  const double outPerIn;  // Ratios of the sample rates.
+  const double inPerOut;
   bool silent;       // The rules lack this pair of channel counts.
   bool doubling;     // From one channel to two, and to another rate.
   int workChannels;  // Channels of the frames in the work area.
@@ -94,7 +95,9 @@ struct CAudioConverter::Work {
 
 CAudioConverter::Work::Work(const CAudioConverter& c)
     : sameChannels(c.m_nInChannels == c.m_nOutChannels),
-      sameRate(c.m_nInSampleRate == c.m_nOutSampleRate) {
+      sameRate(c.m_nInSampleRate == c.m_nOutSampleRate),
+      outPerIn(static_cast<double>(c.m_nOutSampleRate) / c.m_nInSampleRate),
+      inPerOut(static_cast<double>(c.m_nInSampleRate) / c.m_nOutSampleRate) {
   const int column = zel::audio::ChannelColumn(c.m_nOutChannels);
   if (!sameChannels && c.m_nInChannels <= 8 && column >= 0) {
     channelKernel = kernels.channels[c.m_nInChannels - 1][column];
@@ -105,18 +108,16 @@ CAudioConverter::Work::Work(const CAudioConverter& c)
 }
 
 // The estimate of the room that n input samples need, beyond which `Put` grows the queue.
-std::int64_t CAudioConverter::Work::Need(const CAudioConverter& c, int n) {
-  const double rates = static_cast<double>(c.m_nOutSampleRate) / c.m_nInSampleRate;
-  const double need = (n * rates) * 6.0;  // 6: the widest expansion, from one channel to six.
+std::int64_t CAudioConverter::Work::Need(int n) const {
+  const double need = (n * outPerIn) * 6.0;  // 6: the widest expansion, from one channel to six.
   if (need > INT_MAX) throw std::bad_alloc();
   return static_cast<std::int64_t>(need);
 }
 
 // `capacity`, or if `wanted` exceeds it, `capacity` and as many increments as it takes.
-int CAudioConverter::Work::GrownCapacity(const CAudioConverter& c, int capacity, int n,
-                                         std::int64_t wanted) {
+int CAudioConverter::Work::GrownCapacity(int capacity, int n, std::int64_t wanted) const {
   if (wanted <= capacity) return capacity;
-  const std::int64_t increment = 2 * Need(c, n) + 4096;
+  const std::int64_t increment = 2 * Need(n) + 4096;
   const std::int64_t times = (wanted - capacity + increment - 1) / increment;
   return CheckedInt(capacity + times * increment);
 }
@@ -210,27 +211,25 @@ int CAudioConverter::Work::Convert(CAudioConverter& c, const short* data, int n,
       sameChannels || silent
           ? n
           : CheckedInt(static_cast<std::int64_t>(n) * c.m_nOutChannels / c.m_nInChannels);
-  const double ratio = static_cast<double>(c.m_nInSampleRate) / c.m_nOutSampleRate;
-  const double exact = (c.m_dRemainder + mixed) / ratio + 0.5;
-  if (exact > INT_MAX) throw std::bad_alloc();
-  int made = static_cast<int>(exact);
-  if (!sameRate) made -= made % c.m_nOutChannels;
-
-  // All memory before the first change.
-  capacity = GrownCapacity(c, capacity, n, std::int64_t{c.m_nValidSize} + made);
-  short* out = MakeRoom(c, made);
-  const int frames = made / c.m_nOutChannels;
-  PositionTable* table = nullptr;
-  if (!sameRate && !silent) {
-    ReserveArea(mixed);
-    if (frames > 0) table = &FindTable(mixed, made, frames);
+  int made = mixed;
+  if (!sameRate) {
+    const double exact = (c.m_dRemainder + mixed) / inPerOut + 0.5;
+    if (exact > INT_MAX) throw std::bad_alloc();
+    made = static_cast<int>(exact);
+    made -= made % c.m_nOutChannels;
   }
 
+  // All memory before the first visible change.
+  capacity = GrownCapacity(capacity, n, std::int64_t{c.m_nValidSize} + made);
+  short* out = MakeRoom(c, made);
   if (sameRate) {
     MixInto(data, n, made, c, out);
   } else if (silent) {
     std::memset(out, 0, Bytes(made));
   } else {
+    const int frames = made / c.m_nOutChannels;
+    ReserveArea(mixed);
+    PositionTable* table = frames > 0 ? &FindTable(mixed, made, frames) : nullptr;
     short* in = area.get() + workChannels;
     const int inSamples = MixInto(data, n, mixed, c, in);
     std::memset(in + inSamples, 0, Bytes(workChannels));
@@ -246,7 +245,7 @@ int CAudioConverter::Work::Convert(CAudioConverter& c, const short* data, int n,
     std::memmove(area.get(), area.get() + inSamples, Bytes(workChannels));
   }
   c.m_nBufferSize = capacity;
-  c.m_dRemainder += mixed - made * ratio;
+  c.m_dRemainder += mixed - made * inPerOut;
   return made;
 }
 
@@ -281,15 +280,10 @@ CAudioConverter::~CAudioConverter() {
 
 int CAudioConverter::Put(const short* pData, int nSamples) {
   if (nSamples <= 0) return m_nValidSize;
-  const int capacity = Work::GrownCapacity(*this, m_nBufferSize, nSamples,
-                                           m_nValidSize + Work::Need(*this, nSamples));
-  if (m_pWorkBuffer->sameChannels && m_pWorkBuffer->sameRate) {
-    std::memcpy(m_pWorkBuffer->MakeRoom(*this, nSamples), pData, Bytes(nSamples));
-    m_nBufferSize = capacity;
-    m_nValidSize += nSamples;
-  } else {
-    m_nValidSize += m_pWorkBuffer->Convert(*this, pData, nSamples, capacity);
-  }
+  Work& work = *m_pWorkBuffer;
+  const int capacity =
+      work.GrownCapacity(m_nBufferSize, nSamples, m_nValidSize + work.Need(nSamples));
+  m_nValidSize += work.Convert(*this, pData, nSamples, capacity);
   return m_nValidSize;
 }
 

@@ -34,7 +34,7 @@ struct Kernels {
 
   /// Output frames between the input frames k[i] and k[i] + 1, at f[i]. `in` is input frame 0.
   /// The positions ascend. Up to kReadSlack samples behind the last frame that k names may be
-  /// read (and ignored), so they must be there, and the same number of positions.
+  /// read (and ignored), so they must be there.
   void (*interpolate)(const short* in, const std::int32_t* k, const double* f, int count,
                       int channels, short* out);
   /// The same for one channel, each sample written twice.
@@ -52,10 +52,10 @@ struct Kernels {
 
 inline constexpr int kReadSlack = 64;
 
-/// The kernels for a processor of the given level.
+/// The kernels for a processor of the given level, or for this processor if it is below that.
 const Kernels& KernelsFor(CpuLevel level);
 
-/// The kernels for this processor, chosen once.
+/// The kernels for this processor.
 const Kernels& BestKernels();
 
 /// Index of an output channel count in `Kernels::channels`, -1 if there are no rules for it.
