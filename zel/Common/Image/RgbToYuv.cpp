@@ -113,7 +113,7 @@ void Rgb8_2_YUV420(unsigned char* pY, unsigned char* pU, unsigned char* pV, int 
   assert(lpBitmapInfo && lpBitmapInfo->bmiHeader.biBitCount == 8);
   assert(lpSrcBits && pY && pU && pV);
   const ConvertKernels& kernels = ActiveConvertKernels();
-  Palette palette;
+  Palette palette{};
   palette.colors = lpBitmapInfo->bmiColors;
   Convert(lpBitmapInfo->bmiHeader, {lpSrcBits, 1, true}, {pY, pU, pV, nullptr, nPt_Y, nPt_U, nPt_V},
           true, [&](zel::image::RgbSource src, const YuvTarget& dst, std::ptrdiff_t width) {

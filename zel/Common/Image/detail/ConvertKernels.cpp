@@ -11,7 +11,25 @@ std::atomic<const ConvertKernels*> g_active{nullptr};
 
 }  // namespace
 
-const ConvertKernels& ConvertKernelsFor(CpuLevel) {
+const ConvertKernels& ConvertKernelsFor(CpuLevel level) {
+#if defined(__x86_64__) || defined(__i386__)
+  switch (level) {
+    case CpuLevel::kScalar:
+      return kConvertScalar;
+    case CpuLevel::kSse2:
+      return kConvertSse2;
+    case CpuLevel::kSsse3:
+    case CpuLevel::kSse41:
+      return kConvertSsse3;
+    case CpuLevel::kAvx2:
+      return kConvertAvx2;
+    case CpuLevel::kAvx512:
+      return kConvertAvx512;
+    case CpuLevel::kAvx512Vbmi:
+      return kConvertAvx512Vbmi;
+  }
+#endif
+  static_cast<void>(level);
   return kConvertScalar;
 }
 

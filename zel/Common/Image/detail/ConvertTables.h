@@ -7,5 +7,10 @@ namespace zel::image {
 struct ConvertKernels;
 
 extern const ConvertKernels kConvertScalar;
+extern const ConvertKernels kConvertSse2;
+extern const ConvertKernels kConvertSsse3;
+extern const ConvertKernels kConvertAvx2;
+extern const ConvertKernels kConvertAvx512;
+extern const ConvertKernels kConvertAvx512Vbmi;
 
 }  // namespace zel::image
