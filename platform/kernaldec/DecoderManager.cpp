@@ -92,7 +92,19 @@ std::unique_ptr<MediaFile> CMediaDecoder::TakeFile() {
 HRESULT CMediaDecoder::GetVideoStream(IMediaStream** ppStream) {
   if (ppStream == nullptr) return E_POINTER;
   *ppStream = nullptr;
-  return E_FAIL;
+  if (m_selection.video < 0) return E_FAIL;
+  return Guarded([&] {
+    const std::lock_guard lock(m_mutex);
+    if (m_video == nullptr) {
+      std::unique_ptr<MediaFile> file = TakeFile();
+      if (file == nullptr) return E_FAIL;
+      m_video =
+          CVideoStream::Open(std::move(file), m_selection.video, m_programs[m_selection.program]);
+      if (m_video == nullptr) return E_FAIL;
+    }
+    return scombase::GetInterface(static_cast<IMediaStream*>(m_video.get()),
+                                  reinterpret_cast<void**>(ppStream));
+  });
 }
 
 HRESULT CMediaDecoder::GetAudioStream(IMediaStream** ppStream) {

@@ -10,6 +10,7 @@
 #include "platform/kernaldec/Guard.h"
 #include "platform/kernaldec/MediaFile.h"
 #include "platform/kernaldec/Programs.h"
+#include "platform/kernaldec/VideoStream.h"
 #include "zel/base/Unknown.h"
 #include "zel/compositor/MediaStream.h"
 #include "zel/platform/DecoderManager.h"
@@ -60,6 +61,7 @@ class CMediaDecoder final : public scombase::CUnknown, public IMediaDecoder {
   std::mutex m_mutex;
   std::unique_ptr<MediaFile> m_file;
   ComponentPtr<CAudioStream> m_audio;
+  ComponentPtr<CVideoStream> m_video;
 };
 
 }  // namespace zel::kernaldec

@@ -373,5 +373,50 @@ TEST_F(Decoder, DescribesProgramsAndStreamsAndOpensThemByTheirIds) {
   EXPECT_EQ(changed.Frame()->llPTS, 0);
 }
 
+TEST_F(Decoder, YieldsPicturesAndFindsThemAgain) {
+  // Odd sizes; one that is 4:2:0 in the file, with pictures out of order, and one that is not.
+  Ffmpeg(*folder,
+         "-f lavfi -i testsrc=s=63x47:r=25:d=3 -c:v mpeg4 -bf 2 -g 12 a.mp4 -c:v ffv1 -pix_fmt "
+         "yuv444p b.mkv");
+  Ffmpeg(*folder,
+         "-i a.mp4 -f rawvideo -pix_fmt yuv420p a.mp4.yuv -i b.mkv -map 1 -f rawvideo -pix_fmt "
+         "yuv420p "
+         "-sws_flags bicubic b.mkv.yuv");
+  constexpr std::size_t luma = 63 * 47;
+  constexpr std::size_t size = luma + 2 * 32 * 24;
+  for (const char* name : {"a.mp4", "b.mkv"}) {
+    SCOPED_TRACE(name);
+    const std::string all = ReadFile(Path(name + std::string(".yuv")));
+    ASSERT_EQ(all.size(), 75 * size);
+    Ref<IMediaDecoder> decoder;
+    ASSERT_EQ(CreateDecoder(Path(name), nullptr, &decoder), S_OK);
+    IMediaStream* out = nullptr;
+    EXPECT_EQ(decoder->GetAudioStream(&out), E_FAIL);
+    ASSERT_EQ(decoder->GetVideoStream(&out), S_OK);
+    const Ref<IMediaStream> stream(out);
+    EXPECT_EQ(stream->GetSampleEx(), nullptr);
+    const auto expectPicture = [&](std::size_t i) {
+      CZelSample* sample = stream->GetSampleEx();
+      ASSERT_NE(sample, nullptr) << i;
+      const MEDIA_FRAME& frame = *sample->GetMediaFrame();
+      EXPECT_NEAR(static_cast<double>(frame.llPTS), i * 400000.0, 5001) << i;
+      const auto* pixels = reinterpret_cast<const char*>(frame.video.yuv.pPlane[0]);
+      EXPECT_TRUE(all.compare(i * size, size, pixels, size) == 0) << i;
+    };
+    for (std::size_t i = 0; i < 75; ++i) {
+      ASSERT_EQ(stream->Forward(), 0);
+      expectPicture(i);
+    }
+    EXPECT_EQ(stream->Forward(), -1);
+    EXPECT_EQ(stream->GetSampleEx(), nullptr);
+    for (const std::size_t i : {40U, 0U, 74U, 13U, 14U, 13U, 60U}) {
+      EXPECT_NEAR(stream->Seek(i * 0.04 + 0.02, 1), i * 0.04, 0.0006);
+      expectPicture(i);
+    }
+    EXPECT_EQ(stream->Seek(3.5, 1), -1);
+    EXPECT_EQ(stream->GetSampleEx(), nullptr);
+  }
+}
+
 }  // namespace
 }  // namespace zel::test

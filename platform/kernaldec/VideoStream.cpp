@@ -1,0 +1,267 @@
+#include "platform/kernaldec/VideoStream.h"
+
+extern "C" {
+#include <libavutil/pixdesc.h>
+}
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <utility>
+
+#include "platform/kernaldec/Describe.h"
+#include "zel/base/Ids.h"
+#include "zel/mediainfo/StreamInfo.h"
+
+namespace zel::kernaldec {
+namespace {
+
+// Larger pictures do not come from cameras; their byte counts would not fit the frame record.
+constexpr int kMaxSide = 16384;
+// What a demultiplexer is asked to go further ahead when it lands behind the target.
+constexpr int kMargins[] = {0, 2 * kTicksPerSecond, 10 * kTicksPerSecond};
+
+}  // namespace
+
+ComponentPtr<CVideoStream> CVideoStream::Open(std::unique_ptr<MediaFile> file, int index,
+                                              const Program& program) {
+  auto stream = MakeComponent<CVideoStream>(nullptr, index, program);
+  if (!stream->Start(std::move(file))) return nullptr;
+  return stream;
+}
+
+CVideoStream::CVideoStream(std::unique_ptr<MediaFile> file, int index, const Program& program)
+    : CUnknown(nullptr),
+      m_file(std::move(file)),
+      m_index(index),
+      m_program(program),
+      m_packet(av_packet_alloc()),
+      m_frame(av_frame_alloc()),
+      m_next(av_frame_alloc()),
+      m_sample(MakeComponent<CZelSample>(AV_STREAM_VIDEO, FRAME_DATA_DECODED)) {
+  if (m_packet == nullptr || m_frame == nullptr || m_next == nullptr) throw std::bad_alloc();
+}
+
+bool CVideoStream::Start(std::unique_ptr<MediaFile> file) {
+  m_codec.reset();
+  m_file = std::move(file);
+  m_state = State::kEnded;
+  m_inputEnded = false;
+  m_hasNext = false;
+  const auto count = static_cast<int>(m_file->format()->nb_streams);
+  if (m_index >= count) return false;
+  for (int i = 0; i < count; ++i) {
+    m_file->stream(i)->discard = i == m_index ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
+  }
+  const AVStream& stream = *m_file->stream(m_index);
+  const AVCodec* codec = avcodec_find_decoder(stream.codecpar->codec_id);
+  if (codec == nullptr) return false;
+  m_codec.reset(avcodec_alloc_context3(codec));
+  if (m_codec == nullptr) throw std::bad_alloc();
+  if (avcodec_parameters_to_context(m_codec.get(), stream.codecpar) < 0) return false;
+  m_codec->pkt_timebase = stream.time_base;
+  m_codec->thread_count = 1;
+  if (avcodec_open2(m_codec.get(), codec, nullptr) < 0) return false;
+  m_hasNext = DecodeFrame(m_next.get());
+  if (!m_hasNext) return false;
+  m_startTicks =
+      m_next->best_effort_timestamp != AV_NOPTS_VALUE ? m_next->best_effort_timestamp : 0;
+  m_state = State::kBeforeFirst;
+  return true;
+}
+
+HRESULT CVideoStream::NonDelegatingQueryInterface(const _GUID& riid, void** ppv) {
+  if (ppv == nullptr) return E_POINTER;
+  *ppv = nullptr;
+  if (ZelIsEqualGUID(riid, IID_IMediaStream)) {
+    return scombase::GetInterface(static_cast<IMediaStream*>(this), ppv);
+  }
+  return CUnknown::NonDelegatingQueryInterface(riid, ppv);
+}
+
+HRESULT CVideoStream::QueryInterface(const _GUID& riid, void** ppv) {
+  return GetOwner()->QueryInterface(riid, ppv);
+}
+ULONG CVideoStream::AddRef() {
+  return GetOwner()->AddRef();
+}
+ULONG CVideoStream::Release() {
+  return GetOwner()->Release();
+}
+
+HRESULT CVideoStream::GetStreamInfo(IStreamInfo** ppInfo) {
+  if (ppInfo == nullptr) return E_POINTER;
+  *ppInfo = nullptr;
+  return Guarded([&] {
+    StreamInfo record = DescribeStream(m_file->format(), m_program, m_index);
+    record.startPTS = av_rescale_q(m_startTicks, m_file->stream(m_index)->time_base, kTickBase);
+    const auto info = MakeComponent<CStreamInfo>();
+    info->SetStreamInfo(&record);
+    return scombase::GetInterface(static_cast<IStreamInfo*>(info.get()),
+                                  reinterpret_cast<void**>(ppInfo));
+  });
+}
+
+HRESULT CVideoStream::ChangeStream(int index) {
+  return index == 0 ? S_OK : E_INVALIDARG;
+}
+
+std::int64_t CVideoStream::TimeOf(const AVFrame& frame) const {
+  if (frame.best_effort_timestamp == AV_NOPTS_VALUE) return 0;
+  return av_rescale_q(frame.best_effort_timestamp - m_startTicks,
+                      m_file->stream(m_index)->time_base, kTickBase);
+}
+
+bool CVideoStream::DecodeFrame(AVFrame* frame) {
+  for (;;) {
+    const int result = avcodec_receive_frame(m_codec.get(), frame);
+    if (result >= 0) return true;
+    if (result == AVERROR(ENOMEM)) throw std::bad_alloc();
+    if (result == AVERROR_EOF || m_inputEnded) return false;
+    const int got = av_read_frame(m_file->format(), m_packet.get());
+    if (got == AVERROR(ENOMEM)) throw std::bad_alloc();
+    if (got < 0) {
+      m_inputEnded = true;
+      avcodec_send_packet(m_codec.get(), nullptr);
+      continue;
+    }
+    // A damaged packet costs its own picture only.
+    if (m_packet->stream_index == m_index) avcodec_send_packet(m_codec.get(), m_packet.get());
+    av_packet_unref(m_packet.get());
+  }
+}
+
+bool CVideoStream::Next() {
+  m_filled = false;
+  m_state = State::kEnded;  // Also when decoding throws.
+  if (!m_hasNext) return false;
+  std::swap(m_frame, m_next);
+  m_hasNext = false;
+  m_hasNext = DecodeFrame(m_next.get());
+  m_state = State::kAtFrame;
+  return true;
+}
+
+int CVideoStream::Forward() {
+  return Guarded([&] { return Next() ? 0 : -1; }, -1, -1);
+}
+
+int CVideoStream::Backward() {
+  return -1;
+}
+
+bool CVideoStream::DropUntil(std::int64_t target) {
+  for (bool more = m_state == State::kAtFrame || Next(); more; more = Next()) {
+    if (m_hasNext && TimeOf(*m_next) > target) return true;
+    // The last picture has no successor to end it.
+    if (!m_hasNext) {
+      const std::int64_t shown = av_rescale_q(std::max<std::int64_t>(m_frame->pkt_duration, 1),
+                                              m_file->stream(m_index)->time_base, kTickBase);
+      if (target < TimeOf(*m_frame) + shown) return true;
+    }
+  }
+  return false;
+}
+
+bool CVideoStream::SeekTo(std::int64_t target) {
+  m_filled = false;
+  if (m_state == State::kAtFrame && target >= TimeOf(*m_frame) &&
+      target <= TimeOf(*m_frame) + kTicksPerSecond) {
+    return DropUntil(target);
+  }
+  const AVRational base = m_file->stream(m_index)->time_base;
+  for (const std::int64_t margin : kMargins) {
+    const std::int64_t from = target - margin;
+    if (from <= 0) break;
+    const std::int64_t ticks =
+        m_startTicks + av_rescale_q_rnd(from, kTickBase, base, AV_ROUND_DOWN);
+    if (av_seek_frame(m_file->format(), m_index, ticks, AVSEEK_FLAG_BACKWARD) < 0) break;
+    avcodec_flush_buffers(m_codec.get());
+    m_inputEnded = false;
+    m_hasNext = false;
+    m_state = State::kBeforeFirst;
+    m_hasNext = DecodeFrame(m_next.get());
+    if (m_hasNext && TimeOf(*m_next) <= target) return DropUntil(target);
+  }
+  std::unique_ptr<MediaFile> file = MediaFile::Open(m_file->path());
+  if (file == nullptr || !Start(std::move(file))) return false;
+  return DropUntil(target);
+}
+
+double CVideoStream::Seek(double seconds, int /*mode*/) {
+  if (std::isnan(seconds)) return -1;
+  constexpr double latest = 1e9;
+  const auto target =
+      static_cast<std::int64_t>(std::llround(std::clamp(seconds, 0.0, latest) * kTicksPerSecond));
+  const bool found = Guarded([&] { return SeekTo(target); }, false, false);
+  return found ? static_cast<double>(TimeOf(*m_frame)) / kTicksPerSecond : -1;
+}
+
+CZelSample* CVideoStream::GetSampleEx() {
+  if (m_state != State::kAtFrame) return nullptr;
+  if (!m_filled) m_filled = Guarded([&] { return FillSample(); }, false, false);
+  return m_filled ? m_sample.get() : nullptr;
+}
+
+CZelSample* CVideoStream::GetOriginSampleEx() {
+  return GetSampleEx();
+}
+
+bool CVideoStream::FillSample() {
+  const AVFrame& source = *m_frame;
+  const int width = source.width;
+  const int height = source.height;
+  if (width <= 0 || height <= 0 || width > kMaxSide || height > kMaxSide) return false;
+  const MEDIA_FRAME* held = m_sample->GetMediaFrame();
+  if (held == nullptr || held->video.yuv.nWidth != width || held->video.yuv.nHeight != height) {
+    const HRESULT made = m_sample->RemallocYUVFrame(
+        static_cast<unsigned long>(width), static_cast<unsigned long>(height), YUV_IMAGE_420P);
+    if (made != S_OK) return false;
+  }
+  MEDIA_FRAME& frame = *m_sample->GetMediaFrame();
+  MEDIA_FRAME_YUV& yuv = frame.video.yuv;
+  const std::size_t luma = static_cast<std::size_t>(width) * height;
+  const std::size_t chroma = static_cast<std::size_t>((width + 1) / 2) * ((height + 1) / 2);
+  // The sample places the last plane for rounded-down chroma; the packed layout needs it here.
+  if (m_sample->GetSampleSize() < luma + 2 * chroma) return false;
+  yuv.pPlane[2] = yuv.pPlane[1] + chroma;
+  if (source.format == AV_PIX_FMT_YUV420P) {
+    for (int plane = 0; plane < 3; ++plane) {
+      const int rows = plane == 0 ? height : (height + 1) / 2;
+      for (int row = 0; row < rows; ++row) {
+        std::memcpy(yuv.pPlane[plane] + static_cast<std::size_t>(row) * yuv.nStride[plane],
+                    source.data[plane] + static_cast<std::ptrdiff_t>(row) * source.linesize[plane],
+                    static_cast<std::size_t>(yuv.nStride[plane]));
+      }
+    }
+  } else {
+    // The context is kept while size and format stay.
+    m_scaler.reset(sws_getCachedContext(
+        m_scaler.release(), width, height, static_cast<AVPixelFormat>(source.format), width, height,
+        AV_PIX_FMT_YUV420P, SWS_BICUBIC, nullptr, nullptr, nullptr));
+    if (m_scaler == nullptr) return false;
+    if (sws_scale(m_scaler.get(), source.data, source.linesize, 0, height, yuv.pPlane,
+                  yuv.nStride) != height) {
+      return false;
+    }
+  }
+  frame.bKeyFrame = source.key_frame;
+  frame.llPTS = TimeOf(source);
+  frame.llDTS = frame.llPTS;
+  const std::int64_t duration =
+      m_hasNext ? TimeOf(*m_next) - frame.llPTS
+                : av_rescale_q(source.pkt_duration, m_file->stream(m_index)->time_base, kTickBase);
+  frame.nDuration = static_cast<std::int32_t>(
+      std::clamp<std::int64_t>(duration, 0, std::numeric_limits<std::int32_t>::max()));
+  m_sample->RefreshSampleInfo();
+  m_sample->SetDuration(frame.nDuration);
+  return true;
+}
+
+HRESULT CVideoStream::NotifyStreamMessage(unsigned long /*msg*/, long long /*param*/, void* /*p1*/,
+                                          void* /*p2*/) {
+  return S_FALSE;
+}
+
+}  // namespace zel::kernaldec

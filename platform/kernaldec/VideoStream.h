@@ -1,0 +1,84 @@
+// The decoded video stream as the outside sees it.
+#pragma once
+
+extern "C" {
+#include <libswscale/swscale.h>
+}
+
+#include <cstdint>
+#include <memory>
+
+#include "platform/kernaldec/Guard.h"
+#include "platform/kernaldec/MediaFile.h"
+#include "platform/kernaldec/Programs.h"
+#include "zel/base/Unknown.h"
+#include "zel/compositor/MediaStream.h"
+#include "zel/sample/Sample.h"
+
+namespace zel::kernaldec {
+
+struct ScalerDeleter {
+  void operator()(SwsContext* scaler) const { sws_freeContext(scaler); }
+};
+
+/// Yields planar 4:2:0 pictures of 8 bits without gaps between rows, of the file's own size; other
+/// formats are converted. A new stream is before its first picture. Time 0 is the first picture's.
+/// One thread at a time; the sample is reused.
+class CVideoStream final : public scombase::CUnknown, public IMediaStream {
+ public:
+  /// @return null when stream `index` of `file` cannot be decoded.
+  /// @throws std::bad_alloc
+  static ComponentPtr<CVideoStream> Open(std::unique_ptr<MediaFile> file, int index,
+                                         const Program& program);
+  CVideoStream(std::unique_ptr<MediaFile> file, int index, const Program& program);
+
+  HRESULT NonDelegatingQueryInterface(const _GUID& riid, void** ppv) override;
+  HRESULT QueryInterface(const _GUID& riid, void** ppv) override;
+  ULONG AddRef() override;
+  ULONG Release() override;
+
+  HRESULT GetStreamInfo(IStreamInfo** ppInfo) override;
+  /// @return S_OK for 0, the stream that it is; else E_INVALIDARG.
+  HRESULT ChangeStream(int index) override;
+  CZelSample* GetSampleEx() override;
+  /// @return 0; -1 at the end.
+  int Forward() override;
+  /// @return -1: not possible.
+  int Backward() override;
+  /// Makes the picture that is shown at `seconds` the current one; it can be read without a
+  /// Forward. Times before the first picture mean the first.
+  /// @param mode of no effect.
+  /// @return the picture's time; -1, with no current picture, past the end.
+  double Seek(double seconds, int mode) override;
+  /// @return S_FALSE: it listens to none.
+  HRESULT NotifyStreamMessage(unsigned long msg, long long param, void* p1, void* p2) override;
+  CZelSample* GetOriginSampleEx() override;
+
+ private:
+  enum class State { kBeforeFirst, kAtFrame, kEnded };
+
+  bool Start(std::unique_ptr<MediaFile> file);
+  bool Next();
+  bool SeekTo(std::int64_t target);
+  bool DropUntil(std::int64_t target);
+  bool DecodeFrame(AVFrame* frame);
+  bool FillSample();
+  std::int64_t TimeOf(const AVFrame& frame) const;
+
+  std::unique_ptr<MediaFile> m_file;
+  const int m_index;
+  const Program m_program;
+  FfmpegPtr<AVCodecContext> m_codec;
+  FfmpegPtr<AVPacket> m_packet;
+  FfmpegPtr<AVFrame> m_frame;
+  FfmpegPtr<AVFrame> m_next;  ///< Decoded ahead: a picture is shown until the next one's time.
+  bool m_hasNext = false;
+  std::unique_ptr<SwsContext, ScalerDeleter> m_scaler;
+  ComponentPtr<CZelSample> m_sample;
+  State m_state = State::kEnded;
+  bool m_inputEnded = false;
+  bool m_filled = false;
+  std::int64_t m_startTicks = 0;  ///< In the stream's time base.
+};
+
+}  // namespace zel::kernaldec
