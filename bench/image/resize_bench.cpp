@@ -1,0 +1,294 @@
+// The resizers against libyuv and swscale, and, where no library has their like, against their own
+// plain kernels. ZEL_CPU=avx2 (or another level's name) measures that level's kernels.
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "bench/Compare.h"
+#include "zel/Common/Image/AlphaResize.h"
+#include "zel/Common/Image/detail/ResizePlan.h"
+
+#if ZEL_WITH_LIBYUV
+#include <libyuv.h>
+#endif
+#if ZEL_WITH_LIBSWSCALE
+extern "C" {
+#include <libswscale/swscale.h>
+}
+#endif
+
+namespace {
+
+using zel::bench::Case;
+using zel::bench::Goal;
+using zel::bench::Peer;
+using namespace zel::image;  // NOLINT
+
+Goal AtLeast(double ratio, double aim) {
+  Goal goal;
+  goal.atLeast = ratio;
+  goal.aim = aim;
+  return goal;
+}
+
+struct Size {
+  int width;
+  int height;
+};
+struct Scale {
+  const char* name;
+  Size from;
+  Size to;
+};
+constexpr Scale kSmall = {"64x64 to 96x96", {64, 64}, {96, 96}};
+constexpr Scale kDown = {"1080p to 720p", {1920, 1080}, {1280, 720}};
+constexpr Scale kUp = {"720p to 1080p", {1280, 720}, {1920, 1080}};
+constexpr Scale kTo4K = {"1080p to 4K", {1920, 1080}, {3840, 2160}};
+
+/// Up to three planes in one buffer: bytes, bitmap pixels, or a 4:2:0 picture.
+class Picture {
+ public:
+  Picture(Size size, int pixel_bytes, bool yuv420 = false)
+      : size_(size), pixel_bytes_(pixel_bytes) {
+    const Size half = {(size.width + 1) / 2, (size.height + 1) / 2};
+    const std::size_t full = Area(size) * static_cast<unsigned>(pixel_bytes);
+    bytes_.resize(full + (yuv420 ? 2 * Area(half) : 0));
+    std::mt19937 random(1);
+    for (std::uint8_t& b : bytes_) b = static_cast<std::uint8_t>(random());
+    plane[0] = bytes_.data();
+    pitch[0] = size.width * pixel_bytes;
+    if (yuv420) {
+      plane[1] = plane[0] + full;
+      plane[2] = plane[1] + Area(half);
+      pitch[1] = pitch[2] = half.width;
+    }
+  }
+  IMG_PARAM Param() {
+    return {plane[0], size_.width, size_.height, pitch[0],    8 * pixel_bytes_,
+            0,        0,           size_.width,  size_.height};
+  }
+  std::size_t bytes() const { return bytes_.size(); }
+  double pixels() const { return static_cast<double>(Area(size_)); }
+
+  std::uint8_t* plane[4] = {};
+  int pitch[4] = {};
+
+ private:
+  static std::size_t Area(Size s) {
+    return static_cast<std::size_t>(s.width) * static_cast<std::size_t>(s.height);
+  }
+  Size size_;
+  int pixel_bytes_;
+  std::vector<std::uint8_t> bytes_;
+};
+
+const ResizeKernels& Kernels() {
+  static const ResizeKernels& kernels = []() -> const ResizeKernels& {
+    const char* name = std::getenv("ZEL_CPU");
+    for (int i = 0; name != nullptr && i <= static_cast<int>(zel::DetectCpuLevel()); ++i) {
+      const auto level = static_cast<zel::CpuLevel>(i);
+      if (std::strcmp(zel::CpuLevelName(level), name) == 0) return ResizeKernelsFor(level);
+    }
+    return ActiveResizeKernels();
+  }();
+  return kernels;
+}
+
+/// The pictures of a case, which its contestants share.
+struct Pictures {
+  Pictures(const Scale& s, int from_bytes, int to_bytes, bool yuv420 = false)
+      : from(s.from, from_bytes, yuv420),
+        to(s.to, to_bytes, yuv420),
+        temporary(s.to, to_bytes),
+        scale(s) {}
+  Picture from;
+  Picture to;
+  Picture temporary;
+  Scale scale;
+};
+using Shared = std::shared_ptr<Pictures>;
+
+std::function<void()> Run(ResizeRoutine* routine, const ResizeKernels& kernels, Shared p) {
+  return [=, &kernels] {
+    routine(kernels, p->from.Param(), p->to.Param());
+    zel::bench::Keep(p->to.plane[0]);
+  };
+}
+
+#if ZEL_WITH_LIBSWSCALE
+Peer Swscale(Shared p, AVPixelFormat format, int flags) {
+  const Size from = p->scale.from, to = p->scale.to;
+  const std::shared_ptr<SwsContext> context(
+      sws_getContext(from.width, from.height, format, to.width, to.height, format, flags, nullptr,
+                     nullptr, nullptr),
+      sws_freeContext);
+  return {flags == SWS_POINT ? "swscale point" : "swscale fast bilinear", [=] {
+            sws_scale(context.get(), p->from.plane, p->from.pitch, 0, p->scale.from.height,
+                      p->to.plane, p->to.pitch);
+          }};
+}
+#endif
+
+#if ZEL_WITH_LIBYUV
+Peer YuvArgb(Shared p, libyuv::FilterMode filter, bool blend) {
+  return {blend ? "libyuv scale, blend" : "libyuv", [=] {
+            Picture& out = blend ? p->temporary : p->to;
+            const Size from = p->scale.from, to = p->scale.to;
+            libyuv::ARGBScale(p->from.plane[0], p->from.pitch[0], from.width, from.height,
+                              out.plane[0], out.pitch[0], to.width, to.height, filter);
+            if (blend) {
+              libyuv::ARGBBlend(out.plane[0], out.pitch[0], p->to.plane[0], p->to.pitch[0],
+                                p->to.plane[0], p->to.pitch[0], to.width, to.height);
+            }
+          }};
+}
+#endif
+
+Case Named(const char* routine, const Scale& scale, const Shared& p, Goal goal) {
+  Case c;
+  c.name = std::string(routine) + ", " + scale.name;
+  c.item = "pixel";
+  c.items = p->to.pixels();
+  c.bytes = p->to.bytes();
+  c.goal = goal;
+  return c;
+}
+
+Case Luma(const Scale& scale, Goal goal) {
+  const Shared p = std::make_shared<Pictures>(scale, 1, 1);
+  Case c = Named("BiLinerY", scale, p, goal);
+  c.ours = Run(BilinearLuma, Kernels(), p);
+#if ZEL_WITH_LIBYUV
+  c.peers.push_back({"libyuv", [=] {
+                       libyuv::ScalePlane(p->from.plane[0], p->from.pitch[0], scale.from.width,
+                                          scale.from.height, p->to.plane[0], p->to.pitch[0],
+                                          scale.to.width, scale.to.height, libyuv::kFilterBilinear);
+                     }});
+#endif
+#if ZEL_WITH_LIBSWSCALE
+  c.peers.push_back(Swscale(p, AV_PIX_FMT_GRAY8, SWS_FAST_BILINEAR));
+#endif
+  return c;
+}
+
+Case Yv12(const Scale& scale, Goal goal) {
+  const Shared p = std::make_shared<Pictures>(scale, 1, 1, true);
+  Case c = Named("YV12", scale, p, goal);
+  c.ours = [=] {
+    const auto plane = [](Picture& picture, int i) {
+      IMG_PARAM param = picture.Param();
+      param.pBuffer = picture.plane[i];
+      param.nPitch = picture.pitch[i];
+      return param;
+    };
+    BilinearLuma(Kernels(), p->from.Param(), p->to.Param());
+    BilinearChroma(Kernels(), plane(p->from, 1), plane(p->to, 1));
+    BilinearChroma(Kernels(), plane(p->from, 2), plane(p->to, 2));
+    zel::bench::Keep(p->to.plane[0]);
+  };
+#if ZEL_WITH_LIBYUV
+  c.peers.push_back({"libyuv", [=] {
+                       Picture &from = p->from, &to = p->to;
+                       libyuv::I420Scale(from.plane[0], from.pitch[0], from.plane[1], from.pitch[1],
+                                         from.plane[2], from.pitch[2], scale.from.width,
+                                         scale.from.height, to.plane[0], to.pitch[0], to.plane[1],
+                                         to.pitch[1], to.plane[2], to.pitch[2], scale.to.width,
+                                         scale.to.height, libyuv::kFilterBilinear);
+                     }});
+#endif
+#if ZEL_WITH_LIBSWSCALE
+  c.peers.push_back(Swscale(p, AV_PIX_FMT_YUV420P, SWS_FAST_BILINEAR));
+#endif
+  return c;
+}
+
+enum class Method { kNearest, kBilinear, kAlpha };
+
+Case Bitmap32(const Scale& scale, Method method, Goal goal) {
+  const Shared p = std::make_shared<Pictures>(scale, 4, 4);
+  constexpr const char* names[] = {"Near", "BiLiner", "AlphaResizeBiLiner"};
+  constexpr ResizeRoutine* routines[] = {NearestBitmap32, BilinearBitmap32, AlphaOverBitmap32};
+  const int i = static_cast<int>(method);
+  Case c = Named(names[i], scale, p, goal);
+  c.ours = Run(routines[i], Kernels(), p);
+#if ZEL_WITH_LIBYUV
+  c.peers.push_back(
+      YuvArgb(p, method == Method::kNearest ? libyuv::kFilterNone : libyuv::kFilterBilinear,
+              method == Method::kAlpha));
+#endif
+#if ZEL_WITH_LIBSWSCALE
+  // Blending is no business of swscale.
+  if (method != Method::kAlpha) {
+    const int flags = method == Method::kNearest ? SWS_POINT : SWS_FAST_BILINEAR;
+    c.peers.push_back(Swscale(p, AV_PIX_FMT_BGRA, flags));
+    c.goal.against = "libyuv";
+  }
+#endif
+  return c;
+}
+
+/// Routines without a like elsewhere, against the plain kernels at -O3.
+Case AgainstPlain(const char* name, ResizeRoutine* routine, const Scale& scale, int from_bytes,
+                  int to_bytes, bool chroma = false) {
+  const Shared p = std::make_shared<Pictures>(scale, from_bytes, to_bytes);
+  Case c = Named(name, scale, p, AtLeast(4, 8));
+  if (chroma) {
+    c.items /= 4;
+    c.bytes /= 4;
+  }
+  c.ours = Run(routine, Kernels(), p);
+  c.peers = {{"plain kernel", Run(routine, kResizeScalar, p)}};
+  return c;
+}
+
+/// An odd size, against the even one next to it.
+Case AtOddSize(const char* name, ResizeRoutine* routine, int from_bytes, int to_bytes) {
+  const Scale odd = {"to 1919x1079", {1279, 719}, {1919, 1079}};
+  const Shared p = std::make_shared<Pictures>(odd, from_bytes, to_bytes);
+  const Shared even = std::make_shared<Pictures>(kUp, from_bytes, to_bytes);
+  Case c = Named(name, odd, p, AtLeast(0.9, 1.0));
+  c.ours = Run(routine, Kernels(), p);
+  c.peers = {{"to 1920x1080", Run(routine, Kernels(), even)}};
+  return c;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  zel::bench::Comparison all("resize", argc, argv);
+  all.Add(Luma(kSmall, {}));
+  all.Add(Luma(kDown, AtLeast(3, 7)));
+  all.Add(Luma(kUp, AtLeast(2, 3)));
+  all.Add(Luma(kTo4K, AtLeast(0.9, 1)));
+  all.Add(Yv12(kSmall, {}));
+  all.Add(Yv12(kDown, AtLeast(2.5, 5)));
+  all.Add(Yv12(kUp, AtLeast(1.8, 3)));
+  all.Add(Yv12(kTo4K, AtLeast(0.85, 1)));
+  for (const Scale& scale : {kSmall, kDown, kUp, kTo4K}) {
+    all.Add(Bitmap32(scale, Method::kBilinear, AtLeast(0.9, 1.5)));
+    const bool large = scale.to.width > 1920;
+    all.Add(Bitmap32(scale, Method::kNearest, AtLeast(large ? 0.8 : 1.2, 2)));
+    all.Add(Bitmap32(scale, Method::kAlpha, AtLeast(1, 2)));
+  }
+  for (const Scale& scale : {kDown, kUp}) {
+    all.Add(AgainstPlain("Near8", NearestPlane8, scale, 1, 1));
+    all.Add(AgainstPlain("BiLiner8", BilinearBitmap8, scale, 1, 1));
+    all.Add(AgainstPlain("NearUV", NearestChroma, scale, 1, 1, true));
+    all.Add(AgainstPlain("BiLinerUV", BilinearChroma, scale, 1, 1, true));
+    all.Add(AgainstPlain("MaskNear", NearestMask, scale, 1, 4));
+    all.Add(AgainstPlain("MaskBiLiner", BilinearMask, scale, 1, 4));
+  }
+  all.Add(AtOddSize("BiLinerY", BilinearLuma, 1, 1));
+  all.Add(AtOddSize("BiLiner8", BilinearBitmap8, 1, 1));
+  all.Add(AtOddSize("BiLinerUV", BilinearChroma, 1, 1));
+  all.Add(AtOddSize("Near8", NearestPlane8, 1, 1));
+  all.Add(AtOddSize("BiLiner", BilinearBitmap32, 4, 4));
+  all.Add(AtOddSize("Near", NearestBitmap32, 4, 4));
+  all.Add(AtOddSize("AlphaResizeBiLiner", AlphaOverBitmap32, 4, 4));
+  all.Add(AtOddSize("MaskBiLiner", BilinearMask, 1, 4));
+  return all.Run();
+}
