@@ -22,10 +22,12 @@ int AlphaOverBitmap32(const ResizeKernels& kernels, const IMG_PARAM& src, const 
     kResizeScalar.over32(pixel, pixel, 0, 1, true, out);
   };
   const std::int32_t last = to.height - 1;
-  for (std::int32_t y = 0; y < last; ++y) {
+  for (std::int32_t i = 0; i < last; ++i) {
+    const std::int32_t y = to.InMemoryOrder(i, last);
     const Position p = rows.At(y);
-    const unsigned char* top = scaler.Row(p.index);
-    const unsigned char* bottom = p.weight == 0 ? top : scaler.Row(std::int64_t{p.index} + 1);
+    const std::int64_t below = std::int64_t{p.index} + 1;
+    const unsigned char* top = scaler.Row(p.index, below);
+    const unsigned char* bottom = p.weight == 0 ? top : scaler.Row(below, p.index);
     kernels.over32(top, bottom, p.weight, inner, false, to.Row(y));
     over_edge(p.index, to.Row(y) + 4 * inner);
   }
@@ -47,8 +49,12 @@ int NearestMask(const ResizeKernels& kernels, const IMG_PARAM& mask, const IMG_P
   const Axis columns = Axis::Steps(from.width, to.width).WithExactEnd();
   const Axis rows = Axis::Steps(from.height, to.height).WithExactEnd();
   if (!scaler.Prepare(columns, Method::kNearest)) return 0;
-  for (std::int32_t y = 0; y < to.height; ++y) {
-    scaler.WriteNearest(rows.At(y).index, to.width, scaler.spare());
+  std::int32_t scaled = -1;
+  for (std::int32_t i = 0; i < to.height; ++i) {
+    const std::int32_t y = to.InMemoryOrder(i, to.height);
+    const std::int32_t source_y = rows.At(y).index;
+    if (source_y != scaled) scaler.WriteNearest(source_y, to.width, scaler.spare());
+    scaled = source_y;
     kernels.replace_alpha(scaler.spare(), static_cast<unsigned>(to.width), to.Row(y));
   }
   return 1;
@@ -70,13 +76,15 @@ int BilinearMask(const ResizeKernels& kernels, const IMG_PARAM& mask, const IMG_
   const std::size_t width = static_cast<unsigned>(to.width);
   unsigned char* scaled = scaler.spare();
   const std::int32_t last = to.height - 1;
-  for (std::int32_t y = 0; y <= last; ++y) {
+  for (std::int32_t i = 0; i < to.height; ++i) {
+    const std::int32_t y = to.InMemoryOrder(i, to.height);
     const Position p = y < last ? rows.At(y) : Position{from.height - 1, 0};
     if (y == last) {
       scaler.WriteNearest(p.index, to.width - 1, scaled);
     } else {
-      const unsigned char* top = scaler.Row(p.index);
-      const unsigned char* bottom = p.weight == 0 ? top : scaler.Row(std::int64_t{p.index} + 1);
+      const std::int64_t below = std::int64_t{p.index} + 1;
+      const unsigned char* top = scaler.Row(p.index, below);
+      const unsigned char* bottom = p.weight == 0 ? top : scaler.Row(below, p.index);
       kernels.blend8(top, bottom, p.weight, width - 1, scaled);
     }
     scaled[width - 1] = *scaler.LastPixel(p.index);

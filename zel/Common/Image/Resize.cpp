@@ -29,13 +29,30 @@ void PaintMargins(const ImageRect& rect, std::int64_t y) {
   std::memset(row + rect.width, kBlack, static_cast<std::size_t>(rect.behind));
 }
 
+/// `rows` rows of n columns. What repeats a row is a copy of it.
+void WriteNearestRows(RowScaler& scaler, const Axis& axis, std::int32_t rows, std::int32_t n,
+                      int pixel_bytes, const ImageRect& to) {
+  const unsigned char* written = nullptr;
+  std::int32_t written_from = -1;
+  for (std::int32_t i = 0; i < rows; ++i) {
+    const std::int32_t y = to.InMemoryOrder(i, rows);
+    const std::int32_t source_y = axis.At(y).index;
+    unsigned char* out = to.Row(y);
+    if (source_y == written_from) {
+      std::memcpy(out, written, static_cast<std::size_t>(n) * static_cast<unsigned>(pixel_bytes));
+    } else {
+      scaler.WriteNearest(source_y, n, out);
+    }
+    written = out;
+    written_from = source_y;
+  }
+}
+
 int Nearest(const ResizeKernels& kernels, const ImageRect& from, const ImageRect& to,
             int pixel_bytes, const Axis& columns, const Axis& rows) {
   RowScaler scaler(kernels, from, pixel_bytes, pixel_bytes);
   if (!scaler.Prepare(columns, Method::kNearest)) return 0;
-  for (std::int32_t y = 0; y < to.height; ++y) {
-    scaler.WriteNearest(rows.At(y).index, to.width, to.Row(y));
-  }
+  WriteNearestRows(scaler, rows, to.height, to.width, pixel_bytes, to);
   return 1;
 }
 
@@ -45,13 +62,15 @@ void BlendRows(const ResizeKernels& kernels, RowScaler& scaler, const Axis& axis
                std::int32_t n, int pixel_bytes, const ImageRect& to, Finish finish) {
   const auto blend = pixel_bytes == 1 ? kernels.blend8 : kernels.blend32;
   const std::size_t count = static_cast<unsigned>(n);
-  for (std::int32_t y = 0; y < rows; ++y) {
+  for (std::int32_t i = 0; i < rows; ++i) {
+    const std::int32_t y = to.InMemoryOrder(i, rows);
     const Position p = axis.At(y);
-    const unsigned char* top = scaler.Row(p.index);
+    const std::int64_t below = std::int64_t{p.index} + 1;
+    const unsigned char* top = scaler.Row(p.index, below);
     if (p.weight == 0) {
       std::memcpy(to.Row(y), top, count * static_cast<unsigned>(pixel_bytes));
     } else {
-      blend(top, scaler.Row(std::int64_t{p.index} + 1), p.weight, count, to.Row(y));
+      blend(top, scaler.Row(below, p.index), p.weight, count, to.Row(y));
     }
     finish(y, p.index);
   }
@@ -184,9 +203,7 @@ int Chroma(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& 
     BlendRows(kernels, scaler, rows, last, columns.count(), 1, to,
               [](std::int32_t, std::int32_t) {});
   } else {
-    for (std::int32_t y = 0; y < last; ++y) {
-      scaler.WriteNearest(rows.At(y).index, columns.count(), to.Row(y));
-    }
+    WriteNearestRows(scaler, rows, last, columns.count(), 1, to);
   }
   // Two luma columns, hence one chroma pixel, short of the others.
   scaler.WriteNearest(from.height - 1, columns.count() - 1, to.Row(last));

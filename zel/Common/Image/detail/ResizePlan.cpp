@@ -258,15 +258,14 @@ const unsigned char* RowScaler::SourceRow(std::int64_t y) {
   return stage_;
 }
 
-const unsigned char* RowScaler::Row(std::int64_t y) {
+const unsigned char* RowScaler::Row(std::int64_t y, std::int64_t other) {
   if (identical_) return source_.Row(y);
-  if (row_of_[0] == y || row_of_[1] == y) {
-    last_used_ = row_of_[1] == y ? 1 : 0;
-    return rows_[last_used_];
+  for (int slot = 0; slot < 2; ++slot) {
+    if (row_of_[slot] == y) return rows_[slot];
   }
-  last_used_ = 1 - last_used_;
-  row_of_[last_used_] = y;
-  unsigned char* row = rows_[last_used_];
+  const int slot = row_of_[0] == other ? 1 : 0;
+  row_of_[slot] = y;
+  unsigned char* row = rows_[slot];
   (pixel_bytes_ == 1 ? kernels_.bilinear8 : kernels_.bilinear32)(columns_, SourceRow(y), row);
   return row;
 }

@@ -20,6 +20,11 @@ struct ImageRect {
   std::ptrdiff_t before;  ///< Bytes of a row left of the rectangle.
   std::ptrdiff_t behind;  ///< Bytes of a row right of it, to the end of the pitch.
 
+  /// Row i in the order of memory, counted from the top or from the bottom: streams of rows that
+  /// run against the addresses defeat the processor's prefetching.
+  std::int32_t InMemoryOrder(std::int32_t i, std::int32_t rows) const {
+    return step < 0 ? rows - 1 - i : i;
+  }
   unsigned char* Row(std::int64_t y) const { return first + static_cast<std::ptrdiff_t>(y) * step; }
 };
 
@@ -88,8 +93,8 @@ class RowScaler {
   /// Must come first, once. False if there is no memory.
   bool Prepare(const Axis& columns, Method method);
 
-  /// Source row y, scaled. Valid until the second call after this one. Bilinear only.
-  const unsigned char* Row(std::int64_t y);
+  /// Source row y, scaled. Of two rows kept, row `other` is not replaced. Bilinear only.
+  const unsigned char* Row(std::int64_t y, std::int64_t other);
   /// Writes the first `n` columns of source row y, each the nearest pixel.
   void WriteNearest(std::int64_t y, std::int32_t n, unsigned char* out);
   /// The last pixel of source row y.
@@ -131,7 +136,6 @@ class RowScaler {
   unsigned char* spare_ = nullptr;
   unsigned char* rows_[2] = {};
   std::int64_t row_of_[2] = {-1, -1};
-  int last_used_ = 1;
 
   std::unique_ptr<unsigned char[]> heap_;
   alignas(64) unsigned char inline_[6144];
