@@ -1,0 +1,30 @@
+// The subcommands.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <string>
+
+namespace zel::tool {
+
+/// A subcommand: `run` gets the command line from its name on and returns an exit code. It may
+/// throw UsageError and Failure.
+struct Command {
+  const char* name;
+  const char* summary;
+  int (*run)(int argc, char** argv);
+};
+
+int RunDub(int argc, char** argv);
+
+/// Makes the parser of "zel NAME", with --help and --version.
+std::unique_ptr<CLI::App> MakeParser(const std::string& name, const std::string& description);
+
+/// Parses a subcommand's line.
+/// @return false after --help or --version, which it has answered.
+/// @throws UsageError
+bool Parse(CLI::App& parser, int argc, char** argv);
+
+/// Standard output, flushed. @throws Failure when it cannot take it all
+void PrintOut(const std::string& text);
+
+}  // namespace zel::tool

@@ -1,0 +1,20 @@
+// Delays as people write them.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace zel::tool {
+
+/// Parses a delay: a decimal number of seconds, with or without a unit ("1.273", "1273ms",
+/// "-0.5s", "250us"), or a clock time ("1:30", "-00:00:01.273"). The result is the double nearest
+/// to the decimal value that was written, whatever the locale.
+/// @return seconds, finite.
+/// @throws UsageError for any other text
+/// @throws Failure for "inf", "nan" and values beyond the range of a double
+double ParseDelay(std::string_view text);
+
+/// Seconds as a clock time with milliseconds: "0:01:02.345".
+std::string ClockText(double seconds);
+
+}  // namespace zel::tool

@@ -1,0 +1,36 @@
+// What long work shows on a terminal.
+#pragma once
+
+#include <chrono>
+#include <string>
+
+namespace zel::tool {
+
+/// One line on standard error, rewritten some times a second: percent, speed as a multiple of real
+/// time, time left. Nothing when standard error is no terminal.
+class Progress {
+ public:
+  /// @param total length of the work in seconds of sound; 0 when it is not known.
+  Progress(double total, bool quiet);
+  ~Progress();
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+
+  /// Tells how many seconds of sound are done.
+  void Update(double done);
+  /// Removes the line.
+  void Clear();
+  /// Seconds since the start.
+  double Elapsed() const;
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  double total_;
+  bool active_;
+  bool shown_ = false;
+  Clock::time_point start_ = Clock::now();
+  Clock::time_point next_ = start_ + std::chrono::milliseconds(250);
+};
+
+}  // namespace zel::tool

@@ -1,0 +1,376 @@
+// `zel dub`: replaces the sound of a file with another track.
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "tools/zel/Commands.h"
+#include "tools/zel/Delay.h"
+#include "tools/zel/Failure.h"
+#include "tools/zel/Host.h"
+#include "tools/zel/MediaWriter.h"
+#include "tools/zel/PacketSource.h"
+#include "tools/zel/Progress.h"
+#include "tools/zel/SteadyStream.h"
+#include "zel/sample/Sample.h"
+
+namespace zel::tool {
+namespace {
+
+struct Options {
+  std::string input;
+  std::string track;
+  std::string output;
+  double delay = 0;
+  int audioStream = 0;
+  DecoderSelection trackSelection = {};
+  bool overwrite = false;
+  bool dryRun = false;
+  bool quiet = false;
+};
+
+/// What the converter between a track and an input can do without going silent.
+bool ConverterHas(int from, int to) {
+  return from == to || (from >= 1 && from <= 8 && (to == 1 || to == 2 || to == 6));
+}
+
+std::string FormatText(const AudioInfo& format) {
+  return std::to_string(format.sampleRate) + " Hz, " + std::to_string(format.channels) +
+         (format.channels == 1 ? " channel" : " channels");
+}
+
+std::string LengthText(double seconds) {
+  return seconds > 0 ? ClockText(seconds) : "unknown length";
+}
+
+bool SameFile(const std::string& a, const std::string& b) {
+  struct stat first = {};
+  struct stat second = {};
+  return stat(a.c_str(), &first) == 0 && stat(b.c_str(), &second) == 0 &&
+         first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+}
+
+/// One run of the command, from opening to the last line.
+class Dub {
+ public:
+  explicit Dub(const Options& options)
+      : options_(options), container_(ContainerOf(options.output)), source_(Checked(options)) {}
+
+  void Run() {
+    OpenInput();
+    OpenTrack();
+    Plan();
+    if (options_.dryRun) {
+      PrintOut(Description());
+      return;
+    }
+    Pull();
+  }
+
+ private:
+  /// Makes the cheap checks before anything is opened.
+  static const std::string& Checked(const Options& options) {
+    for (const std::string* source : {&options.input, &options.track}) {
+      if (SameFile(options.output, *source)) {
+        throw Failure(options.output, "is the same file as " + *source);
+      }
+    }
+    PendingFile::Check(options.output, options.overwrite);
+    return options.input;
+  }
+
+  void OpenInput() {
+    manager_ = MakeDecoderManager();
+    input_ = OpenSound(manager_.get(), options_.input);
+    if (options_.audioStream != 0) {
+      if (input_.stream->ChangeStream(options_.audioStream) != S_OK) {
+        throw Failure(options_.input,
+                      "has no audio stream " + std::to_string(options_.audioStream));
+      }
+      input_.Refresh();
+    }
+    soundIndex_ = static_cast<int>(input_.info->GetStreamIndex());
+
+    // Time 0 is where the input begins, be it with sound or with a picture.
+    origin_ = input_.info->GetStartPTS();
+    for (int i = 0; i < source_.streamCount(); ++i) {
+      const AVStream& stream = source_.stream(i);
+      if (stream.codecpar->codec_type != AVMEDIA_TYPE_VIDEO || IsCover(stream) ||
+          stream.start_time == AV_NOPTS_VALUE) {
+        continue;
+      }
+      origin_ = std::min<std::int64_t>(
+          origin_, av_rescale_q(stream.start_time, stream.time_base, kZelTimeBase));
+    }
+    input_.controls->SetTimeOrigin(origin_);
+    // The clocks of broadcasts start anywhere; other containers' time stamps are meant.
+    const bool anyClock = (source_.context().iformat->flags & AVFMT_TS_DISCONT) != 0;
+    shift_ = anyClock ? -origin_ : 0;
+  }
+
+  void OpenTrack() {
+    track_ = OpenSound(manager_.get(), options_.track, options_.trackSelection);
+    fileFormat_ = track_.format();
+    const int wanted = input_.format().channels;
+    if (ConverterHas(fileFormat_.channels, wanted)) return;
+    if (track_.controls->SetOutputChannels(wanted) != S_OK) {
+      throw Failure(options_.track, "its sound of " + std::to_string(fileFormat_.channels) +
+                                        " channels cannot become " + std::to_string(wanted));
+    }
+    track_.Refresh();
+  }
+
+  /// Decides what the output holds.
+  void Plan() {
+    writer_ = std::make_unique<MediaWriter>(options_.output, container_);
+    for (int i = 0; i < source_.streamCount(); ++i) {
+      const AVStream& stream = source_.stream(i);
+      if (i == soundIndex_) {
+        AddSound(stream);
+        continue;
+      }
+      const AVCodecParameters& codec = *stream.codecpar;
+      const char* kind = av_get_media_type_string(codec.codec_type);
+      const std::string what = "#" + std::to_string(i) + " " +
+                               (kind != nullptr ? kind : "unknown") + " (" +
+                               avcodec_get_name(codec.codec_id) + ")";
+      const bool picture = codec.codec_type == AVMEDIA_TYPE_VIDEO && !IsCover(stream);
+      if (container_.soundOnly || IsCover(stream) || !writer_->Holds(stream)) {
+        if (picture && !container_.soundOnly) {
+          throw Failure(options_.output, std::string(container_.title) +
+                                             " holds no video of codec " +
+                                             avcodec_get_name(codec.codec_id));
+        }
+        leftOut_ += (leftOut_.empty() ? "" : ", ") + what;
+        continue;
+      }
+      copies_[i] = writer_->AddCopy(stream);
+      copied_ += (copied_.empty() ? "" : ", ") + what;
+      // An attachment has no packets.
+      if (codec.codec_type != AVMEDIA_TYPE_ATTACHMENT) source_.Want(i, true);
+    }
+    writer_->AddDescription(source_.context(), shift_);
+  }
+
+  void AddSound(const AVStream& stream) {
+    const AudioInfo format = input_.format();
+    AVChannelLayout layout = stream.codecpar->ch_layout;
+    if (layout.order != AV_CHANNEL_ORDER_NATIVE || layout.nb_channels != format.channels) {
+      av_channel_layout_default(&layout, format.channels);
+    }
+    writer_->AddSound({format.sampleRate, format.channels}, layout, &stream);
+  }
+
+  static bool IsCover(const AVStream& stream) {
+    return (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
+  }
+
+  std::string Description() const {
+    const double length = input_.info->GetLength();
+    const double trackLength = track_.info->GetLength();
+    const double start = static_cast<double>(input_.info->GetStartPTS() - origin_) / 1e7;
+    std::string text = "input:   " + options_.input + ", stream #" + std::to_string(soundIndex_) +
+                       ": " + FormatText(input_.format()) + ", " + LengthText(length) + "\n";
+    text += "track:   " + options_.track + ": " + FormatText(fileFormat_);
+    if (fileFormat_.channels != track_.format().channels) {
+      text += " (decoded to " + std::to_string(track_.format().channels) + ")";
+    }
+    text += ", " + LengthText(trackLength) + ", from " + ClockText(options_.delay) + "\n";
+
+    text += "output:  " + options_.output + ": " + container_.title + ", sound as " +
+            container_.encoder;
+    if (writer_->sound().OutRate() != input_.format().sampleRate) {
+      text += " at " + std::to_string(writer_->sound().OutRate()) + " Hz";
+    }
+    if (!copied_.empty()) text += "; copied: " + copied_;
+    if (!leftOut_.empty()) text += "; left out: " + leftOut_;
+    text += "\nsilence: " + SilenceText(start, length, trackLength) + "\n";
+    return text + "Nothing was written.\n";
+  }
+
+  std::string SilenceText(double start, double length, double trackLength) const {
+    const double end = length > 0 ? start + length : std::numeric_limits<double>::infinity();
+    const double trackEnd = trackLength > 0 ? std::max(options_.delay + trackLength, start)
+                                            : std::numeric_limits<double>::infinity();
+    if (options_.delay >= end || trackEnd <= start) return "all of it: the track is never heard";
+    std::string text;
+    if (options_.delay > start) {
+      text = ClockText(start) + " to " + ClockText(options_.delay) + " (before the track)";
+    }
+    if (trackEnd < end) {
+      text += (text.empty() ? "" : ", ") + ClockText(trackEnd) + " to " +
+              (length > 0 ? ClockText(end) : "the end") + " (after the track)";
+    }
+    return text.empty() ? "none" : text;
+  }
+
+  void Pull() {
+    const ComPtr<IAudioCompositor> compositor = MakeCompositor();
+    const ComPtr<SteadyStream> input(new SteadyStream(input_.stream));
+    const ComPtr<SteadyStream> track(new SteadyStream(track_.stream));
+    input->SplitAt(options_.delay);
+    track->PadFor(input.get());
+    ComPtr<IMediaStream> output;
+    if (compositor->SetInputAudioStream(input.get()) != S_OK) {
+      throw Failure(options_.input, "the compositor does not take its sound");
+    }
+    if (compositor->AddByMediaStream(track.get()) != S_OK) {
+      throw Failure(options_.track, "the compositor does not take its sound");
+    }
+    compositor->SetDelayTime(options_.delay);
+    compositor->GetOutPutAudioStream(output.Receive());
+
+    const double length = input_.info->GetLength();
+    Progress progress(length, options_.quiet);
+    const int bytesPerSample = 2 * input_.format().channels;
+    long long frames = 0;
+    long long samples = 0;
+    for (;;) {
+      output->Forward();
+      CZelSample* sample = output->GetSampleEx();
+      if (sample == nullptr) break;
+      const MEDIA_FRAME& frame = *sample->GetMediaFrame();
+      if (frame.audio.nChannels * 2 != bytesPerSample ||
+          frame.audio.nSampleRate != input_.format().sampleRate) {
+        throw Failure(options_.input, "the format of its sound changes on the way");
+      }
+      if (frames++ == 0) {
+        writer_->Start(options_.overwrite, frame.llPTS + origin_ + shift_, length);
+      }
+      CopyUntil(frame.llPTS);
+      const int count = frame.audio.nDataSize / bytesPerSample;
+      writer_->WriteSound(frame.audio.pData, count);
+      samples += count;
+      progress.Update(static_cast<double>(samples) / frame.audio.nSampleRate);
+    }
+    input_.CheckStatus();
+    track_.CheckStatus();
+    if (frames == 0) throw Failure(options_.input, "its sound is empty");
+    CopyUntil(std::numeric_limits<std::int64_t>::max());
+    writer_->Finish();
+    progress.Clear();
+    if (options_.quiet) return;
+
+    const double seconds = static_cast<double>(samples) / input_.format().sampleRate;
+    char numbers[128];
+    std::snprintf(numbers, sizeof(numbers), "%lld frames, %.3f s, %.0fx real time", frames, seconds,
+                  seconds / std::max(progress.Elapsed(), 1e-6));
+    PrintOut(options_.output + ": sound of " + options_.input + " replaced by " + options_.track +
+             " from " + ClockText(options_.delay) + ": " + numbers +
+             (leftOut_.empty() ? "" : "; left out: " + leftOut_) + "\n");
+  }
+
+  /// Copies the packets that come before time `until` (100-ns units).
+  void CopyUntil(std::int64_t until) {
+    while (!copies_.empty() && !copyEnded_) {
+      if (packet_->buf == nullptr) {
+        if (!source_.Read(packet_.get())) {
+          copyEnded_ = true;
+          return;
+        }
+        // A stream that appears on the way has no place in the output.
+        if (!copies_.contains(packet_->stream_index)) {
+          av_packet_unref(packet_.get());
+          continue;
+        }
+      }
+      const AVRational base = source_.stream(packet_->stream_index).time_base;
+      const std::int64_t stamp = packet_->dts != AV_NOPTS_VALUE ? packet_->dts : packet_->pts;
+      if (stamp != AV_NOPTS_VALUE && av_rescale_q(stamp, base, kZelTimeBase) - origin_ > until) {
+        return;
+      }
+      const std::int64_t shift = av_rescale_q(shift_, kZelTimeBase, base);
+      if (packet_->pts != AV_NOPTS_VALUE) packet_->pts += shift;
+      if (packet_->dts != AV_NOPTS_VALUE) packet_->dts += shift;
+      writer_->WriteCopy(packet_.get(), copies_.at(packet_->stream_index), base);
+    }
+  }
+
+  const Options& options_;
+  const Container& container_;
+  PacketSource source_;
+  ComPtr<IMediaDecoderMgr> manager_;
+  DecodedSound input_;
+  DecodedSound track_;
+  AudioInfo fileFormat_ = {};  ///< The track's own format.
+  int soundIndex_ = 0;
+  std::int64_t origin_ = 0;  ///< The container's time stamp of time 0.
+  std::int64_t shift_ = 0;   ///< From the input's time stamps to the output's.
+
+  std::unique_ptr<MediaWriter> writer_;
+  std::map<int, int> copies_;  ///< Copied streams: index in the input, index in the output.
+  std::string copied_;
+  std::string leftOut_;
+  Packet packet_{NotNull(av_packet_alloc())};  ///< The next one to copy.
+  bool copyEnded_ = false;
+};
+
+std::uint32_t ParseId(const std::string& option, const std::string& text) {
+  std::size_t end = 0;
+  unsigned long value = 0;
+  try {
+    value = std::stoul(text, &end, 0);
+  } catch (const std::exception&) {
+    end = 0;
+  }
+  if (end == 0 || end != text.size() || text[0] == '-' || value > 0xFFFFFFFFUL) {
+    throw UsageError(option + ": '" + text + "' is no id");
+  }
+  return static_cast<std::uint32_t>(value);
+}
+
+}  // namespace
+
+int RunDub(int argc, char** argv) {
+  Options options;
+  std::string delay;
+  std::string program;
+  std::string stream;
+  const auto parser =
+      MakeParser("dub",
+                 "Replace the sound of INPUT with TRACK, which starts D later, and write OUTPUT.\n"
+                 "OUTPUT has INPUT's length and time stamps; video is copied as it is.");
+  parser->add_option("INPUT", options.input, "Audio or video file")->required();
+  parser->add_option("TRACK", options.track, "File with the new sound")->required();
+  parser
+      ->add_option("-o,--output", options.output,
+                   "File to write; its name tells the container: " + KnownSuffixes())
+      ->type_name("OUTPUT")
+      ->required();
+  parser
+      ->add_option("-d,--delay", delay,
+                   "Start of TRACK in INPUT, 0 if not given: 1.273, 1273ms, -0.5s, "
+                   "00:00:01.273; negative: start inside TRACK")
+      ->type_name("D");
+  parser
+      ->add_option("--audio-stream", options.audioStream,
+                   "Which audio stream of INPUT to replace, counted from 0")
+      ->type_name("N")
+      ->check(CLI::Range(0, 0xFFFF));
+  parser->add_option("--stream", stream, "Stream of TRACK to use, by its id")->type_name("ID");
+  parser->add_option("--program", program, "Program of TRACK to use, by its id")->type_name("ID");
+  parser->add_flag("--overwrite", options.overwrite, "Replace an existing OUTPUT");
+  parser->add_flag("-n,--dry-run", options.dryRun, "Say what would be done, and do nothing");
+  parser->add_flag("-q,--quiet", options.quiet, "No progress and no closing line");
+  if (!Parse(*parser, argc, argv)) return kDone;
+
+  if (!stream.empty()) {
+    options.trackSelection.size = sizeof(DecoderSelection);
+    options.trackSelection.streamId = ParseId("--stream", stream);
+    options.trackSelection.programId = program.empty()
+                                           ? options.trackSelection.streamId >> 16 & 0xFF
+                                           : ParseId("--program", program);
+  }
+  if (parser->count("--delay") > 0) options.delay = ParseDelay(delay);
+  Dub(options).Run();
+  return kDone;
+}
+
+}  // namespace zel::tool

@@ -1,0 +1,116 @@
+// The `zel` command: picks the subcommand and reports how it ended.
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+#include <new>
+
+#include "tools/zel/Commands.h"
+#include "tools/zel/Failure.h"
+#include "tools/zel/Ffmpeg.h"
+#include "tools/zel/PendingFile.h"
+
+namespace zel::tool {
+namespace {
+
+constexpr Command kCommands[] = {
+    {"dub", "replace the sound of a file with another track", RunDub},
+};
+
+std::string VersionText() {
+  return "zel " ZEL_VERSION "\n";
+}
+
+std::string HelpText() {
+  std::string text =
+      "Usage: zel COMMAND [ARGUMENT...]\n"
+      "Replace, describe and convert the sound of media files.\n\nCommands:\n";
+  for (const Command& command : kCommands) {
+    char line[128];
+    std::snprintf(line, sizeof(line), "  %-9s %s\n", command.name, command.summary);
+    text += line;
+  }
+  return text +
+         "\nOptions:\n"
+         "  -h, --help     show this text (zel COMMAND --help: a command's own)\n"
+         "      --version  show the version\n\n"
+         "Exit codes: 0 done, 1 failed, 2 wrong usage, 128+N ended by signal N.\n";
+}
+
+int Run(int argc, char** argv) {
+  if (argc < 2) throw UsageError("a command is missing");
+  const std::string first = argv[1];
+  if (first == "-h" || first == "--help" || first == "help") {
+    PrintOut(HelpText());
+    return kDone;
+  }
+  if (first == "--version") {
+    PrintOut(VersionText());
+    return kDone;
+  }
+  for (const Command& command : kCommands) {
+    if (first != command.name) continue;
+    try {
+      return command.run(argc - 1, argv + 1);
+    } catch (const UsageError& error) {
+      std::fprintf(stderr, "zel %s: %s\nTry 'zel %s --help' for more information.\n", command.name,
+                   error.what(), command.name);
+      return kUsage;
+    }
+  }
+  throw UsageError((first.starts_with('-') ? "unknown option '" : "unknown command '") + first +
+                   "'");
+}
+
+}  // namespace
+
+std::unique_ptr<CLI::App> MakeParser(const std::string& name, const std::string& description) {
+  auto parser = std::make_unique<CLI::App>(description, "zel " + name);
+  parser->set_help_flag("-h,--help", "Show this text");
+  parser->set_version_flag("--version", "zel " ZEL_VERSION);
+  parser->get_formatter()->column_width(30);
+  return parser;
+}
+
+bool Parse(CLI::App& parser, int argc, char** argv) {
+  try {
+    parser.parse(argc, argv);
+    return true;
+  } catch (const CLI::CallForHelp&) {
+    PrintOut(parser.help());
+  } catch (const CLI::CallForVersion&) {
+    PrintOut(VersionText());
+  } catch (const CLI::ParseError& error) {
+    throw UsageError(error.what());
+  }
+  return false;
+}
+
+void PrintOut(const std::string& text) {
+  errno = 0;
+  if (std::fputs(text.c_str(), stdout) < 0 || std::fflush(stdout) != 0) {
+    throw Failure("standard output", std::strerror(errno));
+  }
+}
+
+}  // namespace zel::tool
+
+int main(int argc, char** argv) {
+  using namespace zel::tool;
+  InstallSignalHandlers();
+  CaptureAvLog();
+  try {
+    return Run(argc, argv);
+  } catch (const UsageError& error) {
+    std::fprintf(stderr, "zel: %s\nTry 'zel --help' for more information.\n", error.what());
+    return kUsage;
+  } catch (const Failure& failure) {
+    std::fprintf(stderr, "zel: %s\n", failure.what());
+  } catch (const std::bad_alloc&) {
+    std::fputs("zel: out of memory\n", stderr);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "zel: %s\n", error.what());
+  }
+  return kFailed;
+}
