@@ -114,7 +114,7 @@ int MixGainScalar(const MixInputs& in, int i, int end, double gain, double step,
 }
 
 #define ZEL_CHANNEL_ROW(in, mono, stereo) \
-  { mono, stereo, EachFrame<in, 6, SpreadToSix<in>> }
+  { mono, stereo, EachFrame<(in), 6, SpreadToSix<(in)>> }
 const Kernels kKernelsScalar = {
     {ZEL_CHANNEL_ROW(1, nullptr, (EachFrame<1, 2, MixToStereo<1>>)),
      ZEL_CHANNEL_ROW(2, (EachFrame<2, 1, MixToMono<2>>), nullptr),
