@@ -144,6 +144,8 @@ bool CVideoStream::Next() {
 }
 
 int CVideoStream::Forward() {
+  // Right after a seek the picture that was sought is still to be read.
+  if (std::exchange(m_sought, false)) return 0;
   return Guarded([&] { return Next() ? 0 : -1; }, -1, -1);
 }
 
@@ -194,11 +196,12 @@ double CVideoStream::Seek(double seconds, int /*mode*/) {
   constexpr double latest = 1e9;
   const auto target =
       static_cast<std::int64_t>(std::llround(std::clamp(seconds, 0.0, latest) * kTicksPerSecond));
-  const bool found = Guarded([&] { return SeekTo(target); }, false, false);
-  return found ? static_cast<double>(TimeOf(*m_frame)) / kTicksPerSecond : -1;
+  m_sought = Guarded([&] { return SeekTo(target); }, false, false);
+  return m_sought ? static_cast<double>(TimeOf(*m_frame)) / kTicksPerSecond : -1;
 }
 
 CZelSample* CVideoStream::GetSampleEx() {
+  m_sought = false;
   if (m_state != State::kAtFrame) return nullptr;
   if (!m_filled) m_filled = Guarded([&] { return FillSample(); }, false, false);
   return m_filled ? m_sample.get() : nullptr;

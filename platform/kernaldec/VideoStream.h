@@ -78,6 +78,7 @@ class CVideoStream final : public scombase::CUnknown, public IMediaStream {
   State m_state = State::kEnded;
   bool m_inputEnded = false;
   bool m_filled = false;
+  bool m_sought = false;          ///< A seek has found a picture that nobody has read yet.
   std::int64_t m_startTicks = 0;  ///< In the stream's time base.
 };
 

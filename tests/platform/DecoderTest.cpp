@@ -411,6 +411,9 @@ TEST_F(Decoder, YieldsPicturesAndFindsThemAgain) {
     EXPECT_EQ(stream->GetSampleEx(), nullptr);
     for (const std::size_t i : {40U, 0U, 74U, 13U, 14U, 13U, 60U}) {
       EXPECT_NEAR(stream->Seek(i * 0.04 + 0.02, 1), i * 0.04, 0.0006);
+      if (i != 13) {
+        EXPECT_EQ(stream->Forward(), 0);
+      }
       expectPicture(i);
     }
     EXPECT_EQ(stream->Seek(3.5, 1), -1);
