@@ -32,6 +32,10 @@ target_compile_options(zel_build INTERFACE
   # Results are specified as plain IEEE doubles, one rounding per operation.
   -ffp-contract=off)
 target_link_options(zel_build INTERFACE -Wl,--no-undefined -Wl,--as-needed)
+# x87 arithmetic would round doubles twice.
+if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND CMAKE_SYSTEM_PROCESSOR MATCHES "^(i.86|x86|x86_64|AMD64)$")
+  target_compile_options(zel_build INTERFACE -msse2 -mfpmath=sse)
+endif()
 if(ZEL_WERROR)
   target_compile_options(zel_build INTERFACE -Werror)
 endif()

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cwchar>
+#include <new>
 #include <string>
 
 #include "platform/common/Utf8.h"
@@ -19,7 +20,11 @@ extern "C" void GetAppPath(wchar_t* buffer, int capacity) {
   if (slash == std::string_view::npos) return;
   folder = folder.substr(0, slash);
 
-  const std::wstring wide = zel::utf8::ToWide(folder);
-  if (wide.size() >= static_cast<std::size_t>(capacity)) return;
-  std::wmemcpy(buffer, wide.c_str(), wide.size() + 1);
+  try {
+    const std::wstring wide = zel::utf8::ToWide(folder);
+    if (wide.size() >= static_cast<std::size_t>(capacity)) return;
+    std::wmemcpy(buffer, wide.c_str(), wide.size() + 1);
+  } catch (const std::bad_alloc&) {
+    // The folder is not known, then.
+  }
 }

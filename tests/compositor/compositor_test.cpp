@@ -413,6 +413,25 @@ TEST_F(CompositorTest, ASourceAddedDuringPlaybackStartsWhereTheInputIs) {
   EXPECT_EQ(TakeLog(), Log{"src.GetStreamInfo"}) << "the position is used once";
 }
 
+// Frames that were delivered while a new source sought once left it behind for good.
+TEST_F(CompositorTest, ASourceSeeksAgainWhenFramesPassMeanwhile) {
+  host.compositor->SetInputAudioStream(Input([](long n) {
+    Block block;
+    block.pts = n * 10'000'000;
+    return block;
+  }));
+  host.Pull();
+  host.Pull();
+  ScriptedStream* source = Source();
+  source->onSeek = [&] {
+    source->onSeek = nullptr;
+    host.Pull();
+    TakeLog();
+  };
+  host.compositor->AddByMediaStream(source);
+  EXPECT_EQ(TakeLog(), Log{"src.Seek(2, 1)"});
+}
+
 TEST_F(CompositorTest, ASourceThatEndsInsideAFrameLeavesItSilent) {
   ScriptedStream* source = Source(
       [](long n) {

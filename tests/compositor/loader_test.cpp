@@ -176,6 +176,7 @@ class LoaderTest : public testing::Test {
           return block;
         },
         1'000'000'000, 3);
+    input->seekable = false;
     compositor->SetInputAudioStream(input);
     input->Release();
   }
@@ -379,6 +380,7 @@ TEST_F(LoaderTest, PullingWhileAnotherThreadAddsRemovesDelaysAndSeeks) {
       Add(i % 3 == 0 ? L"a" : L"b");
       compositor->SetDelayTime(static_cast<double>(random() % 4) - 2);
       if (random() % 3 == 0) compositor->Remove();
+      output->Seek(static_cast<double>(random() % 9), 1);
     }
   });
   for (int i = 0; i < 2000; ++i) {

@@ -105,7 +105,8 @@ class ScriptedStream : public scombase::CUnknown, public IMediaStream {
   int Backward() override { return 0; }
   double Seek(double seconds, int mode) override {
     Note("Seek(%.17g, %d)", seconds, mode);
-    position = seconds > 0 ? static_cast<long>(seconds * 10) : 0;
+    if (onSeek) onSeek();
+    if (seekable) position = seconds > 0 ? static_cast<long>(seconds * 10) : 0;
     return seconds + 0.25;
   }
   HRESULT NotifyStreamMessage(unsigned long msg, long long param, void* p1, void* p2) override {
@@ -122,8 +123,10 @@ class ScriptedStream : public scombase::CUnknown, public IMediaStream {
   StreamInfo record{};
   bool hasRecord = true;
   HRESULT infoResult = S_OK;
-  long position = -1;
-  bool quiet = false;  // Writes nothing down, so that nothing is allocated.
+  std::atomic<long> position = -1;
+  bool seekable = true;
+  std::function<void()> onSeek;  // What else happens while the stream seeks.
+  bool quiet = false;            // Writes nothing down, so that nothing is allocated.
 
  private:
   template <class... Args>

@@ -1,6 +1,7 @@
 #include "zel/audio/AudioConverter.h"
 
 #include <algorithm>
+#include <cfloat>
 #include <climits>
 #include <cstring>
 #include <memory>
@@ -51,7 +52,10 @@ struct PositionTable {
 
 }  // namespace
 
-// What a conversion needs beside the described members, and the conversion itself.
+static_assert(FLT_EVAL_METHOD == 0,
+              "doubles are rounded after every operation (not so by the x87)");
+
+// What a conversion needs beside the class's own members, and the conversion itself.
 //
 // The queue is a window that moves up through its array as samples are taken, and moves back to the
 // start when fewer samples are held than were taken, so that each sample taken pays for at most one

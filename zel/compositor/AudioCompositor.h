@@ -14,27 +14,27 @@
 /// converted to the input's rate and channel count, or silence before the delay and after the
 /// source's end. Without a second source frames pass unchanged.
 ///
-/// Threads: one thread pulls. AddByMediaStream, AddByFileName and Remove may be called on another
-/// one meanwhile; SetInputAudioStream and SetDelayTime may not.
+/// Threads: one thread pulls. AddByMediaStream, AddByFileName, Remove, SetDelayTime and
+/// GetDelayTime may be called on one other thread meanwhile. SetInputAudioStream and the last
+/// Release may not.
 class ZEL_API IAudioCompositor : public IUnknown {
  public:
   /// Drops everything held so far, then holds `pInput` (one reference) and describes it.
   /// @return S_OK; S_FALSE when `pInput` is null or gives no description (then no audio can be
-  /// pulled).
+  ///   pulled); E_OUTOFMEMORY.
   virtual HRESULT SetInputAudioStream(IMediaStream* pInput) = 0;
   /// Hands out the output stream with one reference.
   /// @return S_OK; E_POINTER.
   virtual HRESULT GetOutPutAudioStream(IMediaStream** ppOutput) = 0;
   /// Makes `pSource` (held with one reference) the second source, in place of the one before.
   /// @return S_OK; E_INVALIDARG for null, or a stream without description, audio or channels: the
-  /// source
-  ///   before it stays.
+  ///   source before it stays.
   virtual HRESULT AddByMediaStream(IMediaStream* pSource) = 0;
   /// Checks that `fileName` (zero-terminated, UTF-32) can be opened and starts to load it on a
-  /// thread of the compositor's own; the source takes effect when that has finished. The name that
-  /// is loaded or loading is not loaded again.
+  /// thread of the compositor's own; the source takes effect when that has finished. The name
+  /// accepted last is not loaded again until Remove, whatever became of that load.
   /// @return S_OK; E_INVALIDARG when the file does not open; E_FAIL without a decoder manager;
-  /// E_POINTER.
+  ///   E_POINTER; E_OUTOFMEMORY.
   virtual HRESULT AddByFileName(wchar_t* fileName) = 0;
   /// Drops the second source. A load that is under way still adds its stream.
   /// @return S_OK.

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <memory>
 #include <new>
 
 #include "zel/platform/Types.h"
@@ -56,8 +57,9 @@ void CSingleLock::Unlock() {
 }
 
 BaseThread::BaseThread() {
-  m_pStopEvent = new SyncEvent;
+  auto stopEvent = std::make_unique<SyncEvent>();
   m_pExitEvent = new SyncEvent;
+  m_pStopEvent = stopEvent.release();
 }
 
 BaseThread::~BaseThread() {

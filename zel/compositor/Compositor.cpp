@@ -118,8 +118,7 @@ HRESULT CAudioCompositor::AddByMediaStream(IMediaStream* pSource) {
     if (position < 0) return;
     pSource->Seek(static_cast<double>(position) / kUnitsPerSecond - m_dDelay, 1);
   };
-  seekToPosition(m_llPosition);
-  m_llPosition = -1;
+  seekToPosition(m_llPosition.exchange(-1));
 
   const CSingleLock lock(&m_mutex);
   DropSource();

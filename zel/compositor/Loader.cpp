@@ -4,6 +4,7 @@
 #include <cwchar>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "zel/base/Ids.h"
 #include "zel/base/detail/Ref.h"
@@ -80,6 +81,9 @@ HRESULT CAudioCompositor::AddByFileName(wchar_t* fileName) {
     manager->OpenMediaInfo(fileName, kDecoderUse, probed.out());
     if (!probed) return E_INVALIDARG;
   }
+  // The load has a copy of its own: Remove may empty the other one before the thread has begun.
+  BstrPtr loading(SysAllocString(fileName), SysFreeString);
+  if (loading == nullptr) return E_OUTOFMEMORY;
   try {
     const CSingleLock lock(&m_mutex);
     m_fileName = fileName;
@@ -87,16 +91,13 @@ HRESULT CAudioCompositor::AddByFileName(wchar_t* fileName) {
     return E_OUTOFMEMORY;
   }
   Stop();
+  m_pLoading = std::move(loading);
   Start();
   return S_OK;
 }
 
 int CAudioCompositor::svc() {
-  std::unique_ptr<wchar_t, decltype(&SysFreeString)> name(nullptr, SysFreeString);
-  {
-    const CSingleLock lock(&m_mutex);
-    name.reset(SysAllocString(m_fileName.c_str()));
-  }
+  const BstrPtr name = std::move(m_pLoading);
   if (name == nullptr) return 0;
   const Ref<IMediaDecoderMgr> manager = CreateDecoderManager();
   if (!manager) return 0;

@@ -24,7 +24,8 @@ class ZEL_API IStreamInfo : public IUnknown {
   virtual std::uint32_t GetID() = 0;      ///< 0 without a record.
   virtual std::uint32_t GetFourCC() = 0;  ///< 0 without a record.
   virtual std::int32_t GetState() = 0;    ///< -1 without a record.
-  /// @return S_OK; E_POINTER for a null `ppName`; E_FAIL, `*ppName` untouched, without a record.
+  /// @return S_OK; E_POINTER for a null `ppName`; E_FAIL, `*ppName` untouched, without a record;
+  ///   E_OUTOFMEMORY.
   virtual HRESULT GetName(wchar_t** ppName) = 0;
   /// As GetName.
   virtual HRESULT GetDescription(wchar_t** ppDescription) = 0;
@@ -67,7 +68,7 @@ class ZEL_API ISubPicStreamInfo : public IUnknown {
   virtual std::uint32_t GetID() = 0;      ///< 0 without a record.
   virtual std::uint32_t GetFourCC() = 0;  ///< 0 without a record.
   /// @param ppLanguage receives a string to be freed with SysFreeString; null after a failure.
-  /// @return S_OK; E_POINTER for a null `ppLanguage`; E_FAIL without a record.
+  /// @return S_OK; E_POINTER for a null `ppLanguage`; E_FAIL without a record; E_OUTOFMEMORY.
   virtual HRESULT GetLanguage(wchar_t** ppLanguage) = 0;
   /// As GetLanguage.
   virtual HRESULT GetDescription(wchar_t** ppDescription) = 0;

@@ -22,6 +22,7 @@ struct AudioInfo {
   unsigned char reserved[16];  ///< Carried whole.
 };
 static_assert(sizeof(AudioInfo) == 28);
+static_assert(offsetof(AudioInfo, channels) == 4 && offsetof(AudioInfo, bitsPerSample) == 8);
 
 /// One elementary stream.
 struct StreamInfo {
@@ -91,6 +92,7 @@ struct SubPicStreamInfo {
   wchar_t description[157];
 };
 static_assert(sizeof(SubPicStreamInfo) == 896);
+static_assert(offsetof(SubPicStreamInfo, id) == 4 && offsetof(SubPicStreamInfo, fourCC) == 8);
 static_assert(offsetof(SubPicStreamInfo, language) == 12 &&
               offsetof(SubPicStreamInfo, description) == 268);
 
@@ -105,4 +107,5 @@ struct SStreamExtraData {
 };
 #if defined(__i386__)
 static_assert(sizeof(SStreamExtraData) == 12);
+static_assert(offsetof(SStreamExtraData, size) == 4 && offsetof(SStreamExtraData, data) == 8);
 #endif

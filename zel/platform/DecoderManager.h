@@ -17,6 +17,9 @@ struct DecoderSelection {
   std::uint32_t reserved1[9];
 };
 static_assert(sizeof(DecoderSelection) == 52);
+static_assert(offsetof(DecoderSelection, programId) == 8 &&
+              offsetof(DecoderSelection, streamId) == 12);
+static_assert(offsetof(DecoderSelection, reserved1) == 16);
 
 /// An opened file; hands out its decoded streams.
 class ZEL_API IMediaDecoder : public IUnknown {

@@ -1,6 +1,7 @@
 // Fundamental types of the component object model and the result codes that its operations return.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 /// Marks what the library exports; everything else is compiled with hidden visibility.
@@ -22,6 +23,8 @@ struct _GUID {
   std::uint8_t Data4[8];
 };
 static_assert(sizeof(_GUID) == 16);
+static_assert(offsetof(_GUID, Data2) == 4 && offsetof(_GUID, Data3) == 6 &&
+              offsetof(_GUID, Data4) == 8);
 
 /// Success.
 constexpr HRESULT S_OK = 0;

@@ -58,10 +58,12 @@ class CAudioCompositor : public scombase::CUnknown,
   CZelSample* GetSampleEx() override;
   HRESULT NotifyStreamMessage(unsigned long msg, long long param, void* p1, void* p2) override;
   CZelSample* GetOriginSampleEx() override;
-  /// Loads m_fileName and adds it as the second source.
+  /// Loads m_pLoading and adds it as the second source.
   int svc() override;
 
  private:
+  using BstrPtr = std::unique_ptr<wchar_t, decltype(&SysFreeString)>;
+
   void Reset();
   void DropSource();
   void ReplaceSound(MEDIA_FRAME& frame, double frameTime);
@@ -79,10 +81,11 @@ class CAudioCompositor : public scombase::CUnknown,
   std::unique_ptr<CAudioConverter> m_pConverter;
   pthread_mutex_t m_mutex;
   std::atomic<bool> m_bReposition = false;
-  std::wstring m_fileName;
+  std::wstring m_fileName;  // Last accepted by AddByFileName.
   // What was converted waits in the converter's queue. Only what a replaced converter leaves, or
   // what a frame of an odd size would tear apart, is set aside here; it goes first.
   zel::DeliveryBuffer m_setAside;
+  BstrPtr m_pLoading{nullptr, SysFreeString};  // What the next run of the thread loads.
   // Time of the last frame delivered, or a seek target noted while a file loads; -1: none. 100-ns
   // units.
   std::atomic<std::int64_t> m_llPosition = -1;

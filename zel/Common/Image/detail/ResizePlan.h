@@ -76,7 +76,7 @@ class Axis {
 
 /// The horizontal pass: rows of a source rectangle with their columns picked or interpolated.
 ///
-/// The described bilinear value truncates after its horizontal half, so that half depends on the
+/// The bilinear value truncates after its horizontal half, so that half depends on the
 /// source row alone: it is computed once per row, and the two rows that a vertical step needs are
 /// kept. One allocation per call at most; narrow pictures need none.
 class RowScaler {
