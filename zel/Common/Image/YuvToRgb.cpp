@@ -44,7 +44,9 @@ void Convert(ConvertKernels::ToRgb kernel, const Planes& src, const Bitmap& dst,
   const auto row = [&](Offset r) {
     return dst.bits + (dst.bottom_up ? rows - 1 - r : r) * dst.stride;
   };
-  for (Offset j = 0; j + 1 < height; j += 2) {
+  for (Offset i = 0; i + 1 < height; i += 2) {
+    // Caches like the larger side's rows in the order of memory.
+    const Offset j = dst.bottom_up ? (height & ~Offset{1}) - 2 - i : i;
     unsigned char* const pair[2] = {row(j), row(j + 1)};
     kernel(src.Rows(j, true), pair, static_cast<std::ptrdiff_t>(width));
   }

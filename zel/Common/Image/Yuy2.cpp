@@ -9,30 +9,9 @@ namespace {
 
 using zel::image::ActiveConvertKernels;
 using zel::image::ConvertKernels;
-using zel::image::YuvSource;
-using zel::image::YuvTarget;
 
 /// Offsets are 64-bit: rows times pitch may pass 2^31.
 using Offset = std::int64_t;
-
-/// Pixels that pass through planes on the stack between two kernels: few enough to stay in the
-/// first cache.
-constexpr Offset kChunk = 2048;
-
-struct Chunk {
-  std::uint8_t y[kChunk], u[kChunk / 2], v[kChunk / 2];
-
-  YuvSource Source() const { return {{y, nullptr}, u, v, {}}; }
-  YuvTarget Target() { return {{y, nullptr}, u, v, {}}; }
-};
-
-/// Calls `convert(x, count)` for stretches of `width` columns that fit a Chunk.
-template <typename F>
-void ForEachChunk(Offset width, F convert) {
-  for (Offset x = 0; x < width; x += kChunk) {
-    convert(x, static_cast<std::ptrdiff_t>(width - x < kChunk ? width - x : kChunk));
-  }
-}
 
 // Preconditions are computed in 64 bits, with the parameters' names, which their texts show.
 
@@ -69,23 +48,17 @@ void Rgb24_2_YUY2(unsigned char* lpBitsDst, int nPitchDst, int xDst, int yDst, i
     return lpBitsDst + (Offset{yDst} + t) * nPitchDst + 2 * left;
   };
   for (Offset t = 0; t < cyDst; ++t) {
-    ForEachChunk(even, [&](Offset x, std::ptrdiff_t count) {
-      Chunk chunk;
-      const unsigned char* const src[2] = {source(t) + 3 * x, nullptr};
-      unsigned char* const dst[2] = {target(t) + 2 * x, nullptr};
-      kernels.from_bgr24(src, chunk.Target(), count);
-      kernels.merge(chunk.Source(), dst, count, bYUY2 != 0);
-    });
+    kernels.bgr24_to_packed(source(t), target(t), static_cast<std::ptrdiff_t>(even), bYUY2 != 0);
   }
   // After all the others: where the pitch ends with the picture, the second half of a last group
   // lies on the first pixel of the next row.
   for (Offset t = 0; t < cyDst && width > even; ++t) {
-    Chunk chunk;
+    std::uint8_t y[2], u, v;
     const unsigned char* const src[2] = {source(t) + 3 * even, nullptr};
     unsigned char* const dst[2] = {target(t) + 2 * even, nullptr};
-    kernels.from_bgr24(src, chunk.Target(), 1);
-    chunk.y[1] = chunk.y[0];
-    kernels.merge(chunk.Source(), dst, 2, bYUY2 != 0);
+    kernels.from_bgr24(src, {{y, nullptr}, &u, &v, {}}, 1);
+    y[1] = y[0];
+    kernels.merge({{y, nullptr}, &u, &v, {}}, dst, 2, bYUY2 != 0);
   }
 }
 
@@ -104,13 +77,7 @@ void YUY2_2_Rgb24(unsigned char* lpBitsDst, int nHeightDst, int nPitchDst, int x
     return lpBitsDst + (Offset{nHeightDst} - 1 - yDst - t) * nPitchDst + Offset{3} * xDst;
   };
   for (Offset t = 0; t < cy; ++t) {
-    ForEachChunk(even, [&](Offset x, std::ptrdiff_t count) {
-      Chunk chunk;
-      const unsigned char* const src[2] = {source(t) + 2 * x, nullptr};
-      unsigned char* const dst[2] = {target(t) + 3 * x, nullptr};
-      kernels.split(src, chunk.Target(), count, bYUY2 != 0);
-      kernels.to_bgr24(chunk.Source(), dst, count);
-    });
+    kernels.packed_to_bgr24(source(t), target(t), static_cast<std::ptrdiff_t>(even), bYUY2 != 0);
   }
   for (Offset t = 0; t < cy && cx > even; ++t) {
     const unsigned char* const group = source(t) + 2 * even;
@@ -123,15 +90,23 @@ void YUY2_2_Rgb24(unsigned char* lpBitsDst, int nHeightDst, int nPitchDst, int x
 void YUY2_Blt_fast(unsigned char* lpBitsDst, int nPitchDst, int xDst, int yDst, int cx, int cy,
                    int bDstYUY2, unsigned char* lpBitsSrc, int nPitchSrc, int bSrcYUY2, int xSrc,
                    int ySrc) {
-  if (cx < 1) return;
+  if (cx < 1 || cy < 1) return;
+  const bool copy = bDstYUY2 == bSrcYUY2;
+  Offset width = copy ? Offset{cx} : (Offset{cx} + 1) & ~Offset{1};
+  Offset height = cy;
+  if (nPitchSrc == 2 * width && nPitchDst == 2 * width) {
+    // Rows without gaps are one row.
+    width *= height;
+    height = 1;
+  }
   const ConvertKernels& kernels = ActiveConvertKernels();
-  for (Offset t = 0; t < cy; ++t) {
+  for (Offset t = 0; t < height; ++t) {
     const unsigned char* const src = lpBitsSrc + (Offset{ySrc} + t) * nPitchSrc + Offset{2} * xSrc;
     unsigned char* const dst = lpBitsDst + (Offset{yDst} + t) * nPitchDst + Offset{2} * xDst;
-    if (bDstYUY2 == bSrcYUY2) {
-      std::memcpy(dst, src, 2 * static_cast<std::size_t>(cx));
+    if (copy) {
+      std::memcpy(dst, src, 2 * static_cast<std::size_t>(width));
     } else {
-      kernels.swap(dst, src, static_cast<std::ptrdiff_t>((Offset{cx} + 1) & ~Offset{1}));
+      kernels.swap(dst, src, static_cast<std::ptrdiff_t>(width));
     }
   }
 }

@@ -70,6 +70,11 @@ struct ConvertKernels {
   void (*split)(RgbSource src, const YuvTarget& dst, std::ptrdiff_t width, bool luma_first);
   /// Planes to packed 4:2:2. `width` is even.
   void (*merge)(const YuvSource& src, RgbTarget dst, std::ptrdiff_t width, bool luma_first);
+  /// One row of packed 4:2:2 to 24 bits and back; `width` is even.
+  void (*packed_to_bgr24)(const std::uint8_t* src, std::uint8_t* dst, std::ptrdiff_t width,
+                          bool luma_first);
+  void (*bgr24_to_packed)(const std::uint8_t* src, std::uint8_t* dst, std::ptrdiff_t width,
+                          bool luma_first);
   /// Exchanges the bytes of each of `count` 16-bit words; `dst` may be `src`.
   void (*swap)(std::uint8_t* dst, const std::uint8_t* src, std::ptrdiff_t count);
 };

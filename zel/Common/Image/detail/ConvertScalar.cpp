@@ -96,6 +96,27 @@ void Merge(const YuvSource& src, RgbTarget dst, std::ptrdiff_t width, bool luma_
   }
 }
 
+void PackedToBgr24(const std::uint8_t* src, std::uint8_t* dst, std::ptrdiff_t width,
+                   bool luma_first) {
+  const int luma = luma_first ? 0 : 1;
+  const int chroma = 1 - luma;
+  for (std::ptrdiff_t x = 0; x < width; ++x) {
+    const std::uint8_t* group = src + 4 * (x / 2);
+    PixelToRgb(kToRgb, group[luma + 2 * (x % 2)], group[chroma], group[chroma + 2], dst + 3 * x);
+  }
+}
+
+void Bgr24ToPacked(const std::uint8_t* src, std::uint8_t* dst, std::ptrdiff_t width,
+                   bool luma_first) {
+  for (std::ptrdiff_t x = 0; x < width; x += 2) {
+    std::uint8_t y[2], u, v;
+    const std::uint8_t* const pixels[2] = {src + 3 * x, nullptr};
+    std::uint8_t* const group[2] = {dst + 2 * x, nullptr};
+    FromRgb<kToYuv, 3>(pixels, {{y, nullptr}, &u, &v, {}}, 2);
+    Merge({{y, nullptr}, &u, &v, {}}, group, 2, luma_first);
+  }
+}
+
 void Swap(std::uint8_t* dst, const std::uint8_t* src, std::ptrdiff_t count) {
   for (std::ptrdiff_t i = 0; i < count; ++i) {
     const std::uint8_t first = src[2 * i];
@@ -120,6 +141,8 @@ const ConvertKernels kConvertScalar = {
     FromIndexed,
     Split,
     Merge,
+    PackedToBgr24,
+    Bgr24ToPacked,
     Swap,
 };
 

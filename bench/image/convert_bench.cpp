@@ -1,0 +1,262 @@
+// The colour conversions against libyuv, FFmpeg's swscale and memcpy.
+//
+// ZEL_BENCH_LEVEL=avx2 (or another level's name) in the environment limits our kernels, not the
+// peers'.
+#include <array>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "bench/Compare.h"
+#include "zel/Common/Image/ImageConvert.h"
+#include "zel/Common/Image/detail/ConvertKernels.h"
+
+#if ZEL_WITH_LIBYUV
+#include <libyuv.h>
+#endif
+#if ZEL_WITH_LIBSWSCALE
+extern "C" {
+#include <libswscale/swscale.h>
+}
+#endif
+
+namespace {
+
+using zel::CpuLevel;
+using zel::bench::Goal;
+using zel::bench::Peer;
+using Bytes = std::vector<std::uint8_t>;
+
+/// The level of our kernels.
+CpuLevel BenchLevel() {
+  const char* const name = std::getenv("ZEL_BENCH_LEVEL");
+  const CpuLevel detected = zel::DetectCpuLevel();
+  for (int i = 0; name && i <= static_cast<int>(detected); ++i) {
+    const auto level = static_cast<CpuLevel>(i);
+    if (std::strcmp(name, zel::CpuLevelName(level)) == 0) return level;
+  }
+  return detected;
+}
+
+/// A picture in every layout, with room for a padding column.
+struct Picture {
+  Picture(int width, int height) : w(width), h(height) {
+    std::mt19937 random(1);
+    for (Bytes* plane : {&y, &u, &v, &a, &bgr, &bgra, &packed, &indexes}) {
+      plane->resize(std::size_t{4} * (w + 8) * (h + 1));
+      for (auto& byte : *plane) byte = static_cast<std::uint8_t>(random() >> 24);
+    }
+    auto* const info = reinterpret_cast<tagBITMAPINFO*>(palette.data());
+    for (auto& byte : palette) byte = static_cast<std::uint8_t>(random() >> 24);
+    info->bmiHeader = *Header(8);
+  }
+  tagBITMAPINFOHEADER* Header(int bits) {
+    header = {};
+    header.biWidth = w;
+    header.biHeight = h;
+    header.biBitCount = static_cast<std::uint16_t>(bits);
+    return &header;
+  }
+  tagBITMAPINFO* Info() { return reinterpret_cast<tagBITMAPINFO*>(palette.data()); }
+  int stride24() const { return (w * 24 + 31) / 32 * 4; }
+
+  int w, h;
+  int py = (w + 1) / 2 * 2, pc = (w + 1) / 2;
+  Bytes y, u, v, a, bgr, bgra, packed, indexes;
+  alignas(4) std::array<std::uint8_t, 40 + 4 * 256> palette;
+  tagBITMAPINFOHEADER header;
+};
+
+using Run = void (*)(Picture& in, Picture& out);
+
+struct Routine {
+  const char* name;
+  double bytes_per_pixel;  ///< of what is written
+  Run ours;
+  Run libyuv;
+  /// swscale's formats, or "".
+  const char *sws_from, *sws_to;
+  double goal_small, goal_hd, goal_4k, aim;
+};
+
+#if ZEL_WITH_LIBYUV
+#define LIBYUV(...) [](Picture& i, Picture& o) { __VA_ARGS__; }
+const std::uint8_t kSwap[16] = {1, 0, 3, 2, 5, 4, 7, 6, 9, 8, 11, 10, 13, 12, 15, 14};
+#define YUV_OF(p) p.y.data(), p.py, p.u.data(), p.pc, p.v.data(), p.pc
+#else
+#define LIBYUV(...) nullptr
+#endif
+#define OURS(...) [](Picture& i, Picture& o) { __VA_ARGS__; }
+#define PLANES(p) p.y.data(), p.u.data(), p.v.data()
+#define PITCHES(p) p.py, p.pc, p.pc
+
+const Routine kRoutines[] = {
+    {"Yuv420_2_rgb24", 3, OURS(Yuv420_2_rgb24(o.Header(24), o.bgr.data(), PLANES(i), PITCHES(i))),
+     LIBYUV(libyuv::I420ToRGB24(YUV_OF(i), o.bgr.data(), o.stride24(), i.w, i.h)), "yuv", "bgr",
+     1.3, 1.3, 1.3, 2.0},
+    {"Yuv420_2_rgb32", 4, OURS(Yuv420_2_rgb32(o.Header(32), o.bgra.data(), PLANES(i), PITCHES(i))),
+     LIBYUV(libyuv::I420ToARGB(YUV_OF(i), o.bgra.data(), 4 * o.w, i.w, i.h)), "yuv", "bgra", 1.0,
+     1.0, 0.9, 1.5},
+    {"Yuv420_2_Argb", 4, OURS(Yuv420_2_Argb(o.Header(32), o.bgra.data(), PLANES(i), PITCHES(i))),
+     LIBYUV(libyuv::I420ToARGB(YUV_OF(i), o.bgra.data(), 4 * o.w, i.w, i.h)), "yuv", "bgra", 1.0,
+     1.0, 0.9, 1.5},
+    {"Yuv420_2_rgb32_Alpha", 4,
+     OURS(Yuv420_2_rgb32_Alpha(o.Header(32), o.bgra.data(), PLANES(i), i.a.data(), PITCHES(i))),
+     LIBYUV(
+         libyuv::I420AlphaToARGB(YUV_OF(i), i.a.data(), i.py, o.bgra.data(), 4 * o.w, i.w, i.h, 0)),
+     "", "", 1.1, 1.1, 1.0, 1.5},
+    {"Yuv420_2_rgb24Simple", 3,
+     OURS(Yuv420_2_rgb24Simple(o.Header(24), o.bgr.data(), PLANES(i), PITCHES(i))), nullptr, "", "",
+     4, 4, 4, 8},
+    {"Rgb24_2_yuv420", 1.5, OURS(Rgb24_2_yuv420(PLANES(o), PITCHES(o), i.Header(24), i.bgr.data())),
+     LIBYUV(libyuv::RGB24ToI420(i.bgr.data(), i.stride24(), YUV_OF(o), i.w, i.h)), "bgr", "yuv",
+     1.0, 1.0, 0.95, 1.3},
+    {"Rgb32_2_yuv420", 1.5,
+     OURS(Rgb32_2_yuv420(PLANES(o), PITCHES(o), i.Header(32), i.bgra.data())),
+     LIBYUV(libyuv::ARGBToI420(i.bgra.data(), 4 * i.w, YUV_OF(o), i.w, i.h)), "bgra", "yuv", 1.0,
+     1.0, 0.95, 1.3},
+    {"Argb_2_yuv420", 1.5, OURS(Argb_2_yuv420(PLANES(o), PITCHES(o), i.Header(32), i.bgra.data())),
+     LIBYUV(libyuv::ARGBToI420(i.bgra.data(), 4 * i.w, YUV_OF(o), i.w, i.h)), "", "", 1.0, 1.0,
+     0.95, 1.3},
+    {"Rgb32_2_yuv420_Alpha", 2.5,
+     OURS(Rgb32_2_yuv420_Alpha(PLANES(o), o.a.data(), PITCHES(o), i.Header(32), i.bgra.data())),
+     LIBYUV(libyuv::ARGBToI420(i.bgra.data(), 4 * i.w, YUV_OF(o), i.w, i.h);
+            libyuv::ARGBExtractAlpha(i.bgra.data(), 4 * i.w, o.a.data(), o.py, i.w, i.h)),
+     "", "", 1.1, 1.1, 0.95, 1.4},
+    {"Rgb32_2_yuv420A", 2.5,
+     OURS(Rgb32_2_yuv420A(PLANES(o), o.a.data(), PITCHES(o), i.Header(32), i.bgra.data())),
+     LIBYUV(libyuv::ARGBToI420(i.bgra.data(), 4 * i.w, YUV_OF(o), i.w, i.h);
+            libyuv::ARGBExtractAlpha(i.bgra.data(), 4 * i.w, o.a.data(), o.py, i.w, i.h)),
+     "", "", 1.1, 1.1, 0.95, 1.4},
+    {"Rgb24_2_yuv420Simple", 1.5,
+     OURS(Rgb24_2_yuv420Simple(PLANES(o), PITCHES(o), i.Header(24), i.bgr.data())), nullptr, "", "",
+     4, 4, 4, 8},
+    {"Rgb8_2_YUV420", 1.5, OURS(Rgb8_2_YUV420(PLANES(o), PITCHES(o), i.Info(), i.indexes.data())),
+     nullptr, "", "", 4, 4, 4, 8},
+    {"Rgb24_2_YUY2", 2,
+     OURS(Rgb24_2_YUY2(o.packed.data(), 2 * o.py, 0, 0, i.w, i.h, 1, i.bgr.data(), i.h,
+                       i.stride24(), 0, 0)),
+     LIBYUV(libyuv::RGB24ToARGB(i.bgr.data(), i.stride24(), o.bgra.data(), 4 * o.w, i.w, i.h);
+            libyuv::ARGBToYUY2(o.bgra.data(), 4 * o.w, o.packed.data(), 2 * o.py, i.w, i.h)),
+     "bgr", "yuy2", 1.3, 1.3, 1.3, 2.0},
+    {"YUY2_2_Rgb24", 3,
+     OURS(YUY2_2_Rgb24(o.bgr.data(), o.h, o.stride24(), 0, 0, i.w, i.h, i.packed.data(), 2 * i.py,
+                       1, 0, 0)),
+     LIBYUV(libyuv::YUY2ToARGB(i.packed.data(), 2 * i.py, o.bgra.data(), 4 * o.w, i.w, i.h);
+            libyuv::ARGBToRGB24(o.bgra.data(), 4 * o.w, o.bgr.data(), o.stride24(), i.w, i.h)),
+     "yuy2", "bgr", 1.3, 1.3, 1.3, 2.0},
+    {"YUY2_2_Yuv420", 1.5,
+     OURS(YUY2_2_Yuv420(PLANES(o), PITCHES(o), 0, 0, i.w, i.h, i.packed.data(), 2 * i.py, 1, 0, 0)),
+     LIBYUV(libyuv::YUY2ToI420(i.packed.data(), 2 * i.py, YUV_OF(o), i.w, i.h)), "", "", 1.0, 1.0,
+     1.0, 1.3},
+    {"Yuv420_2_YUY2", 2,
+     OURS(Yuv420_2_YUY2(o.packed.data(), 2 * o.py, 0, 0, i.w, i.h, 1, PLANES(i), PITCHES(i), 0, 0)),
+     LIBYUV(libyuv::I420ToYUY2(YUV_OF(i), o.packed.data(), 2 * o.py, i.w, i.h)), "", "", 0.95, 0.95,
+     0.95, 1.0},
+    {"YUY2_Blt_fast, order change", 2,
+     OURS(YUY2_Blt_fast(o.packed.data(), 2 * o.py, 0, 0, i.w, i.h, 1, i.packed.data(), 2 * i.py, 0,
+                        0, 0)),
+     LIBYUV(libyuv::ARGBShuffle(i.packed.data(), 2 * i.py, o.packed.data(), 2 * o.py, kSwap,
+                                (i.w + 1) / 2, i.h)),
+     "", "", 0.95, 0.95, 0.95, 1.0},
+};
+
+#if ZEL_WITH_LIBSWSCALE
+AVPixelFormat SwsFormat(const std::string& name) {
+  return name == "yuv"    ? AV_PIX_FMT_YUV420P
+         : name == "bgr"  ? AV_PIX_FMT_BGR24
+         : name == "bgra" ? AV_PIX_FMT_BGRA
+                          : AV_PIX_FMT_YUYV422;
+}
+void SwsPlanes(Picture& p, const std::string& name, std::uint8_t* (&planes)[4], int (&pitches)[4]) {
+  const bool yuv = name == "yuv";
+  planes[0] = yuv              ? p.y.data()
+              : name == "bgr"  ? p.bgr.data()
+              : name == "bgra" ? p.bgra.data()
+                               : p.packed.data();
+  pitches[0] = yuv ? p.py : name == "bgr" ? p.stride24() : name == "bgra" ? 4 * p.w : 2 * p.py;
+  planes[1] = yuv ? p.u.data() : nullptr;
+  planes[2] = yuv ? p.v.data() : nullptr;
+  pitches[1] = pitches[2] = yuv ? p.pc : 0;
+  planes[3] = nullptr;
+  pitches[3] = 0;
+}
+Peer Sws(const Routine& routine, Picture& in, Picture& out) {
+  const std::shared_ptr<SwsContext> context(
+      sws_getContext(in.w, in.h, SwsFormat(routine.sws_from), in.w, in.h, SwsFormat(routine.sws_to),
+                     SWS_POINT, nullptr, nullptr, nullptr),
+      sws_freeContext);
+  return {"swscale", [=, &routine, &in, &out] {
+            std::uint8_t *from[4], *to[4];
+            int from_pitches[4], to_pitches[4];
+            SwsPlanes(in, routine.sws_from, from, from_pitches);
+            SwsPlanes(out, routine.sws_to, to, to_pitches);
+            sws_scale(context.get(), from, from_pitches, 0, in.h, to, to_pitches);
+          }};
+}
+#endif
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  zel::bench::Comparison comparison("image conversion", argc, argv);
+  const CpuLevel level = BenchLevel();
+  zel::image::UseConvertKernels(level);
+  struct Size {
+    int w, h;
+    double Routine::*goal;
+  } const sizes[] = {{64, 64, &Routine::goal_small},
+                     {1920, 1080, &Routine::goal_hd},
+                     {3840, 2160, &Routine::goal_4k},
+                     {1919, 1079, nullptr}};
+  std::vector<std::unique_ptr<Picture>> pictures;
+  Picture* hd_in = nullptr;
+  Picture* hd_out = nullptr;
+  for (const Size& size : sizes) {
+    pictures.push_back(std::make_unique<Picture>(size.w, size.h));
+    Picture& in = *pictures.back();
+    pictures.push_back(std::make_unique<Picture>(size.w, size.h));
+    Picture& out = *pictures.back();
+    if (size.w == 1920) {
+      hd_in = &in;
+      hd_out = &out;
+    }
+    for (const Routine& routine : kRoutines) {
+      const double pixels = double{1} * size.w * size.h;
+      std::vector<Peer> peers;
+      Goal goal;
+      if (!size.goal) {
+        goal = {.atLeast = 0.9, .aim = 1.0, .against = "1920x1080"};
+        peers.push_back(
+            {"1920x1080", [&routine, hd_in, hd_out] { routine.ours(*hd_in, *hd_out); }});
+      } else {
+        goal = {.atLeast = routine.*size.goal, .aim = routine.aim, .against = ""};
+      }
+      if (routine.libyuv) {
+        peers.push_back({"libyuv", [&] { routine.libyuv(in, out); }});
+      } else if (size.goal) {
+        peers.push_back({"plain", [&, level] {
+                           zel::image::UseConvertKernels(CpuLevel::kScalar);
+                           routine.ours(in, out);
+                           zel::image::UseConvertKernels(level);
+                         }});
+      }
+#if ZEL_WITH_LIBSWSCALE
+      if (size.goal && routine.sws_from[0]) peers.push_back(Sws(routine, in, out));
+#endif
+      comparison.Add({.name = std::string(routine.name) + ' ' + std::to_string(size.w) + 'x' +
+                              std::to_string(size.h),
+                      .item = "pixel",
+                      .items = pixels,
+                      .bytes = static_cast<std::size_t>(pixels * routine.bytes_per_pixel),
+                      .ours = [&] { routine.ours(in, out); },
+                      .peers = peers,
+                      .goal = goal});
+    }
+  }
+  return comparison.Run();
+}
