@@ -1,6 +1,6 @@
 // The colour conversions against libyuv, FFmpeg's swscale and memcpy.
 //
-// ZEL_BENCH_LEVEL=avx2 (or another level's name) in the environment limits our kernels, not the
+// ZEL_CPU=avx2 (or another level's name) in the environment limits our kernels, not the
 // peers'.
 #include <array>
 #include <cstdint>
@@ -33,7 +33,7 @@ using Bytes = std::vector<std::uint8_t>;
 
 /// The level of our kernels.
 CpuLevel BenchLevel() {
-  const char* const name = std::getenv("ZEL_BENCH_LEVEL");
+  const char* const name = std::getenv("ZEL_CPU");
   const CpuLevel detected = zel::DetectCpuLevel();
   for (int i = 0; name && i <= static_cast<int>(detected); ++i) {
     const auto level = static_cast<CpuLevel>(i);
