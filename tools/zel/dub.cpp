@@ -355,7 +355,9 @@ int RunDub(int argc, char** argv) {
       ->type_name("N")
       ->check(CLI::Range(0, 0xFFFF));
   parser->add_option("--stream", stream, "Stream of TRACK to use, by its id")->type_name("ID");
-  parser->add_option("--program", program, "Program of TRACK to use, by its id")->type_name("ID");
+  parser->add_option("--program", program, "Program of TRACK that --stream belongs to, by its id")
+      ->type_name("ID")
+      ->needs("--stream");
   parser->add_flag("--overwrite", options.overwrite, "Replace an existing OUTPUT");
   parser->add_flag("-n,--dry-run", options.dryRun, "Say what would be done, and do nothing");
   parser->add_flag("-q,--quiet", options.quiet, "No progress and no closing line");
