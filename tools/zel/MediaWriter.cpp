@@ -136,7 +136,8 @@ void MediaWriter::Start(bool overwrite, std::int64_t soundStart, double seconds)
   }
   muxer_->pb = io_.get();
   muxer_->flags |= AVFMT_FLAG_CUSTOM_IO;
-  muxer_->flags &= ~AVFMT_FLAG_FLUSH_PACKETS;
+  // By default every packet would become a write of its own.
+  muxer_->flush_packets = 0;
 
   AVDictionary* options = nullptr;
   if (std::strcmp(container_.muxer, "wav") == 0) {
