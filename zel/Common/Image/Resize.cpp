@@ -38,7 +38,7 @@ void WriteNearestRows(RowScaler& scaler, const Axis& axis, std::int32_t rows, st
     const std::int32_t y = to.InMemoryOrder(i, rows);
     const std::int32_t source_y = axis.At(y).index;
     unsigned char* out = to.Row(y);
-    if (source_y == written_from) {
+    if (written != nullptr && source_y == written_from) {
       std::memcpy(out, written, static_cast<std::size_t>(n) * static_cast<unsigned>(pixel_bytes));
     } else {
       scaler.WriteNearest(source_y, n, out);
