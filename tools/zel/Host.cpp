@@ -82,7 +82,7 @@ void DecodedSound::CheckStatus() const {
 }
 
 std::string TakeText(wchar_t* text) {
-  const std::string narrow = text != nullptr ? utf8::FromWide(text) : "unknown";
+  std::string narrow = text != nullptr ? utf8::FromWide(text) : "unknown";
   SysFreeString(text);
   return narrow;
 }

@@ -110,8 +110,9 @@ void MediaWriter::AddSound(SoundFormat format, const AVChannelLayout& layout,
 void MediaWriter::AddDescription(const AVFormatContext& source, std::int64_t shift) {
   CopyTexts(&muxer_->metadata, source.metadata);
   if (source.nb_chapters == 0) return;
-  muxer_->chapters =
-      static_cast<AVChapter**>(NotNull(av_calloc(source.nb_chapters, sizeof(*muxer_->chapters))));
+  // NOLINTNEXTLINE(bugprone-sizeof-expression): the array holds pointers.
+  void* const chapters = av_calloc(source.nb_chapters, sizeof(AVChapter*));
+  muxer_->chapters = static_cast<AVChapter**>(NotNull(chapters));
   for (unsigned i = 0; i < source.nb_chapters; ++i) {
     const AVChapter& from = *source.chapters[i];
     auto* chapter = static_cast<AVChapter*>(NotNull(av_mallocz(sizeof(AVChapter))));

@@ -16,7 +16,7 @@ struct LaneRule {
   int divisor[8];
 };
 
-constexpr LaneRule kMonoRules[] = {
+inline constexpr LaneRule kMonoRules[] = {
     {{0, 1, 2, -1, -1, -1, -1, -1}, {3, 3, 3, 1, 1, 1, 1, 1}},
     {{0, 1, 2, 3, -1, -1, -1, -1}, {4, 4, 4, 4, 1, 1, 1, 1}},
     {{0, 1, 2, 3, 4, -1, -1, -1}, {5, 5, 5, 5, 5, 5, 5, 5}},
@@ -25,7 +25,7 @@ constexpr LaneRule kMonoRules[] = {
     {{0, 1, 2, 3, 4, 5, 6, 7}, {8, 8, 8, 8, 8, 8, 8, 8}},
 };
 
-constexpr LaneRule kStereoRules[] = {
+inline constexpr LaneRule kStereoRules[] = {
     {{0, -1, -1, -1, 1, 2, -1, -1}, {1, 1, 1, 1, 2, 2, 1, 1}},
     {{0, 1, 2, 3, 0, 1, 2, 3}, {4, 4, 4, 4, 4, 4, 4, 4}},
     {{0, 1, -1, -1, 2, 3, 4, -1}, {2, 2, 1, 1, 3, 3, 3, 1}},
