@@ -84,7 +84,10 @@ bool Mp4IsCut(const Bytes& file) {
     std::uint64_t size = file.Big(at, 4);
     if (size == 1) size = file.Big(at + 8, 8);
     if (size < 8) return false;  // 0: up to the end of the file.
-    if (file.Lacks(at, size)) return file.Is(at + 4, "mdat") || file.Is(at + 4, "moof");
+    // What is no box of these may be something that was appended.
+    if (file.Lacks(at, size)) {
+      return file.Is(at + 4, "mdat") || file.Is(at + 4, "moof") || file.Is(at + 4, "moov");
+    }
     at += size;
   }
   return false;

@@ -25,8 +25,8 @@ def ticks(sample, rate=RATE):
 
 def model(input_frames, track, delay, channels=2, rate=RATE):
     """What a dub must hold when formats are equal: silence, the track from its exact sample, silence."""
-    first = next((i for i in range(input_frames) if ticks(i, rate) / TICKS - delay >= 0), input_frames)
-    skip = round((ticks(first, rate) / TICKS - delay) * rate)
+    nearest = min(int(abs(delay) * rate + 0.5), 10**9)
+    first, skip = (min(nearest, input_frames), 0) if delay >= 0 else (0, nearest)
     heard = track[skip * channels:][:(input_frames - first) * channels]
     silence = array.array("h", bytes(2 * (input_frames * channels - first * channels - len(heard))))
     return array.array("h", bytes(2 * first * channels)) + heard + silence
@@ -209,6 +209,10 @@ class Refusals(Case):
         ffmpeg("-i", "in.wav", "in.flac")
         with open("in.flac", "rb") as whole, open("cut.flac", "wb") as cut:
             cut.write(whole.read()[:60_000])
+        ffmpeg("-i", "in.wav", "whole.mp4")
+        for name, size in (("tail.mp4", -30), ("index.mp4", 9_000)):
+            with open("whole.mp4", "rb") as whole, open(name, "wb") as cut:
+                cut.write(whole.read()[:size])
         with open("text.wav", "w") as text:
             text.write("no sound")
         open("empty.wav", "w").close()
@@ -241,6 +245,9 @@ class Refusals(Case):
                 ("text.wav", "track.wav", "o.wav", "text.wav: "), ("in.wav", "empty.wav", "o.wav", "empty.wav: "),
                 ("mute.mp4", "track.wav", "o.mp4", "mute.mp4: has no sound"),
                 ("in.wav", "mute.mp4", "o.wav", "mute.mp4: has no sound"),
+                ("tail.mp4", "track.wav", "o.wav", "tail.mp4: the file is cut off"),
+                ("index.mp4", "track.wav", "o.wav", "index.mp4: the file is cut off"),
+                ("in.wav", "track.wav", "", "'': a file needs a name"),
                 ("cut.flac", "track.wav", "o.wav", "cut.flac: "), ("in.wav", "cut.flac", "o.wav", "cut.flac: "),
                 ("in.wav", "track.wav", "o.xyz", "o.xyz: .*no known container"),
                 ("in.wav", "track.wav", "wav", "wav: .*no known container"),

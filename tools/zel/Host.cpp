@@ -7,6 +7,7 @@
 #include "tools/zel/PacketSource.h"
 #include "zel/base/EntryPoints.h"
 #include "zel/base/Ids.h"
+#include "zel/mediainfo/MediaInfo.h"
 #include "zel/platform/Zel_Log.h"
 
 namespace zel::tool {
@@ -51,6 +52,31 @@ ComPtr<IMediaDecoderMgr> MakeDecoderManager() {
   return manager;
 }
 
+namespace {
+
+/// The ids of a file's audio streams, for people.
+std::string AudioIds(IMediaDecoderMgr* manager, const std::string& path) {
+  ComPtr<IMediaInfo> media;
+  manager->OpenMediaInfo(utf8::ToWide(path).c_str(), 11, media.Receive());
+  ComPtr<IProgramInfos> programs;
+  if (media) media->GetIPrograms(programs.Receive());
+  std::string text;
+  for (int p = 0; programs && p < programs->GetCount(); ++p) {
+    ComPtr<IProgramInfo> program;
+    programs->GetItem(p, program.Receive());
+    ComPtr<IStreamInfos> streams;
+    if (program) program->GetAudioStreamInfos(streams.Receive());
+    for (int s = 0; streams && s < streams->GetCount(); ++s) {
+      ComPtr<IStreamInfo> stream;
+      streams->GetItem(s, stream.Receive());
+      if (stream) text += (text.empty() ? "" : ", ") + HexText(stream->GetID());
+    }
+  }
+  return text.empty() ? "none" : text;
+}
+
+}  // namespace
+
 DecodedSound OpenSound(IMediaDecoderMgr* manager, const std::string& path,
                        DecoderSelection selection) {
   DecodedSound sound;
@@ -59,7 +85,11 @@ DecodedSound OpenSound(IMediaDecoderMgr* manager, const std::string& path,
   manager->CreateDecoder(utf8::ToWide(path).c_str(), 0, &selection, 11, decoder.Receive());
   if (decoder) decoder->GetAudioStream(sound.stream.Receive());
   if (!sound.stream) {
-    if (selection.size != 0) throw Failure(path, "has no sound that can be decoded of these ids");
+    if (selection.size != 0) {
+      throw Failure(path, "no audio stream " + HexText(selection.streamId) + " in program " +
+                              std::to_string(selection.programId) +
+                              "; there are: " + AudioIds(manager, path));
+    }
     throw Failure(path, WhyNoSound(path));
   }
   sound.stream->QueryInterface(IID_IDecodedAudio, sound.controls.ReceiveVoid());

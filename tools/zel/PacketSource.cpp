@@ -4,6 +4,8 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fstream>
+#include <string>
 
 #include "tools/zel/Failure.h"
 
@@ -15,6 +17,16 @@ int OpenNothingElse(AVFormatContext* context, AVIOContext** io, const char* url,
                     AVDictionary** options) {
   if (context->pb != nullptr) return AVERROR(EPERM);
   return avio_open2(io, url, flags, nullptr, options);
+}
+
+std::string WhyNotOpened(const std::string& path, int result) {
+  if (result == AVERROR_EOF) return "the file is cut off";
+  if (result != AVERROR_INVALIDDATA) return AvText(result);
+  // The index of such a file stands at its end, or nothing can be read of it.
+  char head[8] = {};
+  std::ifstream(path, std::ios::binary).read(head, sizeof(head));
+  if (std::memcmp(head + 4, "ftyp", 4) == 0) return "the file is cut off, or has no index";
+  return "no known media format";
 }
 
 }  // namespace
@@ -32,7 +44,7 @@ PacketSource::PacketSource(const std::string& path) : path_(path) {
   context->io_open = OpenNothingElse;
   if (const int result = avformat_open_input(&context, ("file:" + path).c_str(), nullptr, nullptr);
       result < 0) {
-    throw Failure(path, result == AVERROR_INVALIDDATA ? "no known media format" : AvText(result));
+    throw Failure(path, WhyNotOpened(path, result));
   }
   demuxer_.reset(context);
   if (const int result = avformat_find_stream_info(context, nullptr); result < 0) {

@@ -61,7 +61,9 @@ bool SameFile(const std::string& a, const std::string& b) {
 class Dub {
  public:
   explicit Dub(const Options& options)
-      : options_(options), container_(ContainerOf(options.output)), source_(Checked(options)) {}
+      : options_(options),
+        container_(ContainerOf(Checked(options).output)),
+        source_(options.input) {}
 
   void Run() {
     OpenInput();
@@ -76,14 +78,14 @@ class Dub {
 
  private:
   /// Makes the cheap checks before anything is opened.
-  static const std::string& Checked(const Options& options) {
+  static const Options& Checked(const Options& options) {
     for (const std::string* source : {&options.input, &options.track}) {
       if (SameFile(options.output, *source)) {
         throw Failure(options.output, "is the same file as " + *source);
       }
     }
     PendingFile::Check(options.output, options.overwrite);
-    return options.input;
+    return options;
   }
 
   void OpenInput() {
@@ -211,11 +213,27 @@ class Dub {
     return text.empty() ? "none" : text;
   }
 
+  /// The delay, moved by at most half a sample to where a sample of the input is: between two of
+  /// them the track would lose its first sample.
+  double DelayOnAnInputSample() const {
+    constexpr std::int64_t kTicks = 10'000'000;  // Time stamps count 100-ns units.
+    const std::int64_t start = input_.info->GetStartPTS() - origin_;
+    const std::int64_t rate = input_.format().sampleRate;
+    const double ahead = options_.delay - static_cast<double>(start) / kTicks;
+    constexpr double kLongest = 1e9;  // Beyond any file, and within reach of the integers below.
+    if (ahead < 0 || ahead > kLongest) return options_.delay;
+    const std::int64_t sample = std::llround(ahead * static_cast<double>(rate));
+    const std::int64_t time =
+        start + sample / rate * kTicks + (sample % rate * kTicks + rate / 2) / rate;
+    return static_cast<double>(time) / kTicks;
+  }
+
   void Pull() {
     const ComPtr<IAudioCompositor> compositor = MakeCompositor();
     const ComPtr<SteadyStream> input(new SteadyStream(input_.stream));
     const ComPtr<SteadyStream> track(new SteadyStream(track_.stream));
-    input->SplitAt(options_.delay);
+    const double delay = DelayOnAnInputSample();
+    input->SplitAt(delay);
     track->PadFor(input.get());
     ComPtr<IMediaStream> output;
     if (compositor->SetInputAudioStream(input.get()) != S_OK) {
@@ -224,7 +242,7 @@ class Dub {
     if (compositor->AddByMediaStream(track.get()) != S_OK) {
       throw Failure(options_.track, "the compositor does not take its sound");
     }
-    compositor->SetDelayTime(options_.delay);
+    compositor->SetDelayTime(delay);
     compositor->GetOutPutAudioStream(output.Receive());
 
     const double length = input_.info->GetLength();
