@@ -73,7 +73,7 @@ struct Script {
   std::wstring openedName;
   std::wstring decodedName;
   DecoderSelection selection{};
-  bool argumentsAreRight = true;
+  std::atomic<bool> argumentsAreRight = true;
   std::atomic<int> opened = 0;
   std::atomic<int> decoded = 0;
 };
@@ -98,7 +98,8 @@ class Manager : public Component<IMediaDecoderMgr> {
     const std::lock_guard lock(g_script->mutex);
     g_script->decodedName = name;
     g_script->selection = *selection;
-    g_script->argumentsAreRight &= reserved == 0 && kind == 11 && *out == nullptr;
+    g_script->argumentsAreRight =
+        g_script->argumentsAreRight && (reserved == 0 && kind == 11 && *out == nullptr);
     ++g_script->decoded;
     if (!g_script->decodes) return E_FAIL;
     *out = new Decoder;
@@ -107,7 +108,7 @@ class Manager : public Component<IMediaDecoderMgr> {
   HRESULT OpenMediaInfo(const wchar_t* name, int kind, IMediaInfo** out) override {
     const std::lock_guard lock(g_script->mutex);
     g_script->openedName = name;
-    g_script->argumentsAreRight &= kind == 11 && *out == nullptr;
+    g_script->argumentsAreRight = g_script->argumentsAreRight && (kind == 11 && *out == nullptr);
     ++g_script->opened;
     if (!g_script->opens) return E_FAIL;
     StreamInfo streams[2] = {};
@@ -133,9 +134,10 @@ class Manager : public Component<IMediaDecoderMgr> {
 
 HRESULT CreateManager(const _GUID& clsid, IUnknown* outer, unsigned long context, const _GUID& iid,
                       void** out) {
-  g_script->argumentsAreRight &= ZelIsEqualGUID(clsid, CLSID_CMediaDecoderMgr) &&
-                                 outer == nullptr && context == 0 &&
-                                 ZelIsEqualGUID(iid, IID_IMediaDecoderMgr);
+  g_script->argumentsAreRight =
+      g_script->argumentsAreRight &&
+      (ZelIsEqualGUID(clsid, CLSID_CMediaDecoderMgr) && outer == nullptr && context == 0 &&
+       ZelIsEqualGUID(iid, IID_IMediaDecoderMgr));
   *out = static_cast<IMediaDecoderMgr*>(new Manager);
   return S_OK;
 }
