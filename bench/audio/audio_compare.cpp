@@ -194,8 +194,11 @@ std::vector<Peer> RatePeers(const Format& f, const short* in) {
   return peers;
 }
 
-void AddConversion(Comparison& comparison, const char* name, const Format& f,
-                   std::vector<Peer> plain, zel::bench::Goal goal) {
+using Loop = void (*)(const short*, int, short*);
+
+// `plain` is the peer of a conversion at the same rate.
+void AddConversion(Comparison& comparison, const char* name, const Format& f, Loop plain,
+                   zel::bench::Goal goal) {
   if (!comparison.Wants(name)) return;
   const auto in = std::make_shared<std::vector<short>>(
       Noise(static_cast<std::size_t>(kBlock * f.inChannels), 6000));
@@ -203,6 +206,15 @@ void AddConversion(Comparison& comparison, const char* name, const Format& f,
   const auto converter =
       std::make_shared<CAudioConverter>(f.inChannels, f.outChannels, f.inRate, f.outRate, 0x100000);
   const double frames = static_cast<double>(kBlock) * f.outRate / f.inRate;
+  std::vector<Peer> peers;
+  if (plain == nullptr) {
+    peers = RatePeers(f, in->data());
+  } else {
+    peers.push_back({"plain vectorised loop", [=] {
+                       plain(in->data(), kBlock, out->data());
+                       Keep(out->data());
+                     }});
+  }
   comparison.Add({.name = name,
                   .item = "output frame",
                   .items = frames,
@@ -214,20 +226,30 @@ void AddConversion(Comparison& comparison, const char* name, const Format& f,
                         converter->Get(out->data(), static_cast<int>(kRoom));
                         Keep(out->data());
                       },
-                  .peers = f.inRate == f.outRate ? plain : RatePeers(f, in->data()),
+                  .peers = std::move(peers),
                   .goal = goal});
 }
 
-using Loop = void (*)(const short*, int, short*);
-
-Peer PlainLoop(Loop loop, int inChannels) {
-  const auto in = std::make_shared<std::vector<short>>(
-      Noise(static_cast<std::size_t>(kBlock * inChannels), 6000));
+// A block in and as much out, behind a million samples that stay in the queue, beside the same with
+// an empty queue: what is held must cost nothing.
+void AddLongQueue(Comparison& comparison) {
+  const auto in = std::make_shared<std::vector<short>>(Noise(std::size_t{2} * kBlock, 6000));
   const auto out = std::make_shared<std::vector<short>>(kRoom);
-  return {"plain vectorised loop", [=] {
-            loop(in->data(), kBlock, out->data());
-            Keep(out->data());
-          }};
+  const auto run = [=](int held) {
+    const auto converter = std::make_shared<CAudioConverter>(2, 2, 44100, 48000, 0x400000);
+    while (converter->GetValidSize() < held) converter->Put(in->data(), 2 * kBlock);
+    return [=] {
+      const int before = converter->GetValidSize();
+      const int after = converter->Put(in->data(), 2 * kBlock);
+      converter->Get(out->data(), after - before);
+      Keep(out->data());
+    };
+  };
+  comparison.Add({.name = "2 channels 44,100 to 48,000 Hz behind a million samples",
+                  .item = "output frame",
+                  .items = kBlock * 48000.0 / 44100,
+                  .ours = run(1000000),
+                  .peers = {{"with an empty queue", run(0)}}});
 }
 
 // A saturating add of all inputs: what a mixer without a gain does.
@@ -288,21 +310,20 @@ void AddMix(Comparison& comparison, const char* name, int inputs, double sumDevi
 
 int main(int argc, char** argv) {
   Comparison comparison("audio", argc, argv);
-  AddConversion(comparison, "1 channel 22,050 to 2 channels 44,100 Hz", {1, 2, 22050, 44100}, {},
-                {1.5, 2.4, "speexdsp, quality 0"});
-  AddConversion(comparison, "2 channels 48,000 to 44,100 Hz", {2, 2, 48000, 44100}, {},
+  AddConversion(comparison, "1 channel 22,050 to 2 channels 44,100 Hz", {1, 2, 22050, 44100},
+                nullptr, {1.5, 2.4, "speexdsp, quality 0"});
+  AddConversion(comparison, "2 channels 48,000 to 44,100 Hz", {2, 2, 48000, 44100}, nullptr,
                 {1.5, 2.4, "swresample, cubic 4 taps"});
-  AddConversion(comparison, "2 channels 44,100 to 48,000 Hz", {2, 2, 44100, 48000}, {},
+  AddConversion(comparison, "2 channels 44,100 to 48,000 Hz", {2, 2, 44100, 48000}, nullptr,
                 {1.5, 2.4, "swresample, cubic 4 taps"});
-  AddConversion(comparison, "6 channels 48,000 to 2 channels 44,100 Hz", {6, 2, 48000, 44100}, {},
-                {1.5, 3, "soxr, quick"});
-  AddConversion(comparison, "6 channels 44,100 to 48,000 Hz", {6, 6, 44100, 48000}, {}, {});
-  AddConversion(comparison, "1 channel to 2, same rate", {1, 2, 44100, 44100},
-                {PlainLoop(Double, 1)}, {});
-  AddConversion(comparison, "2 channels to 1, same rate", {2, 1, 44100, 44100},
-                {PlainLoop(Halve, 2)}, {0.6, 0.9, ""});
-  AddConversion(comparison, "6 channels to 2, same rate", {6, 2, 44100, 44100},
-                {PlainLoop(FoldSix, 6)}, {});
+  AddConversion(comparison, "6 channels 48,000 to 2 channels 44,100 Hz", {6, 2, 48000, 44100},
+                nullptr, {1.5, 3, "soxr, quick"});
+  AddConversion(comparison, "6 channels 44,100 to 48,000 Hz", {6, 6, 44100, 48000}, nullptr, {});
+  AddConversion(comparison, "1 channel to 2, same rate", {1, 2, 44100, 44100}, Double, {});
+  AddConversion(comparison, "2 channels to 1, same rate", {2, 1, 44100, 44100}, Halve,
+                {0.6, 0.9, ""});
+  AddConversion(comparison, "6 channels to 2, same rate", {6, 2, 44100, 44100}, FoldSix, {});
+  AddLongQueue(comparison);
   AddMix(comparison, "mix of 2 without overflow", 2, 6000, {0.6, 0.9, ""});
   AddMix(comparison, "mix of 8 without overflow", 8, 6000, {0.85, 1.0, ""});
   // One sample in some 4,000 leaves the range: the gain is below 1 for most of a block.

@@ -1,60 +1,12 @@
-// How the audio room uses memory: every allocation of this program is counted and checked.
+// How the audio room uses memory.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <new>
 #include <vector>
 
+#include "tests/support/allocations.h"
 #include "zel/audio/AudioConverter.h"
 #include "zel/audio/IntermixAudio.h"
-
-namespace {
-
-long g_allocations = 0, g_live = 0, g_mismatches = 0;
-long g_failAfter = -1;  // Allocations that still succeed; -1: all.
-
-// A header in front of each block says how it was allocated.
-constexpr std::size_t kHeader = 16;
-
-void* Allocate(std::size_t size, char kind) {
-  if (g_failAfter == 0 || size > SIZE_MAX - kHeader) throw std::bad_alloc();
-  if (g_failAfter > 0) --g_failAfter;
-  auto* p = static_cast<char*>(std::malloc(size + kHeader));
-  if (p == nullptr) throw std::bad_alloc();
-  *p = kind;
-  ++g_allocations;
-  ++g_live;
-  return p + kHeader;
-}
-
-void Free(void* p, char kind) {
-  if (p == nullptr) return;
-  char* start = static_cast<char*>(p) - kHeader;
-  if (*start != kind) ++g_mismatches;
-  --g_live;
-  std::free(start);
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-  return Allocate(size, '1');
-}
-void* operator new[](std::size_t size) {
-  return Allocate(size, '[');
-}
-void operator delete(void* p) noexcept {
-  Free(p, '1');
-}
-void operator delete(void* p, std::size_t) noexcept {
-  Free(p, '1');
-}
-void operator delete[](void* p) noexcept {
-  Free(p, '[');
-}
-void operator delete[](void* p, std::size_t) noexcept {
-  Free(p, '[');
-}
 
 namespace {
 
@@ -74,25 +26,24 @@ TEST(AudioAllocation, SteadyStateAllocatesNothing) {
       while (c.GetValidSize() > 3000) c.Get(out.data(), 2048);
     };
     for (int i = 0; i < 50; ++i) round();
-    const long before = g_allocations;
+    const long before = AllocationCount();
     for (int i = 0; i < 5000; ++i) round();
-    EXPECT_EQ(g_allocations, before) << f.inChannels << " to " << f.outChannels;
+    EXPECT_EQ(AllocationCount(), before) << f.inChannels << " to " << f.outChannels;
   }
   short* inputs[] = {in.data(), in.data() + 1};
-  const long before = g_allocations;
+  const long before = AllocationCount();
   IntermixAudio(inputs, 2, 4000, out.data());
-  EXPECT_EQ(g_allocations, before);
+  EXPECT_EQ(AllocationCount(), before);
 }
 
 TEST(AudioAllocation, EverythingIsFreedAsItWasAllocated) {
   std::vector<short> in(3000, 1000);
-  const long before = g_live;
+  const long before = LiveAllocations();
   for (const Format& f : kFormats) {
     CAudioConverter c(f.inChannels, f.outChannels, f.inRate, f.outRate, 10);
     for (int n = 1; n < 3000; n += 99) c.Put(in.data(), n);
   }
-  EXPECT_EQ(g_live, before);
-  EXPECT_EQ(g_mismatches, 0);
+  EXPECT_EQ(LiveAllocations(), before);
 }
 
 TEST(AudioAllocation, FailuresAnywhereLoseNothing) {
@@ -104,10 +55,10 @@ TEST(AudioAllocation, FailuresAnywhereLoseNothing) {
     whole.Put(in.data(), 3000);
     bool failed = true;
     for (int succeed = 0; failed; ++succeed) {
-      const long before = g_live;
+      const long before = LiveAllocations();
       {
         failed = false;
-        g_failAfter = succeed;
+        FailAllocationAfter(succeed);
         try {
           CAudioConverter c(f.inChannels, f.outChannels, f.inRate, f.outRate, 10);
           for (int n : {600, 3000}) {
@@ -118,13 +69,13 @@ TEST(AudioAllocation, FailuresAnywhereLoseNothing) {
                 again = false;
               } catch (const std::bad_alloc&) {
                 failed = true;
-                g_failAfter = -1;
+                FailAllocationAfter(-1);
                 EXPECT_EQ(c.GetValidSize(), held);
                 EXPECT_EQ(c.GetFreeSize(), free);
               }
             }
           }
-          g_failAfter = -1;
+          FailAllocationAfter(-1);
           ASSERT_EQ(c.GetValidSize(), whole.GetValidSize());
           CAudioConverter reference(f.inChannels, f.outChannels, f.inRate, f.outRate, 10);
           reference.Put(in.data(), 600);
@@ -136,9 +87,9 @@ TEST(AudioAllocation, FailuresAnywhereLoseNothing) {
         } catch (const std::bad_alloc&) {
           failed = true;
         }
-        g_failAfter = -1;
+        FailAllocationAfter(-1);
       }
-      EXPECT_EQ(g_live, before);
+      EXPECT_EQ(LiveAllocations(), before);
     }
   }
 }

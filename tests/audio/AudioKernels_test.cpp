@@ -120,7 +120,12 @@ TEST_P(AudioKernels, PositionsAndInterpolation) {
                                          {64, 7},
                                          {77, 8},
                                          {80, 15},
-                                         {90, 17}}) {
+                                         {90, 17},
+                                         // Where the spans that one permute reaches end:
+                                         {1024, 441},
+                                         {1024, 470},
+                                         {1024, 480},
+                                         {1024, 495}}) {
     for (int channels : {1, 2, 3, 4, 5, 6, 7, 8, 9, 17}) {
       // (A partial frame at the end moves all positions.)
       for (int partial : {0, channels / 2}) {
@@ -218,6 +223,28 @@ TEST_P(AudioKernels, Mixing) {
         }
       }
     }
+  }
+}
+
+// Counts are ints, and a mix may be as long as they reach.
+TEST_P(AudioKernels, MixingAtTheHighestIndex) {
+  if (sizeof(void*) == 4) GTEST_SKIP() << "no room for so many samples";
+  constexpr int n = 1000, first = INT_MAX - n;
+  const Guarded a(n), b(n), to(n);
+  Fill(b.begin(), n);
+  for (int i = 0; i < n; ++i) a.begin()[i] = static_cast<short>(-b.begin()[i] / 2);
+  const short* from[] = {a.begin() - first, b.begin() - first};
+  const zel::audio::MixInputs in = {from, 2};
+  std::vector<short> expected(n);
+  for (double gain : {0.0, 0.5}) {
+    const int end = gain == 0
+                        ? scalar.mixUnity(in, first, INT_MAX, expected.data() - first)
+                        : scalar.mixGain(in, first, INT_MAX, gain, 0, expected.data() - first);
+    ASSERT_EQ(end, INT_MAX);
+    ASSERT_EQ(gain == 0 ? fast.mixUnity(in, first, INT_MAX, to.begin() - first)
+                        : fast.mixGain(in, first, INT_MAX, gain, 0, to.begin() - first),
+              end);
+    ASSERT_EQ(memcmp(to.begin(), expected.data(), n * sizeof(short)), 0);
   }
 }
 

@@ -6,7 +6,7 @@
 #include <new>
 #include <string>
 
-#include "tests/support/tracked_allocations.h"
+#include "tests/support/allocations.h"
 #include "zel/platform/COMSupport.h"
 
 /// Every test ends with as many live allocations as it began with.

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/tracked_allocations.h"
+#include "tests/support/allocations.h"
 #include "zel/base/Ids.h"
 #include "zel/sample/FrameBuffer.h"
 

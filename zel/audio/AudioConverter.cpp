@@ -18,12 +18,36 @@ constexpr int kTableFrames = 8192;
 constexpr int kPieceFrames = 1024;
 // The queue moves back to the start of its array no sooner than this many samples have been taken.
 constexpr std::ptrdiff_t kTakenFirst = 8192;
+// Samples that an address space can hold, with room for an alignment.
+constexpr std::int64_t kMostSamples = PTRDIFF_MAX / static_cast<std::int64_t>(sizeof(short)) - 64;
 // Equal blocks yield two or three different lengths in turn.
 constexpr int kTables = 4;
 
 std::size_t Bytes(std::ptrdiff_t samples) {
   return static_cast<std::size_t>(samples) * sizeof(short);
 }
+
+// An array whose first sample is aligned for the widest vectors: stores that cross cache lines cost
+// twice. (Aligned forms of operator new would be one more thing for a host to replace.)
+class AlignedSamples {
+ public:
+  AlignedSamples() = default;
+  explicit AlignedSamples(std::size_t size)
+      : size_(static_cast<std::ptrdiff_t>(size)), memory_(new short[size + kAlignment]) {}
+
+  short* begin() const {
+    const std::size_t beyond =
+        reinterpret_cast<std::uintptr_t>(memory_.get()) / sizeof(short) % kAlignment;
+    return memory_.get() + (kAlignment - beyond) % kAlignment;
+  }
+  std::ptrdiff_t size() const { return size_; }
+
+ private:
+  static constexpr std::size_t kAlignment = 64 / sizeof(short);  // In samples.
+
+  std::ptrdiff_t size_ = 0;
+  std::unique_ptr<short[]> memory_;
+};
 
 int CheckedInt(std::int64_t value) {
   if (value > INT_MAX) throw std::bad_alloc();
@@ -82,11 +106,10 @@ struct CAudioConverter::Work {
   bool doubling;     // From one channel to two, and to another rate.
   int workChannels;  // Channels of the frames in the work area.
 
-  std::unique_ptr<short[]> queue;
-  std::ptrdiff_t queueSize = 0;
+  AlignedSamples queue;
 
  private:
-  int MixInto(const short* data, int n, int outSamples, const CAudioConverter& c, short* out) const;
+  int MixInto(const short* data, int n, int frames, int outSamples, short* out) const;
   void ReserveArea(std::int64_t inSamples);
   PositionTable& FindTable(int n, int t, int frames);
   void Interpolate(const PositionTable& table, int first, int frames, short* out) const;
@@ -129,38 +152,38 @@ int CAudioConverter::Work::GrownCapacity(int capacity, int n, std::int64_t wante
 // Room for `newSamples` behind the samples held.
 short* CAudioConverter::Work::MakeRoom(CAudioConverter& c, int newSamples) {
   const std::ptrdiff_t held = c.m_nValidSize;
-  std::ptrdiff_t taken = c.m_pOutBuffer - queue.get();
+  std::ptrdiff_t taken = c.m_pOutBuffer - queue.begin();
   if (held == 0 || taken >= held + kTakenFirst) {
-    std::memcpy(queue.get(), c.m_pOutBuffer, Bytes(held));
-    c.m_pOutBuffer = queue.get();
+    if (held > 0) std::memcpy(queue.begin(), c.m_pOutBuffer, Bytes(held));
+    c.m_pOutBuffer = queue.begin();
     taken = 0;
   }
-  if (newSamples > queueSize - held - taken) {
+  if (newSamples > queue.size() - held - taken) {
     // Here the array is less than twice as long as what it has to hold (and kTakenFirst).
-    const std::size_t larger = 2 * (static_cast<std::size_t>(held) + newSamples) + kTakenFirst;
-    std::unique_ptr<short[]> newQueue(new short[larger]);
-    std::memcpy(newQueue.get(), c.m_pOutBuffer, Bytes(held));
+    const std::int64_t larger = 2 * (std::int64_t{held} + newSamples) + kTakenFirst;
+    if (larger > kMostSamples) throw std::bad_alloc();
+    AlignedSamples newQueue(static_cast<std::size_t>(larger));
+    std::memcpy(newQueue.begin(), c.m_pOutBuffer, Bytes(held));
     queue = std::move(newQueue);
-    queueSize = static_cast<std::ptrdiff_t>(larger);
-    c.m_pOutBuffer = queue.get();
+    c.m_pOutBuffer = queue.begin();
   }
   return c.m_pOutBuffer + held;
 }
 
-// The channel stage: n input samples as `outSamples` samples of the work area or queue.
-int CAudioConverter::Work::MixInto(const short* data, int n, int outSamples,
-                                   const CAudioConverter& c, short* out) const {
+// The channel stage: n input samples, or `frames` whole frames of them, as `outSamples` samples of
+// the work area or queue.
+int CAudioConverter::Work::MixInto(const short* data, int n, int frames, int outSamples,
+                                   short* out) const {
   if (sameChannels || doubling) {
     if (n > 0) std::memcpy(out, data, Bytes(n));
     return n;
   }
   std::ptrdiff_t written = 0;
   if (!silent) {
-    const int frames = n / c.m_nInChannels;
     channelKernel(data, frames, out);
-    written = static_cast<std::ptrdiff_t>(frames) * c.m_nOutChannels;
+    written = static_cast<std::ptrdiff_t>(frames) * workChannels;
   }
-  std::memset(out + written, 0, Bytes(outSamples - written));
+  if (outSamples > written) std::memset(out + written, 0, Bytes(outSamples - written));
   return outSamples;
 }
 
@@ -211,10 +234,13 @@ void CAudioConverter::Work::Interpolate(const PositionTable& table, int first, i
 
 int CAudioConverter::Work::Convert(CAudioConverter& c, const short* data, int n, int capacity) {
   // How many samples: n as input, as `mixed` in output channels, as `made` at the output rate.
-  const int mixed =
-      sameChannels || silent
-          ? n
-          : CheckedInt(static_cast<std::int64_t>(n) * c.m_nOutChannels / c.m_nInChannels);
+  int frames = 0, mixed = n;  // (Whole frames count, and are mixed, only where channels change.)
+  if (!sameChannels && !silent) {
+    frames = n / c.m_nInChannels;
+    const std::int64_t rest = n - frames * c.m_nInChannels;
+    mixed = CheckedInt(static_cast<std::int64_t>(frames) * c.m_nOutChannels +
+                       (rest == 0 ? 0 : rest * c.m_nOutChannels / c.m_nInChannels));
+  }
   int made = mixed;
   if (!sameRate) {
     const double exact = (c.m_dRemainder + mixed) / inPerOut + 0.5;
@@ -227,21 +253,21 @@ int CAudioConverter::Work::Convert(CAudioConverter& c, const short* data, int n,
   capacity = GrownCapacity(capacity, n, std::int64_t{c.m_nValidSize} + made);
   short* out = MakeRoom(c, made);
   if (sameRate) {
-    MixInto(data, n, made, c, out);
+    MixInto(data, n, frames, made, out);
   } else if (silent) {
     std::memset(out, 0, Bytes(made));
   } else {
-    const int frames = made / c.m_nOutChannels;
+    const int outFrames = made / c.m_nOutChannels;
     ReserveArea(mixed);
-    PositionTable* table = frames > 0 ? &FindTable(mixed, made, frames) : nullptr;
+    PositionTable* table = outFrames > 0 ? &FindTable(mixed, made, outFrames) : nullptr;
     short* in = area.get() + workChannels;
-    const int inSamples = MixInto(data, n, mixed, c, in);
+    const int inSamples = MixInto(data, n, frames, mixed, in);
     std::memset(in + inSamples, 0, Bytes(workChannels));
     if (table != nullptr && table->t == made) {
-      Interpolate(*table, 0, frames, out);
+      Interpolate(*table, 0, outFrames, out);
     } else if (table != nullptr) {
-      for (int first = 0; first < frames; first += kPieceFrames) {
-        const int piece = std::min(frames - first, kPieceFrames);
+      for (int first = 0; first < outFrames; first += kPieceFrames) {
+        const int piece = std::min(outFrames - first, kPieceFrames);
         kernels.positions(first, piece, mixed, made, table->k.get(), table->f.get());
         Interpolate(*table, 0, piece, out + static_cast<std::ptrdiff_t>(first) * c.m_nOutChannels);
       }
@@ -272,9 +298,8 @@ CAudioConverter::CAudioConverter(int nInChannels, int nOutChannels, int nInSampl
     throw std::invalid_argument("CAudioConverter: the capacity must not be negative");
   }
   auto work = std::make_unique<Work>(*this);
-  work->queue.reset(new short[static_cast<std::size_t>(m_nBufferSize)]);
-  work->queueSize = m_nBufferSize;
-  m_pOutBuffer = work->queue.get();
+  work->queue = AlignedSamples(static_cast<std::size_t>(m_nBufferSize));
+  m_pOutBuffer = work->queue.begin();
   m_pWorkBuffer = work.release();
 }
 

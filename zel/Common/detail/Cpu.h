@@ -11,7 +11,7 @@ enum class CpuLevel {
   kSse41,
   kAvx2,
   kAvx512,      ///< F, BW, DQ and VL.
-  kAvx512Vbmi,  ///< And VBMI.
+  kAvx512Vbmi,  ///< And VBMI and VNNI.
 };
 
 inline const char* CpuLevelName(CpuLevel level) {
@@ -33,7 +33,9 @@ inline CpuLevel DetectCpuLevel() {
       !__builtin_cpu_supports("avx512dq") || !__builtin_cpu_supports("avx512vl")) {
     return CpuLevel::kAvx2;
   }
-  return __builtin_cpu_supports("avx512vbmi") ? CpuLevel::kAvx512Vbmi : CpuLevel::kAvx512;
+  return __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512vnni")
+             ? CpuLevel::kAvx512Vbmi
+             : CpuLevel::kAvx512;
 #else
   return CpuLevel::kScalar;
 #endif
