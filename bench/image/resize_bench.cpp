@@ -179,16 +179,24 @@ Case Yv12(const Scale& scale, Goal goal) {
   const Shared p = std::make_shared<Pictures>(scale, 1, 1, true);
   Case c = Named("YV12", scale, p, goal);
   c.ours = [=] {
-    const auto plane = [](Picture& picture, int i) {
-      IMG_PARAM param = picture.Param();
-      param.pBuffer = picture.plane[i];
-      param.nPitch = picture.pitch[i];
-      return param;
-    };
-    BilinearLuma(Kernels(), p->from.Param(), p->to.Param());
-    BilinearChroma(Kernels(), plane(p->from, 1), plane(p->to, 1));
-    BilinearChroma(Kernels(), plane(p->from, 2), plane(p->to, 2));
-    zel::bench::Keep(p->to.plane[0]);
+    Picture &from = p->from, &to = p->to;
+    if (&Kernels() == &ActiveResizeKernels()) {
+      ImageResizeYV12(from.Param(), from.plane[0], from.plane[1], from.plane[2], from.pitch[0],
+                      from.pitch[1], from.pitch[2], to.Param(), to.plane[0], to.plane[1],
+                      to.plane[2], to.pitch[0], to.pitch[1], to.pitch[2],
+                      IMAGE_INTERPOLATION_BILINEAR, 0);
+    } else {  // The same on another level's kernels.
+      const auto plane = [](Picture& picture, int i) {
+        IMG_PARAM param = picture.Param();
+        param.pBuffer = picture.plane[i];
+        param.nPitch = picture.pitch[i];
+        return param;
+      };
+      BilinearLuma(Kernels(), from.Param(), to.Param());
+      BilinearChroma(Kernels(), plane(from, 1), plane(to, 1));
+      BilinearChroma(Kernels(), plane(from, 2), plane(to, 2));
+    }
+    zel::bench::Keep(to.plane[0]);
   };
 #if ZEL_WITH_LIBYUV
   c.peers.push_back({"libyuv", [=] {

@@ -10,62 +10,55 @@ namespace {
 using zel::image::ActiveConvertKernels;
 using zel::image::ConvertKernels;
 using zel::image::Palette;
+using zel::image::PixelSource;
 using zel::image::YuvTarget;
 
 /// Offsets are 64-bit: rows times pitch may pass 2^31.
 using Offset = std::int64_t;
 
-struct Planes {
-  unsigned char *y, *u, *v, *a;
-  Offset pitch_y, pitch_u, pitch_v;
-
-  /// Rows j and, with `pair`, j + 1, from column x on; j and x are even.
-  YuvTarget Rows(Offset j, bool pair, Offset x) const {
-    unsigned char* const y0 = y + j * pitch_y + x;
-    unsigned char* const a0 = a ? a + j * pitch_y + x : nullptr;
-    return {{y0, pair ? y0 + pitch_y : nullptr},
-            u + j / 2 * pitch_u + x / 2,
-            v + j / 2 * pitch_v + x / 2,
-            {a0, pair && a ? a0 + pitch_y : nullptr}};
-  }
-};
-
 struct Bitmap {
   const unsigned char* bits;
   int pixel_bytes;
   bool bottom_up;
+  Offset width, rows;
+
+  PixelSource From(Offset row, Offset x) const {
+    const Offset stride = ((width * 8 * pixel_bytes + 31) >> 5) * 4;
+    return {bits + (bottom_up ? rows - 1 - row : row) * stride + x * pixel_bytes,
+            static_cast<std::ptrdiff_t>(bottom_up ? -stride : stride)};
+  }
 };
 
-/// Converts the whole picture. `kernel(src, dst, width)` converts a row or a pair of rows. The
-/// order of the passes shows where a luma plane has no room for the column after the last one.
+/// Converts `width` x `height` pixels, the height even, with the source's rows in the order of
+/// memory, which caches like.
 template <typename Kernel>
-void Convert(const tagBITMAPINFOHEADER& bmi, const Bitmap& src, const Planes& dst,
-             bool repeat_last_column, Kernel kernel) {
-  const Offset width = bmi.biWidth;
-  const Offset height = bmi.biHeight;
+void ConvertPairs(const Bitmap& src, const YuvTarget& dst, std::ptrdiff_t width,
+                  std::ptrdiff_t height, Kernel kernel) {
   if (width < 1 || height < 1) return;
-  const Offset even = width & ~Offset{1};
-  const Offset stride = ((width * 8 * src.pixel_bytes + 31) >> 5) * 4;
-  const auto row = [&](Offset r, Offset x) {
-    return src.bits + (src.bottom_up ? height - 1 - r : r) * stride + x * src.pixel_bytes;
-  };
-  const auto convert_pairs = [&](Offset x, Offset count) {
-    for (Offset j = 0; j + 1 < height; j += 2) {
-      const unsigned char* const pair[2] = {row(j, x), row(j + 1, x)};
-      const YuvTarget target = dst.Rows(j, true, x);
-      kernel(pair, target, static_cast<std::ptrdiff_t>(count));
-      if (count > 1 || !repeat_last_column) continue;
-      for (int i = 0; i < 2; ++i) {
-        target.y[i][1] = target.y[i][0];
-        if (dst.a) target.a[i][1] = target.a[i][0];
-      }
+  src.bottom_up ? kernel(PixelSource{src.From(height - 1, 0).bytes, -src.From(0, 0).pitch},
+                         dst.Backward(height), width, height)
+                : kernel(src.From(0, 0), dst, width, height);
+}
+
+/// Converts the whole picture. `kernel(src, dst, width, rows)` is as in ConvertKernels. The order
+/// of the passes shows where a luma plane has no room for the column after the last one.
+template <typename Kernel>
+void Convert(const tagBITMAPINFOHEADER& bmi, const unsigned char* bits, int pixel_bytes,
+             bool bottom_up, const YuvTarget& dst, bool repeat_last_column, Kernel kernel) {
+  if (bmi.biWidth < 1 || bmi.biHeight < 1) return;
+  const Bitmap src = {bits, pixel_bytes, bottom_up, bmi.biWidth, bmi.biHeight};
+  const std::ptrdiff_t even = bmi.biWidth & ~1, even_rows = bmi.biHeight & ~1;
+  ConvertPairs(src, dst, even, even_rows, kernel);
+  for (std::ptrdiff_t j = 0; j < even_rows && bmi.biWidth > even; j += 2) {
+    const YuvTarget target = dst.From(j, even);
+    kernel(src.From(j, even), target, 1, 2);
+    for (std::ptrdiff_t at = 0; repeat_last_column && at != 2 * dst.pitch_y; at += dst.pitch_y) {
+      target.y[at + 1] = target.y[at];
+      if (dst.a) target.a[at + 1] = target.a[at];
     }
-  };
-  if (even > 0) convert_pairs(0, even);
-  if (width > even) convert_pairs(even, 1);
-  if (height % 2 != 0 && even > 0) {
-    const unsigned char* const last[2] = {row(height - 1, 0), nullptr};
-    kernel(last, dst.Rows(height - 1, false, 0), static_cast<std::ptrdiff_t>(even));
+  }
+  if (bmi.biHeight > even_rows && even > 0) {
+    kernel(src.From(even_rows, 0), dst.From(even_rows, 0), even, 1);
   }
 }
 
@@ -88,7 +81,7 @@ void Rgb24_2_yuv420(unsigned char* pY, unsigned char* pU, unsigned char* pV, int
                     int nPt_V, tagBITMAPINFOHEADER* lpSrcBmi, unsigned char* lpSrcBits) {
   assert(lpSrcBmi && lpSrcBmi->biBitCount == 24);
   assert(lpSrcBits && pY && pU && pV);
-  Convert(*lpSrcBmi, {lpSrcBits, 3, true}, {pY, pU, pV, nullptr, nPt_Y, nPt_U, nPt_V}, true,
+  Convert(*lpSrcBmi, lpSrcBits, 3, true, {pY, pU, pV, nullptr, nPt_Y, nPt_U, nPt_V}, true,
           ActiveConvertKernels().from_bgr24);
 }
 
@@ -96,7 +89,7 @@ void Rgb32_2_yuv420(unsigned char* pY, unsigned char* pU, unsigned char* pV, int
                     int nPt_V, tagBITMAPINFOHEADER* lpSrcBmi, unsigned char* lpSrcBits) {
   assert(lpSrcBmi && lpSrcBmi->biBitCount == 32);
   assert(lpSrcBits && pY && pU && pV);
-  Convert(*lpSrcBmi, {lpSrcBits, 4, true}, {pY, pU, pV, nullptr, nPt_Y, nPt_U, nPt_V}, true,
+  Convert(*lpSrcBmi, lpSrcBits, 4, true, {pY, pU, pV, nullptr, nPt_Y, nPt_U, nPt_V}, true,
           ActiveConvertKernels().from_bgrx32);
 }
 
@@ -104,7 +97,7 @@ void Argb_2_yuv420(unsigned char* pY, unsigned char* pU, unsigned char* pV, int 
                    int nPt_V, tagBITMAPINFOHEADER* lpSrcBmi, unsigned char* lpSrcBits) {
   assert(lpSrcBmi && lpSrcBmi->biBitCount == 32);
   assert(lpSrcBits && pY && pU && pV);
-  Convert(*lpSrcBmi, {lpSrcBits, 4, false}, {pY, pU, pV, nullptr, nPt_Y, nPt_U, nPt_V}, true,
+  Convert(*lpSrcBmi, lpSrcBits, 4, false, {pY, pU, pV, nullptr, nPt_Y, nPt_U, nPt_V}, true,
           ActiveConvertKernels().from_bgrx32);
 }
 
@@ -115,12 +108,17 @@ void Rgb8_2_YUV420(unsigned char* pY, unsigned char* pU, unsigned char* pV, int 
   const ConvertKernels& kernels = ActiveConvertKernels();
   Palette palette{};
   palette.colors = lpBitmapInfo->bmiColors;
-  Convert(lpBitmapInfo->bmiHeader, {lpSrcBits, 1, true}, {pY, pU, pV, nullptr, nPt_Y, nPt_U, nPt_V},
-          true, [&](zel::image::RgbSource src, const YuvTarget& dst, std::ptrdiff_t width) {
-            for (int row = 0; row < 2 && src[row] && palette.known < 256; ++row) {
-              ExtendPalette(palette, kernels.highest(src[row], width));
+  Convert(lpBitmapInfo->bmiHeader, lpSrcBits, 1, true, {pY, pU, pV, nullptr, nPt_Y, nPt_U, nPt_V},
+          true,
+          [&](PixelSource src, const YuvTarget& dst, std::ptrdiff_t width, std::ptrdiff_t rows) {
+            // By pairs of rows: what the palette needs of them stays in the cache.
+            for (std::ptrdiff_t j = 0; j < rows; j += 2) {
+              const std::ptrdiff_t count = j + 1 < rows ? 2 : 1;
+              for (int row = 0; row < count && palette.known < 256; ++row) {
+                ExtendPalette(palette, kernels.highest(src[j + row], width));
+              }
+              kernels.from_indexed({src[j], src.pitch}, dst.From(j, 0), width, count, palette);
             }
-            kernels.from_indexed(src, dst, width, palette);
           });
 }
 
@@ -129,7 +127,7 @@ void Rgb32_2_yuv420_Alpha(unsigned char* pY, unsigned char* pU, unsigned char* p
                           tagBITMAPINFOHEADER* lpSrcBmi, unsigned char* lpSrcBits) {
   assert(lpSrcBmi && lpSrcBmi->biBitCount == 32);
   assert(lpSrcBits && pY && pU && pV && pA);
-  Convert(*lpSrcBmi, {lpSrcBits, 4, true}, {pY, pU, pV, pA, nPt_Y, nPt_U, nPt_V}, true,
+  Convert(*lpSrcBmi, lpSrcBits, 4, true, {pY, pU, pV, pA, nPt_Y, nPt_U, nPt_V}, true,
           ActiveConvertKernels().from_bgra32);
 }
 
@@ -139,22 +137,14 @@ void Rgb32_2_yuv420A(unsigned char* pY, unsigned char* pU, unsigned char* pV, un
   assert(lpSrcBmi && lpSrcBmi->biBitCount == 32);
   assert(lpSrcBits && pY && pU && pV);
   const ConvertKernels& kernels = ActiveConvertKernels();
-  Convert(*lpSrcBmi, {lpSrcBits, 4, true}, {pY, pU, pV, pA, nPt_Y, nPt_U, nPt_V}, false,
+  Convert(*lpSrcBmi, lpSrcBits, 4, true, {pY, pU, pV, pA, nPt_Y, nPt_U, nPt_V}, false,
           pA ? kernels.from_bgra32 : kernels.from_bgrx32);
 }
 
 void Rgb24_2_yuv420Simple(unsigned char* pY, unsigned char* pU, unsigned char* pV, int nPt_Y,
                           int nPt_U, int nPt_V, tagBITMAPINFOHEADER* lpSrcBmi,
                           unsigned char* lpSrcBits) {
-  const Offset width = lpSrcBmi->biWidth;
-  const Offset height = lpSrcBmi->biHeight;
-  if (width < 2 || height < 2) return;
-  const Offset stride = ((width * 24 + 31) >> 5) * 4;
-  const Planes dst = {pY, pU, pV, nullptr, nPt_Y, nPt_U, nPt_V};
-  for (Offset j = 0; j + 1 < height; j += 2) {
-    const unsigned char* const upper = lpSrcBits + (height - 1 - j) * stride;
-    const unsigned char* const pair[2] = {upper, upper - stride};
-    ActiveConvertKernels().from_bgr24_simple(pair, dst.Rows(j, true, 0),
-                                             static_cast<std::ptrdiff_t>(width & ~Offset{1}));
-  }
+  const Bitmap src = {lpSrcBits, 3, true, lpSrcBmi->biWidth, lpSrcBmi->biHeight};
+  ConvertPairs(src, {pY, pU, pV, nullptr, nPt_Y, nPt_U, nPt_V}, lpSrcBmi->biWidth & ~1,
+               lpSrcBmi->biHeight & ~1, ActiveConvertKernels().from_bgr24_simple);
 }

@@ -33,8 +33,9 @@ ZEL_API void Yuv420_2_rgb24(tagBITMAPINFOHEADER* lpDstBmi, unsigned char* lpDstB
                             unsigned char* pY, unsigned char* pU, unsigned char* pV, int nPt_Y,
                             int nPt_U, int nPt_V);
 
-/// To 32 bits, bottom-up. The fourth byte of every pixel keeps its value. `biBitCount` must be 32
-/// and no pointer null.
+/// To 32 bits, bottom-up. The fourth byte of every pixel keeps its value; it is read and stored
+/// again, so that no other thread may write it meanwhile. `biBitCount` must be 32 and no pointer
+/// null.
 ZEL_API void Yuv420_2_rgb32(tagBITMAPINFOHEADER* lpDstBmi, unsigned char* lpDstBits,
                             unsigned char* pY, unsigned char* pU, unsigned char* pV, int nPt_Y,
                             int nPt_U, int nPt_V);

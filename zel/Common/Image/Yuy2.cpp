@@ -9,6 +9,10 @@ namespace {
 
 using zel::image::ActiveConvertKernels;
 using zel::image::ConvertKernels;
+using zel::image::PixelSource;
+using zel::image::PixelTarget;
+using zel::image::YuvSource;
+using zel::image::YuvTarget;
 
 /// Offsets are 64-bit: rows times pitch may pass 2^31.
 using Offset = std::int64_t;
@@ -38,27 +42,22 @@ void Rgb24_2_YUY2(unsigned char* lpBitsDst, int nPitchDst, int xDst, int yDst, i
     --left;
     ++width;
   }
-  if (width < 1) return;
+  if (width < 1 || cyDst < 1) return;
   const Offset even = width & ~Offset{1};
   const ConvertKernels& kernels = ActiveConvertKernels();
-  const auto source = [&](Offset t) {
-    return lpBitsSrc + (Offset{nHeightSrc} - 1 - ySrc - t) * nPitchSrc + Offset{3} * xSrc;
-  };
-  const auto target = [&](Offset t) {
-    return lpBitsDst + (Offset{yDst} + t) * nPitchDst + 2 * left;
-  };
-  for (Offset t = 0; t < cyDst; ++t) {
-    kernels.bgr24_to_packed(source(t), target(t), static_cast<std::ptrdiff_t>(even), bYUY2 != 0);
+  const PixelSource src = {
+      lpBitsSrc + (Offset{nHeightSrc} - 1 - ySrc) * nPitchSrc + Offset{3} * xSrc, -nPitchSrc};
+  const PixelTarget dst = {lpBitsDst + Offset{yDst} * nPitchDst + 2 * left, nPitchDst};
+  if (even > 0) {
+    kernels.bgr24_to_packed(src, dst, static_cast<std::ptrdiff_t>(even), cyDst, bYUY2 != 0);
   }
   // After all the others: where the pitch ends with the picture, the second half of a last group
   // lies on the first pixel of the next row.
-  for (Offset t = 0; t < cyDst && width > even; ++t) {
+  for (int t = 0; t < cyDst && width > even; ++t) {
     std::uint8_t y[2], u, v;
-    const unsigned char* const src[2] = {source(t) + 3 * even, nullptr};
-    unsigned char* const dst[2] = {target(t) + 2 * even, nullptr};
-    kernels.from_bgr24(src, {{y, nullptr}, &u, &v, {}}, 1);
+    kernels.from_bgr24({src[t] + 3 * even, 0}, {y, &u, &v, nullptr, 0, 0, 0}, 1, 1);
     y[1] = y[0];
-    kernels.merge({{y, nullptr}, &u, &v, {}}, dst, 2, bYUY2 != 0);
+    kernels.merge({y, &u, &v, nullptr, 0, 0, 0}, {dst[t] + 2 * even, 0}, 2, 1, bYUY2 != 0);
   }
 }
 
@@ -66,24 +65,19 @@ void YUY2_2_Rgb24(unsigned char* lpBitsDst, int nHeightDst, int nPitchDst, int x
                   int cx, int cy, unsigned char* lpBitsSrc, int nPitchSrc, int bYUY2, int xSrc,
                   int ySrc) {
   assert(lpBitsDst && lpBitsSrc);
-  if (cx < 1) return;
-  const Offset even = cx & ~1;
+  if (cx < 1 || cy < 1) return;
+  const std::ptrdiff_t even = cx & ~1;
   const Offset left = Offset{xSrc} - (static_cast<unsigned>(xSrc) >= 2 ? 1 : 0);
   const ConvertKernels& kernels = ActiveConvertKernels();
-  const auto source = [&](Offset t) {
-    return lpBitsSrc + (Offset{ySrc} + t) * nPitchSrc + 2 * left;
-  };
-  const auto target = [&](Offset t) {
-    return lpBitsDst + (Offset{nHeightDst} - 1 - yDst - t) * nPitchDst + Offset{3} * xDst;
-  };
-  for (Offset t = 0; t < cy; ++t) {
-    kernels.packed_to_bgr24(source(t), target(t), static_cast<std::ptrdiff_t>(even), bYUY2 != 0);
-  }
-  for (Offset t = 0; t < cy && cx > even; ++t) {
-    const unsigned char* const group = source(t) + 2 * even;
+  const PixelSource src = {lpBitsSrc + Offset{ySrc} * nPitchSrc + 2 * left, nPitchSrc};
+  const PixelTarget dst = {
+      lpBitsDst + (Offset{nHeightDst} - 1 - yDst) * nPitchDst + Offset{3} * xDst, -nPitchDst};
+  if (even > 0) kernels.packed_to_bgr24(src, dst, even, cy, bYUY2 != 0);
+  for (int t = 0; t < cy && cx > even; ++t) {
+    const unsigned char* const group = src[t] + 2 * even;
     const unsigned char* const chroma = bYUY2 ? group + 1 : group;
-    unsigned char* const dst[2] = {target(t) + 3 * even, nullptr};
-    kernels.to_bgr24({{bYUY2 ? group : group + 1, nullptr}, chroma, chroma + 2, {}}, dst, 1);
+    kernels.to_bgr24({bYUY2 ? group : group + 1, chroma, chroma + 2, nullptr, 0, 0, 0},
+                     {dst[t] + 3 * even, 0}, 1, 1);
   }
 }
 
@@ -99,15 +93,14 @@ void YUY2_Blt_fast(unsigned char* lpBitsDst, int nPitchDst, int xDst, int yDst, 
     width *= height;
     height = 1;
   }
-  const ConvertKernels& kernels = ActiveConvertKernels();
-  for (Offset t = 0; t < height; ++t) {
-    const unsigned char* const src = lpBitsSrc + (Offset{ySrc} + t) * nPitchSrc + Offset{2} * xSrc;
-    unsigned char* const dst = lpBitsDst + (Offset{yDst} + t) * nPitchDst + Offset{2} * xDst;
-    if (copy) {
-      std::memcpy(dst, src, 2 * static_cast<std::size_t>(width));
-    } else {
-      kernels.swap(dst, src, static_cast<std::ptrdiff_t>(width));
-    }
+  const PixelSource src = {lpBitsSrc + Offset{ySrc} * nPitchSrc + Offset{2} * xSrc, nPitchSrc};
+  const PixelTarget dst = {lpBitsDst + Offset{yDst} * nPitchDst + Offset{2} * xDst, nPitchDst};
+  if (!copy) {
+    return ActiveConvertKernels().swap(src, dst, static_cast<std::ptrdiff_t>(width),
+                                       static_cast<std::ptrdiff_t>(height));
+  }
+  for (std::ptrdiff_t t = 0; t < height; ++t) {
+    std::memcpy(dst[t], src[t], 2 * static_cast<std::size_t>(width));
   }
 }
 
@@ -137,37 +130,36 @@ void YV12_Blt_fast(unsigned char* pDstY, unsigned char* pDstU, unsigned char* pD
 void YUY2_2_Yuv420(unsigned char* pY, unsigned char* pU, unsigned char* pV, int nPt_Y, int nPt_U,
                    int nPt_V, int xDst, int yDst, int cx, int cy, unsigned char* lpBitsSrc,
                    int nPitchSrc, int bYUY2, int xSrc, int ySrc) {
-  if (cx < 1) return;
-  const Offset groups = (Offset{cx} + 1) / 2;
-  const ConvertKernels& kernels = ActiveConvertKernels();
-  for (Offset k = 0; k < cy; k += 2) {
-    const unsigned char* const upper = lpBitsSrc + (ySrc + k) * nPitchSrc + Offset{2} * xSrc;
-    const unsigned char* const src[2] = {upper, upper + nPitchSrc};
-    unsigned char* const y = pY + (yDst + k) * nPt_Y + xDst;
-    const Offset chroma_row = yDst / 2 + k / 2;
-    unsigned char* const u = pU + chroma_row * nPt_U + xDst / 2;
-    unsigned char* const v = pV + chroma_row * nPt_V + xDst / 2;
-    // The row's last sample has its highest address.
-    CheckV(v + groups - 1, pV, ySrc, cy, nPt_V);
-    kernels.split(src, {{y, y + nPt_Y}, u, v, {}}, static_cast<std::ptrdiff_t>(2 * groups),
-                  bYUY2 != 0);
+  if (cx < 1 || cy < 1) return;
+  const std::ptrdiff_t width = (std::ptrdiff_t{cx} + 1) & ~std::ptrdiff_t{1};
+  const std::ptrdiff_t height = (std::ptrdiff_t{cy} + 1) & ~std::ptrdiff_t{1};
+  const YuvTarget dst = {pY + Offset{yDst} * nPt_Y + xDst,
+                         pU + Offset{yDst / 2} * nPt_U + xDst / 2,
+                         pV + Offset{yDst / 2} * nPt_V + xDst / 2,
+                         nullptr,
+                         nPt_Y,
+                         nPt_U,
+                         nPt_V};
+  // The last sample of a row has its highest address.
+  for (std::ptrdiff_t k = 0; k < height; k += 2) {
+    CheckV(dst.From(k, 0).v + width / 2 - 1, pV, ySrc, cy, nPt_V);
   }
+  ActiveConvertKernels().split({lpBitsSrc + Offset{ySrc} * nPitchSrc + Offset{2} * xSrc, nPitchSrc},
+                               dst, width, height, bYUY2 != 0);
 }
 
 void Yuv420_2_YUY2(unsigned char* lpBitsDst, int nPitchDst, int xDst, int yDst, int cx, int cy,
                    int bYUY2, unsigned char* pY, unsigned char* pU, unsigned char* pV, int nPt_Y,
                    int nPt_U, int nPt_V, int xSrc, int ySrc) {
-  if (cx < 1) return;
-  const ConvertKernels& kernels = ActiveConvertKernels();
-  for (Offset k = 0; k < cy; k += 2) {
-    const unsigned char* const y = pY + (ySrc + k) * nPt_Y + xSrc;
-    const Offset chroma_row = ySrc / 2 + k / 2;
-    unsigned char* const upper = lpBitsDst + (yDst + k) * nPitchDst + Offset{2} * xDst;
-    unsigned char* const dst[2] = {upper, upper + nPitchDst};
-    kernels.merge({{y, y + nPt_Y},
-                   pU + chroma_row * nPt_U + xSrc / 2,
-                   pV + chroma_row * nPt_V + xSrc / 2,
-                   {}},
-                  dst, static_cast<std::ptrdiff_t>((Offset{cx} + 1) & ~Offset{1}), bYUY2 != 0);
-  }
+  if (cx < 1 || cy < 1) return;
+  const YuvSource src = {pY + Offset{ySrc} * nPt_Y + xSrc,
+                         pU + Offset{ySrc / 2} * nPt_U + xSrc / 2,
+                         pV + Offset{ySrc / 2} * nPt_V + xSrc / 2,
+                         nullptr,
+                         nPt_Y,
+                         nPt_U,
+                         nPt_V};
+  const PixelTarget dst = {lpBitsDst + Offset{yDst} * nPitchDst + Offset{2} * xDst, nPitchDst};
+  ActiveConvertKernels().merge(src, dst, (std::ptrdiff_t{cx} + 1) & ~std::ptrdiff_t{1},
+                               (std::ptrdiff_t{cy} + 1) & ~std::ptrdiff_t{1}, bYUY2 != 0);
 }

@@ -1,7 +1,8 @@
-// Row kernels of the colour conversions, and their choice.
+// Kernels of the colour conversions, and their choice.
 //
-// A kernel converts one row or a pair of rows that share their chroma; it knows nothing of bitmaps,
-// row order or rectangles. It reads and writes exactly the `width` pixels it is given. The scalar
+// A kernel converts a rectangle of rows, of which pairs share their chroma; it knows nothing of
+// bitmaps, row order or positions. It reads and writes exactly `width` pixels of `rows` rows, both
+// positive; an odd last row has its chroma for itself, and so has an odd last column. The scalar
 // kernels state what is computed; every other level gives the same bytes.
 #pragma once
 
@@ -13,26 +14,51 @@
 
 namespace zel::image {
 
-/// Rows to read: two luma rows and the chroma row they share. A kernel is given a single row by
-/// leaving the second pointers null. An odd `width` has (width + 1) / 2 chroma samples.
-struct YuvSource {
-  const std::uint8_t* y[2];
-  const std::uint8_t* u;
-  const std::uint8_t* v;
-  const std::uint8_t* a[2];  ///< Alpha rows; used by `to_bgra32` only.
-};
+/// Planes to read or write. Row r of a plane begins `r * pitch` bytes after its first row; pitches
+/// may be negative. Chroma planes have (width + 1) / 2 samples in (rows + 1) / 2 rows. Where they
+/// are written, a sample is the mean of the pixels of its 2 x 2 block: 4, 2 or 1.
+template <typename Byte>
+struct Planes {
+  Byte *y, *u, *v;
+  Byte* a;  ///< Alpha, with the pitch of luma; used by `to_bgra32` and `from_bgra32` only.
+  std::ptrdiff_t pitch_y, pitch_u, pitch_v;
 
-/// Rows to write, in the same way. A chroma sample is the mean of the pixels that the kernel is
-/// given of its 2 x 2 block: 4, 2 or 1.
-struct YuvTarget {
-  std::uint8_t* y[2];
-  std::uint8_t* u;
-  std::uint8_t* v;
-  std::uint8_t* a[2];  ///< Alpha rows; used by `from_bgra32` only.
+  /// The same from row `row` and column `x` on; both are even.
+  Planes From(std::ptrdiff_t row, std::ptrdiff_t x) const {
+    const std::ptrdiff_t luma = row * pitch_y + x;
+    return {y + luma,
+            u + row / 2 * pitch_u + x / 2,
+            v + row / 2 * pitch_v + x / 2,
+            a ? a + luma : nullptr,
+            pitch_y,
+            pitch_u,
+            pitch_v};
+  }
+  /// The same, beginning with the last of `rows` rows, an even number: each pair is the other way
+  /// round, too.
+  Planes Backward(std::ptrdiff_t rows) const {
+    Planes all = From(rows - 2, 0);
+    all.y += pitch_y;
+    if (a) all.a += pitch_y;
+    all.pitch_y = -pitch_y;
+    all.pitch_u = -pitch_u;
+    all.pitch_v = -pitch_v;
+    return all;
+  }
 };
+using YuvSource = Planes<const std::uint8_t>;
+using YuvTarget = Planes<std::uint8_t>;
 
-using RgbSource = const std::uint8_t* const[2];
-using RgbTarget = std::uint8_t* const[2];
+/// Rows of whole pixels to read or write: of a bitmap or of packed 4:2:2.
+template <typename Byte>
+struct PixelRows {
+  Byte* bytes;
+  std::ptrdiff_t pitch;
+
+  Byte* operator[](std::ptrdiff_t row) const { return bytes + row * pitch; }
+};
+using PixelSource = PixelRows<const std::uint8_t>;
+using PixelTarget = PixelRows<std::uint8_t>;
 
 /// The colours of an indexed picture with what becomes of them. Only entries 0 to `known` - 1 have
 /// been computed: a colour table may end where the highest index ends.
@@ -46,14 +72,16 @@ struct Palette {
 };
 
 struct ConvertKernels {
-  using ToRgb = void (*)(const YuvSource& src, RgbTarget dst, std::ptrdiff_t width);
+  using ToRgb = void (*)(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width,
+                         std::ptrdiff_t rows);
   ToRgb to_bgr24;
   ToRgb to_bgrx32;    ///< The fourth byte keeps its value.
   ToRgb to_opaque32;  ///< The fourth byte is 255.
   ToRgb to_bgra32;
   ToRgb to_bgr24_simple;
 
-  using FromRgb = void (*)(RgbSource src, const YuvTarget& dst, std::ptrdiff_t width);
+  using FromRgb = void (*)(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width,
+                           std::ptrdiff_t rows);
   FromRgb from_bgr24;
   FromRgb from_bgrx32;
   FromRgb from_bgra32;
@@ -62,21 +90,22 @@ struct ConvertKernels {
   /// The highest of `count` > 0 bytes.
   int (*highest)(const std::uint8_t* bytes, std::ptrdiff_t count);
   /// Every index must be below `palette.known`.
-  void (*from_indexed)(RgbSource src, const YuvTarget& dst, std::ptrdiff_t width,
-                       const Palette& palette);
+  void (*from_indexed)(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width,
+                       std::ptrdiff_t rows, const Palette& palette);
 
-  /// Packed 4:2:2 to planes; chroma of two rows is their truncated mean. `width` is even, and
-  /// `luma_first` tells Y0 U Y1 V from U Y0 V Y1.
-  void (*split)(RgbSource src, const YuvTarget& dst, std::ptrdiff_t width, bool luma_first);
-  /// Planes to packed 4:2:2. `width` is even.
-  void (*merge)(const YuvSource& src, RgbTarget dst, std::ptrdiff_t width, bool luma_first);
-  /// One row of packed 4:2:2 to 24 bits and back; `width` is even.
-  void (*packed_to_bgr24)(const std::uint8_t* src, std::uint8_t* dst, std::ptrdiff_t width,
-                          bool luma_first);
-  void (*bgr24_to_packed)(const std::uint8_t* src, std::uint8_t* dst, std::ptrdiff_t width,
-                          bool luma_first);
-  /// Exchanges the bytes of each of `count` 16-bit words; `dst` may be `src`.
-  void (*swap)(std::uint8_t* dst, const std::uint8_t* src, std::ptrdiff_t count);
+  // Packed 4:2:2: `width` is even, and `luma_first` tells Y0 U Y1 V from U Y0 V Y1.
+
+  /// To planes; chroma of two rows is their truncated mean.
+  void (*split)(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width, std::ptrdiff_t rows,
+                bool luma_first);
+  void (*merge)(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width, std::ptrdiff_t rows,
+                bool luma_first);
+  void (*packed_to_bgr24)(PixelSource src, PixelTarget dst, std::ptrdiff_t width,
+                          std::ptrdiff_t rows, bool luma_first);
+  void (*bgr24_to_packed)(PixelSource src, PixelTarget dst, std::ptrdiff_t width,
+                          std::ptrdiff_t rows, bool luma_first);
+  /// Exchanges the bytes of each of `count` 16-bit words in every row; `dst` may be `src`.
+  void (*swap)(PixelSource src, PixelTarget dst, std::ptrdiff_t count, std::ptrdiff_t rows);
 };
 
 /// The kernels for a processor of this level. Levels without kernels of their own have those of the

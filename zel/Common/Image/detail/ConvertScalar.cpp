@@ -9,48 +9,53 @@ namespace {
 enum class Fourth { kNone, kKept, kOpaque, kAlpha };
 
 template <const ToRgbFactors& kFactors, Fourth kFourth>
-void ToRgb(const YuvSource& src, RgbTarget dst, std::ptrdiff_t width) {
+void ToRgb(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width, std::ptrdiff_t rows) {
   constexpr int kPixelBytes = kFourth == Fourth::kNone ? 3 : 4;
-  for (int row = 0; row < 2 && dst[row]; ++row) {
+  for (std::ptrdiff_t row = 0; row < rows; ++row) {
+    const std::uint8_t* const y = src.y + row * src.pitch_y;
+    const std::uint8_t* const u = src.u + row / 2 * src.pitch_u;
+    const std::uint8_t* const v = src.v + row / 2 * src.pitch_v;
     for (std::ptrdiff_t x = 0; x < width; ++x) {
-      std::uint8_t* pixel = dst[row] + kPixelBytes * x;
-      PixelToRgb(kFactors, src.y[row][x], src.u[x / 2], src.v[x / 2], pixel);
+      std::uint8_t* const pixel = dst[row] + kPixelBytes * x;
+      PixelToRgb(kFactors, y[x], u[x / 2], v[x / 2], pixel);
       if (kFourth == Fourth::kOpaque) pixel[3] = 255;
-      if (kFourth == Fourth::kAlpha) pixel[3] = src.a[row][x];
+      if (kFourth == Fourth::kAlpha) pixel[3] = src.a[row * src.pitch_y + x];
     }
   }
 }
 
-/// Walks the blocks of a row or pair of rows. `pixel(row, x)` gives a pixel's YuvPixel.
+/// Walks the blocks of a picture. `pixel(row, x)` gives a pixel's YuvPixel.
 template <typename Pixel>
-void ToYuv(int rows, const YuvTarget& dst, std::ptrdiff_t width, Pixel pixel) {
-  for (std::ptrdiff_t x = 0; x < width; x += 2) {
-    int u = 0, v = 0, count = 0;
-    for (int row = 0; row < rows; ++row) {
-      for (std::ptrdiff_t i = x; i < x + 2 && i < width; ++i, ++count) {
-        const YuvPixel yuv = pixel(row, i);
-        dst.y[row][i] = static_cast<std::uint8_t>(yuv.y);
-        u += yuv.u;
-        v += yuv.v;
+void ToYuv(const YuvTarget& dst, std::ptrdiff_t width, std::ptrdiff_t rows, Pixel pixel) {
+  for (std::ptrdiff_t row = 0; row < rows; row += 2) {
+    for (std::ptrdiff_t x = 0; x < width; x += 2) {
+      int u = 0, v = 0, count = 0;
+      for (std::ptrdiff_t j = row; j < row + 2 && j < rows; ++j) {
+        for (std::ptrdiff_t i = x; i < x + 2 && i < width; ++i, ++count) {
+          const YuvPixel yuv = pixel(j, i);
+          dst.y[j * dst.pitch_y + i] = static_cast<std::uint8_t>(yuv.y);
+          u += yuv.u;
+          v += yuv.v;
+        }
       }
+      dst.u[row / 2 * dst.pitch_u + x / 2] = static_cast<std::uint8_t>(u / count);
+      dst.v[row / 2 * dst.pitch_v + x / 2] = static_cast<std::uint8_t>(v / count);
     }
-    dst.u[x / 2] = static_cast<std::uint8_t>(u / count);
-    dst.v[x / 2] = static_cast<std::uint8_t>(v / count);
   }
 }
 
 template <const ToYuvFactors& kFactors, int kPixelBytes, bool kAlpha = false>
-void FromRgb(RgbSource src, const YuvTarget& dst, std::ptrdiff_t width) {
-  ToYuv(src[1] ? 2 : 1, dst, width, [&](int row, std::ptrdiff_t x) {
-    const std::uint8_t* pixel = src[row] + kPixelBytes * x;
-    if (kAlpha) dst.a[row][x] = pixel[3];
+void FromRgb(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width, std::ptrdiff_t rows) {
+  ToYuv(dst, width, rows, [&](std::ptrdiff_t row, std::ptrdiff_t x) {
+    const std::uint8_t* const pixel = src[row] + kPixelBytes * x;
+    if (kAlpha) dst.a[row * dst.pitch_y + x] = pixel[3];
     return PixelToYuv(kFactors, pixel[0], pixel[1], pixel[2]);
   });
 }
 
-void FromIndexed(RgbSource src, const YuvTarget& dst, std::ptrdiff_t width,
+void FromIndexed(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width, std::ptrdiff_t rows,
                  const Palette& palette) {
-  ToYuv(src[1] ? 2 : 1, dst, width, [&](int row, std::ptrdiff_t x) {
+  ToYuv(dst, width, rows, [&](std::ptrdiff_t row, std::ptrdiff_t x) {
     const tagRGBQUAD& color = palette.colors[src[row][x]];
     return PixelToYuv(kToYuv, color.rgbBlue, color.rgbGreen, color.rgbRed);
   });
@@ -64,64 +69,75 @@ int Highest(const std::uint8_t* bytes, std::ptrdiff_t count) {
   return highest;
 }
 
-void Split(RgbSource src, const YuvTarget& dst, std::ptrdiff_t width, bool luma_first) {
+void Split(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width, std::ptrdiff_t rows,
+           bool luma_first) {
   const int luma = luma_first ? 0 : 1;
   const int chroma = 1 - luma;
-  const int rows = src[1] ? 2 : 1;
-  for (std::ptrdiff_t x = 0; x < width; x += 2) {
-    int u = 0, v = 0;
-    for (int row = 0; row < rows; ++row) {
-      const std::uint8_t* group = src[row] + 2 * x;
-      dst.y[row][x] = group[luma];
-      dst.y[row][x + 1] = group[luma + 2];
-      u += group[chroma];
-      v += group[chroma + 2];
-    }
-    dst.u[x / 2] = static_cast<std::uint8_t>(u / rows);
-    dst.v[x / 2] = static_cast<std::uint8_t>(v / rows);
-  }
-}
-
-void Merge(const YuvSource& src, RgbTarget dst, std::ptrdiff_t width, bool luma_first) {
-  const int luma = luma_first ? 0 : 1;
-  const int chroma = 1 - luma;
-  for (int row = 0; row < 2 && dst[row]; ++row) {
+  for (std::ptrdiff_t row = 0; row < rows; row += 2) {
+    const int count = row + 1 < rows ? 2 : 1;
     for (std::ptrdiff_t x = 0; x < width; x += 2) {
-      std::uint8_t* group = dst[row] + 2 * x;
-      group[luma] = src.y[row][x];
-      group[luma + 2] = src.y[row][x + 1];
-      group[chroma] = src.u[x / 2];
-      group[chroma + 2] = src.v[x / 2];
+      int u = 0, v = 0;
+      for (int j = 0; j < count; ++j) {
+        const std::uint8_t* const group = src[row + j] + 2 * x;
+        std::uint8_t* const y = dst.y + (row + j) * dst.pitch_y + x;
+        y[0] = group[luma];
+        y[1] = group[luma + 2];
+        u += group[chroma];
+        v += group[chroma + 2];
+      }
+      dst.u[row / 2 * dst.pitch_u + x / 2] = static_cast<std::uint8_t>(u / count);
+      dst.v[row / 2 * dst.pitch_v + x / 2] = static_cast<std::uint8_t>(v / count);
     }
   }
 }
 
-void PackedToBgr24(const std::uint8_t* src, std::uint8_t* dst, std::ptrdiff_t width,
+void Merge(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width, std::ptrdiff_t rows,
+           bool luma_first) {
+  const int luma = luma_first ? 0 : 1;
+  const int chroma = 1 - luma;
+  for (std::ptrdiff_t row = 0; row < rows; ++row) {
+    for (std::ptrdiff_t x = 0; x < width; x += 2) {
+      std::uint8_t* const group = dst[row] + 2 * x;
+      const std::uint8_t* const y = src.y + row * src.pitch_y + x;
+      group[luma] = y[0];
+      group[luma + 2] = y[1];
+      group[chroma] = src.u[row / 2 * src.pitch_u + x / 2];
+      group[chroma + 2] = src.v[row / 2 * src.pitch_v + x / 2];
+    }
+  }
+}
+
+void PackedToBgr24(PixelSource src, PixelTarget dst, std::ptrdiff_t width, std::ptrdiff_t rows,
                    bool luma_first) {
   const int luma = luma_first ? 0 : 1;
   const int chroma = 1 - luma;
-  for (std::ptrdiff_t x = 0; x < width; ++x) {
-    const std::uint8_t* group = src + 4 * (x / 2);
-    PixelToRgb(kToRgb, group[luma + 2 * (x % 2)], group[chroma], group[chroma + 2], dst + 3 * x);
+  for (std::ptrdiff_t row = 0; row < rows; ++row) {
+    for (std::ptrdiff_t x = 0; x < width; ++x) {
+      const std::uint8_t* const group = src[row] + 4 * (x / 2);
+      PixelToRgb(kToRgb, group[luma + 2 * (x % 2)], group[chroma], group[chroma + 2],
+                 dst[row] + 3 * x);
+    }
   }
 }
 
-void Bgr24ToPacked(const std::uint8_t* src, std::uint8_t* dst, std::ptrdiff_t width,
+void Bgr24ToPacked(PixelSource src, PixelTarget dst, std::ptrdiff_t width, std::ptrdiff_t rows,
                    bool luma_first) {
-  for (std::ptrdiff_t x = 0; x < width; x += 2) {
-    std::uint8_t y[2], u, v;
-    const std::uint8_t* const pixels[2] = {src + 3 * x, nullptr};
-    std::uint8_t* const group[2] = {dst + 2 * x, nullptr};
-    FromRgb<kToYuv, 3>(pixels, {{y, nullptr}, &u, &v, {}}, 2);
-    Merge({{y, nullptr}, &u, &v, {}}, group, 2, luma_first);
+  for (std::ptrdiff_t row = 0; row < rows; ++row) {
+    for (std::ptrdiff_t x = 0; x < width; x += 2) {
+      std::uint8_t y[2], u, v;
+      FromRgb<kToYuv, 3>({src[row] + 3 * x, 0}, {y, &u, &v, nullptr, 0, 0, 0}, 2, 1);
+      Merge({y, &u, &v, nullptr, 0, 0, 0}, {dst[row] + 2 * x, 0}, 2, 1, luma_first);
+    }
   }
 }
 
-void Swap(std::uint8_t* dst, const std::uint8_t* src, std::ptrdiff_t count) {
-  for (std::ptrdiff_t i = 0; i < count; ++i) {
-    const std::uint8_t first = src[2 * i];
-    dst[2 * i] = src[2 * i + 1];
-    dst[2 * i + 1] = first;
+void Swap(PixelSource src, PixelTarget dst, std::ptrdiff_t count, std::ptrdiff_t rows) {
+  for (std::ptrdiff_t row = 0; row < rows; ++row) {
+    for (std::ptrdiff_t i = 0; i < count; ++i) {
+      const std::uint8_t first = src[row][2 * i];
+      dst[row][2 * i] = src[row][2 * i + 1];
+      dst[row][2 * i + 1] = first;
+    }
   }
 }
 

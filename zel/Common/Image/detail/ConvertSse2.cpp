@@ -1,9 +1,12 @@
 // Kernels for what every processor of the build has.
 #include "zel/Common/Image/detail/ConvertKernels.h"
 #include "zel/Common/Image/detail/ConvertTables.h"
+#include "zel/Common/Image/detail/ConvertWeights.h"
 
 #ifdef __SSE2__
 #include <emmintrin.h>
+
+#include <type_traits>
 
 namespace zel::image {
 namespace {
@@ -39,6 +42,9 @@ inline V Deal(V v) {
   }
   v = _mm_shufflehi_epi16(_mm_shufflelo_epi16(v, _MM_SHUFFLE(3, 1, 2, 0)), _MM_SHUFFLE(3, 1, 2, 0));
   return _mm_shuffle_epi32(v, _MM_SHUFFLE(3, 1, 2, 0));
+}
+inline V SwapBytes(V v) {
+  return _mm_or_si128(_mm_slli_epi16(v, 8), _mm_srli_epi16(v, 8));
 }
 
 #include "zel/Common/Image/detail/ConvertRows.inc"

@@ -29,10 +29,9 @@ struct ResizeColumns {
   // 2) windows of a kernel's width from `base` on, one base per group, permuted by `index`.
   // 0 windows: pixels are fetched by `offset` one by one, bilinear ones into `pairs` first.
   int windows;
-  const std::int32_t* base;    ///< Per group of outputs, in pixels.
-  const std::uint8_t* index;   ///< Per output byte, its source byte from `base` on (rows of bytes).
-  const std::int32_t* index4;  ///< Per output pixel, likewise (rows of 32-bit pixels).
-  unsigned char* pairs;        ///< Room for two pixels per column.
+  const std::int32_t* base;   ///< Per group of outputs, in pixels.
+  const std::uint8_t* index;  ///< Per output, its source pixel from `base` on.
+  unsigned char* pairs;       ///< Room for two pixels per column.
 };
 
 /// How many outputs share a base, and how many source pixels a window has. 0: no windows.

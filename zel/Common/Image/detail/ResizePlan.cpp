@@ -116,7 +116,7 @@ bool RowScaler::Allocate(std::size_t padded) {
   std::uint64_t offsets = columns * sizeof(*offset_);
   std::uint64_t weights =
       bilinear ? columns * (pixel == 1 ? sizeof(*weight_) : sizeof(*weight4_)) : 0;
-  std::uint64_t indices = Window().group == 0 ? 0 : outputs * pixel;
+  std::uint64_t indices = Window().group == 0 ? 0 : outputs;
   std::uint64_t bases = Window().group == 0 ? 0 : outputs / Window().group * sizeof(*base_);
   std::uint64_t pairs = bilinear ? outputs * pixel : 0;
   std::uint64_t row = columns * pixel;
@@ -146,9 +146,7 @@ bool RowScaler::Allocate(std::size_t padded) {
   void* weight = take(weights);
   weight_ = static_cast<std::int16_t*>(weight);
   weight4_ = static_cast<std::uint64_t*>(weight);
-  void* index = take(indices);
-  index_ = static_cast<std::uint8_t*>(index);
-  index4_ = static_cast<std::int32_t*>(index);
+  index_ = static_cast<std::uint8_t*>(take(indices));
   base_ = static_cast<std::int32_t*>(take(bases));
   columns_.pairs = static_cast<unsigned char*>(take(pairs));
   spare_ = static_cast<unsigned char*>(take(row));
@@ -207,12 +205,8 @@ void RowScaler::FillWindows() {
     base_[c / group] = base;
     for (std::size_t k = c; k < c + group; ++k) {
       for (std::size_t i = 0; i < per_column; ++i, ++output) {
-        const std::int32_t index = offset_[k] - base + static_cast<std::int32_t>(i);
-        if (pixel_bytes_ == 1) {
-          index_[output] = static_cast<std::uint8_t>(index);
-        } else {
-          index4_[output] = index;
-        }
+        index_[output] =
+            static_cast<std::uint8_t>(offset_[k] - base + static_cast<std::int32_t>(i));
       }
     }
   }
@@ -239,7 +233,6 @@ bool RowScaler::Prepare(const Axis& columns, Method method) {
   columns_.weight4 = weight4_;
   columns_.base = base_;
   columns_.index = index_;
-  columns_.index4 = index4_;
   return true;
 }
 

@@ -131,7 +131,6 @@ class RowScaler {
   std::uint64_t* weight4_ = nullptr;
   std::int32_t* base_ = nullptr;
   std::uint8_t* index_ = nullptr;
-  std::int32_t* index4_ = nullptr;
   unsigned char* stage_ = nullptr;
   unsigned char* spare_ = nullptr;
   unsigned char* rows_[2] = {};
