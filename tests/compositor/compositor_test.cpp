@@ -294,6 +294,11 @@ TEST_F(CompositorTest, AnInputWithoutDescriptionYieldsNoSound) {
   input->infoResult = S_FALSE;
   EXPECT_EQ(host.compositor->SetInputAudioStream(input), S_FALSE);
   EXPECT_EQ(CountOf(static_cast<IMediaStream*>(input)), 2u) << "held all the same";
+  auto* description = new CStreamInfo;
+  description->AddRef();
+  input->infoAllTheSame = description;
+  EXPECT_EQ(host.compositor->SetInputAudioStream(input), S_FALSE);
+  EXPECT_EQ(description->Release(), 0u) << "what comes with a failure is released";
   EXPECT_EQ(host.Pull(), nullptr);
   EXPECT_EQ(host.output->Forward(), 7);
 }

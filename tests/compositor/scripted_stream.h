@@ -77,7 +77,11 @@ class ScriptedStream : public scombase::CUnknown, public IMediaStream {
 
   HRESULT GetStreamInfo(IStreamInfo** ppInfo) override {
     Note("GetStreamInfo");
-    if (infoResult != S_OK) return infoResult;
+    if (infoResult != S_OK) {
+      if (infoAllTheSame != nullptr) infoAllTheSame->AddRef();
+      *ppInfo = infoAllTheSame;
+      return infoResult;
+    }
     auto* info = hasRecord ? new CStreamInfo : new CStreamInfo(nullptr, nullptr);
     if (hasRecord) info->SetStreamInfo(&record);
     info->AddRef();
@@ -123,6 +127,7 @@ class ScriptedStream : public scombase::CUnknown, public IMediaStream {
   StreamInfo record{};
   bool hasRecord = true;
   HRESULT infoResult = S_OK;
+  IStreamInfo* infoAllTheSame = nullptr;  ///< Given with another result.
   std::atomic<long> position = -1;
   bool seekable = true;
   std::function<void()> onSeek;  // What else happens while the stream seeks.

@@ -15,8 +15,8 @@
 /// source's end. Without a second source frames pass unchanged.
 ///
 /// Threads: one thread pulls. AddByMediaStream, AddByFileName, Remove, SetDelayTime and
-/// GetDelayTime may be called on one other thread meanwhile. SetInputAudioStream and the last
-/// Release may not.
+/// GetDelayTime may be called on one other thread meanwhile, and so may the output stream's Seek if
+/// the input bears its Forward during its Seek. SetInputAudioStream and the last Release may not.
 class ZEL_API IAudioCompositor : public IUnknown {
  public:
   /// Drops everything held so far, then holds `pInput` (one reference) and describes it.

@@ -89,7 +89,12 @@ HRESULT CAudioCompositor::SetInputAudioStream(IMediaStream* pInput) {
   m_pInput->AddRef();
 
   IStreamInfo* info = nullptr;
-  if (m_pInput->GetStreamInfo(&info) != S_OK || info == nullptr) return S_FALSE;
+  const HRESULT described = m_pInput->GetStreamInfo(&info);
+  if (info == nullptr) return S_FALSE;
+  if (described != S_OK) {
+    info->Release();
+    return S_FALSE;
+  }
   m_pOutInfo.reset(new (std::nothrow) StreamInfo{});
   if (m_pOutInfo != nullptr) Describe(*info, *m_pOutInfo);
   info->Release();

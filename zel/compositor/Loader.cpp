@@ -34,6 +34,7 @@ Ref<IMediaDecoderMgr> CreateDecoderManager() {
   zel::PathToUtf8(path, utf8);
 
   Ref<IMediaDecoderMgr> manager;
+  // Nothing is asked of the mode, but glibc refuses 0, which elsewhere is RTLD_LAZY.
   void* library = dlopen(utf8, RTLD_LAZY);
   if (library == nullptr) return manager;
   const auto create =
