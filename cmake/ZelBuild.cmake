@@ -31,7 +31,11 @@ target_compile_options(zel_build INTERFACE
   -fvisibility=hidden -fvisibility-inlines-hidden
   # Results are specified as plain IEEE doubles, one rounding per operation.
   -ffp-contract=off)
-target_link_options(zel_build INTERFACE -Wl,--no-undefined -Wl,--as-needed)
+target_link_options(zel_build INTERFACE -Wl,--as-needed)
+# Clang puts the sanitizers' functions into programs only, and leaves them undefined in shared libraries.
+if(NOT (CMAKE_CXX_COMPILER_ID MATCHES "Clang" AND ZEL_SANITIZE))
+  target_link_options(zel_build INTERFACE -Wl,--no-undefined)
+endif()
 # x87 arithmetic would round doubles twice.
 if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND CMAKE_SYSTEM_PROCESSOR MATCHES "^(i.86|x86|x86_64|AMD64)$")
   target_compile_options(zel_build INTERFACE -msse2 -mfpmath=sse)
@@ -48,6 +52,11 @@ if(ZEL_SANITIZE)
   endif()
   target_compile_options(zel_build INTERFACE ${zel_sanitize_flags})
   target_link_options(zel_build INTERFACE -fsanitize=${ZEL_SANITIZE})
+endif()
+
+# Fuzzers are guided by the coverage of all code of ours.
+if(ZEL_BUILD_FUZZ)
+  target_compile_options(zel_build INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
 # zel_room(<name> <source>...): one room of the library, compiled once and linked both into the shared

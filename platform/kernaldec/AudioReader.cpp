@@ -15,6 +15,8 @@ namespace {
 constexpr double kReadOnSeconds = 1.0;
 // What decoders with memory (overlapping blocks, bit reservoirs) get to settle before a target.
 constexpr double kPrerollSeconds = 0.3;
+// Longer than any sound; what is sought beyond it is past the end, too.
+constexpr double kLatestSeconds = 1e9;
 // A demultiplexer may ask to be called again; one that only ever asks is given up.
 constexpr int kMaxReadRetries = 1000;
 
@@ -127,13 +129,13 @@ bool AudioReader::Reopen() {
 }
 
 std::int64_t AudioReader::startPts() const {
-  return av_rescale_q(m_startTicks, stream()->time_base, kTickBase);
+  return ToTicks(m_startTicks, stream()->time_base);
 }
 
 std::int64_t AudioReader::timeStamp() const {
   // Whole samples are rounded once.
-  return std::llround(m_clock.offset * kTicksPerSecond) +
-         av_rescale(m_position + m_first, kTicksPerSecond, m_clock.rate);
+  return Rounded(m_clock.offset * kTicksPerSecond) +
+         ToTicks(m_position + m_first, {1, m_clock.rate});
 }
 
 bool AudioReader::Next() {
@@ -149,7 +151,7 @@ bool AudioReader::Next() {
 }
 
 bool AudioReader::Seek(double seconds) {
-  seconds = std::max(seconds, 0.0);
+  seconds = std::clamp(seconds, 0.0, kLatestSeconds);
   const bool hasFrame = m_state != State::kEnded;
   const bool ahead = hasFrame && seconds >= static_cast<double>(FrameTime());
   if (ahead && seconds <= static_cast<double>(FrameTime()) + kReadOnSeconds) {
@@ -178,7 +180,7 @@ bool AudioReader::SeekByIndex(double seconds) {
     const double from = seconds - settle - margin;
     if (from <= 0) break;
     const double tick = av_q2d(stream()->time_base);
-    const std::int64_t ticks = m_startTicks + static_cast<std::int64_t>(std::floor(from / tick));
+    const std::int64_t ticks = m_startTicks + Rounded(std::floor(from / tick));
     if (av_seek_frame(m_file->format(), m_index, ticks, AVSEEK_FLAG_BACKWARD) < 0) break;
     avcodec_flush_buffers(m_codec.get());
     m_fromStart = false;
@@ -260,14 +262,15 @@ bool AudioReader::FeedDecoder() {
 /// @return false when it has none: the first frames after a seek may come without stamps.
 bool AudioReader::Place() {
   const int rate = m_frame->sample_rate;
-  const std::int64_t pts =
+  const std::int64_t found =
       m_frame->pts != AV_NOPTS_VALUE ? m_frame->pts : m_frame->best_effort_timestamp;
   const bool first = m_fromStart && m_framesRead == 0;
-  const bool stamped = pts != AV_NOPTS_VALUE && (first || !m_madeUpStamps);
+  const bool stamped = found != AV_NOPTS_VALUE && (first || !m_madeUpStamps);
+  const std::int64_t pts = Bounded(found);
 
   if (first) {
     m_startTicks = stamped                                  ? pts
-                   : stream()->start_time != AV_NOPTS_VALUE ? stream()->start_time
+                   : stream()->start_time != AV_NOPTS_VALUE ? Bounded(stream()->start_time)
                                                             : 0;
     m_firstRate = rate;
     m_firstChannels = m_frame->ch_layout.nb_channels;
@@ -295,7 +298,7 @@ bool AudioReader::Place() {
     const long double actual = ContainerTime(pts);
     if (std::fabs(actual - expected) > tolerance) {
       NoteGap(actual - expected);
-      m_clock.samples = std::llround((actual - m_clock.offset) * rate);
+      m_clock.samples = Rounded((actual - m_clock.offset) * rate);
     }
   }
 
@@ -319,10 +322,10 @@ std::int64_t AudioReader::Landing(long double time) const {
   const long double ticks = static_cast<long double>(av_q2d(stream()->time_base)) * m_firstRate;
   if (ticks > 1 && m_gridStep > 0) {
     const std::int64_t onGrid =
-        m_gridPhase + m_gridStep * std::llround((samples - m_gridPhase) / m_gridStep);
+        m_gridPhase + m_gridStep * Rounded((samples - m_gridPhase) / m_gridStep);
     if (std::fabs(samples - onGrid) <= ticks + 1) return onGrid;
   }
-  return std::llround(samples);
+  return Rounded(samples);
 }
 
 bool AudioReader::SeeksExactly() const {

@@ -178,7 +178,7 @@ HRESULT CAudioStream::SetOutputChannels(int channels) {
 
 HRESULT CAudioStream::SetTimeOrigin(long long origin) {
   m_originSet = true;
-  m_origin = origin;
+  m_origin = Bounded(origin);
   m_filled = false;
   return S_OK;
 }

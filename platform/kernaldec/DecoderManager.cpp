@@ -59,7 +59,7 @@ HRESULT CMediaDecoderMgr::OpenMediaInfo(const wchar_t* fileName, int /*kind*/,
     const std::unique_ptr<MediaFile> file = MediaFile::Open(utf8::FromWide(fileName));
     if (file == nullptr || file->format()->nb_streams == 0) return E_INVALIDARG;
     const auto info = MakeComponent<CMediaInfo>();
-    FillMediaInfo(*file, info.get());
+    if (const HRESULT result = FillMediaInfo(*file, info.get()); result != S_OK) return result;
     return scombase::GetInterface(static_cast<IMediaInfo*>(info.get()),
                                   reinterpret_cast<void**>(ppInfo));
   });

@@ -20,12 +20,15 @@ std::uint32_t FourCC(const AVCodecParameters& codec);
 /// @return a record whose `extraData` belongs to `format`.
 StreamInfo DescribeStream(const AVFormatContext* format, const Program& program, int index);
 
-/// Length of a stream in seconds: its own, else its container's; 0 when neither is known.
+/// Length of a stream in seconds, as the file states it: its own, else from its start to the end of
+/// the container; 0 when neither is known.
 double StreamLength(const AVFormatContext* format, int index);
 
 /// Describes a whole file: its programs with their video, audio and subpicture streams. The file's
-/// four-character code is made of FFmpeg's name for the container, lengths are in seconds.
+/// four-character code is made of FFmpeg's name for the container, lengths are in seconds, a
+/// program's from the start of its first stream to the end of its last.
+/// @return S_OK, or why the record was not taken; `info` is of no use then.
 /// @throws std::bad_alloc
-void FillMediaInfo(const MediaFile& file, CMediaInfo* info);
+HRESULT FillMediaInfo(const MediaFile& file, CMediaInfo* info);
 
 }  // namespace zel::kernaldec

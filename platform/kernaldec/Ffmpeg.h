@@ -11,6 +11,9 @@ extern "C" {
 #include <libswresample/swresample.h>
 }
 
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
 #include <memory>
 
 namespace zel::kernaldec {
@@ -28,5 +31,26 @@ using FfmpegPtr = std::unique_ptr<T, FfmpegDeleter>;
 /// One second in the unit of every time stamp that crosses an interface.
 inline constexpr int kTicksPerSecond = 10'000'000;
 inline constexpr AVRational kTickBase = {1, kTicksPerSecond};
+
+// A file may hold any number for a time. What is taken from one is kept within bounds that leave
+// room for the sum of a few.
+inline constexpr std::int64_t kFarthest = std::int64_t{1} << 60;
+
+inline std::int64_t Bounded(std::int64_t time) {
+  return std::clamp(time, -kFarthest, kFarthest);
+}
+
+/// The nearest integer, bounded.
+inline std::int64_t Rounded(long double value) {
+  constexpr auto farthest = static_cast<long double>(kFarthest);
+  return std::isnan(value) ? 0 : std::llround(std::clamp(value, -farthest, farthest));
+}
+
+/// `time`, in units of `base`, in 100-ns units; bounded.
+inline std::int64_t ToTicks(std::int64_t time, AVRational base) {
+  const std::int64_t ticks = av_rescale_q(time, base, kTickBase);
+  if (ticks == INT64_MIN) return time < 0 ? -kFarthest : kFarthest;  // Out of range.
+  return Bounded(ticks);
+}
 
 }  // namespace zel::kernaldec

@@ -51,6 +51,12 @@ std::vector<Program> ListPrograms(const AVFormatContext* format) {
     Program program;
     program.id = ownIds ? static_cast<std::uint32_t>(source->id) : i + 1;
     program.number = source->program_num != 0 ? source->program_num : source->id;
+    for (const char* key : {"service_name", "title", "name"}) {
+      const AVDictionaryEntry* entry = av_dict_get(source->metadata, key, nullptr, 0);
+      if (entry == nullptr) continue;
+      program.name = entry->value;
+      break;
+    }
     for (unsigned k = 0; k < source->nb_stream_indexes; ++k) {
       const unsigned index = source->stream_index[k];
       if (index >= count) continue;

@@ -9,6 +9,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "platform/kernaldec/Ffmpeg.h"
@@ -19,6 +20,7 @@ namespace zel::kernaldec {
 struct Program {
   std::uint32_t id = 1;
   int number = 1;            ///< The container's own number.
+  std::string name;          ///< The container's name for it, or empty.
   int referenceStream = -1;  ///< Index of the stream on the program's clock, or -1.
   std::vector<int> streams;  ///< Indices in the file, ascending, of every kind.
 

@@ -66,7 +66,7 @@ bool CVideoStream::Start(std::unique_ptr<MediaFile> file) {
   m_hasNext = DecodeFrame(m_next.get());
   if (!m_hasNext) return false;
   m_startTicks =
-      m_next->best_effort_timestamp != AV_NOPTS_VALUE ? m_next->best_effort_timestamp : 0;
+      m_next->best_effort_timestamp != AV_NOPTS_VALUE ? Bounded(m_next->best_effort_timestamp) : 0;
   m_state = State::kBeforeFirst;
   return true;
 }
@@ -95,7 +95,7 @@ HRESULT CVideoStream::GetStreamInfo(IStreamInfo** ppInfo) {
   *ppInfo = nullptr;
   return Guarded([&] {
     StreamInfo record = DescribeStream(m_file->format(), m_program, m_index);
-    record.startPTS = av_rescale_q(m_startTicks, m_file->stream(m_index)->time_base, kTickBase);
+    record.startPTS = ToTicks(m_startTicks, m_file->stream(m_index)->time_base);
     const auto info = MakeComponent<CStreamInfo>();
     info->SetStreamInfo(&record);
     return scombase::GetInterface(static_cast<IStreamInfo*>(info.get()),
@@ -109,8 +109,8 @@ HRESULT CVideoStream::ChangeStream(int index) {
 
 std::int64_t CVideoStream::TimeOf(const AVFrame& frame) const {
   if (frame.best_effort_timestamp == AV_NOPTS_VALUE) return 0;
-  return av_rescale_q(frame.best_effort_timestamp - m_startTicks,
-                      m_file->stream(m_index)->time_base, kTickBase);
+  return ToTicks(Bounded(frame.best_effort_timestamp) - m_startTicks,
+                 m_file->stream(m_index)->time_base);
 }
 
 bool CVideoStream::DecodeFrame(AVFrame* frame) {
@@ -158,8 +158,8 @@ bool CVideoStream::DropUntil(std::int64_t target) {
     if (m_hasNext && TimeOf(*m_next) > target) return true;
     // The last picture has no successor to end it.
     if (!m_hasNext) {
-      const std::int64_t shown = av_rescale_q(std::max<std::int64_t>(m_frame->pkt_duration, 1),
-                                              m_file->stream(m_index)->time_base, kTickBase);
+      const std::int64_t shown = ToTicks(std::max<std::int64_t>(m_frame->pkt_duration, 1),
+                                         m_file->stream(m_index)->time_base);
       if (target < TimeOf(*m_frame) + shown) return true;
     }
   }
@@ -177,7 +177,7 @@ bool CVideoStream::SeekTo(std::int64_t target) {
     const std::int64_t from = target - margin;
     if (from <= 0) break;
     const std::int64_t ticks =
-        m_startTicks + av_rescale_q_rnd(from, kTickBase, base, AV_ROUND_DOWN);
+        m_startTicks + Bounded(av_rescale_q_rnd(from, kTickBase, base, AV_ROUND_DOWN));
     if (av_seek_frame(m_file->format(), m_index, ticks, AVSEEK_FLAG_BACKWARD) < 0) break;
     avcodec_flush_buffers(m_codec.get());
     m_inputEnded = false;
@@ -229,7 +229,8 @@ bool CVideoStream::FillSample() {
   // The sample places the last plane for rounded-down chroma; the packed layout needs it here.
   if (m_sample->GetSampleSize() < luma + 2 * chroma) return false;
   yuv.pPlane[2] = yuv.pPlane[1] + chroma;
-  if (source.format == AV_PIX_FMT_YUV420P) {
+  const ColourCoding coding = CodingOf(source);
+  if (coding.format == AV_PIX_FMT_YUV420P) {
     for (int plane = 0; plane < 3; ++plane) {
       const int rows = plane == 0 ? height : (height + 1) / 2;
       for (int row = 0; row < rows; ++row) {
@@ -238,28 +239,38 @@ bool CVideoStream::FillSample() {
                     static_cast<std::size_t>(yuv.nStride[plane]));
       }
     }
-  } else {
-    // The context is kept while size and format stay.
-    m_scaler.reset(sws_getCachedContext(
-        m_scaler.release(), width, height, static_cast<AVPixelFormat>(source.format), width, height,
-        AV_PIX_FMT_YUV420P, SWS_BICUBIC, nullptr, nullptr, nullptr));
-    if (m_scaler == nullptr) return false;
-    if (sws_scale(m_scaler.get(), source.data, source.linesize, 0, height, yuv.pPlane,
-                  yuv.nStride) != height) {
-      return false;
-    }
+  } else if (!Scale(source, coding, yuv)) {
+    return false;
   }
+  const StudioColours colours(coding);
+  if (!colours.IsIdentity()) colours.Apply(yuv.pPlane, yuv.nStride, width, height);
   frame.bKeyFrame = source.key_frame;
   frame.llPTS = TimeOf(source);
   frame.llDTS = frame.llPTS;
   const std::int64_t duration =
       m_hasNext ? TimeOf(*m_next) - frame.llPTS
-                : av_rescale_q(source.pkt_duration, m_file->stream(m_index)->time_base, kTickBase);
+                : ToTicks(source.pkt_duration, m_file->stream(m_index)->time_base);
   frame.nDuration = static_cast<std::int32_t>(
       std::clamp<std::int64_t>(duration, 0, std::numeric_limits<std::int32_t>::max()));
   m_sample->RefreshSampleInfo();
   m_sample->SetDuration(frame.nDuration);
   return true;
+}
+
+bool CVideoStream::Scale(const AVFrame& source, const ColourCoding& coding,
+                         const MEDIA_FRAME_YUV& yuv) {
+  // The context is kept while size and format stay.
+  m_scaler.reset(sws_getCachedContext(m_scaler.release(), source.width, source.height,
+                                      coding.format, source.width, source.height,
+                                      AV_PIX_FMT_YUV420P, SWS_BICUBIC, nullptr, nullptr, nullptr));
+  if (m_scaler == nullptr) return false;
+  // Range and matrix stay what they are; RGB becomes BT.601 with studio range.
+  const int* matrix = sws_getCoefficients(SWS_CS_ITU601);
+  const int range = coding.fullRange ? 1 : 0;
+  constexpr int one = 1 << 16;
+  sws_setColorspaceDetails(m_scaler.get(), matrix, range, matrix, range, 0, one, one);
+  return sws_scale(m_scaler.get(), source.data, source.linesize, 0, source.height, yuv.pPlane,
+                   yuv.nStride) == source.height;
 }
 
 HRESULT CVideoStream::NotifyStreamMessage(unsigned long /*msg*/, long long /*param*/, void* /*p1*/,

@@ -11,6 +11,7 @@ extern "C" {
 #include "platform/kernaldec/Guard.h"
 #include "platform/kernaldec/MediaFile.h"
 #include "platform/kernaldec/Programs.h"
+#include "platform/kernaldec/StudioColours.h"
 #include "zel/base/Unknown.h"
 #include "zel/compositor/MediaStream.h"
 #include "zel/sample/Sample.h"
@@ -21,9 +22,11 @@ struct ScalerDeleter {
   void operator()(SwsContext* scaler) const { sws_freeContext(scaler); }
 };
 
-/// Yields planar 4:2:0 pictures of 8 bits without gaps between rows, of the file's own size; other
-/// formats are converted. A new stream is before its first picture. Time 0 is the first picture's.
-/// One thread at a time; the sample is reused.
+/// Yields planar 4:2:0 pictures of 8 bits without gaps between rows, of the file's own size and as
+/// it stores them (not turned, pixels not made square). Colours are BT.601 with studio range, as
+/// the image routines take them; other formats, matrices and ranges are converted. A new stream is
+/// before its first picture. Time 0 is the first picture's. One thread at a time; the sample is
+/// reused.
 class CVideoStream final : public scombase::CUnknown, public IMediaStream {
  public:
   /// @return null when stream `index` of `file` cannot be decoded.
@@ -63,6 +66,7 @@ class CVideoStream final : public scombase::CUnknown, public IMediaStream {
   bool DropUntil(std::int64_t target);
   bool DecodeFrame(AVFrame* frame);
   bool FillSample();
+  bool Scale(const AVFrame& source, const ColourCoding& coding, const MEDIA_FRAME_YUV& yuv);
   std::int64_t TimeOf(const AVFrame& frame) const;
 
   std::unique_ptr<MediaFile> m_file;

@@ -4,9 +4,12 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "platform/kernaldec/StreamExtras.h"
 #include "tests/platform/Media.h"
 
 namespace zel::test {
@@ -243,20 +246,20 @@ TEST_F(Decoder, RefusesWhatIsNoPlainMediaFile) {
   WriteFile(Path("list.ffconcat"), "ffconcat version 1.0\nfile s16.wav\n");
   ASSERT_EQ(mkfifo(Path("fifo.wav").c_str(), 0600), 0);
   Ref<IMediaDecoder> decoder;
+  IMediaInfo* info = nullptr;
   for (const std::string& path :
        {Path("empty.wav"), Path("noise.mp4"), Path("header.wav"), Path("list.m3u8"),
         Path("list.ffconcat"), Path("fifo.wav"), Path(""), Path("missing.wav"), std::string(),
         "file:" + Path("s16.wav"), "concat:" + Path("s16.wav"), std::string("http:x"),
         std::string("/dev/zero"), std::string("pipe:0")}) {
     SCOPED_TRACE(path);
-    // What has a header but no sound has no stream.
-    if (CreateDecoder(path, nullptr, &decoder) != E_INVALIDARG) {
-      EXPECT_FALSE(Audio(path));
-    }
-    IMediaInfo* info = reinterpret_cast<IMediaInfo*>(1);
-    if (Manager()->OpenMediaInfo(utf8::ToWide(path).c_str(), 11, &info) == S_OK) info->Release();
+    EXPECT_EQ(CreateDecoder(path, nullptr, &decoder), E_INVALIDARG);
+    info = reinterpret_cast<IMediaInfo*>(1);
+    EXPECT_EQ(Manager()->OpenMediaInfo(utf8::ToWide(path).c_str(), 11, &info), E_INVALIDARG);
+    EXPECT_EQ(info, nullptr);
   }
   EXPECT_EQ(Manager()->CreateDecoder(nullptr, 0, nullptr, 11, nullptr), E_POINTER);
+  EXPECT_EQ(Manager()->OpenMediaInfo(nullptr, 11, &info), E_POINTER);
 }
 
 TEST_F(Decoder, OpensFilesWhateverTheirNames) {
@@ -301,6 +304,12 @@ TEST_F(Decoder, RemixesAndMovesTheOriginBetweenReads) {
   EXPECT_EQ(audio.Failure(), "");
 }
 
+Ref<IMediaInfo> Describe(const std::string& path) {
+  IMediaInfo* info = nullptr;
+  EXPECT_EQ(Manager()->OpenMediaInfo(utf8::ToWide(path).c_str(), 11, &info), S_OK) << path;
+  return Ref<IMediaInfo>(info);
+}
+
 template <class I, class List>
 Ref<I> Item(List* list, unsigned long index) {
   I* item = nullptr;
@@ -315,11 +324,12 @@ TEST_F(Decoder, DescribesProgramsAndStreamsAndOpensThemByTheirIds) {
          "-map 2 -t 1 -metadata:s:a:0 language=deu -metadata:s:a:1 title=\xC3\xBC -c:v mpeg2video "
          "-c:a "
          "mp2 -program program_num=3:st=0:st=1 -program program_num=7:st=2 two.ts "
-         "-map 0 -map 1 -map 2 -t 1 -c:v mpeg4 -c:a flac -metadata:s:a:0 language=deu "
-         "-metadata:s:a:1 title=\xC3\xBC one.mkv");
-  IMediaInfo* out = nullptr;
-  ASSERT_EQ(Manager()->OpenMediaInfo(utf8::ToWide(Path("one.mkv")).c_str(), 11, &out), S_OK);
-  const Ref<IMediaInfo> mkv(out);
+         "-map 0 -map 1 -map 2 -t 1 -c:v ffv1 -pix_fmt yuv422p10le -c:a flac -metadata:s:a:0 "
+         "language=deu "
+         "-metadata:s:a:1 title=\xC3\xBC one.mkv "
+         "-map 0 -t 1 -c:v libx264 -pix_fmt yuv420p -profile:v main -level 3.1 -bf 3 -x264-params "
+         "b-adapt=0:b-pyramid=normal main.mp4");
+  const Ref<IMediaInfo> mkv = Describe(Path("one.mkv"));
   EXPECT_NEAR(mkv->GetMediaLength(), 1, 0.05);
   EXPECT_EQ(mkv->GetSeekCapacity(), 1);
   IProgramInfos* programs = nullptr;
@@ -347,6 +357,32 @@ TEST_F(Decoder, DescribesProgramsAndStreamsAndOpensThemByTheirIds) {
   EXPECT_STREQ(text, L"\u00FC");
   SysFreeString(text);
 
+  // As in the file, and as delivered.
+  ASSERT_EQ(Item<IProgramInfo>(programs, 0)->GetVideoStreamInfos(&streams), S_OK);
+  const Ref<IStreamInfos> video(streams);
+  const Ref<IStreamInfo> picture = Item<IStreamInfo>(streams, 0);
+  const auto source = kernaldec::Unpack(picture->GetVideoSrcInfo());
+  const auto delivered = kernaldec::Unpack(picture->GetVideoInfo());
+  ASSERT_TRUE(source && delivered);
+  EXPECT_EQ(source->width * 1000 + source->height, 64048);
+  EXPECT_EQ(source->frameRateNumerator, 25 * source->frameRateDenominator);
+  EXPECT_EQ(source->bitDepth, 10);
+  EXPECT_EQ(delivered->bitDepth, 8);
+  EXPECT_EQ(delivered->height, 48);
+  EXPECT_FALSE(kernaldec::Unpack(first->GetVideoInfo())) << "sound has no picture";
+  EXPECT_FALSE(kernaldec::Unpack(nullptr));
+
+  // As the encoder was told; B-frames that refer to B-frames come two pictures late.
+  const Ref<IMediaInfo> mp4 = Describe(Path("main.mp4"));
+  ASSERT_EQ(mp4->GetIPrograms(&programs), S_OK);
+  owner.reset(programs);
+  ASSERT_EQ(Item<IProgramInfo>(programs, 0)->GetVideoStreamInfos(&streams), S_OK);
+  const Ref<IStreamInfos> coded(streams);
+  const Ref<IStreamInfo> main = Item<IStreamInfo>(streams, 0);
+  EXPECT_EQ((std::vector{main->GetProfileValue(), main->GetLevelValue(), main->GetMaxBFrames()}),
+            (std::vector{77, 31, 2}));
+  EXPECT_EQ(picture->GetMaxBFrames(), 0);
+
   // The streams of the second program are found by its ids, and by nothing else.
   DecoderSelection selection{sizeof(DecoderSelection), 0, 7, 0x70002, {}};
   Ref<IMediaDecoder> decoder;
@@ -371,6 +407,63 @@ TEST_F(Decoder, DescribesProgramsAndStreamsAndOpensThemByTheirIds) {
   changed.stream->Forward();
   EXPECT_EQ(changed.Frame()->audio.nChannels, 1);
   EXPECT_EQ(changed.Frame()->llPTS, 0);
+}
+
+TEST_F(Decoder, TellsMatroskasStreamsApartByTheirTags) {
+  WriteFile(Path("text.srt"), "1\n00:00:01,000 --> 00:00:02,000\nHello\n");
+  struct Row {
+    const char* tags;             // Of the sound, in a file whose muxer writes further ones itself.
+    std::string muxers;           // What those that it calls DURATION are called here.
+    std::vector<double> lengths;  // Picture, sound, text.
+    std::uint32_t bitRate;
+  };
+  // Statistics are a length, what FFmpeg's muxer says last is an end, and none goes by the
+  // container's.
+  const Row rows[] = {
+      {"", "DURATION", {5, 3, 1}, 0},
+      {"", "SOMEWHAT", {5, 3, 4}, 0},
+      {"BPS=9 DURATIOM=00:00:02.500000000 _STATISTICS_TAGS=x", "SOMEWHAT", {5, 2.5, 4}, 9},
+      {"BPS-eng=9 DURATIOM-eng=00:00:02.5 _STATISTICS_TAGS-eng=x", "SOMEWHAT", {5, 2.5, 4}, 9},
+      {"BPS-eng=9 DURATIOM-eng=00:00:02.5 _STATISTICS_TAGS-eng=x", "DURATION", {5, 3, 1}, 9},
+      {"BPS=-9 DURATIOM=99:00:00 _STATISTICS_TAGS=x", "SOMEWHAT", {5, 3, 4}, 0},
+      {"BPS=x DURATIOM=soon _STATISTICS_TAGS=x", "SOMEWHAT", {5, 3, 4}, 0},
+      {"DURATIOM=00:00:01", "SOMEWHAT", {5, 3, 4}, 0},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(testing::Message() << row.tags << ", " << row.muxers);
+    std::istringstream words(row.tags);
+    std::string tags;
+    for (std::string word; words >> word;) tags += " -metadata:s:a " + word;
+    Ffmpeg(*folder,
+           "-f lavfi -i testsrc=s=64x48:r=25:d=5 -itsoffset 2 -f lavfi -i sine=r=48000:d=3 -i "
+           "text.srt -map 0 -map 1 -map 2 -c:v mpeg4 -c:a flac" +
+               tags + " tagged.mkv");
+    std::string bytes = ReadFile(Path("tagged.mkv"));
+    for (const auto& [from, to] :
+         {std::pair<std::string, std::string>{"DURATION", row.muxers}, {"DURATIOM", "DURATION"}}) {
+      for (std::size_t at = 0; (at = bytes.find(from, at)) != std::string::npos; ++at) {
+        bytes.replace(at, to.size(), to);
+      }
+    }
+    WriteFile(Path("tagged.mkv"), bytes);
+    const Ref<IMediaInfo> info = Describe(Path("tagged.mkv"));
+    IProgramInfos* out = nullptr;
+    ASSERT_EQ(info->GetIPrograms(&out), S_OK);
+    const Ref<IProgramInfos> programs(out);
+    const Ref<IProgramInfo> program = Item<IProgramInfo>(out, 0);
+    IStreamInfos* lists[3] = {};
+    ASSERT_EQ(program->GetVideoStreamInfos(&lists[0]), S_OK);
+    ASSERT_EQ(program->GetAudioStreamInfos(&lists[1]), S_OK);
+    ASSERT_EQ(program->GetSubPicStreamInfos(&lists[2]), S_OK);
+    for (std::size_t i = 0; i < 3; ++i) {
+      const Ref<IStreamInfos> owner(lists[i]);
+      const Ref<IStreamInfo> stream = Item<IStreamInfo>(lists[i], 0);
+      EXPECT_NEAR(stream->GetLength(), row.lengths[i], 0.0011) << i;
+      EXPECT_EQ(stream->GetStartPTS(), (std::vector{0, 20'000'000, 10'000'000})[i]);
+      EXPECT_EQ(stream->GetBitRate(), i == 1 ? row.bitRate : 0) << i;
+    }
+    EXPECT_NEAR(program->GetMediaLength(), 5, 0.0011);
+  }
 }
 
 TEST_F(Decoder, YieldsPicturesAndFindsThemAgain) {
@@ -398,10 +491,22 @@ TEST_F(Decoder, YieldsPicturesAndFindsThemAgain) {
     const auto expectPicture = [&](std::size_t i) {
       CZelSample* sample = stream->GetSampleEx();
       ASSERT_NE(sample, nullptr) << i;
-      const MEDIA_FRAME& frame = *sample->GetMediaFrame();
-      EXPECT_NEAR(static_cast<double>(frame.llPTS), i * 400000.0, 5001) << i;
-      const auto* pixels = reinterpret_cast<const char*>(frame.video.yuv.pPlane[0]);
-      EXPECT_TRUE(all.compare(i * size, size, pixels, size) == 0) << i;
+      // Its copy in a sample of the host's own says and holds the same.
+      CZelSample copy(AV_STREAM_VIDEO, FRAME_DATA_DECODED);
+      ASSERT_EQ(copy.RemallocYUVFrame(1, 1, YUV_IMAGE_420P), S_OK);
+      ASSERT_EQ(copy.FrameCopy(*sample), S_OK);
+      for (const MEDIA_FRAME* frame : {sample->GetMediaFrame(), copy.GetMediaFrame()}) {
+        EXPECT_NEAR(static_cast<double>(frame->llPTS), i * 400000.0, 5001) << i;
+        EXPECT_NEAR(frame->nDuration, 400000, 10001) << i;
+        const MEDIA_FRAME_YUV& yuv = frame->video.yuv;
+        EXPECT_EQ((std::vector{yuv.nWidth, yuv.nHeight, yuv.nStride[0], yuv.nStride[1]}),
+                  (std::vector{63, 47, 63, 32}));
+        EXPECT_EQ(yuv.pPlane[1], yuv.pPlane[0] + luma);
+        EXPECT_EQ(yuv.pPlane[2], yuv.pPlane[1] + 32 * 24);
+        const auto* pixels = reinterpret_cast<const char*>(yuv.pPlane[0]);
+        EXPECT_TRUE(all.compare(i * size, size, pixels, size) == 0) << i;
+      }
+      EXPECT_EQ(copy.GetCurrentPTS(), sample->GetCurrentPTS());
     };
     for (std::size_t i = 0; i < 75; ++i) {
       ASSERT_EQ(stream->Forward(), 0);
