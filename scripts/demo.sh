@@ -55,9 +55,9 @@ mkdir -p "$out"
 cd "$out"
 echo "Making a clip of 10 s: picture, and a tone of 440 Hz (48,000 Hz, stereo) ..."
 quiet av -f lavfi -i testsrc2=size=640x360:rate=25:duration=10 -f lavfi -i sine=frequency=440:sample_rate=48000:duration=10 \
-  -ac 2 -c:a aac -pix_fmt yuv420p clip.mp4
+  -af volume=4,tremolo=f=0.4:d=0.8 -ac 2 -c:a aac -pix_fmt yuv420p clip.mp4
 echo "Making a track of 6 s: a tone of 1,000 Hz (44,100 Hz, mono) ..."
-quiet av -f lavfi -i sine=frequency=1000:sample_rate=44100:duration=6 track.flac
+quiet av -f lavfi -i sine=frequency=1000:sample_rate=44100:duration=6 -af volume=3,tremolo=f=1.5:d=0.7 track.flac
 
 "$zel" dub clip.mp4 track.flac --output dubbed.mp4 --delay 2.5 --overwrite
 
@@ -85,4 +85,6 @@ check "and nothing but it (without 1,000 Hz: $(peak 3 8 bandreject=f=1000:width_
 check "silent after its end (from 8.6 s: $(peak 8.6 10) dB)" "$(peak 8.6 10)" -le -70
 check "$(packets clip.mp4 | wc -l) video packets, all as in the clip, with their times" \
   "$(packets clip.mp4)" = "$(packets dubbed.mp4)"
-echo "The result is $out/dubbed.mp4"
+"$zel" frame dubbed.mp4 --output frame.png --at 5 --overwrite
+"$zel" wave clip.mp4 track.flac dubbed.mp4 --output waves.png --overwrite
+echo "The result is $out/dubbed.mp4; $out/waves.png shows the three sounds"

@@ -9,7 +9,8 @@ set -euo pipefail
 demo_packages=(
   g++ cmake make ninja-build pkg-config
   libavformat-dev libavcodec-dev libavutil-dev libswresample-dev libswscale-dev
-  libcli11-dev nlohmann-json3-dev
+  libcli11-dev nlohmann-json3-dev libpng-dev
+  libpango1.0-dev fonts-dejavu-core
   ffmpeg
 )
 test_packages=(

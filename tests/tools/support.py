@@ -2,10 +2,12 @@
 
 import array
 import json
+import math
 import os
 import random
 import shutil
 import subprocess
+import sys
 import tempfile
 import unittest
 import wave
@@ -41,6 +43,25 @@ def write_wav(path, samples, rate=44100, channels=2):
         out.setsampwidth(2)
         out.setframerate(rate)
         out.writeframes(array.array("h", samples).tobytes())
+
+
+def long_wav(path, seconds, rate=44100):
+    """Silence in 2 channels as a hole in the file, which takes no space."""
+    write_wav(path, [], rate)
+    size = 4 * rate * seconds
+    with open(path, "r+b") as file:
+        file.seek(4)
+        file.write((size + 36).to_bytes(4, "little"))
+        file.seek(40)
+        file.write(size.to_bytes(4, "little"))
+        file.truncate(size + 44)
+
+
+def peak_memory(*args):
+    """The most memory that the command held, in KiB."""
+    script = ("import resource, subprocess, sys; subprocess.run(sys.argv[1:], check=True);"
+              "print(resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss)")
+    return int(subprocess.run([sys.executable, "-c", script, ZEL, *args], check=True, capture_output=True).stdout)
 
 
 def read_wav(path):
@@ -81,6 +102,26 @@ def lag(a, b, channels, reach=4, frames=3000, start=0):
     skip = start - max(start - reach, 0)
     score = {shift: sum(p * q for p, q in zip(x, y[skip + shift:])) for shift in range(-skip, reach + 1)}
     return max(score, key=score.get)
+
+
+def sine(frequency, rate, seconds, channels=1, level=16384):
+    """A sine, on all channels."""
+    step = 2 * math.pi * frequency / rate
+    return array.array("h", (round(level * math.sin(step * (i // channels)))
+                             for i in range(int(rate * seconds) * channels)))
+
+
+def quality(values, frequency, rate, level=16384):
+    """(gain, signal-to-noise ratio) in dB of what became of a sine of `level`: the sine of its frequency that fits
+    best, and all the rest, without the first and the last 50 ms."""
+    step = 2 * math.pi * frequency / rate
+    ss = cc = sc = sx = cx = xx = 0.0
+    for i in range(rate // 20, len(values) - rate // 20):
+        s, c, x = math.sin(step * i), math.cos(step * i), values[i]
+        ss, cc, sc, sx, cx, xx = ss + s * s, cc + c * c, sc + s * c, sx + s * x, cx + c * x, xx + x * x
+    scale = ss * cc - sc * sc
+    a, b = (sx * cc - cx * sc) / scale, (cx * ss - sx * sc) / scale
+    return 10 * math.log10((a * a + b * b) / level ** 2), 10 * math.log10((a * sx + b * cx) / (xx - a * sx - b * cx))
 
 
 class Case(unittest.TestCase):

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <exception>
+#include <memory>
 #include <string>
 
 namespace zel::tool {
@@ -14,7 +16,12 @@ struct Command {
   int (*run)(int argc, char** argv);
 };
 
+int RunConvert(int argc, char** argv);
 int RunDub(int argc, char** argv);
+int RunFrame(int argc, char** argv);
+int RunInfo(int argc, char** argv);
+int RunMix(int argc, char** argv);
+int RunWave(int argc, char** argv);
 
 /// Makes the parser of "zel NAME", with --help and --version.
 std::unique_ptr<CLI::App> MakeParser(const std::string& name, const std::string& description);
@@ -24,7 +31,11 @@ std::unique_ptr<CLI::App> MakeParser(const std::string& name, const std::string&
 /// @throws UsageError
 bool Parse(CLI::App& parser, int argc, char** argv);
 
-/// Standard output, flushed. @throws Failure when it cannot take it all
+/// One line on standard error, whatever the names and texts in it hold.
+void Report(const std::exception& failure);
+
+/// Standard output, flushed. @throws Failure when it cannot take it all, ClosedPipe when nobody
+/// reads it
 void PrintOut(const std::string& text);
 
 }  // namespace zel::tool

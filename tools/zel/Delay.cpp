@@ -98,17 +98,19 @@ bool NamesNoNumber(std::string_view text) {
 
 }  // namespace
 
-double ParseDelay(std::string_view text) {
+double ParseDelay(const std::string& option, std::string_view text) {
   std::string_view rest = text;
   const bool minus = Take(rest, '-');
   if (!minus) Take(rest, '+');
 
-  const auto notFinite = [&] { return Failure("--delay " + std::string(text), "not finite"); };
+  const auto notFinite = [&] {
+    return UsageError(option + ": '" + std::string(text) + "' is not finite");
+  };
   if (NamesNoNumber(rest)) throw notFinite();
   std::optional<Decimal> number = ParseSeconds(rest);
   if (!number) number = ParseClock(rest);
   if (!number) {
-    throw UsageError("--delay: '" + std::string(text) +
+    throw UsageError(option + ": '" + std::string(text) +
                      "' is no time (examples: 1.273, 1273ms, -0.5s, 00:00:01.273)");
   }
 

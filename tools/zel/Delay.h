@@ -10,9 +10,9 @@ namespace zel::tool {
 /// "-0.5s", "250us"), or a clock time ("1:30", "-00:00:01.273"). The result is the double nearest
 /// to the decimal value that was written, whatever the locale.
 /// @return seconds, finite.
-/// @throws UsageError for any other text
-/// @throws Failure for "inf", "nan" and values beyond the range of a double
-double ParseDelay(std::string_view text);
+/// @param option whose value `text` is, for the messages
+/// @throws UsageError for any other text, "inf", "nan", and values beyond the range of a double
+double ParseDelay(const std::string& option, std::string_view text);
 
 /// Seconds as a clock time with milliseconds: "0:01:02.345".
 std::string ClockText(double seconds);

@@ -51,6 +51,13 @@ void Progress::Clear() {
   SetLineToClear(false);
 }
 
+std::string Progress::Summary(double done) const {
+  char text[64];
+  std::snprintf(text, sizeof(text), "%.3f s, %.0fx real time", done,
+                done / std::max(Elapsed(), 1e-6));
+  return text;
+}
+
 double Progress::Elapsed() const {
   return std::chrono::duration<double>(Clock::now() - start_).count();
 }

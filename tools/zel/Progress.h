@@ -20,6 +20,8 @@ class Progress {
   void Update(double done);
   /// Removes the line.
   void Clear();
+  /// What was done, and how fast: "0.680 s, 35x real time".
+  std::string Summary(double done) const;
   /// Seconds since the start.
   double Elapsed() const;
 

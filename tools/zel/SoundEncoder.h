@@ -7,14 +7,9 @@
 
 #include "tools/zel/Container.h"
 #include "tools/zel/Ffmpeg.h"
+#include "tools/zel/SoundFormat.h"
 
 namespace zel::tool {
-
-/// Interleaved 16-bit PCM.
-struct SoundFormat {
-  int sampleRate = 0;
-  int channels = 0;
-};
 
 /// Encodes one stream of sound without gaps. PCM passes as it is.
 class SoundEncoder {

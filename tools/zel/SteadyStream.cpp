@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <limits>
 
 #include "zel/base/Ids.h"
 
@@ -12,6 +13,10 @@ namespace {
 constexpr std::int64_t kTicksPerSecond = 10'000'000;
 /// No recording has such holes: its clock has jumped, and the sound goes on.
 constexpr std::int64_t kClockJump = 600 * kTicksPerSecond;
+/// Samples of a regrouped frame: the fewest, and how many more may be looked through for a good
+/// end. Among 4,096 neighbours one lies within some 1/4,096 of a sample of a whole number.
+constexpr std::int64_t kShortestGroup = 1024;
+constexpr std::int64_t kGroupChoice = 4096;
 
 int BytesPerSample(const MEDIA_FRAME& frame) {
   return frame.audio.nChannels * 2;
@@ -38,13 +43,10 @@ double SteadyStream::Seek(double seconds, int mode) {
   timed_ = false;
   skew_ = 0;
   left_ = hole_ = 0;
-  ended_ = false;
-  current_ = false;
-  if (LoadBlock()) {
-    Cut();
-  } else {
-    Pad();
-  }
+  converted_ = 0;
+  drained_ = ended_ = false;
+  waiting_ = true;
+  Next();
   return reached;
 }
 
@@ -55,29 +57,38 @@ CZelSample* SteadyStream::GetSampleEx() {
 void SteadyStream::Next() {
   current_ = false;
   if (ended_) return;
+  if (left_ == 0) LoadBlock(false);
   if (left_ == 0) {
-    inner_->Forward();
-    if (!LoadBlock()) {
-      Pad();
-      return;
-    }
+    ended_ = true;
+    Pad();
+  } else if (groupFor_ != 0 && groupFor_ != block_.audio.nSampleRate && !split_) {
+    Group();
+  } else {
+    Cut();
   }
-  Cut();
 }
 
-/// Makes the inner stream's current frame, or the first one after it with new samples, the block.
-bool SteadyStream::LoadBlock() {
-  for (;; inner_->Forward()) {
+/// Makes the inner stream's next frame with new samples the block. Leaves `left_` 0 at its end and,
+/// with `sameFormat`, before a frame of another format.
+void SteadyStream::LoadBlock(bool sameFormat) {
+  while (!drained_) {
+    if (!waiting_) inner_->Forward();
+    waiting_ = true;
     CZelSample* sample = inner_->GetSampleEx();
     const MEDIA_FRAME* frame = sample != nullptr ? sample->GetMediaFrame() : nullptr;
     if (frame == nullptr || frame->audio.nChannels <= 0 || frame->audio.nSampleRate <= 0) {
-      ended_ = true;
-      return false;
+      drained_ = true;
+      return;
     }
-    if (frame->audio.nSampleRate != block_.audio.nSampleRate) timed_ = false;
+    const bool sameRate = frame->audio.nSampleRate == block_.audio.nSampleRate;
+    const bool same = sameRate && frame->audio.nChannels == block_.audio.nChannels;
+    if (sameFormat && !same) return;
+    waiting_ = false;
+    if (!sameRate) timed_ = false;
+    if (!same) converted_ = 0;  // A converter starts anew, too.
     block_ = *frame;
     left_ = block_.audio.nDataSize / BytesPerSample(block_);
-    if (left_ > 0 && Align()) return true;
+    if (left_ > 0 && Align()) return;
   }
 }
 
@@ -123,6 +134,57 @@ void SteadyStream::Cut() {
   Show(data, count);
 }
 
+/// Shows samples of the hole, the block and the ones after it as one frame.
+void SteadyStream::Group() {
+  const std::int64_t length = GroupLength();
+  if (hole_ == 0 && left_ >= length) {
+    unsigned char* data = block_.audio.pData;
+    block_.audio.pData += length * BytesPerSample(block_);
+    left_ -= length;
+    Show(data, length);
+    return;
+  }
+  const int size = BytesPerSample(block_);
+  group_.clear();
+  std::int64_t missing = length;
+  while (missing > 0 && left_ > 0) {
+    const std::int64_t quiet = std::min(hole_, missing);
+    group_.resize(group_.size() + static_cast<std::size_t>(quiet * size));
+    hole_ -= quiet;
+    missing -= quiet;
+    const std::int64_t loud = std::min(left_, missing);
+    unsigned char* data = block_.audio.pData;
+    group_.insert(group_.end(), data, data + loud * size);
+    block_.audio.pData += loud * size;
+    left_ -= loud;
+    missing -= loud;
+    position_ += quiet + loud;  // Where the next block has to continue.
+    if (left_ == 0 && missing > 0) LoadBlock(true);
+  }
+  position_ -= length - missing;
+  Show(group_.data(), length - missing);
+}
+
+/// How many samples the next regrouped frame shall have.
+std::int64_t SteadyStream::GroupLength() const {
+  const std::int64_t rate = block_.audio.nSampleRate;
+  const std::int64_t step = groupFor_ % rate;
+  // What is over a whole number of converted samples, in units of 1 / rate of one.
+  std::int64_t over = (converted_ + kShortestGroup) % rate * step % rate;
+  std::int64_t best = 0;
+  std::int64_t least = std::numeric_limits<std::int64_t>::max();
+  for (std::int64_t more = 0; more <= kGroupChoice && least > 0; ++more) {
+    const std::int64_t distance = std::min(over, rate - over);
+    if (distance < least) {
+      least = distance;
+      best = more;
+    }
+    over += step;
+    if (over >= rate) over -= rate;
+  }
+  return kShortestGroup + best;
+}
+
 /// Shows silence after the end, once.
 void SteadyStream::Pad() {
   if (padFor_ == nullptr || block_.audio.nChannels <= 0) return;
@@ -142,6 +204,7 @@ void SteadyStream::Show(unsigned char* data, std::int64_t count) {
   window_.nDuration = static_cast<std::int32_t>(TimeOf(position_ + count) - window_.llPTS);
   sample_.RefreshSampleInfo();
   position_ += count;
+  converted_ += count;
   longest_ = std::max(longest_, static_cast<double>(count) / block_.audio.nSampleRate);
   current_ = true;
 }

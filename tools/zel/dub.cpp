@@ -1,24 +1,24 @@
 // `zel dub`: replaces the sound of a file with another track.
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <cstring>
 #include <limits>
 #include <map>
 #include <memory>
 #include <vector>
 
 #include "tools/zel/Commands.h"
+#include "tools/zel/ConvertedSound.h"
 #include "tools/zel/Delay.h"
 #include "tools/zel/Failure.h"
 #include "tools/zel/Host.h"
 #include "tools/zel/MediaWriter.h"
 #include "tools/zel/PacketSource.h"
 #include "tools/zel/Progress.h"
+#include "tools/zel/SoundFile.h"
 #include "tools/zel/SteadyStream.h"
+#include "tools/zel/Text.h"
 #include "zel/sample/Sample.h"
 
 namespace zel::tool {
@@ -27,34 +27,27 @@ namespace {
 struct Options {
   std::string input;
   std::string track;
-  std::string output;
+  OutputOptions output;
   double delay = 0;
   int audioStream = 0;
-  DecoderSelection trackSelection = {};
-  bool overwrite = false;
+  SelectionOptions trackSelection;
   bool dryRun = false;
-  bool quiet = false;
 };
-
-/// What the converter between a track and an input can do without going silent.
-bool ConverterHas(int from, int to) {
-  return from == to || (from >= 1 && from <= 8 && (to == 1 || to == 2 || to == 6));
-}
-
-std::string FormatText(const AudioInfo& format) {
-  return std::to_string(format.sampleRate) + " Hz, " + std::to_string(format.channels) +
-         (format.channels == 1 ? " channel" : " channels");
-}
 
 std::string LengthText(double seconds) {
   return seconds > 0 ? ClockText(seconds) : "unknown length";
 }
 
-bool SameFile(const std::string& a, const std::string& b) {
-  struct stat first = {};
-  struct stat second = {};
-  return stat(a.c_str(), &first) == 0 && stat(b.c_str(), &second) == 0 &&
-         first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+/// Tells whether enough is known of a stream to store it.
+bool IsDescribed(const AVCodecParameters& codec) {
+  switch (codec.codec_type) {
+    case AVMEDIA_TYPE_AUDIO:
+      return codec.sample_rate > 0 && codec.ch_layout.nb_channels > 0;
+    case AVMEDIA_TYPE_VIDEO:
+      return codec.width > 0 && codec.height > 0;
+    default:
+      return true;
+  }
 }
 
 /// One run of the command, from opening to the last line.
@@ -62,7 +55,7 @@ class Dub {
  public:
   explicit Dub(const Options& options)
       : options_(options),
-        container_(ContainerOf(Checked(options).output)),
+        container_(ContainerOf(Checked(options).output.path)),
         source_(options.input) {}
 
   void Run() {
@@ -79,38 +72,17 @@ class Dub {
  private:
   /// Makes the cheap checks before anything is opened.
   static const Options& Checked(const Options& options) {
-    for (const std::string* source : {&options.input, &options.track}) {
-      if (SameFile(options.output, *source)) {
-        throw Failure(options.output, "is the same file as " + *source);
-      }
-    }
-    PendingFile::Check(options.output, options.overwrite);
+    options.output.Check({options.input, options.track});
     return options;
   }
 
   void OpenInput() {
     manager_ = MakeDecoderManager();
-    input_ = OpenSound(manager_.get(), options_.input);
-    if (options_.audioStream != 0) {
-      if (input_.stream->ChangeStream(options_.audioStream) != S_OK) {
-        throw Failure(options_.input,
-                      "has no audio stream " + std::to_string(options_.audioStream));
-      }
-      input_.Refresh();
-    }
+    input_ = OpenNumberedSound(manager_.get(), options_.input, options_.audioStream);
     soundIndex_ = static_cast<int>(input_.info->GetStreamIndex());
 
     // Time 0 is where the input begins, be it with sound or with a picture.
-    origin_ = input_.info->GetStartPTS();
-    for (int i = 0; i < source_.streamCount(); ++i) {
-      const AVStream& stream = source_.stream(i);
-      if (stream.codecpar->codec_type != AVMEDIA_TYPE_VIDEO || IsCover(stream) ||
-          stream.start_time == AV_NOPTS_VALUE) {
-        continue;
-      }
-      origin_ = std::min<std::int64_t>(
-          origin_, av_rescale_q(stream.start_time, stream.time_base, kZelTimeBase));
-    }
+    origin_ = source_.BeginningWith(input_.info->GetStartPTS());
     input_.controls->SetTimeOrigin(origin_);
     // The clocks of broadcasts start anywhere; other containers' time stamps are meant.
     const bool anyClock = (source_.context().iformat->flags & AVFMT_TS_DISCONT) != 0;
@@ -118,24 +90,18 @@ class Dub {
   }
 
   void OpenTrack() {
-    track_ = OpenSound(manager_.get(), options_.track, options_.trackSelection);
+    track_ = options_.trackSelection.Open(manager_.get(), options_.track);
     fileFormat_ = track_.format();
-    const int wanted = input_.format().channels;
-    if (ConverterHas(fileFormat_.channels, wanted)) return;
-    if (track_.controls->SetOutputChannels(wanted) != S_OK) {
-      throw Failure(options_.track, "its sound of " + std::to_string(fileFormat_.channels) +
-                                        " channels cannot become " + std::to_string(wanted));
-    }
-    track_.Refresh();
+    PrepareConversion(&track_, input_.format());
   }
 
   /// Decides what the output holds.
   void Plan() {
-    writer_ = std::make_unique<MediaWriter>(options_.output, container_);
+    writer_ = std::make_unique<MediaWriter>(options_.output.path, container_);
     for (int i = 0; i < source_.streamCount(); ++i) {
       const AVStream& stream = source_.stream(i);
       if (i == soundIndex_) {
-        AddSound(stream);
+        AddSoundLike(writer_.get(), input_.format(), stream, true);
         continue;
       }
       const AVCodecParameters& codec = *stream.codecpar;
@@ -146,11 +112,17 @@ class Dub {
       const bool picture = codec.codec_type == AVMEDIA_TYPE_VIDEO && !IsCover(stream);
       if (container_.soundOnly || IsCover(stream) || !writer_->Holds(stream)) {
         if (picture && !container_.soundOnly) {
-          throw Failure(options_.output, std::string(container_.title) +
-                                             " holds no video of codec " +
-                                             avcodec_get_name(codec.codec_id));
+          throw Failure(options_.output.path, std::string(container_.title) +
+                                                  " holds no video of codec " +
+                                                  avcodec_get_name(codec.codec_id));
         }
         leftOut_ += (leftOut_.empty() ? "" : ", ") + what;
+        continue;
+      }
+      // No container takes what a file that is cut off leaves unknown.
+      if (!IsDescribed(codec)) {
+        if (picture) throw Failure(options_.input, "nothing is known of its stream " + what);
+        leftOut_ += (leftOut_.empty() ? "" : ", ") + what + " of unknown format";
         continue;
       }
       copies_[i] = writer_->AddCopy(stream);
@@ -161,33 +133,21 @@ class Dub {
     writer_->AddDescription(source_.context(), shift_);
   }
 
-  void AddSound(const AVStream& stream) {
-    const AudioInfo format = input_.format();
-    AVChannelLayout layout = stream.codecpar->ch_layout;
-    if (layout.order != AV_CHANNEL_ORDER_NATIVE || layout.nb_channels != format.channels) {
-      av_channel_layout_default(&layout, format.channels);
-    }
-    writer_->AddSound({format.sampleRate, format.channels}, layout, &stream);
-  }
-
-  static bool IsCover(const AVStream& stream) {
-    return (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
-  }
-
   std::string Description() const {
     const double length = input_.info->GetLength();
     const double trackLength = track_.info->GetLength();
     const double start = static_cast<double>(input_.info->GetStartPTS() - origin_) / 1e7;
-    std::string text = "input:   " + options_.input + ", stream #" + std::to_string(soundIndex_) +
-                       ": " + FormatText(input_.format()) + ", " + LengthText(length) + "\n";
-    text += "track:   " + options_.track + ": " + FormatText(fileFormat_);
+    std::string text = "input:   " + Printable(options_.input) + ", stream #" +
+                       std::to_string(soundIndex_) + ": " + FormatText(input_.format()) + ", " +
+                       LengthText(length) + "\n";
+    text += "track:   " + Printable(options_.track) + ": " + FormatText(fileFormat_);
     if (fileFormat_.channels != track_.format().channels) {
       text += " (decoded to " + std::to_string(track_.format().channels) + ")";
     }
     text += ", " + LengthText(trackLength) + ", from " + ClockText(options_.delay) + "\n";
 
-    text += "output:  " + options_.output + ": " + container_.title + ", sound as " +
-            container_.encoder;
+    text += "output:  " + Printable(options_.output.path) + ": " + container_.title +
+            ", sound as " + container_.encoder;
     if (writer_->sound().OutRate() != input_.format().sampleRate) {
       text += " at " + std::to_string(writer_->sound().OutRate()) + " Hz";
     }
@@ -234,6 +194,7 @@ class Dub {
     const ComPtr<SteadyStream> track(new SteadyStream(track_.stream));
     const double delay = DelayOnAnInputSample();
     input->SplitAt(delay);
+    track->RegroupFor(input_.format().sampleRate);
     track->PadFor(input.get());
     ComPtr<IMediaStream> output;
     if (compositor->SetInputAudioStream(input.get()) != S_OK) {
@@ -246,7 +207,7 @@ class Dub {
     compositor->GetOutPutAudioStream(output.Receive());
 
     const double length = input_.info->GetLength();
-    Progress progress(length, options_.quiet);
+    Progress progress(length, options_.output.quiet);
     const int bytesPerSample = 2 * input_.format().channels;
     long long frames = 0;
     long long samples = 0;
@@ -260,7 +221,7 @@ class Dub {
         throw Failure(options_.input, "the format of its sound changes on the way");
       }
       if (frames++ == 0) {
-        writer_->Start(options_.overwrite, frame.llPTS + origin_ + shift_, length);
+        writer_->Start(options_.output.overwrite, frame.llPTS + origin_ + shift_, length);
       }
       CopyUntil(frame.llPTS);
       const int count = frame.audio.nDataSize / bytesPerSample;
@@ -274,14 +235,12 @@ class Dub {
     CopyUntil(std::numeric_limits<std::int64_t>::max());
     writer_->Finish();
     progress.Clear();
-    if (options_.quiet) return;
+    if (options_.output.quiet) return;
 
     const double seconds = static_cast<double>(samples) / input_.format().sampleRate;
-    char numbers[128];
-    std::snprintf(numbers, sizeof(numbers), "%lld frames, %.3f s, %.0fx real time", frames, seconds,
-                  seconds / std::max(progress.Elapsed(), 1e-6));
-    PrintOut(options_.output + ": sound of " + options_.input + " replaced by " + options_.track +
-             " from " + ClockText(options_.delay) + ": " + numbers +
+    PrintOut(Printable(options_.output.path) + ": sound of " + Printable(options_.input) +
+             " replaced by " + Printable(options_.track) + " from " + ClockText(options_.delay) +
+             ": " + std::to_string(frames) + " frames, " + progress.Summary(seconds) +
              (leftOut_.empty() ? "" : "; left out: " + leftOut_) + "\n");
   }
 
@@ -317,7 +276,7 @@ class Dub {
   ComPtr<IMediaDecoderMgr> manager_;
   DecodedSound input_;
   DecodedSound track_;
-  AudioInfo fileFormat_ = {};  ///< The track's own format.
+  SoundFormat fileFormat_ = {};  ///< The track's own format.
   int soundIndex_ = 0;
   std::int64_t origin_ = 0;  ///< The container's time stamp of time 0.
   std::int64_t shift_ = 0;   ///< From the input's time stamps to the output's.
@@ -330,38 +289,18 @@ class Dub {
   bool copyEnded_ = false;
 };
 
-std::uint32_t ParseId(const std::string& option, const std::string& text) {
-  std::size_t end = 0;
-  unsigned long value = 0;
-  try {
-    value = std::stoul(text, &end, 0);
-  } catch (const std::exception&) {
-    end = 0;
-  }
-  if (end == 0 || end != text.size() || text[0] == '-' || value > 0xFFFFFFFFUL) {
-    throw UsageError(option + ": '" + text + "' is no id");
-  }
-  return static_cast<std::uint32_t>(value);
-}
-
 }  // namespace
 
 int RunDub(int argc, char** argv) {
   Options options;
   std::string delay;
-  std::string program;
-  std::string stream;
   const auto parser =
       MakeParser("dub",
                  "Replace the sound of INPUT with TRACK, which starts D later, and write OUTPUT.\n"
                  "OUTPUT has INPUT's length and time stamps; video is copied as it is.");
   parser->add_option("INPUT", options.input, "Audio or video file")->required();
   parser->add_option("TRACK", options.track, "File with the new sound")->required();
-  parser
-      ->add_option("-o,--output", options.output,
-                   "File to write; its name tells the container: " + KnownSuffixes())
-      ->type_name("OUTPUT")
-      ->required();
+  options.output.AddTo(parser.get());
   parser
       ->add_option("-d,--delay", delay,
                    "Start of TRACK in INPUT, 0 if not given: 1.273, 1273ms, -0.5s, "
@@ -372,23 +311,11 @@ int RunDub(int argc, char** argv) {
                    "Which audio stream of INPUT to replace, counted from 0")
       ->type_name("N")
       ->check(CLI::Range(0, 0xFFFF));
-  parser->add_option("--stream", stream, "Stream of TRACK to use, by its id")->type_name("ID");
-  parser->add_option("--program", program, "Program of TRACK that --stream belongs to, by its id")
-      ->type_name("ID")
-      ->needs("--stream");
-  parser->add_flag("--overwrite", options.overwrite, "Replace an existing OUTPUT");
+  options.trackSelection.AddTo(parser.get(), "TRACK");
   parser->add_flag("-n,--dry-run", options.dryRun, "Say what would be done, and do nothing");
-  parser->add_flag("-q,--quiet", options.quiet, "No progress and no closing line");
   if (!Parse(*parser, argc, argv)) return kDone;
 
-  if (!stream.empty()) {
-    options.trackSelection.size = sizeof(DecoderSelection);
-    options.trackSelection.streamId = ParseId("--stream", stream);
-    options.trackSelection.programId = program.empty()
-                                           ? options.trackSelection.streamId >> 16 & 0xFF
-                                           : ParseId("--program", program);
-  }
-  if (parser->count("--delay") > 0) options.delay = ParseDelay(delay);
+  if (parser->count("--delay") > 0) options.delay = ParseDelay("--delay", delay);
   Dub(options).Run();
   return kDone;
 }

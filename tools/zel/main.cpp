@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <iterator>
 #include <new>
 
@@ -10,12 +11,18 @@
 #include "tools/zel/Failure.h"
 #include "tools/zel/Ffmpeg.h"
 #include "tools/zel/PendingFile.h"
+#include "tools/zel/Text.h"
 
 namespace zel::tool {
 namespace {
 
 constexpr Command kCommands[] = {
     {"dub", "replace the sound of a file with another track", RunDub},
+    {"mix", "mix the sounds of several files", RunMix},
+    {"convert", "write the sound of a file at another rate or in other channels", RunConvert},
+    {"info", "describe files, their programs and streams", RunInfo},
+    {"frame", "take a picture of a video", RunFrame},
+    {"wave", "draw the wave forms of files under each other", RunWave},
 };
 
 std::string VersionText() {
@@ -55,7 +62,7 @@ int Run(int argc, char** argv) {
       return command.run(argc - 1, argv + 1);
     } catch (const UsageError& error) {
       std::fprintf(stderr, "zel %s: %s\nTry 'zel %s --help' for more information.\n", command.name,
-                   error.what(), command.name);
+                   Printable(error.what()).c_str(), command.name);
       return kUsage;
     }
   }
@@ -87,9 +94,14 @@ bool Parse(CLI::App& parser, int argc, char** argv) {
   return false;
 }
 
+void Report(const std::exception& failure) {
+  std::fprintf(stderr, "zel: %s\n", Printable(failure.what()).c_str());
+}
+
 void PrintOut(const std::string& text) {
   errno = 0;
   if (std::fputs(text.c_str(), stdout) < 0 || std::fflush(stdout) != 0) {
+    if (errno == EPIPE) throw ClosedPipe();
     throw Failure("standard output", std::strerror(errno));
   }
 }
@@ -103,14 +115,15 @@ int main(int argc, char** argv) {
   try {
     return Run(argc, argv);
   } catch (const UsageError& error) {
-    std::fprintf(stderr, "zel: %s\nTry 'zel --help' for more information.\n", error.what());
+    Report(error);
+    std::fputs("Try 'zel --help' for more information.\n", stderr);
     return kUsage;
-  } catch (const Failure& failure) {
-    std::fprintf(stderr, "zel: %s\n", failure.what());
+  } catch (const ClosedPipe&) {
+    return kClosedPipe;
   } catch (const std::bad_alloc&) {
     std::fputs("zel: out of memory\n", stderr);
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "zel: %s\n", error.what());
+    Report(error);
   }
   return kFailed;
 }

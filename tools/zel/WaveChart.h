@@ -1,0 +1,47 @@
+// The picture of sounds under each other.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tools/zel/Envelope.h"
+#include "tools/zel/PictureFile.h"
+
+namespace zel::tool {
+
+/// One sound of a chart.
+struct Wave {
+  std::string name;    ///< UTF-8.
+  std::string detail;  ///< Stands beside the name.
+  double start = 0;    ///< Seconds from the chart's beginning to the first sample.
+  int rate = 1;        ///< Samples per second.
+  Envelope envelope;
+
+  double End() const { return start + static_cast<double>(envelope.frames()) / rate; }
+};
+
+/// A drawn chart: a heading and lanes for every sound, one lane per channel, on one axis of time.
+/// In a lane, light is the range of the samples and dark their root mean square.
+class WaveChart {
+ public:
+  static constexpr int kDefaultWidth = 1200;
+  static constexpr int kMinWidth = 200;
+  static constexpr int kMinHeight = 80;
+
+  /// The height that suits `waves`. May be more than a picture can have.
+  static long DefaultHeight(const std::vector<Wave>& waves);
+
+  /// Draws. Where lanes would become too low, a sound's channels share one.
+  /// @throws std::bad_alloc
+  /// @throws std::invalid_argument when `height` is too low for that, too
+  WaveChart(const std::vector<Wave>& waves, int width, int height);
+
+  PixelView View() const;
+
+ private:
+  int width_;
+  int height_;
+  std::vector<unsigned char> pixels_;
+};
+
+}  // namespace zel::tool

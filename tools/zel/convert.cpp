@@ -1,0 +1,67 @@
+// `zel convert`: a file's sound in another format.
+
+#include "tools/zel/Commands.h"
+#include "tools/zel/ConvertedSound.h"
+#include "tools/zel/Failure.h"
+#include "tools/zel/PacketSource.h"
+#include "tools/zel/SoundFile.h"
+#include "tools/zel/Text.h"
+
+namespace zel::tool {
+namespace {
+
+constexpr int kBlockFrames = 4096;
+
+}  // namespace
+
+int RunConvert(int argc, char** argv) {
+  std::string input;
+  OutputOptions output;
+  SelectionOptions selection;
+  int audioStream = 0;
+  SoundFormat wanted;
+  const auto parser =
+      MakeParser("convert",
+                 "Write the sound of INPUT to OUTPUT, at another rate or in other channels.\n"
+                 "Rates change by linear interpolation, without a filter.");
+  parser->add_option("INPUT", input, "Audio or video file")->required();
+  output.AddTo(parser.get());
+  parser->add_option("-r,--rate", wanted.sampleRate, "Samples per second; INPUT's if not given")
+      ->type_name("R")
+      ->check(CLI::Range(1000, 768'000));
+  parser->add_option("-c,--channels", wanted.channels, "Channels; INPUT's if not given")
+      ->type_name("C")
+      ->check(CLI::Range(1, 8));
+  parser
+      ->add_option("--audio-stream", audioStream,
+                   "Which audio stream of INPUT to use, counted from 0")
+      ->type_name("N")
+      ->check(CLI::Range(0, 0xFFFF));
+  selection.AddTo(parser.get(), "INPUT");
+  parser->get_option("--audio-stream")->excludes("--stream")->excludes("--program");
+  if (!Parse(*parser, argc, argv)) return kDone;
+  output.Check({input});
+  const Container& container = ContainerOf(output.path);
+
+  const PacketSource source(input);
+  const ComPtr<IMediaDecoderMgr> manager = MakeDecoderManager();
+  DecodedSound sound = audioStream > 0 ? OpenNumberedSound(manager.get(), input, audioStream)
+                                       : selection.Open(manager.get(), input);
+  const ComPtr<IStreamInfo> info = sound.info;
+  if (wanted.sampleRate == 0) wanted.sampleRate = sound.format().sampleRate;
+  if (wanted.channels == 0) wanted.channels = sound.format().channels;
+  ConvertedSound converted(std::move(sound), wanted);
+
+  MediaWriter writer(output.path, container);
+  AddSoundLike(&writer, wanted, source.stream(static_cast<int>(info->GetStreamIndex())), true);
+  writer.AddDescription(source.context(), -info->GetStartPTS());
+  std::vector<short> block(static_cast<std::size_t>(kBlockFrames * wanted.channels));
+  const SoundFile file{output, wanted, input, "sound of " + Printable(input), info->GetLength()};
+  file.Write(&writer, [&](int* frames) {
+    *frames = converted.Read(block.data(), static_cast<int>(block.size())) / wanted.channels;
+    return block.data();
+  });
+  return kDone;
+}
+
+}  // namespace zel::tool
