@@ -86,30 +86,32 @@ void ToYuv(const Header& bmi, const Byte* bits, Byte* y, Byte* u, Byte* v, Byte*
            int64_t pu, int64_t pv, int bytes, bool repeat = true, bool top_down = false,
            bool simple = false, const tagRGBQUAD* colors = nullptr) {
   const int64_t w = bmi.biWidth, h = bmi.biHeight, stride = Stride(w, 8 * bytes);
-  for (int64_t k = 0; k < h; k += 2) {
-    for (int64_t m = 0; m < w; m += 2) {
-      std::vector<Bgr> block;
-      const bool corner = k + 1 == h && m + 1 == w;
-      if (corner || (simple && (k + 1 == h || m + 1 == w))) continue;
-      for (int64_t r = k; r < std::min(k + 2, h); ++r) {
-        for (int64_t x = m; x < std::min(m + 2, w); ++x) {
-          const Byte* const p = bits + (top_down ? r : h - 1 - r) * stride + bytes * x;
-          if (colors) {
-            const tagRGBQUAD& color = colors[*p];
-            block.push_back({color.rgbBlue, color.rgbGreen, color.rgbRed});
-          } else {
-            block.push_back({p[0], p[1], p[2]});
-          }
-          for (int64_t column : {x, x + 1}) {
-            if (column > x && !(repeat && m + 1 == w)) continue;
-            y[r * py + column] = Luma(block.back(), simple);
-            if (a) a[r * py + column] = p[3];
+  // Blocks, then the last column, then the last row: where rows overlap, the order shows.
+  for (int pass = 0; pass < (simple ? 1 : 3); ++pass) {
+    for (int64_t k = 0; k < h; k += 2) {
+      for (int64_t m = 0; m < w; m += 2) {
+        if (pass != (m + 1 == w ? 1 : 0) + (k + 1 == h ? 2 : 0)) continue;
+        std::vector<Bgr> block;
+        for (int64_t r = k; r < std::min(k + 2, h); ++r) {
+          for (int64_t x = m; x < std::min(m + 2, w); ++x) {
+            const Byte* const p = bits + (top_down ? r : h - 1 - r) * stride + bytes * x;
+            if (colors) {
+              const tagRGBQUAD& color = colors[*p];
+              block.push_back({color.rgbBlue, color.rgbGreen, color.rgbRed});
+            } else {
+              block.push_back({p[0], p[1], p[2]});
+            }
+            for (int64_t column : {x, x + 1}) {
+              if (column > x && !(repeat && m + 1 == w)) continue;
+              y[r * py + column] = Luma(block.back(), simple);
+              if (a) a[r * py + column] = p[3];
+            }
           }
         }
+        const auto chroma = Chroma(block, simple);
+        u[k / 2 * pu + m / 2] = chroma[0];
+        v[k / 2 * pv + m / 2] = chroma[1];
       }
-      const auto chroma = Chroma(block, simple);
-      u[k / 2 * pu + m / 2] = chroma[0];
-      v[k / 2 * pv + m / 2] = chroma[1];
     }
   }
 }

@@ -1,6 +1,7 @@
 #include "zel/Common/Image/RgbToYuv.h"
 
 #include <cassert>
+#include <cstdlib>
 
 #include "zel/Common/Image/detail/ConvertKernels.h"
 #include "zel/Common/Image/detail/ConvertPixel.h"
@@ -29,33 +30,61 @@ struct Bitmap {
   }
 };
 
-/// Converts `width` x `height` pixels, the height even, with the source's rows in the order of
-/// memory, which caches like.
+/// Converts the `width` leftmost pixels of `rows` rows, an even number, with the source's rows in
+/// the order of memory, which caches like.
 template <typename Kernel>
 void ConvertPairs(const Bitmap& src, const YuvTarget& dst, std::ptrdiff_t width,
-                  std::ptrdiff_t height, Kernel kernel) {
-  if (width < 1 || height < 1) return;
-  src.bottom_up ? kernel(PixelSource{src.From(height - 1, 0).bytes, -src.From(0, 0).pitch},
-                         dst.Backward(height), width, height)
-                : kernel(src.From(0, 0), dst, width, height);
+                  std::ptrdiff_t rows, Kernel kernel) {
+  if (width < 1 || rows < 1) return;
+  src.bottom_up ? kernel(PixelSource{src.From(rows - 1, 0).bytes, -src.From(0, 0).pitch},
+                         dst.Backward(rows), width, rows)
+                : kernel(src.From(0, 0), dst, width, rows);
 }
 
-/// Converts the whole picture. `kernel(src, dst, width, rows)` is as in ConvertKernels. The order
-/// of the passes shows where a luma plane has no room for the column after the last one.
+/// Copies a column of luma and alpha to the next one.
+void RepeatColumn(const YuvTarget& dst, std::ptrdiff_t column, std::ptrdiff_t rows) {
+  for (std::ptrdiff_t row = 0; row < rows; ++row) {
+    const std::ptrdiff_t at = row * dst.pitch_y + column;
+    dst.y[at + 1] = dst.y[at];
+    if (dst.a) dst.a[at + 1] = dst.a[at];
+  }
+}
+
+/// Converts the last column of an even number of rows by itself, and repeats it, row after row.
+template <typename Kernel>
+void ConvertLastColumn(const Bitmap& src, const YuvTarget& dst, std::ptrdiff_t column,
+                       std::ptrdiff_t rows, bool repeat, Kernel kernel) {
+  for (std::ptrdiff_t row = 0; row < rows; row += 2) {
+    std::uint8_t y[2], u, v, a[2];
+    kernel(src.From(row, column), {y, &u, &v, dst.a ? a : nullptr, 1, 1, 1}, 1, 2);
+    const YuvTarget target = dst.From(row, column);
+    for (int i = 0; i < 2; ++i) {
+      for (int k = 0; k < (repeat ? 2 : 1); ++k) {
+        target.y[i * dst.pitch_y + k] = y[i];
+        if (dst.a) target.a[i * dst.pitch_y + k] = a[i];
+      }
+    }
+    *target.u = u;
+    *target.v = v;
+  }
+}
+
+/// Converts the whole picture. `kernel(src, dst, width, rows)` is as in ConvertKernels.
 template <typename Kernel>
 void Convert(const tagBITMAPINFOHEADER& bmi, const unsigned char* bits, int pixel_bytes,
              bool bottom_up, const YuvTarget& dst, bool repeat_last_column, Kernel kernel) {
   if (bmi.biWidth < 1 || bmi.biHeight < 1) return;
   const Bitmap src = {bits, pixel_bytes, bottom_up, bmi.biWidth, bmi.biHeight};
   const std::ptrdiff_t even = bmi.biWidth & ~1, even_rows = bmi.biHeight & ~1;
-  ConvertPairs(src, dst, even, even_rows, kernel);
-  for (std::ptrdiff_t j = 0; j < even_rows && bmi.biWidth > even; j += 2) {
-    const YuvTarget target = dst.From(j, even);
-    kernel(src.From(j, even), target, 1, 2);
-    for (std::ptrdiff_t at = 0; repeat_last_column && at != 2 * dst.pitch_y; at += dst.pitch_y) {
-      target.y[at + 1] = target.y[at];
-      if (dst.a) target.a[at + 1] = target.a[at];
-    }
+  const std::ptrdiff_t width = bmi.biWidth;
+  // Where rows of a plane overlap, it shows that the last column is written after all others.
+  const bool overlap = std::abs(dst.pitch_y) < width + (repeat_last_column ? 1 : 0) ||
+                       std::abs(dst.pitch_u) <= even / 2 || std::abs(dst.pitch_v) <= even / 2;
+  ConvertPairs(src, dst, overlap ? even : width, even_rows, kernel);
+  if (width > even && overlap) {
+    ConvertLastColumn(src, dst, even, even_rows, repeat_last_column, kernel);
+  } else if (width > even && repeat_last_column) {
+    RepeatColumn(dst, even, even_rows);
   }
   if (bmi.biHeight > even_rows && even > 0) {
     kernel(src.From(even_rows, 0), dst.From(even_rows, 0), even, 1);
