@@ -41,9 +41,6 @@ inline V Deal(V v) {
                         ? _mm_setr_epi8(0, 1, 3, 4, 6, 7, 9, 10, 2, -1, 5, -1, 8, -1, 11, -1)
                         : _mm_setr_epi8(0, 1, 4, 5, 8, 9, 12, 13, 2, 3, 6, 7, 10, 11, 14, 15));
 }
-inline V SwapBytes(V v) {
-  return Shuffle(v, _mm_setr_epi8(1, 0, 3, 2, 5, 4, 7, 6, 9, 8, 11, 10, 13, 12, 15, 14));
-}
 
 #include "zel/Common/Image/detail/ConvertRows.inc"
 

@@ -208,9 +208,6 @@ inline void FromIndexedRows(PixelSource src, const YuvTarget& dst, std::ptrdiff_
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst.v + x / 2), mean_v);
   }
 }
-inline V SwapBytes(V v) {
-  return Shuffle(v, _mm_setr_epi8(1, 0, 3, 2, 5, 4, 7, 6, 9, 8, 11, 10, 13, 12, 15, 14));
-}
 
 #include "zel/Common/Image/detail/ConvertRows.inc"
 
