@@ -337,6 +337,18 @@ TEST(Resize, DispatchersRunTheirRoutines) {
   }
 }
 
+TEST(Resize, NoMethodLeavesTheBitmapOfTheRecord) {
+  for (const bool source : {true, false}) {
+    for (int method = 0; method < 4; ++method) {
+      Bytes src(4 * 6 * 6, 1), got(4 * 9 * 9, 77);
+      IMG_PARAM from = Rect(src, 6, 6, 4), to = Rect(got, 9, 9, 4);
+      --(source ? from : to).nImageHeight;
+      EXPECT_EQ(ImageResize(from, to, static_cast<IMAGE_INTERPOLATION>(method)), 0) << method;
+      EXPECT_EQ(got, Bytes(got.size(), 77));
+    }
+  }
+}
+
 TEST(Resize, PicturesAreScaledPlaneByPlane) {
   const int src_pitch[] = {7, 5, 6, 9}, dst_pitch[] = {11, 8, 12, 13};
   Bytes src(4 * 90), got(4 * 160);

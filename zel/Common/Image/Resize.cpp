@@ -255,6 +255,14 @@ int DIB_ResizeBiLinerUV(const IMG_PARAM& src, IMG_PARAM& dst) {
   return zel::image::BilinearChroma(ActiveResizeKernels(), src, dst);
 }
 
+namespace {
+
+bool EndsWithin(const IMG_PARAM& bitmap) {
+  return std::int64_t{bitmap.nTop} + bitmap.nHeight <= bitmap.nImageHeight;
+}
+
+}  // namespace
+
 int ImageResize(const IMG_PARAM& src, IMG_PARAM& dst, IMAGE_INTERPOLATION method) {
   switch (method) {
     case IMAGE_INTERPOLATION_LINEAR:
@@ -263,7 +271,8 @@ int ImageResize(const IMG_PARAM& src, IMG_PARAM& dst, IMAGE_INTERPOLATION method
     case IMAGE_INTERPOLATION_NEAREST:
       return DIB_ResizeNear(src, dst);
     case IMAGE_INTERPOLATION_CONVOLVE:
-      return DIB_ResizeConvolve(src, dst);
+      // It takes planes, whose height it does not know, but here there are bitmaps.
+      return EndsWithin(src) && EndsWithin(dst) ? DIB_ResizeConvolve(src, dst) : 0;
   }
   return 0;
 }

@@ -55,16 +55,16 @@ enum IMAGE_INTERPOLATION : std::int32_t {
 //
 // They return 1 when the destination is written, and 0 when nothing is: for a null buffer, a
 // destination below 2 x 2, an empty source, a rectangle that its record shows to leave the buffer
-// (a negative corner, a right edge beyond the pitch, for bitmaps a lower edge beyond
-// `nImageHeight`), or when there is no memory for the tables. No byte outside the source rectangle
-// is read; of the destination only the rectangle is written and, by the luma routines, the rest of
-// its rows. Source and destination must not overlap.
+// (a negative corner, a right edge beyond the pitch, for bottom-up bitmaps and in `ImageResize` a
+// lower edge beyond `nImageHeight`), or when there is no memory for the tables. No byte outside the
+// source rectangle is read; of the destination only the rectangle is written and, by the luma
+// routines, the rest of its rows. Source and destination must not overlap.
 //
 // Threads: reentrant; they touch their arguments only.
 
 /// Scales a 32-bit bitmap: DIB_ResizeBiLiner (0, 2), DIB_ResizeNear (1) or DIB_ResizeConvolve (3:
 /// that routine knows bytes, not pixels, and takes the bitmap for a luma plane as wide in bytes as
-/// the rectangle is in pixels, margins included).
+/// the rectangle is in pixels, its top row first, margins included).
 ZEL_API int ImageResize(const IMG_PARAM& src, IMG_PARAM& dst, IMAGE_INTERPOLATION method);
 /// Scales an 8-bit bitmap: DIB_ResizeBiLiner8 (0, 2) or DIB_ResizeNear8 (1).
 ZEL_API int ImageResize8(const IMG_PARAM& src, IMG_PARAM& dst, IMAGE_INTERPOLATION method);

@@ -52,9 +52,13 @@ ZEL_API void Yuv420_2_rgb32_Alpha(tagBITMAPINFOHEADER* lpDstBmi, unsigned char* 
                                   unsigned char* pY, unsigned char* pU, unsigned char* pV,
                                   unsigned char* pA, int nPt_Y, int nPt_U, int nPt_V);
 
-/// To 24 bits, bottom-up, whatever `biBitCount` says, with 10-bit factors and rounding (Y = 235
-/// gives 255). An odd last column and an odd last row are left as they were. No precondition is
-/// checked.
+/// To 24 bits, bottom-up, whatever `biBitCount` says, with plainer arithmetic: the BT.601 factors
+/// scaled by 1024, and rounding instead of truncation (Y = 235 gives 255):
+///   blue  = (1192 Y + 2065 (U - 128) - 18560) >> 10
+///   green = (1192 Y - 401 (U - 128) - 833 (V - 128) - 18560) >> 10
+///   red   = (1192 Y + 1634 (V - 128) - 18560) >> 10
+/// clamped to 0..255; 18560 is 16 * 1192 less a half of 1024. An odd last column and an odd last
+/// row are left as they were. No precondition is checked.
 ZEL_API void Yuv420_2_rgb24Simple(tagBITMAPINFOHEADER* lpDstBmi, unsigned char* lpDstBits,
                                   unsigned char* pY, unsigned char* pU, unsigned char* pV,
                                   int nPt_Y, int nPt_U, int nPt_V);

@@ -7,9 +7,11 @@
 // height and their pitch.
 //
 // x is a column, y a row, counted from the top-left pixel; cx and cy are a rectangle's width and
-// height in pixels; pitches are in bytes and may be negative. A width or height below 1 does
-// nothing. The caller passes rectangles that lie in both pictures, with the extra column or row
-// that an odd size reaches. The colour arithmetic is that of YuvToRgb.h and RgbToYuv.h.
+// height in pixels; pitches are in bytes. They may be negative, but for both of `Rgb24_2_YUY2` and
+// for `nPt_V` of `YUY2_2_Yuv420`, whose preconditions then fail. A width or height below 1 (in
+// `Rgb24_2_YUY2` the width after its widening) does nothing. The caller passes rectangles that lie
+// in both pictures, with the extra column or row that an odd size reaches. The colour arithmetic is
+// that of YuvToRgb.h and RgbToYuv.h.
 //
 // Errors: preconditions are assertions, active in the shipped library; they are computed in 64
 // bits. Threads: reentrant; the routines touch their arguments only. Sources are never written.
