@@ -561,61 +561,164 @@ INSTANTIATE_TEST_SUITE_P(Convert, EveryRoutine, testing::ValuesIn(kRoutines),
 
 /// Values of one component to try: all with ZEL_ALL_COLOURS in the environment, else a sample.
 std::vector<int> Values() {
-  static const bool all = std::getenv("ZEL_ALL_COLOURS") != nullptr;
-  std::vector<int> values;
-  for (int i = 0; i < 256; i += all || i == 0 || i == 254 ? 1 : i % 15 == 0 ? 1 : 14) {
-    values.push_back(i);
+  if (std::getenv("ZEL_ALL_COLOURS") == nullptr) {
+    return {0, 1, 15, 16, 17, 64, 90, 127, 128, 129, 170, 200, 235, 240, 254, 255};
   }
-  return values;
+  std::vector<int> all(256);
+  std::iota(all.begin(), all.end(), 0);
+  return all;
 }
+
+/// Of the colours with one component of `value`, what a routine (or, without a level, its model)
+/// makes.
+using Colors = std::function<Bytes(int value)>;
+
+void CheckColors(const char* name, const Colors& naive, const Colors& real) {
+  for (int value : Values()) {
+    const Bytes expected = naive(value);
+    for (CpuLevel level : Levels()) {
+      zel::image::UseConvertKernels(level);
+      ASSERT_TRUE(real(value) == expected)
+          << name << ", " << value << ", " << zel::CpuLevelName(level);
+    }
+  }
+}
+
+#define COLORS(make, name, ...) \
+  CheckColors(#name, make(&model::name, __VA_ARGS__), make(&::name, __VA_ARGS__))
 
 TEST_F(ConvertTest, EveryYuvColour) {
   // Chroma column m has U = m; a pair of rows has four of the lumas.
   constexpr int kW = 512, kH = 128;
-  Bytes y(kW * kH), u(256 * kH / 2), v(256 * kH / 2), real(kW * kH * 3), naive(kW * kH * 3);
+  Bytes y(kW * kH), u(256 * kH / 2), v(u.size()), packed(kW * kH * 2);
   for (int r = 0; r < kH; ++r) {
     for (int x = 0; x < kW; ++x) y[r * kW + x] = static_cast<Byte>(2 * r + x % 2);
     for (int m = 0; m < 256; ++m) u[r / 2 * 256 + m] = static_cast<Byte>(m);
   }
-  auto bmi = Header(kW, kH, 24);
-  for (auto [convert, reference] :
-       {std::pair{&Yuv420_2_rgb24, &model::Yuv420_2_rgb24},
-        std::pair{&Yuv420_2_rgb24Simple, &model::Yuv420_2_rgb24Simple}}) {
-    for (int value : Values()) {
+  const auto planar = [&](auto convert, int bits) -> Colors {
+    return [=, &y, &u, &v](int value) {
+      auto bmi = Header(kW, kH, bits);
       v.assign(v.size(), static_cast<Byte>(value));
-      reference(&bmi, naive.data(), y.data(), u.data(), v.data(), kW, 256, 256);
-      for (CpuLevel level : Levels()) {
-        zel::image::UseConvertKernels(level);
-        convert(&bmi, real.data(), y.data(), u.data(), v.data(), kW, 256, 256);
-        ASSERT_TRUE(real == naive) << "V = " << value << ", " << zel::CpuLevelName(level);
+      Bytes pixels(kW * kH * bits / 8, 7);
+      if constexpr (std::is_same_v<decltype(convert), decltype(&Yuv420_2_rgb32_Alpha)>) {
+        convert(&bmi, pixels.data(), y.data(), u.data(), v.data(), y.data(), kW, 256, 256);
+      } else {
+        convert(&bmi, pixels.data(), y.data(), u.data(), v.data(), kW, 256, 256);
       }
-    }
-  }
+      return pixels;
+    };
+  };
+  COLORS(planar, Yuv420_2_rgb24, 24);
+  COLORS(planar, Yuv420_2_rgb32, 32);
+  COLORS(planar, Yuv420_2_Argb, 32);
+  COLORS(planar, Yuv420_2_rgb32_Alpha, 32);
+  COLORS(planar, Yuv420_2_rgb24Simple, 24);
+  const auto from_packed = [&](auto convert, int luma_first) -> Colors {
+    return [=, &y, &packed](int value) {
+      for (int i = 0; i < kW * kH; ++i) {
+        const int chroma = i % 2 ? value : i % kW / 2;
+        packed[2 * i + (luma_first ? 0 : 1)] = y[i];
+        packed[2 * i + (luma_first ? 1 : 0)] = static_cast<Byte>(chroma);
+      }
+      Bytes pixels(kW * kH * 3);
+      convert(pixels.data(), kH, 3 * kW, 0, 0, kW, kH, packed.data(), 2 * kW, luma_first, 0, 0);
+      return pixels;
+    };
+  };
+  COLORS(from_packed, YUY2_2_Rgb24, 1);
+  COLORS(from_packed, YUY2_2_Rgb24, 0);
 }
 
 TEST_F(ConvertTest, EveryRgbColour) {
   // Each colour fills a 2 x 2 block, so that its own chroma shows.
   constexpr int kW = 512, kH = 512;
-  Bytes bits(kW * kH * 3), real(kW * kH * 3 / 2), naive(real.size());
-  auto bmi = Header(kW, kH, 24);
-  for (auto [convert, reference] :
-       {std::pair{&Rgb24_2_yuv420, &model::Rgb24_2_yuv420},
-        std::pair{&Rgb24_2_yuv420Simple, &model::Rgb24_2_yuv420Simple}}) {
-    for (int value : Values()) {
-      for (int i = 0; i < kW * kH; ++i) {
-        bits[3 * i] = static_cast<Byte>(i % kW / 2);
-        bits[3 * i + 1] = static_cast<Byte>(i / kW / 2);
-        bits[3 * i + 2] = static_cast<Byte>(value);
+  const auto fill = [](int bytes, int red) {
+    Bytes pixels(kW * kH * bytes);
+    for (int i = 0; i < kW * kH; ++i) {
+      Byte* const pixel = &pixels[bytes * i];
+      pixel[0] = static_cast<Byte>(i % kW / 2);
+      pixel[1] = static_cast<Byte>(i / kW / 2);
+      pixel[2] = static_cast<Byte>(red);
+      if (bytes == 4) pixel[3] = static_cast<Byte>(i);
+    }
+    return pixels;
+  };
+  const auto planar = [&](auto convert, int bits) -> Colors {
+    return [=](int value) {
+      auto bmi = Header(kW, kH, bits);
+      Bytes pixels = fill(bits / 8, value), planes(kW * kH * 5 / 2);
+      Byte *const y = planes.data(), *const u = y + kW * kH, *const v = u + kW * kH / 4;
+      if constexpr (std::is_same_v<decltype(convert), decltype(&Rgb32_2_yuv420_Alpha)>) {
+        convert(y, u, v, v + kW * kH / 4, kW, 256, 256, &bmi, pixels.data());
+      } else {
+        convert(y, u, v, kW, 256, 256, &bmi, pixels.data());
       }
-      const auto planes = [](Bytes& b) {
-        return std::array{b.data(), b.data() + kW * kH, b.data() + kW * kH * 5 / 4};
-      };
-      const auto n = planes(naive), r = planes(real);
-      reference(n[0], n[1], n[2], kW, 256, 256, &bmi, bits.data());
-      for (CpuLevel level : Levels()) {
-        zel::image::UseConvertKernels(level);
-        convert(r[0], r[1], r[2], kW, 256, 256, &bmi, bits.data());
-        ASSERT_TRUE(real == naive) << "R = " << value << ", " << zel::CpuLevelName(level);
+      return planes;
+    };
+  };
+  COLORS(planar, Rgb24_2_yuv420, 24);
+  COLORS(planar, Rgb32_2_yuv420, 32);
+  COLORS(planar, Argb_2_yuv420, 32);
+  COLORS(planar, Rgb32_2_yuv420_Alpha, 32);
+  COLORS(planar, Rgb32_2_yuv420A, 32);
+  COLORS(planar, Rgb24_2_yuv420Simple, 24);
+  const auto to_packed = [&](auto convert, int luma_first) -> Colors {
+    return [=](int value) {
+      Bytes pixels = fill(3, value), packed(kW * kH * 2);
+      convert(packed.data(), 2 * kW, 0, 0, kW, kH, luma_first, pixels.data(), kH, 3 * kW, 0, 0);
+      return packed;
+    };
+  };
+  COLORS(to_packed, Rgb24_2_YUY2, 1);
+  COLORS(to_packed, Rgb24_2_YUY2, 0);
+  // 256 pictures of 32 x 32 with a colour table each.
+  const auto indexed = [](auto convert, int) -> Colors {
+    return [=](int value) {
+      Bytes all, indexes(32 * 32), planes(32 * 32 * 3 / 2), info(40 + 4 * 256);
+      for (int i = 0; i < 32 * 32; ++i) indexes[i] = static_cast<Byte>(i / 64 * 16 + i % 32 / 2);
+      const auto bmi = Header(32, 32, 8);
+      std::memcpy(info.data(), &bmi, 40);
+      for (int green = 0; green < 256; ++green) {
+        for (int blue = 0; blue < 256; ++blue) {
+          Byte* const color = &info[40 + 4 * blue];
+          color[0] = static_cast<Byte>(blue);
+          color[1] = static_cast<Byte>(green);
+          color[2] = static_cast<Byte>(value);
+        }
+        convert(planes.data(), &planes[32 * 32], &planes[32 * 32 * 5 / 4], 32, 16, 16,
+                reinterpret_cast<tagBITMAPINFO*>(info.data()), indexes.data());
+        all.insert(all.end(), planes.begin(), planes.end());
+      }
+      return all;
+    };
+  };
+  COLORS(indexed, Rgb8_2_YUV420, 8);
+}
+
+// Offsets beyond 2^31 bytes, in mappings of which only some pages exist.
+TEST_F(ConvertTest, PlanesMayBeLargerThanTwoGigabytes) {
+  if (sizeof(void*) == 4) GTEST_SKIP() << "no room for such planes";
+  constexpr std::int64_t kPitch = (std::int64_t{1} << 30) + 3;
+  constexpr int kW = 70, kH = 6;
+  const Sparse sparse(kPitch * kH), other(kPitch * kH);
+  for (const int pitch : {static_cast<int>(kPitch), static_cast<int>(-kPitch)}) {
+    Byte* const first = pitch > 0 ? sparse.begin() : sparse.begin() + kPitch * (kH - 1);
+    Byte* const second = pitch > 0 ? other.begin() : other.begin() + kPitch * (kH - 1);
+    std::mt19937 random(3);
+    Bytes bits(4 * kW * kH), u(kW * kH), v(kW * kH), got(bits.size()), want(bits.size());
+    for (Byte& byte : bits) byte = static_cast<Byte>(random() >> 24);
+    auto bmi = Header(kW, kH, 32);
+    Rgb32_2_yuv420(first, u.data(), v.data(), pitch, kW, kW, &bmi, bits.data());
+    Yuv420_2_Argb(&bmi, got.data(), first, u.data(), v.data(), pitch, kW, kW);
+    Bytes luma(kW * kH);
+    Rgb32_2_yuv420(luma.data(), u.data(), v.data(), kW, kW, kW, &bmi, bits.data());
+    Yuv420_2_Argb(&bmi, want.data(), luma.data(), u.data(), v.data(), kW, kW, kW);
+    EXPECT_EQ(got, want) << pitch;
+
+    YUY2_Blt_fast(second, pitch, 0, 0, kW / 2, kH, 1, first, pitch, 0, 0, 0);
+    for (int row = 0; row < kH; ++row) {
+      for (int x = 0; x < kW; ++x) {
+        ASSERT_EQ(second[std::ptrdiff_t{row} * pitch + (x ^ 1)], luma[row * kW + x]) << pitch;
       }
     }
   }
