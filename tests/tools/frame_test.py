@@ -24,6 +24,29 @@ def psnr(a, b):
     return 10 * math.log10(255 ** 2 / error) if error else math.inf
 
 
+def converted(planes, width, height):
+    """The picture that a planar 4:2:0 picture is to become: each sample of chroma is that of 2 x 2 pixels."""
+    half = (width + 1) // 2
+    luma, chroma = width * height, half * ((height + 1) // 2)
+    pixels = bytearray()
+    for row in range(height):
+        for column in range(width):
+            place = luma + row // 2 * half + column // 2
+            y, u, v = 9536 * planes[row * width + column], planes[place], planes[place + chroma]
+            pixels += bytes(min(max(value >> 13, 0), 255) for value in (
+                y + 13074 * v - 1826095, y - 3203 * u - 6660 * v + 1109918, y + 16532 * u - 2268594))
+    return pixels
+
+
+def set_matrix(path, *entries):
+    """Writes the 2 x 2 matrix by which a player is to turn the pictures of an MP4 file."""
+    with open(path, "r+b") as file:
+        at = file.read().index(b"tkhd") + 44
+        for offset, value in zip((0, 4, 12, 16), entries):
+            file.seek(at + offset)
+            file.write(struct.pack(">i", round(65536 * value)))
+
+
 def rows(pixels, width):
     return [pixels[i:i + 3 * width] for i in range(0, len(pixels), 3 * width)]
 
@@ -149,6 +172,13 @@ class Pictures(Case):
             self.assertNotEqual(upright[0], upright[-1])
             self.assertEqual(rows(self.grab(path, "--flip", *args), width), upright[::-1])
 
+    def test_odd_sizes_to_the_last_pixel(self):
+        for width, height in ((WIDTH, HEIGHT), (WIDTH + 1, HEIGHT), (WIDTH, HEIGHT + 1), (37, 1), (1, 37), (3, 3)):
+            self.clip("odd.mkv", f"testsrc2=s={width + 40}x{height + 20}:d=0.1", "-vf",
+                      f"format=yuv420p,crop={width}:{height}:20:10:exact=1", "-c:v", "ffv1")
+            planes = ffmpeg("-i", "odd.mkv", "-frames:v", "1", "-f", "rawvideo", "-pix_fmt", "yuv420p", "-")
+            self.assertTrue(self.grab("odd.mkv") == converted(planes, width, height), (width, height))
+
     def test_turned_videos_stand_upright(self):
         for angle in ("90", "180", "270"):
             ffmpeg("-i", "clip.mp4", "-c", "copy", "-metadata:s:v", "rotate=" + angle, "turned.mp4")
@@ -158,6 +188,18 @@ class Pictures(Case):
             self.assertIn("54x98" if swapped else "98x54", out)
             picture = self.grab("turned.mp4", "--size", "120x90")
             self.assertGreater(psnr(picture, raw("turned.mp4", "scale=120:90:flags=bilinear")), 18)
+        # What FFmpeg's command cannot be told to write, or would turn itself: mirrors, rounded entries, other angles.
+        upright = rows(self.grab("clip.mp4"), WIDTH + 1)
+        pixels = [[row[i:i + 3] for i in range(0, len(row), 3)] for row in upright]
+        for matrix, wanted in (
+                ((-1, 0, 0, 1), [row[::-1] for row in pixels]), ((0, 1, 1, 0), zip(*pixels)),
+                ((0.01, -0.99, 1.02, -0.02), list(zip(*pixels))[::-1]),
+                ((1 / 16, 1, -1, 1 / 16), pixels), ((1, 0, 0, 0), pixels), ((0, 0, 0, 0), pixels),
+                *(((math.cos(angle), math.sin(angle), -math.sin(angle), math.cos(angle)), pixels)
+                  for angle in map(math.radians, (4, 30, 45, 61, 75, 86, 120, 185))),
+        ):
+            set_matrix("turned.mp4", *matrix)
+            self.assertTrue(self.grab("turned.mp4") == b"".join(b"".join(row) for row in wanted), matrix)
 
     def test_lays_pictures_over(self):
         # 7 x 5 pixels of every kind that PNG files have, and what they mean.

@@ -8,6 +8,7 @@ extern "C" {
 #include <cstring>
 #include <memory>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "platform/common/Utf8.h"
@@ -55,17 +56,23 @@ struct Orientation {
   bool SwapsSides() const { return xx == 0; }
 };
 
-/// How a stream's pictures are to be turned. Turns by other angles than right ones count for none.
+/// How a stream's pictures are to be turned. Turns by other angles than right ones count for none;
+/// some files round the right ones.
 Orientation OrientationOf(const AVStream& stream) {
   std::size_t size = 0;
   const auto* matrix = reinterpret_cast<const std::int32_t*>(
       av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, &size));
   if (matrix == nullptr || size < 9 * sizeof(*matrix)) return {};
-  const auto sign = [](std::int32_t value) {
-    constexpr std::int32_t half = 1 << 15;
-    return value > half ? 1 : value < -half ? -1 : 0;
-  };
-  const Orientation turn{sign(matrix[0]), sign(matrix[3]), sign(matrix[1]), sign(matrix[4])};
+  Orientation turn;
+  const std::pair<int*, std::int32_t> entries[] = {
+      {&turn.xx, matrix[0]}, {&turn.xy, matrix[3]}, {&turn.yx, matrix[1]}, {&turn.yy, matrix[4]}};
+  for (const auto& [direction, value] : entries) {
+    constexpr std::int32_t one = 1 << 16;
+    constexpr std::int32_t slack = one / 16;
+    const bool whole = value > one - slack || value < -(one - slack);
+    if (!whole && (value >= slack || value <= -slack)) return {};
+    *direction = !whole ? 0 : value > 0 ? 1 : -1;
+  }
   const bool straight = turn.xx != 0 && turn.yy != 0 && turn.xy == 0 && turn.yx == 0;
   const bool turned = turn.xx == 0 && turn.yy == 0 && turn.xy != 0 && turn.yx != 0;
   return straight || turned ? turn : Orientation{};
