@@ -7,13 +7,13 @@
 #include <cstdio>
 #include <memory>
 #include <new>
-#include <stdexcept>
 
 namespace zel::tool {
 namespace {
 
 constexpr double kLeft = 40;  // Names of channels.
 constexpr double kRight = 24;
+constexpr double kEdge = 6;  // What texts keep free.
 constexpr double kTop = 12;
 constexpr double kHeading = 28;
 constexpr double kLaneGap = 4;
@@ -45,7 +45,8 @@ struct Free {
 class Canvas {
  public:
   Canvas(unsigned char* pixels, int width, int height)
-      : surface_(cairo_image_surface_create_for_data(pixels, CAIRO_FORMAT_RGB24, width, height,
+      : width_(width),
+        surface_(cairo_image_surface_create_for_data(pixels, CAIRO_FORMAT_RGB24, width, height,
                                                      4 * width)),
         context_(cairo_create(surface_.get())),
         layout_(pango_cairo_create_layout(context_.get())) {
@@ -59,7 +60,8 @@ class Canvas {
     cairo_fill(context_.get());
   }
 
-  /// Writes one line, cut in its middle to `space` pixels, with its middle at height `y`.
+  /// Writes one line, cut in its middle to `space` pixels, with its middle at height `y`. What
+  /// would reach beyond an edge is moved inside.
   /// @param align 0: begins at `x`; 1: ends there; 0.5: centred.
   /// @return its width
   double Write(const std::string& text, const Colour& colour, double x, double y, double align,
@@ -78,13 +80,15 @@ class Canvas {
     PangoRectangle area;
     pango_layout_get_pixel_extents(layout_.get(), nullptr, &area);
     cairo_set_source_rgb(context_.get(), colour.red, colour.green, colour.blue);
-    cairo_move_to(context_.get(), std::round(x - align * area.width - area.x),
-                  std::round(y - area.height / 2.0));
+    const double left =
+        std::max(std::min(x - align * area.width, width_ - kEdge - area.width), 0.0);
+    cairo_move_to(context_.get(), std::round(left - area.x), std::round(y - area.height / 2.0));
     pango_cairo_show_layout(context_.get(), layout_.get());
     return area.width;
   }
 
  private:
+  int width_;
   std::unique_ptr<cairo_surface_t, Free> surface_;
   std::unique_ptr<cairo_t, Free> context_;
   std::unique_ptr<PangoLayout, Free> layout_;
@@ -191,6 +195,10 @@ void DrawLane(Canvas* canvas, const Axis& axis, const Wave& wave, int channel, d
 
 }  // namespace
 
+long WaveChart::MinHeight(std::size_t files) {
+  return std::lround(static_cast<double>(files) * kLowestLane - Room(files, 0));
+}
+
 long WaveChart::DefaultHeight(const std::vector<Wave>& waves) {
   double height = 0;
   for (const Wave& wave : waves) {
@@ -212,7 +220,6 @@ WaveChart::WaveChart(const std::vector<Wave>& waves, int width, int height)
   const double room = Room(waves.size(), height);
   const bool shared = room < lanes * kLowestLane;
   if (shared) lanes = static_cast<int>(waves.size());
-  if (room < lanes * kLowestLane) throw std::invalid_argument("too low");
   const double lane = std::floor(room / lanes);
 
   Canvas canvas(pixels_.data(), width, height);
@@ -243,11 +250,7 @@ WaveChart::WaveChart(const std::vector<Wave>& waves, int width, int height)
     canvas.Fill(kFaint, std::min(std::floor(axis.X(t)), width - kRight - 1), line, 1,
                 major ? 8 : 4);
     if (!major) continue;
-    const std::string label = axis.Label(t);
-    // The last one may reach beyond the edge.
-    const double x = std::min(axis.X(t), width - kRight);
-    const bool last = axis.X(t) > width - kRight - 20;
-    canvas.Write(label, kInk, last ? width - 6 : x, line + 20, last ? 1 : 0.5, 120);
+    canvas.Write(axis.Label(t), kInk, std::min(axis.X(t), width - kRight), line + 20, 0.5, 120);
   }
 }
 

@@ -1,6 +1,7 @@
 // The picture of sounds under each other.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -26,14 +27,17 @@ class WaveChart {
  public:
   static constexpr int kDefaultWidth = 1200;
   static constexpr int kMinWidth = 200;
-  static constexpr int kMinHeight = 80;
 
+  /// The least height for `files` sounds, of however many channels. May be more than a picture can
+  /// have.
+  static long MinHeight(std::size_t files);
   /// The height that suits `waves`. May be more than a picture can have.
   static long DefaultHeight(const std::vector<Wave>& waves);
 
   /// Draws. Where lanes would become too low, a sound's channels share one.
+  /// @param width at least kMinWidth, in pixels
+  /// @param height at least MinHeight(waves.size())
   /// @throws std::bad_alloc
-  /// @throws std::invalid_argument when `height` is too low for that, too
   WaveChart(const std::vector<Wave>& waves, int width, int height);
 
   PixelView View() const;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <optional>
-#include <stdexcept>
 #include <vector>
 
 #include "tools/zel/Commands.h"
@@ -95,14 +94,8 @@ void Run(const Options& options) {
   const long suitable = std::min<long>(WaveChart::DefaultHeight(waves), kMaxPictureSide);
   const PictureSize size =
       options.size.value_or(PictureSize{WaveChart::kDefaultWidth, static_cast<int>(suitable)});
-  try {
-    const WaveChart chart(waves, size.width, size.height);
-    WritePicture(options.output.path, options.output.overwrite, chart.View());
-  } catch (const std::invalid_argument&) {
-    throw Failure(options.output.path, "a height of " + std::to_string(size.height) +
-                                           " pixels is not enough for " +
-                                           std::to_string(waves.size()) + " files");
-  }
+  const WaveChart chart(waves, size.width, size.height);
+  WritePicture(options.output.path, options.output.overwrite, chart.View());
   if (options.output.quiet) return;
   PrintOut(Printable(options.output.path) + ": " + std::to_string(waves.size()) +
            (waves.size() == 1 ? " wave form, " : " wave forms, ") + ClockText(longest) + ", " +
@@ -125,8 +118,18 @@ int RunWave(int argc, char** argv) {
                    "if not given")
       ->type_name("WxH");
   if (!Parse(*parser, argc, argv)) return kDone;
+  const std::size_t count = options.files.size();
+  const long least = WaveChart::MinHeight(count);
+  if (least > kMaxPictureSide) {
+    throw UsageError(std::to_string(count) + " FILEs are more than a picture can hold");
+  }
   if (parser->count("--size") > 0) {
-    options.size = ParseSize("--size", size, {WaveChart::kMinWidth, WaveChart::kMinHeight});
+    options.size = ParseSize("--size", size,
+                             {WaveChart::kMinWidth, static_cast<int>(WaveChart::MinHeight(1))});
+    if (options.size->height < least) {
+      throw UsageError("--size: " + size + " is too low for " + std::to_string(count) +
+                       " FILEs, which take a height of " + std::to_string(least));
+    }
   }
   Run(options);
   return kDone;
