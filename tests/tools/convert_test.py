@@ -148,10 +148,12 @@ class Refusals(Case):
 
     def test_usage(self):
         for options, pattern in (
-                (("--rate", "0"), "rate"), (("--rate", "-44100"), "rate"), (("--rate", "999"), "rate.*1000"),
-                (("--rate", "768001"), "rate.*768000"), (("--rate", "1e9"), "rate"), (("--rate", "44100.5"), "rate"),
-                (("--rate", "99999999999999999999"), "rate"), (("--channels", "0"), "channels"),
-                (("--channels", "9"), "channels.* 8"), (("--channels", "two"), "channels"), (("--stream", "x"), "no id"),
+                *((("--rate", rate), "--rate: " + rate + " is not from 1000 to 768000") for rate in
+                  ("0", "-44100", "999", "768001", "99999999999999999999")),
+                *(((option, text), f"{option}: '{text}' is no whole number") for option in
+                  ("--rate", "--channels", "--audio-stream") for text in ("two", "1e4", "2.5", "0x2", "")),
+                (("--channels", "0"), "channels"), (("--channels", "9"), "channels.* 8"), (("--stream", "x"), "no id"),
+                (("--audio-stream", "-1"), "--audio-stream: -1 is not from 0 to 65535"),
                 (("--stream", "1", "--audio-stream", "0"), "excludes"), (("--program", "1", "--audio-stream", "0"), "excludes"),
                 (("more.wav",), "more.wav")):
             self.fails(("convert", "in.wav", "-o", "o.wav", *options), 2, pattern)

@@ -131,6 +131,7 @@ class Refusals(Case):
         os.link("b.wav", "same.wav")
 
     def test_usage(self):
+        self.assertIn("\nUsage: zel mix INPUT INPUT... -o OUTPUT [OPTIONS]\n", self.done("mix", "--help"))
         self.fails(("mix",), 2, "INPUT")
         self.fails(("mix", "a.wav", "-o", "o.wav"), 2, "INPUT")
         self.fails(("mix", "a.wav", "b.wav"), 2, "--output is required")

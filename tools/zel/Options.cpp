@@ -19,6 +19,22 @@ bool SameFile(const std::string& a, const std::string& b) {
          first.st_dev == second.st_dev && first.st_ino == second.st_ino;
 }
 
+int ParseNumber(const std::string& option, const std::string& text, int least, int most) {
+  const bool plus = text.starts_with('+') && !text.starts_with("+-");
+  const char* const begin = text.data() + (plus ? 1 : 0);
+  const char* const end = text.data() + text.size();
+  int value = 0;
+  const auto [stop, error] = std::from_chars(begin, end, value);
+  if (error == std::errc::invalid_argument || stop != end) {
+    throw UsageError(option + ": '" + text + "' is no whole number");
+  }
+  if (error != std::errc() || value < least || value > most) {
+    throw UsageError(option + ": " + text + " is not from " + std::to_string(least) + " to " +
+                     std::to_string(most));
+  }
+  return value;
+}
+
 std::uint32_t ParseId(const std::string& option, const std::string& text) {
   const bool hex = text.starts_with("0x") || text.starts_with("0X");
   const char* const begin = text.data() + (hex ? 2 : 0);
@@ -32,6 +48,14 @@ std::uint32_t ParseId(const std::string& option, const std::string& text) {
 }
 
 }  // namespace
+
+CLI::Option* AddNumber(CLI::App* parser, const std::string& names, int* value, int least, int most,
+                       const std::string& help) {
+  const std::string option = names.substr(names.rfind(',') + 1);
+  return parser->add_option_function<std::string>(
+      names, [=](const std::string& text) { *value = ParseNumber(option, text, least, most); },
+      help);
+}
 
 void OutputOptions::AddTo(CLI::App* parser) {
   AddTo(parser, "the container: " + KnownSuffixes());

@@ -13,6 +13,13 @@
 
 namespace zel::tool {
 
+/// Adds an option with a whole number from `least` to `most`. Parsing then throws UsageError for
+/// anything else.
+/// @param names such as "-r,--rate"; messages take the last one
+/// @param value receives the number, and must live until then
+CLI::Option* AddNumber(CLI::App* parser, const std::string& names, int* value, int least, int most,
+                       const std::string& help);
+
 /// Where the result goes, and how much is said about it.
 struct OutputOptions {
   std::string path;

@@ -26,17 +26,15 @@ int RunConvert(int argc, char** argv) {
                  "Rates change by linear interpolation, without a filter.");
   parser->add_option("INPUT", input, "Audio or video file")->required();
   output.AddTo(parser.get());
-  parser->add_option("-r,--rate", wanted.sampleRate, "Samples per second; INPUT's if not given")
-      ->type_name("R")
-      ->check(CLI::Range(1000, 768'000));
-  parser->add_option("-c,--channels", wanted.channels, "Channels; INPUT's if not given")
-      ->type_name("C")
-      ->check(CLI::Range(1, 8));
-  parser
-      ->add_option("--audio-stream", audioStream,
-                   "Which audio stream of INPUT to use, counted from 0")
-      ->type_name("N")
-      ->check(CLI::Range(0, 0xFFFF));
+  AddNumber(parser.get(), "-r,--rate", &wanted.sampleRate, 1000, 768'000,
+            "Samples per second, 1000 to 768000; INPUT's if not given")
+      ->type_name("R");
+  AddNumber(parser.get(), "-c,--channels", &wanted.channels, 1, 8,
+            "Channels, 1 to 8; INPUT's if not given")
+      ->type_name("C");
+  AddNumber(parser.get(), "--audio-stream", &audioStream, 0, 0xFFFF,
+            "Which audio stream of INPUT to use, counted from 0")
+      ->type_name("N");
   selection.AddTo(parser.get(), "INPUT");
   parser->get_option("--audio-stream")->excludes("--stream")->excludes("--program");
   if (!Parse(*parser, argc, argv)) return kDone;

@@ -306,11 +306,9 @@ int RunDub(int argc, char** argv) {
                    "Start of TRACK in INPUT, 0 if not given: 1.273, 1273ms, -0.5s, "
                    "00:00:01.273; negative: start inside TRACK")
       ->type_name("D");
-  parser
-      ->add_option("--audio-stream", options.audioStream,
-                   "Which audio stream of INPUT to replace, counted from 0")
-      ->type_name("N")
-      ->check(CLI::Range(0, 0xFFFF));
+  AddNumber(parser.get(), "--audio-stream", &options.audioStream, 0, 0xFFFF,
+            "Which audio stream of INPUT to replace, counted from 0")
+      ->type_name("N");
   options.trackSelection.AddTo(parser.get(), "TRACK");
   parser->add_flag("-n,--dry-run", options.dryRun, "Say what would be done, and do nothing");
   if (!Parse(*parser, argc, argv)) return kDone;

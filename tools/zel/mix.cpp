@@ -28,7 +28,9 @@ int RunMix(int argc, char** argv) {
       "Mix the sounds of two or more files into OUTPUT, at the rate and in the channels of the\n"
       "first. OUTPUT lasts as long as the longest. Where the sum is too loud, the gain falls to\n"
       "what fits, and creeps back.");
-  parser->add_option("INPUT", inputs, "Audio or video files")->required()->expected(2, kMostFiles);
+  parser->add_option("INPUT", inputs, "Audio or video files, 2 to " + std::to_string(kMostFiles))
+      ->required()
+      ->expected(2, kMostFiles);
   output.AddTo(parser.get());
   if (!Parse(*parser, argc, argv)) return kDone;
   output.Check(inputs);
