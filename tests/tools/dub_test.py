@@ -438,7 +438,7 @@ class Manners(Case):
         short = peak_memory("dub", "-q", "in.wav", "track.wav", "-o", "o.wav")
         long = peak_memory("dub", "-q", "long.wav", "long.wav", "-o", "p.wav", "-d", "-0.1")
         self.assertLess(long, short + 16 * 1024)
-        self.assertEqual(os.path.getsize("p.wav"), os.path.getsize("long.wav"))
+        self.assertEqual(os.path.getsize("p.wav") - 80, os.path.getsize("long.wav") - 44)
 
 
 if __name__ == "__main__":

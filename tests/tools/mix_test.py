@@ -160,7 +160,7 @@ class Refusals(Case):
         short = peak_memory("mix", "-q", "a.wav", "b.wav", "-o", "o.wav", "--overwrite")
         long = peak_memory("mix", "-q", "long.wav", "a.wav", "long.wav", "-o", "p.wav")
         self.assertLess(long, short + 16 * 1024)
-        self.assertEqual(os.path.getsize("p.wav"), os.path.getsize("long.wav"))
+        self.assertEqual(os.path.getsize("p.wav") - 80, os.path.getsize("long.wav") - 44)
 
 
 if __name__ == "__main__":

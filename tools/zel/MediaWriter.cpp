@@ -90,7 +90,6 @@ int MediaWriter::AddCopy(const AVStream& stream) {
 
 void MediaWriter::AddSound(SoundFormat format, const AVChannelLayout& layout,
                            const AVStream* like) {
-  format_ = format;
   const bool globalHeader = (muxer_->oformat->flags & AVFMT_GLOBALHEADER) != 0;
   sound_ = std::make_unique<SoundEncoder>(path_, container_, format, layout, globalHeader);
   soundStream_ = NotNull(avformat_new_stream(muxer_.get(), nullptr));
@@ -126,7 +125,7 @@ void MediaWriter::AddDescription(const AVFormatContext& source, std::int64_t shi
   }
 }
 
-void MediaWriter::Start(bool overwrite, std::int64_t soundStart, double seconds) {
+void MediaWriter::Start(bool overwrite, std::int64_t soundStart) {
   file_ = std::make_unique<PendingFile>(path_, overwrite);
   auto* buffer = static_cast<std::uint8_t*>(NotNull(av_malloc(kIoBufferSize)));
   io_.reset(
@@ -141,12 +140,9 @@ void MediaWriter::Start(bool overwrite, std::int64_t soundStart, double seconds)
   muxer_->flush_packets = 0;
 
   AVDictionary* options = nullptr;
-  if (std::strcmp(container_.muxer, "wav") == 0) {
-    // Beyond 4 GiB a WAV file's sizes do not fit; what may grow that long gets the 64-bit form,
-    // which otherwise costs a header that not every program skips.
-    const double bytes = seconds * format_.sampleRate * format_.channels * 2;
-    if (seconds <= 0 || bytes > 4.0e9) av_dict_set(&options, "rf64", "auto", 0);
-  }
+  // Beyond 4 GiB a WAV file's sizes do not fit. What an input says of its length may be wrong, so
+  // every file gets a chunk to skip, which becomes the 64-bit sizes if they are needed.
+  if (std::strcmp(container_.muxer, "wav") == 0) av_dict_set(&options, "rf64", "auto", 0);
   // Edit lists, which cut the encoder's delay off, then count samples rather than milliseconds;
   // muxers without edit lists leave the option alone.
   av_dict_set_int(&options, "movie_timescale", sound_->OutRate(), 0);

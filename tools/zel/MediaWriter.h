@@ -36,8 +36,7 @@ class MediaWriter {
 
   /// Makes the file and writes its head.
   /// @param soundStart time of the first sample of sound, in 100-ns units.
-  /// @param seconds expected length of the sound; 0 when it is not known.
-  void Start(bool overwrite, std::int64_t soundStart, double seconds);
+  void Start(bool overwrite, std::int64_t soundStart);
   /// Writes `packet`, whose time stamps are in units of `timeBase`, and leaves it empty.
   void WriteCopy(AVPacket* packet, int index, AVRational timeBase);
   /// @param pcm `frames` interleaved frames.
@@ -63,7 +62,6 @@ class MediaWriter {
   Muxer muxer_;
   std::unique_ptr<SoundEncoder> sound_;
   SoundEncoder::Sink soundSink_;
-  SoundFormat format_;
   AVStream* soundStream_ = nullptr;
   std::vector<std::int64_t> lastDts_;
 };

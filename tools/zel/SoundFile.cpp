@@ -25,7 +25,7 @@ void SoundFile::Write(MediaWriter* writer, const NextBlock& next) const {
   long long written = 0;
   int frames = 0;
   for (const short* block; block = next(&frames), frames > 0; written += frames) {
-    if (written == 0) writer->Start(output.overwrite, 0, length);
+    if (written == 0) writer->Start(output.overwrite, 0);
     writer->WriteSound(reinterpret_cast<const std::uint8_t*>(block), frames);
     progress.Update(static_cast<double>(written) / format.sampleRate);
   }

@@ -221,7 +221,7 @@ class Dub {
         throw Failure(options_.input, "the format of its sound changes on the way");
       }
       if (frames++ == 0) {
-        writer_->Start(options_.output.overwrite, frame.llPTS + origin_ + shift_, length);
+        writer_->Start(options_.output.overwrite, frame.llPTS + origin_ + shift_);
       }
       CopyUntil(frame.llPTS);
       const int count = frame.audio.nDataSize / bytesPerSample;
