@@ -1,9 +1,7 @@
 // The subcommands.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <exception>
-#include <memory>
 #include <string>
 
 namespace zel::tool {
@@ -22,14 +20,6 @@ int RunFrame(int argc, char** argv);
 int RunInfo(int argc, char** argv);
 int RunMix(int argc, char** argv);
 int RunWave(int argc, char** argv);
-
-/// Makes the parser of "zel NAME", with --help and --version.
-std::unique_ptr<CLI::App> MakeParser(const std::string& name, const std::string& description);
-
-/// Parses a subcommand's line.
-/// @return false after --help or --version, which it has answered.
-/// @throws UsageError
-bool Parse(CLI::App& parser, int argc, char** argv);
 
 /// One line on standard error, whatever the names and texts in it hold.
 void Report(const std::exception& failure);

@@ -19,22 +19,6 @@ bool SameFile(const std::string& a, const std::string& b) {
          first.st_dev == second.st_dev && first.st_ino == second.st_ino;
 }
 
-int ParseNumber(const std::string& option, const std::string& text, int least, int most) {
-  const bool plus = text.starts_with('+') && !text.starts_with("+-");
-  const char* const begin = text.data() + (plus ? 1 : 0);
-  const char* const end = text.data() + text.size();
-  int value = 0;
-  const auto [stop, error] = std::from_chars(begin, end, value);
-  if (error == std::errc::invalid_argument || stop != end) {
-    throw UsageError(option + ": '" + text + "' is no whole number");
-  }
-  if (error != std::errc() || value < least || value > most) {
-    throw UsageError(option + ": " + text + " is not from " + std::to_string(least) + " to " +
-                     std::to_string(most));
-  }
-  return value;
-}
-
 std::uint32_t ParseId(const std::string& option, const std::string& text) {
   const bool hex = text.starts_with("0x") || text.starts_with("0X");
   const char* const begin = text.data() + (hex ? 2 : 0);
@@ -49,24 +33,14 @@ std::uint32_t ParseId(const std::string& option, const std::string& text) {
 
 }  // namespace
 
-CLI::Option* AddNumber(CLI::App* parser, const std::string& names, int* value, int least, int most,
-                       const std::string& help) {
-  const std::string option = names.substr(names.rfind(',') + 1);
-  return parser->add_option_function<std::string>(
-      names, [=](const std::string& text) { *value = ParseNumber(option, text, least, most); },
-      help);
+void OutputOptions::AddTo(CommandLine* line) {
+  AddTo(line, "the container: " + KnownSuffixes());
 }
 
-void OutputOptions::AddTo(CLI::App* parser) {
-  AddTo(parser, "the container: " + KnownSuffixes());
-}
-
-void OutputOptions::AddTo(CLI::App* parser, const std::string& tells) {
-  parser->add_option("-o,--output", path, "File to write; its name tells " + tells)
-      ->type_name("OUTPUT")
-      ->required();
-  parser->add_flag("--overwrite", overwrite, "Replace an existing OUTPUT");
-  parser->add_flag("-q,--quiet", quiet, "No progress and no closing line");
+void OutputOptions::AddTo(CommandLine* line, const std::string& tells) {
+  line->AddRequiredText("-o,--output", "OUTPUT", &path, "File to write; its name tells " + tells);
+  line->AddFlag("--overwrite", &overwrite, "Replace an existing OUTPUT");
+  line->AddFlag("-q,--quiet", &quiet, "No progress and no closing line");
 }
 
 void OutputOptions::Check(const std::vector<std::string>& sources) const {
@@ -76,17 +50,13 @@ void OutputOptions::Check(const std::vector<std::string>& sources) const {
   PendingFile::Check(path, overwrite);
 }
 
-void SelectionOptions::AddTo(CLI::App* parser, const std::string& file) {
-  parser
-      ->add_option_function<std::string>(
-          "--stream", [this](const std::string& text) { stream = ParseId("--stream", text); },
-          "Audio stream of " + file + " to use, by its id as zel info shows it")
-      ->type_name("ID");
-  parser
-      ->add_option_function<std::string>(
-          "--program", [this](const std::string& text) { program = ParseId("--program", text); },
-          "Program of " + file + " to use, by its id: its first audio stream, or --stream of it")
-      ->type_name("ID");
+void SelectionOptions::AddTo(CommandLine* line, const std::string& file) {
+  line->AddParsed(
+      "--stream", "ID", [this](const std::string& text) { stream = ParseId("--stream", text); },
+      "Audio stream of " + file + " to use, by its id as zel info shows it");
+  line->AddParsed(
+      "--program", "ID", [this](const std::string& text) { program = ParseId("--program", text); },
+      "Program of " + file + " to use, by its id: its first audio stream, or --stream of it");
 }
 
 DecodedSound SelectionOptions::Open(IMediaDecoderMgr* manager, const std::string& path) const {

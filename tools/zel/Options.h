@@ -1,7 +1,6 @@
 // Options that several commands have.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -9,16 +8,10 @@
 #include <utility>
 #include <vector>
 
+#include "tools/zel/CommandLine.h"
 #include "tools/zel/Host.h"
 
 namespace zel::tool {
-
-/// Adds an option with a whole number from `least` to `most`. Parsing then throws UsageError for
-/// anything else.
-/// @param names such as "-r,--rate"; messages take the last one
-/// @param value receives the number, and must live until then
-CLI::Option* AddNumber(CLI::App* parser, const std::string& names, int* value, int least, int most,
-                       const std::string& help);
 
 /// Where the result goes, and how much is said about it.
 struct OutputOptions {
@@ -26,11 +19,11 @@ struct OutputOptions {
   bool overwrite = false;
   bool quiet = false;
 
-  /// Adds --output, --overwrite and --quiet to `parser`, which must not outlive this object.
-  void AddTo(CLI::App* parser);
+  /// Adds --output, --overwrite and --quiet to `line`, which must not outlive this object.
+  void AddTo(CommandLine* line);
   /// The same for other files than sound and video.
   /// @param tells what the file's name tells, for the help text
-  void AddTo(CLI::App* parser, const std::string& tells);
+  void AddTo(CommandLine* line, const std::string& tells);
   /// Makes the cheap checks before anything is opened: the file can be written, and it is none of
   /// `sources`, through links neither.
   /// @throws Failure
@@ -42,10 +35,10 @@ struct SelectionOptions {
   std::optional<std::uint32_t> stream;
   std::optional<std::uint32_t> program;
 
-  /// Adds --stream and --program to `parser`, which must not outlive this object. Parsing then
+  /// Adds --stream and --program to `line`, which must not outlive this object. Parsing then
   /// throws UsageError for what is no id.
   /// @param file what the help text calls the file
-  void AddTo(CLI::App* parser, const std::string& file);
+  void AddTo(CommandLine* line, const std::string& file);
   /// Opens what was chosen of `path`. @throws Failure
   DecodedSound Open(IMediaDecoderMgr* manager, const std::string& path) const;
 };

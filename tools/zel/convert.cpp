@@ -1,5 +1,6 @@
 // `zel convert`: a file's sound in another format.
 
+#include "tools/zel/CommandLine.h"
 #include "tools/zel/Commands.h"
 #include "tools/zel/ConvertedSound.h"
 #include "tools/zel/Failure.h"
@@ -20,24 +21,21 @@ int RunConvert(int argc, char** argv) {
   SelectionOptions selection;
   int audioStream = 0;
   SoundFormat wanted;
-  const auto parser =
-      MakeParser("convert",
-                 "Write the sound of INPUT to OUTPUT, at another rate or in other channels.\n"
-                 "Rates change by linear interpolation, without a filter.");
-  parser->add_option("INPUT", input, "Audio or video file")->required();
-  output.AddTo(parser.get());
-  AddNumber(parser.get(), "-r,--rate", &wanted.sampleRate, 1000, 768'000,
-            "Samples per second, 1000 to 768000; INPUT's if not given")
-      ->type_name("R");
-  AddNumber(parser.get(), "-c,--channels", &wanted.channels, 1, 8,
-            "Channels, 1 to 8; INPUT's if not given")
-      ->type_name("C");
-  AddNumber(parser.get(), "--audio-stream", &audioStream, 0, 0xFFFF,
-            "Which audio stream of INPUT to use, counted from 0")
-      ->type_name("N");
-  selection.AddTo(parser.get(), "INPUT");
-  parser->get_option("--audio-stream")->excludes("--stream")->excludes("--program");
-  if (!Parse(*parser, argc, argv)) return kDone;
+  CommandLine line("convert",
+                   "Write the sound of INPUT to OUTPUT, at another rate or in other channels.\n"
+                   "Rates change by linear interpolation, without a filter.");
+  line.AddFile("INPUT", &input, "Audio or video file");
+  output.AddTo(&line);
+  line.AddNumber("-r,--rate", "R", &wanted.sampleRate, 1000, 768'000,
+                 "Samples per second, 1000 to 768000; INPUT's if not given");
+  line.AddNumber("-c,--channels", "C", &wanted.channels, 1, 8,
+                 "Channels, 1 to 8; INPUT's if not given");
+  line.AddNumber("--audio-stream", "N", &audioStream, 0, 0xFFFF,
+                 "Which audio stream of INPUT to use, counted from 0");
+  selection.AddTo(&line, "INPUT");
+  line.MakeExclude("--audio-stream", "--stream");
+  line.MakeExclude("--audio-stream", "--program");
+  if (!line.Parse(argc, argv)) return kDone;
   output.Check({input});
   const Container& container = ContainerOf(output.path);
 

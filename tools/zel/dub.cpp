@@ -8,6 +8,7 @@
 #include <memory>
 #include <vector>
 
+#include "tools/zel/CommandLine.h"
 #include "tools/zel/Commands.h"
 #include "tools/zel/ConvertedSound.h"
 #include "tools/zel/Delay.h"
@@ -293,27 +294,24 @@ class Dub {
 
 int RunDub(int argc, char** argv) {
   Options options;
-  std::string delay;
-  const auto parser =
-      MakeParser("dub",
-                 "Replace the sound of INPUT with TRACK, which starts D later, and write OUTPUT.\n"
-                 "OUTPUT has INPUT's length and time stamps; video is copied as it is.");
-  parser->add_option("INPUT", options.input, "Audio or video file")->required();
-  parser->add_option("TRACK", options.track, "File with the new sound")->required();
-  options.output.AddTo(parser.get());
-  parser
-      ->add_option("-d,--delay", delay,
-                   "Start of TRACK in INPUT, 0 if not given: 1.273, 1273ms, -0.5s, "
-                   "00:00:01.273; negative: start inside TRACK")
-      ->type_name("D");
-  AddNumber(parser.get(), "--audio-stream", &options.audioStream, 0, 0xFFFF,
-            "Which audio stream of INPUT to replace, counted from 0")
-      ->type_name("N");
-  options.trackSelection.AddTo(parser.get(), "TRACK");
-  parser->add_flag("-n,--dry-run", options.dryRun, "Say what would be done, and do nothing");
-  if (!Parse(*parser, argc, argv)) return kDone;
+  std::optional<std::string> delay;
+  CommandLine line(
+      "dub",
+      "Replace the sound of INPUT with TRACK, which starts D later, and write OUTPUT.\n"
+      "OUTPUT has INPUT's length and time stamps; video is copied as it is.");
+  line.AddFile("INPUT", &options.input, "Audio or video file");
+  line.AddFile("TRACK", &options.track, "File with the new sound");
+  options.output.AddTo(&line);
+  line.AddText("-d,--delay", "D", &delay,
+               "Start of TRACK in INPUT, 0 if not given: 1.273, 1273ms, -0.5s, "
+               "00:00:01.273; negative: start inside TRACK");
+  line.AddNumber("--audio-stream", "N", &options.audioStream, 0, 0xFFFF,
+                 "Which audio stream of INPUT to replace, counted from 0");
+  options.trackSelection.AddTo(&line, "TRACK");
+  line.AddFlag("-n,--dry-run", &options.dryRun, "Say what would be done, and do nothing");
+  if (!line.Parse(argc, argv)) return kDone;
 
-  if (parser->count("--delay") > 0) options.delay = ParseDelay("--delay", delay);
+  if (delay) options.delay = ParseDelay("--delay", *delay);
   Dub(options).Run();
   return kDone;
 }

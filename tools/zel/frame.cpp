@@ -12,6 +12,7 @@ extern "C" {
 #include <vector>
 
 #include "platform/common/Utf8.h"
+#include "tools/zel/CommandLine.h"
 #include "tools/zel/Commands.h"
 #include "tools/zel/Delay.h"
 #include "tools/zel/Failure.h"
@@ -344,38 +345,32 @@ class FrameGrab {
 
 int RunFrame(int argc, char** argv) {
   Options options;
-  std::string at;
-  std::string size;
-  std::string logoAt;
-  const auto parser = MakeParser("frame", "Take a picture of VIDEO and write it as OUTPUT.");
-  parser->add_option("VIDEO", options.video, "Video file")->required();
-  options.output.AddTo(parser.get(), "the format: " + KnownPictureSuffixes());
-  parser
-      ->add_option("--at", at,
-                   "Time of the picture, from the beginning of VIDEO: 12.5, 800ms, 1:02:03.04; "
-                   "the first picture if not given")
-      ->type_name("S");
-  parser->add_option("--size", size, "Size of the picture, such as 640x360; as stored if not given")
-      ->type_name("WxH");
-  parser->add_flag("--near", options.near, "Scale by nearest neighbour instead of bilinearly")
-      ->needs("--size");
-  parser->add_flag("--flip", options.flip, "Turn the picture upside down, as in a mirror below it");
-  const auto over =
-      parser->add_option("--over", options.logo, "PNG file to lay over the picture, with its alpha")
-          ->type_name("LOGO");
-  parser->add_option("--at-xy", logoAt, "Where LOGO's top-left corner goes; 0,0 if not given")
-      ->type_name("X,Y")
-      ->needs(over);
-  if (!Parse(*parser, argc, argv)) return kDone;
+  std::optional<std::string> at;
+  std::optional<std::string> size;
+  std::optional<std::string> logo;
+  std::optional<std::string> logoAt;
+  CommandLine line("frame", "Take a picture of VIDEO and write it as OUTPUT.");
+  line.AddFile("VIDEO", &options.video, "Video file");
+  options.output.AddTo(&line, "the format: " + KnownPictureSuffixes());
+  line.AddText("--at", "S", &at,
+               "Time of the picture, from the beginning of VIDEO: 12.5, 800ms, 1:02:03.04; "
+               "the first picture if not given");
+  line.AddText("--size", "WxH", &size,
+               "Size of the picture, such as 640x360; as stored if not given");
+  line.AddFlag("--near", &options.near, "Scale by nearest neighbour instead of bilinearly");
+  line.MakeNeed("--near", "--size");
+  line.AddFlag("--flip", &options.flip, "Turn the picture upside down, as in a mirror below it");
+  line.AddText("--over", "LOGO", &logo, "PNG file to lay over the picture, with its alpha");
+  line.AddText("--at-xy", "X,Y", &logoAt, "Where LOGO's top-left corner goes; 0,0 if not given");
+  line.MakeNeed("--at-xy", "--over");
+  if (!line.Parse(argc, argv)) return kDone;
 
-  if (parser->count("--at") > 0) options.at = ParseDelay("--at", at);
-  if (parser->count("--size") > 0) {
-    options.size = ParseSize("--size", size, {2, 2});
-  }
-  if (parser->count("--at-xy") > 0) {
-    const auto corner = ParsePair(logoAt, ',');
+  if (at) options.at = ParseDelay("--at", *at);
+  if (size) options.size = ParseSize("--size", *size, {2, 2});
+  if (logoAt) {
+    const auto corner = ParsePair(*logoAt, ',');
     constexpr int limit = 1'000'000;
-    if (!corner) throw UsageError("--at-xy: '" + logoAt + "' is no place such as 20,-5");
+    if (!corner) throw UsageError("--at-xy: '" + *logoAt + "' is no place such as 20,-5");
     for (const int place : {corner->first, corner->second}) {
       if (place < -limit || place > limit) {
         throw UsageError("--at-xy: " + std::to_string(place) + " is not from " +
@@ -384,7 +379,8 @@ int RunFrame(int argc, char** argv) {
     }
     options.logoAt = {corner->first, corner->second};
   }
-  if (over->count() > 0 && options.logo.empty()) throw Failure("''", "a file needs a name");
+  if (logo && logo->empty()) throw Failure("''", "a file needs a name");
+  options.logo = logo.value_or("");
   FrameGrab(options).Run();
   return kDone;
 }

@@ -11,6 +11,7 @@
 
 #include "platform/common/Utf8.h"
 #include "platform/kernaldec/StreamExtras.h"
+#include "tools/zel/CommandLine.h"
 #include "tools/zel/Commands.h"
 #include "tools/zel/Delay.h"
 #include "tools/zel/Failure.h"
@@ -292,10 +293,10 @@ std::int64_t SizeOf(const std::string& path) {
 int RunInfo(int argc, char** argv) {
   std::vector<std::string> files;
   bool json = false;
-  const auto parser = MakeParser("info", "Describe media files, their programs and streams.");
-  parser->add_option("FILE", files, "Media files")->required();
-  parser->add_flag("--json", json, "Write JSON, with the keys that the manual lists");
-  if (!Parse(*parser, argc, argv)) return kDone;
+  CommandLine line("info", "Describe media files, their programs and streams.");
+  line.AddFiles("FILE", &files, 1, 0, "Media files");
+  line.AddFlag("--json", &json, "Write JSON, with the keys that the manual lists");
+  if (!line.Parse(argc, argv)) return kDone;
 
   const ComPtr<IMediaDecoderMgr> manager = MakeDecoderManager();
   Json all = Json::array();

@@ -7,6 +7,7 @@
 #include <iterator>
 #include <new>
 
+#include "tools/zel/CommandLine.h"
 #include "tools/zel/Commands.h"
 #include "tools/zel/Failure.h"
 #include "tools/zel/Ffmpeg.h"
@@ -24,37 +25,6 @@ constexpr Command kCommands[] = {
     {"frame", "take a picture of a video", RunFrame},
     {"wave", "draw the wave forms of files under each other", RunWave},
 };
-
-/// Help texts that name what a command needs as it is typed.
-class HelpFormatter : public CLI::Formatter {
- public:
-  std::string make_usage(const CLI::App* app, std::string name) const override {
-    std::string usage = "Usage: " + name;
-    for (const CLI::Option* option : app->get_options()) {
-      if (option->get_positional()) usage += " " + make_option_usage(option);
-    }
-    for (const CLI::Option* option : app->get_options()) {
-      if (!option->get_positional() && option->get_required()) {
-        usage += " -" + option->get_snames().front() + " " + option->get_type_name();
-      }
-    }
-    return usage + " [OPTIONS]\n";
-  }
-
-  std::string make_option_usage(const CLI::Option* option) const override {
-    std::string usage = make_option_name(option, true);
-    for (int i = 1; i < option->get_expected_min(); ++i) usage += " " + option->get_name();
-    return usage + (option->get_expected_max() > option->get_expected_min() ? "..." : "");
-  }
-
-  std::string make_option_opts(const CLI::Option* option) const override {
-    return option->get_positional() ? "" : CLI::Formatter::make_option_opts(option);
-  }
-};
-
-std::string VersionText() {
-  return "zel " ZEL_VERSION "\n";
-}
 
 std::string HelpText() {
   std::string text =
@@ -98,29 +68,6 @@ int Run(int argc, char** argv) {
 }
 
 }  // namespace
-
-std::unique_ptr<CLI::App> MakeParser(const std::string& name, const std::string& description) {
-  auto parser = std::make_unique<CLI::App>(description, "zel " + name);
-  parser->set_help_flag("-h,--help", "Show this text");
-  parser->set_version_flag("--version", "zel " ZEL_VERSION, "Show the version");
-  parser->formatter(std::make_shared<HelpFormatter>());
-  parser->get_formatter()->column_width(30);
-  return parser;
-}
-
-bool Parse(CLI::App& parser, int argc, char** argv) {
-  try {
-    parser.parse(argc, argv);
-    return true;
-  } catch (const CLI::CallForHelp&) {
-    PrintOut(parser.help());
-  } catch (const CLI::CallForVersion&) {
-    PrintOut(VersionText());
-  } catch (const CLI::ParseError& error) {
-    throw UsageError(error.what());
-  }
-  return false;
-}
 
 void Report(const std::exception& failure) {
   std::fprintf(stderr, "zel: %s\n", Printable(failure.what()).c_str());

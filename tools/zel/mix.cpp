@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "tools/zel/BlockMixer.h"
+#include "tools/zel/CommandLine.h"
 #include "tools/zel/Commands.h"
 #include "tools/zel/ConvertedSound.h"
 #include "tools/zel/Failure.h"
@@ -23,16 +24,15 @@ constexpr int kMostFiles = 64;
 int RunMix(int argc, char** argv) {
   std::vector<std::string> inputs;
   OutputOptions output;
-  const auto parser = MakeParser(
+  CommandLine line(
       "mix",
       "Mix the sounds of two or more files into OUTPUT, at the rate and in the channels of the\n"
       "first. OUTPUT lasts as long as the longest. Where the sum is too loud, the gain falls to\n"
       "what fits, and creeps back.");
-  parser->add_option("INPUT", inputs, "Audio or video files, 2 to " + std::to_string(kMostFiles))
-      ->required()
-      ->expected(2, kMostFiles);
-  output.AddTo(parser.get());
-  if (!Parse(*parser, argc, argv)) return kDone;
+  line.AddFiles("INPUT", &inputs, 2, kMostFiles,
+                "Audio or video files, 2 to " + std::to_string(kMostFiles));
+  output.AddTo(&line);
+  if (!line.Parse(argc, argv)) return kDone;
   output.Check(inputs);
   const Container& container = ContainerOf(output.path);
 

@@ -4,6 +4,7 @@
 #include <optional>
 #include <vector>
 
+#include "tools/zel/CommandLine.h"
 #include "tools/zel/Commands.h"
 #include "tools/zel/Delay.h"
 #include "tools/zel/Failure.h"
@@ -106,28 +107,26 @@ void Run(const Options& options) {
 
 int RunWave(int argc, char** argv) {
   Options options;
-  std::string size;
-  const auto parser = MakeParser(
+  std::optional<std::string> size;
+  CommandLine line(
       "wave",
       "Draw the wave forms of FILEs under each other, on one axis of time, and write OUTPUT.");
-  parser->add_option("FILE", options.files, "Audio or video files")->required();
-  options.output.AddTo(parser.get(), "the format: " + KnownPictureSuffixes());
-  parser
-      ->add_option("--size", size,
-                   "Size of the picture, such as 800x600; as wide as 1200 and as high as it takes "
-                   "if not given")
-      ->type_name("WxH");
-  if (!Parse(*parser, argc, argv)) return kDone;
+  line.AddFiles("FILE", &options.files, 1, 0, "Audio or video files");
+  options.output.AddTo(&line, "the format: " + KnownPictureSuffixes());
+  line.AddText("--size", "WxH", &size,
+               "Size of the picture, such as 800x600; as wide as 1200 and as high as it takes "
+               "if not given");
+  if (!line.Parse(argc, argv)) return kDone;
   const std::size_t count = options.files.size();
   const long least = WaveChart::MinHeight(count);
   if (least > kMaxPictureSide) {
     throw UsageError(std::to_string(count) + " FILEs are more than a picture can hold");
   }
-  if (parser->count("--size") > 0) {
-    options.size = ParseSize("--size", size,
+  if (size) {
+    options.size = ParseSize("--size", *size,
                              {WaveChart::kMinWidth, static_cast<int>(WaveChart::MinHeight(1))});
     if (options.size->height < least) {
-      throw UsageError("--size: " + size + " is too low for " + std::to_string(count) +
+      throw UsageError("--size: " + *size + " is too low for " + std::to_string(count) +
                        " FILEs, which take a height of " + std::to_string(least));
     }
   }
