@@ -14,8 +14,9 @@ constexpr double kPi = 3.14159265358979323846;
 constexpr double kAmplitude = 16384;  // Half of full scale, -6 dB.
 
 struct Quality {
-  double gain;   // Of the sine, in dB.
-  double noise;  // Everything else that comes out, in dB under the sine that went in.
+  double gain;   // The sine that comes out against the one that went in, in dB.
+  double ratio;  // The sine that comes out against everything else that does, in dB.
+  double rest;   // Everything else against the sine that went in, in dB.
 };
 
 // A second and a half of a sine through a converter in blocks; what comes out after the first tenth
@@ -23,7 +24,6 @@ struct Quality {
 Quality Measure(int inRate, int outRate, double frequency, int block) {
   CAudioConverter converter(1, 1, inRate, outRate, 0);
   std::vector<short> in(static_cast<std::size_t>(block)), out;
-  double power = 0;
   const int blocks = inRate * 3 / 2 / block;
   for (int b = 0; b < blocks; ++b) {
     for (int i = 0; i < block; ++i) {
@@ -49,14 +49,21 @@ Quality Measure(int inRate, int outRate, double frequency, int block) {
   const double det = ss * cc - sc * sc;
   const double a = carried ? (sx * cc - cx * sc) / det : 0,
                b = carried ? (cx * ss - sx * sc) / det : 0;
-  power = kAmplitude * kAmplitude / 2;
+  const double power = kAmplitude * kAmplitude / 2;
+  const double sine = (a * a + b * b) / 2;
   const double rest = (xx - a * sx - b * cx) / n;
-  return {10 * std::log10((a * a + b * b) / 2 / power), 10 * std::log10(power / rest)};
+  return {10 * std::log10(sine / power), 10 * std::log10(sine / rest),
+          10 * std::log10(rest / power)};
 }
 
 struct Rates {
   int in, out;
 };
+
+// Without the sign of a zero.
+double Tidy(double value) {
+  return std::fabs(value) < 0.005 ? 0 : value;
+}
 
 // The shortest block, of at least 1,000 frames, that makes a whole number of frames.
 int WholeBlock(const Rates& r) {
@@ -85,7 +92,7 @@ int main() {
     std::printf("| %.0f |", f);
     for (const Rates& r : kRates) {
       const Quality q = Measure(r.in, r.out, f, WholeBlock(r));
-      std::printf(" %.2f / %.1f |", q.gain, q.noise);
+      std::printf(" %.2f / %.1f |", Tidy(q.gain), q.ratio);
     }
     std::printf("\n");
   }
@@ -107,13 +114,13 @@ int main() {
     const double alias =
         std::fabs(a.frequency - a.rates.out * std::round(a.frequency / a.rates.out));
     std::printf("| %.0f | %d to %d | %.0f | %.1f |\n", a.frequency, a.rates.in, a.rates.out, alias,
-                -Measure(a.rates.in, a.rates.out, a.frequency, WholeBlock(a.rates)).noise);
+                Tidy(Measure(a.rates.in, a.rates.out, a.frequency, WholeBlock(a.rates)).rest));
   }
 
   std::printf("\nSignal-to-noise ratio of a 1,000 Hz sine by block size, in dB:\n\n");
   std::printf("| Frames per block | 44100 to 48000 | 48000 to 44100 |\n|---|---|---|\n");
   for (int block : {147, 160, 441, 480, 1000, 1024, 1152, 4096, 4410, 4800}) {
-    std::printf("| %d | %.1f | %.1f |\n", block, Measure(44100, 48000, 1000, block).noise,
-                Measure(48000, 44100, 1000, block).noise);
+    std::printf("| %d | %.1f | %.1f |\n", block, Measure(44100, 48000, 1000, block).ratio,
+                Measure(48000, 44100, 1000, block).ratio);
   }
 }
