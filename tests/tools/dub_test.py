@@ -1,6 +1,8 @@
 """zel dub, as a whole process on real files."""
 
+import errno
 import os
+import platform
 import pty
 import re
 import resource
@@ -11,7 +13,7 @@ import time
 import unittest
 
 from support import (ZEL, Case, array, decode, ffmpeg, lag, long_wav, noise, peak_memory, probe, quality, read_wav,
-                     sine, streams, video_packets, write_wav, zel)
+                     sine, streams, video_packets, without, write_wav, zel)
 
 RATE = 44100
 TICKS = 10_000_000
@@ -268,6 +270,7 @@ class Refusals(Case):
         os.link("track.wav", "same.wav")
         os.mkdir("folder.wav")
         os.mkfifo("fifo.wav")
+        long_wav("long.wav", 60)
 
     def test_usage(self):
         for args, pattern in (
@@ -355,6 +358,36 @@ class Refusals(Case):
         self.assertEqual(len(read_wav("there.wav")), 60_000)
         with open("there.wav", "w") as there:
             there.write("mine")
+
+    @unittest.skipUnless(platform.machine() == "x86_64", "the numbers of system calls are x86-64's")
+    def test_file_systems_with_less(self):
+        # Without a rename that replaces nothing, and without hard links either; a file that appears meanwhile stays.
+        no_rename, no_links = {316: errno.EINVAL}, {86: errno.EPERM, 265: errno.EPERM}
+        for lacks in ({}, no_rename, no_rename | no_links):
+            with self.subTest(lacks=lacks):
+                self.assertEqual(zel("dub", "-q", "in.wav", "track.wav", "-o", "o.wav",
+                                     preexec_fn=lambda lacks=lacks: without(lacks)), (0, "", ""))
+                self.assertEqual(len(read_wav("o.wav")), 60_000)
+                self.assertEqual(stat.S_IMODE(os.stat("o.wav").st_mode), stat.S_IMODE(os.stat("in.wav").st_mode))
+                self.assertEqual(os.stat("o.wav").st_nlink, 1)
+                os.unlink("o.wav")
+
+                process = subprocess.Popen([ZEL, "dub", "-q", "long.wav", "track.wav", "-o", "o.m4a"],
+                                           stderr=subprocess.PIPE, preexec_fn=lambda lacks=lacks: without(lacks))
+                while not [name for name in os.listdir() if name.startswith(".zel")] and process.poll() is None:
+                    time.sleep(0.001)
+                with open("o.m4a", "w") as mine:
+                    mine.write("mine")
+                err = process.communicate()[1]
+                self.assertEqual((process.returncode, err), (1, b"zel: o.m4a: exists already (--overwrite replaces it)\n"))
+                with open("o.m4a") as mine:
+                    self.assertEqual(mine.read(), "mine")
+                os.unlink("o.m4a")
+        # Where nothing helps, nothing is left.
+        code, _, err = zel("dub", "in.wav", "track.wav", "-o", "o.wav", preexec_fn=lambda: without(
+            no_rename | no_links | {82: errno.EIO}))
+        self.assertEqual((code, err), (1, "zel: o.wav: Input/output error\n"))
+        self.assertFalse([name for name in os.listdir() if name.startswith((".zel", "o."))])
 
     def test_names_are_names(self):
         names = ["-in.wav", "http:x.wav", "concat:in.wav|track.wav", "%d.wav", "ü\udcff 😀.wav", "a\nb.wav", "-.wav"]

@@ -1,11 +1,13 @@
 """What the tests of the command share: running it, making media, and reading it with FFmpeg's commands."""
 
 import array
+import ctypes
 import json
 import math
 import os
 import random
 import shutil
+import struct
 import subprocess
 import sys
 import tempfile
@@ -19,6 +21,22 @@ def zel(*args, **options):
     """Runs the command; (exit code, standard output, standard error)."""
     done = subprocess.run([ZEL, *args], capture_output=True, timeout=120, **options)
     return done.returncode, done.stdout.decode(errors="replace"), done.stderr.decode(errors="replace")
+
+
+def without(errors):
+    """Lets the system calls of these numbers (on x86-64) fail with these errors, in this process and its children."""
+    code = [(0x20, 0, 0, 0)]  # Load the number; compare; return an error; allow.
+    for number, error in errors.items():
+        code += [(0x15, 0, 1, number), (0x06, 0, 0, 0x50000 | error)]
+    code.append((0x06, 0, 0, 0x7FFF0000))
+    code = b"".join(struct.pack("HBBI", *instruction) for instruction in code)
+
+    class Program(ctypes.Structure):
+        _fields_ = [("length", ctypes.c_ushort), ("code", ctypes.c_char_p)]
+
+    prctl = ctypes.CDLL(None, use_errno=True).prctl
+    if prctl(38, 1, 0, 0, 0) != 0 or prctl(22, 2, ctypes.byref(Program(len(code) // 8, code)), 0, 0) != 0:
+        raise OSError(ctypes.get_errno(), "prctl")
 
 
 def ffmpeg(*args):

@@ -25,6 +25,22 @@ char g_pending[PATH_MAX + 16];
 std::atomic<bool> g_hasPending = false;
 std::atomic<bool> g_lineToClear = false;
 
+/// Blocks all signals for as long as it lives.
+class SignalsHeld {
+ public:
+  SignalsHeld() {
+    sigset_t all;
+    sigfillset(&all);
+    sigprocmask(SIG_BLOCK, &all, &before_);
+  }
+  ~SignalsHeld() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
+  SignalsHeld(const SignalsHeld&) = delete;
+  SignalsHeld& operator=(const SignalsHeld&) = delete;
+
+ private:
+  sigset_t before_;
+};
+
 extern "C" void EndBySignal(int signal) {
   if (g_hasPending.load()) unlink(g_pending);
   if (g_lineToClear.load()) {
@@ -36,6 +52,31 @@ extern "C" void EndBySignal(int signal) {
 
 Failure SystemFailure(const std::string& path, int error) {
   return {path, std::strerror(error)};
+}
+
+/// Gives the pending file the name `target`, which somebody may have given to a file meanwhile:
+/// that must not be replaced.
+/// @return 0 or an errno.
+int MoveToNewName(const char* target) {
+  if (syscall(SYS_renameat2, AT_FDCWD, g_pending, AT_FDCWD, target, RENAME_NOREPLACE) == 0)
+    return 0;
+  if (errno == EEXIST) return EEXIST;
+  // File systems without that way mostly have hard links, and all can make a file that is not
+  // there.
+  if (link(g_pending, target) == 0) {
+    unlink(g_pending);
+    return 0;
+  }
+  if (errno == EEXIST) return EEXIST;
+  // A signal in between would leave the empty file behind.
+  const SignalsHeld held;
+  const int placeholder = open(target, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  if (placeholder < 0) return errno;
+  close(placeholder);
+  if (rename(g_pending, target) == 0) return 0;
+  const int error = errno;
+  unlink(target);
+  return error;
 }
 
 struct Place {
@@ -91,6 +132,7 @@ PendingFile::PendingFile(const std::string& path, bool overwrite)
   const Place place = FindPlace(path, overwrite);
   target_ = place.target;
   std::random_device random;
+  int error;
   do {
     char name[32];
     std::snprintf(name, sizeof(name), ".zel-%08x", random());
@@ -99,17 +141,12 @@ PendingFile::PendingFile(const std::string& path, bool overwrite)
     std::memcpy(g_pending, pending.c_str(), pending.size() + 1);
 
     // A signal between the two steps would leave the file behind.
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    sigprocmask(SIG_BLOCK, &all, &before);
+    const SignalsHeld held;
     fd_ = open(g_pending, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, place.mode | 0600);
-    const int error = errno;
+    error = errno;
     g_hasPending = fd_ >= 0;
-    sigprocmask(SIG_SETMASK, &before, nullptr);
-    errno = error;
-  } while (fd_ < 0 && errno == EEXIST);
-  if (fd_ < 0) throw SystemFailure(path, errno);
+  } while (fd_ < 0 && error == EEXIST);
+  if (fd_ < 0) throw SystemFailure(path, error);
   // A file system without modes does without.
   [[maybe_unused]] const int ignored = fchmod(fd_, place.mode);
 }
@@ -156,17 +193,11 @@ void PendingFile::Commit() {
     g_hasPending = false;
     return;
   }
-  // Somebody may have made a file of that name meanwhile: it must not be replaced.
-  if (syscall(SYS_renameat2, AT_FDCWD, g_pending, AT_FDCWD, target_.c_str(), RENAME_NOREPLACE) ==
-      0) {
-    g_hasPending = false;
-    return;
+  if (const int error = MoveToNewName(target_.c_str()); error != 0) {
+    if (error == EEXIST) throw Failure(path_, "exists already (--overwrite replaces it)");
+    throw SystemFailure(path_, error);
   }
-  if (errno == EINVAL || errno == ENOSYS) {
-    if (link(g_pending, target_.c_str()) == 0) return;  // The pending name goes with this object.
-  }
-  if (errno == EEXIST) throw Failure(path_, "exists already (--overwrite replaces it)");
-  throw SystemFailure(path_, errno);
+  g_hasPending = false;
 }
 
 void PendingFile::Discard() {
