@@ -10,11 +10,11 @@
 
 namespace zel::tool {
 
-/// Lets `sound` come in channels from which the library's converter makes `channels`: its own where
-/// the converter has a rule for the pair, else `channels`, mixed by the decoder.
+/// Lets `sound` come in channels from which the library's converter makes those of `wanted`: its
+/// own where the converter has a rule for the pair, else the wanted ones, mixed by the decoder.
 /// @throws Failure for more than 8 channels, and where the sound's rate is more than a thousand
-///   times `rate` or less than a thousandth of it: no sound has such a rate, and a few bytes of a
-///   file would yield millions.
+///   times the wanted one or less than a thousandth of it: no sound has such a rate, and a few
+///   bytes of a file would yield millions.
 void PrepareConversion(DecodedSound* sound, SoundFormat wanted);
 
 /// A sound from its beginning, without holes, converted block by block.

@@ -182,11 +182,21 @@ void SoundEncoder::Encode(bool all, const Sink& sink) {
     frame_->pts = next_;
     next_ += count;
     Check(avcodec_send_frame(encoder_.get(), frame_.get()));
-    while (avcodec_receive_packet(encoder_.get(), packet_.get()) == 0) sink(packet_.get());
+    Drain(sink);
   }
   if (!all) return;
   Check(avcodec_send_frame(encoder_.get(), nullptr));
-  while (avcodec_receive_packet(encoder_.get(), packet_.get()) == 0) sink(packet_.get());
+  Drain(sink);
+}
+
+/// Hands on the packets that the encoder has.
+void SoundEncoder::Drain(const Sink& sink) {
+  for (;;) {
+    const int result = avcodec_receive_packet(encoder_.get(), packet_.get());
+    if (result == AVERROR(EAGAIN) || result == AVERROR_EOF) return;
+    Check(result);
+    sink(packet_.get());
+  }
 }
 
 void SoundEncoder::Check(int result) const {

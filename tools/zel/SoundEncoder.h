@@ -40,6 +40,7 @@ class SoundEncoder {
  private:
   void Convert(const std::uint8_t* pcm, int frames);
   void Encode(bool all, const Sink& sink);
+  void Drain(const Sink& sink);
   void Check(int result) const;
 
   std::string file_;
