@@ -127,6 +127,17 @@ class Sound(Case):
         tags = probe("out.flac", "-show_format")["format"]["tags"]
         self.assertEqual({key.lower(): value for key, value in tags.items()}["title"], "A film")
 
+    def test_rates_that_encoders_lack(self):
+        for name, rate, stored in (("o.mp3", 192_000, 48_000), ("o.mp3", 23_000, 24_000), ("o.m4a", 96_001, 96_000),
+                                   ("o.m4a", 90_000, 96_000), ("o.opus", 768_000, 48_000), ("o.opus", 12_001, 16_000)):
+            with self.subTest(name=name, rate=rate):
+                text = self.done("convert", "in.wav", "-o", name, "--rate", str(rate), "--overwrite")
+                self.assertIn(f" {rate} Hz, 2 channels (stored at {stored} Hz): 2.000 s", text)
+                if name != "o.opus":  # Its decoders always give 48,000.
+                    self.assertEqual(probe(name, "-show_streams")["streams"][0]["sample_rate"], str(stored))
+        for name, rate in (("o.flac", 655_340), ("o.ogg", 200_000)):
+            self.assertNotIn("stored at", self.done("convert", "other.wav", "-o", name, "--rate", str(rate)))
+
     def test_selection(self):
         for options in (("--audio-stream", "1"), ("--stream", "0x10002"), ("--stream", "65538", "--program", "1")):
             with self.subTest(options=options):
@@ -189,6 +200,8 @@ class Refusals(Case):
                 ("in.wav", "o.wav", ("--audio-stream", "1"), "in.wav: has no audio stream 1"),
                 ("in.wav", "o.wav", ("--stream", "77"), "in.wav: "),
                 ("in.wav", "o.mp3", ("--channels", "6"), "o.mp3: MP3 .* holds no sound of 6 channels"),
+                ("in.wav", "o.flac", ("--rate", "65541"), "o.flac: FLAC .* holds no sound of 65541 Hz"),
+                ("in.wav", "o.ogg", ("--rate", "200001"), "o.ogg: Ogg .* holds no sound of 200001 Hz"),
                 ("slow.wav", "o.wav", ("--rate", "48000"), "slow.wav: its rate of 8 Hz is too far from 48000")):
             self.fails(("convert", source, "-o", output, *options), 1, "^zel: .*" + pattern)
 
