@@ -33,12 +33,16 @@ class ZEL_API IZelSample : public IUnknown {
   virtual std::int32_t IsKeyFrame() = 0;   ///< 0 or 1.
   /// @return 0.
   virtual HRESULT SetSampleType(SAMPLE_TYPE type) = 0;
-  /// Bytes allocated for frame data (not the valid ones).
+  /// Bytes allocated for frame data (not the valid ones), as the sample counts them: video of an
+  /// unknown image format has no memory and keeps the size of before or the one asked for, and
+  /// FrameAttach leaves the size alone.
   virtual std::uint32_t GetSampleSize() = 0;
   /// The frame, owned by the sample; null when there is none.
   virtual MEDIA_FRAME* GetMediaFrame() = 0;
-  /// Makes sure that at least `nSize` bytes of frame data are allocated; a larger size discards the
-  /// frame held so far.
+  /// Makes sure that at least `nSize` bytes of frame data are allocated, going by GetSampleSize():
+  /// up to that nothing changes, also where there is no memory behind it; above, the frame held so
+  /// far is discarded for one of the new size. (So after an unknown image format only a larger size
+  /// in a known one is sure to bring memory.)
   /// @return 0; E_ZEL_STATE for video of an unknown image format (the new frame is then without
   ///   memory) and, with nothing changed, above 2^31 - 1 bytes.
   /// @throws std::bad_alloc with nothing changed.
