@@ -191,7 +191,7 @@ class Refusals(Case):
 
     def test_failures(self):
         for source, output, options, pattern in (
-                ("none.wav", "o.wav", (), "none.wav: No such file"), ("mute.mp4", "o.wav", (), "mute.mp4: has no sound"),
+                ("none.wav", "o.wav", (), "none.wav: No such file"), ("", "o.wav", (), "'': "), ("mute.mp4", "o.wav", (), "mute.mp4: has no sound"),
                 ("empty.wav", "o.wav", (), "empty.wav: "), ("cut.flac", "o.wav", (), "cut.flac: "),
                 ("in.wav", "o.xyz", (), "o.xyz: .*no known container"), ("in.wav", "whole.flac", (), "exists already"),
                 ("in.wav", "in.wav", ("--overwrite",), "is the same file"),
@@ -199,6 +199,7 @@ class Refusals(Case):
                 ("in.wav", "", (), "a file needs a name"),
                 ("in.wav", "o.wav", ("--audio-stream", "1"), "in.wav: has no audio stream 1"),
                 ("in.wav", "o.wav", ("--stream", "77"), "in.wav: "),
+                ("in.wav", "o.flac", ("-r", "768000", "-c", "1"), "holds no sound of 768000 Hz, 1 channel: "),
                 ("in.wav", "o.mp3", ("--channels", "6"), "o.mp3: MP3 .* holds no sound of 6 channels"),
                 ("in.wav", "o.flac", ("--rate", "65541"), "o.flac: FLAC .* holds no sound of 65541 Hz"),
                 ("in.wav", "o.ogg", ("--rate", "200001"), "o.ogg: Ogg .* holds no sound of 200001 Hz"),

@@ -20,7 +20,7 @@ enum ExitCode : int {
 class Failure : public std::runtime_error {
  public:
   Failure(const std::string& file, const std::string& reason)
-      : std::runtime_error(file + ": " + reason), reason_(reason) {}
+      : std::runtime_error((file.empty() ? "''" : file) + ": " + reason), reason_(reason) {}
 
   /// Without the file's name.
   const std::string& reason() const { return reason_; }

@@ -87,7 +87,7 @@ struct Place {
 
 /// Where `path` leads, after all the checks that can be made before anything is written.
 Place FindPlace(const std::string& path, bool overwrite) {
-  if (path.empty()) throw Failure("''", "a file needs a name");
+  if (path.empty()) throw Failure("", "a file needs a name");
   Place place{path, {}, 0};
   struct stat there = {};
   if (lstat(path.c_str(), &there) == 0) {

@@ -132,8 +132,7 @@ PictureFormat PictureFormatOf(const std::string& path) {
       return known.format;
     }
   }
-  throw Failure(path.empty() ? "''" : path,
-                "the name tells no known picture format (" + KnownPictureSuffixes() + ")");
+  throw Failure(path, "the name tells no known picture format (" + KnownPictureSuffixes() + ")");
 }
 
 void WritePicture(const std::string& path, bool overwrite, const PixelView& picture) {

@@ -82,8 +82,7 @@ SoundEncoder::SoundEncoder(const std::string& file, const Container& container, 
   }
   if (const int result = avcodec_open2(encoder_.get(), codec, nullptr); result < 0) {
     throw Failure(file, std::string(container.title) + " (" + codec->name + ") holds no sound of " +
-                            std::to_string(format.sampleRate) + " Hz, " +
-                            std::to_string(format.channels) + " channels: " + AvText(result));
+                            FormatText(format) + ": " + AvText(result));
   }
 
   if (encoder_->sample_fmt != AV_SAMPLE_FMT_S16 || outRate_ != format.sampleRate) {

@@ -7,11 +7,6 @@
 
 namespace zel::tool {
 
-std::string FormatText(SoundFormat format) {
-  return std::to_string(format.sampleRate) + " Hz, " + std::to_string(format.channels) +
-         (format.channels == 1 ? " channel" : " channels");
-}
-
 void AddSoundLike(MediaWriter* writer, SoundFormat format, const AVStream& stream, bool keepTexts) {
   AVChannelLayout layout = stream.codecpar->ch_layout;
   if (layout.order != AV_CHANNEL_ORDER_NATIVE || layout.nb_channels != format.channels) {

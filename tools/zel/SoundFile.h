@@ -9,9 +9,6 @@
 
 namespace zel::tool {
 
-/// "44100 Hz, 2 channels".
-std::string FormatText(SoundFormat format);
-
 /// Adds sound with the speakers of `stream`, or the usual ones if that has another number of
 /// channels.
 /// @param keepTexts whether language, title and the like of `stream` are kept, too

@@ -1,6 +1,8 @@
 // What 16-bit sound is.
 #pragma once
 
+#include <string>
+
 namespace zel::tool {
 
 /// Interleaved 16-bit PCM.
@@ -8,5 +10,11 @@ struct SoundFormat {
   int sampleRate = 0;
   int channels = 0;
 };
+
+/// "44100 Hz, 2 channels".
+inline std::string FormatText(SoundFormat format) {
+  return std::to_string(format.sampleRate) + " Hz, " + std::to_string(format.channels) +
+         (format.channels == 1 ? " channel" : " channels");
+}
 
 }  // namespace zel::tool

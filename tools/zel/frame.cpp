@@ -379,7 +379,7 @@ int RunFrame(int argc, char** argv) {
     }
     options.logoAt = {corner->first, corner->second};
   }
-  if (logo && logo->empty()) throw Failure("''", "a file needs a name");
+  if (logo && logo->empty()) throw Failure("", "a file needs a name");
   options.logo = logo.value_or("");
   FrameGrab(options).Run();
   return kDone;
