@@ -39,8 +39,11 @@ CVideoStream::CVideoStream(std::unique_ptr<MediaFile> file, int index, const Pro
       m_packet(av_packet_alloc()),
       m_frame(av_frame_alloc()),
       m_next(av_frame_alloc()),
+      m_scaled(av_frame_alloc()),
       m_sample(MakeComponent<CZelSample>(AV_STREAM_VIDEO, FRAME_DATA_DECODED)) {
-  if (m_packet == nullptr || m_frame == nullptr || m_next == nullptr) throw std::bad_alloc();
+  if (m_packet == nullptr || m_frame == nullptr || m_next == nullptr || m_scaled == nullptr) {
+    throw std::bad_alloc();
+  }
 }
 
 bool CVideoStream::Start(std::unique_ptr<MediaFile> file) {
@@ -230,17 +233,16 @@ bool CVideoStream::FillSample() {
   if (m_sample->GetSampleSize() < luma + 2 * chroma) return false;
   yuv.pPlane[2] = yuv.pPlane[1] + chroma;
   const ColourCoding coding = CodingOf(source);
-  if (coding.format == AV_PIX_FMT_YUV420P) {
-    for (int plane = 0; plane < 3; ++plane) {
-      const int rows = plane == 0 ? height : (height + 1) / 2;
-      for (int row = 0; row < rows; ++row) {
-        std::memcpy(yuv.pPlane[plane] + static_cast<std::size_t>(row) * yuv.nStride[plane],
-                    source.data[plane] + static_cast<std::ptrdiff_t>(row) * source.linesize[plane],
-                    static_cast<std::size_t>(yuv.nStride[plane]));
-      }
+  const bool planar = coding.format == AV_PIX_FMT_YUV420P;
+  if (!planar && !Scale(source, coding)) return false;
+  const AVFrame& from = planar ? source : *m_scaled;
+  for (int plane = 0; plane < 3; ++plane) {
+    const int rows = plane == 0 ? height : (height + 1) / 2;
+    for (int row = 0; row < rows; ++row) {
+      std::memcpy(yuv.pPlane[plane] + static_cast<std::size_t>(row) * yuv.nStride[plane],
+                  from.data[plane] + static_cast<std::ptrdiff_t>(row) * from.linesize[plane],
+                  static_cast<std::size_t>(yuv.nStride[plane]));
     }
-  } else if (!Scale(source, coding, yuv)) {
-    return false;
   }
   const StudioColours colours(coding);
   if (!colours.IsIdentity()) colours.Apply(yuv.pPlane, yuv.nStride, width, height);
@@ -257,8 +259,17 @@ bool CVideoStream::FillSample() {
   return true;
 }
 
-bool CVideoStream::Scale(const AVFrame& source, const ColourCoding& coding,
-                         const MEDIA_FRAME_YUV& yuv) {
+bool CVideoStream::Scale(const AVFrame& source, const ColourCoding& coding) {
+  if (m_scaled->width != source.width || m_scaled->height != source.height) {
+    av_frame_unref(m_scaled.get());
+    m_scaled->format = AV_PIX_FMT_YUV420P;
+    m_scaled->width = source.width;
+    m_scaled->height = source.height;
+    if (av_frame_get_buffer(m_scaled.get(), 0) < 0) {
+      av_frame_unref(m_scaled.get());
+      throw std::bad_alloc();
+    }
+  }
   // The context is kept while size and format stay.
   m_scaler.reset(sws_getCachedContext(m_scaler.release(), source.width, source.height,
                                       coding.format, source.width, source.height,
@@ -269,8 +280,8 @@ bool CVideoStream::Scale(const AVFrame& source, const ColourCoding& coding,
   const int range = coding.fullRange ? 1 : 0;
   constexpr int one = 1 << 16;
   sws_setColorspaceDetails(m_scaler.get(), matrix, range, matrix, range, 0, one, one);
-  return sws_scale(m_scaler.get(), source.data, source.linesize, 0, source.height, yuv.pPlane,
-                   yuv.nStride) == source.height;
+  return sws_scale(m_scaler.get(), source.data, source.linesize, 0, source.height, m_scaled->data,
+                   m_scaled->linesize) == source.height;
 }
 
 HRESULT CVideoStream::NotifyStreamMessage(unsigned long /*msg*/, long long /*param*/, void* /*p1*/,

@@ -66,7 +66,7 @@ class CVideoStream final : public scombase::CUnknown, public IMediaStream {
   bool DropUntil(std::int64_t target);
   bool DecodeFrame(AVFrame* frame);
   bool FillSample();
-  bool Scale(const AVFrame& source, const ColourCoding& coding, const MEDIA_FRAME_YUV& yuv);
+  bool Scale(const AVFrame& source, const ColourCoding& coding);
   std::int64_t TimeOf(const AVFrame& frame) const;
 
   std::unique_ptr<MediaFile> m_file;
@@ -78,6 +78,9 @@ class CVideoStream final : public scombase::CUnknown, public IMediaStream {
   FfmpegPtr<AVFrame> m_next;  ///< Decoded ahead: a picture is shown until the next one's time.
   bool m_hasNext = false;
   std::unique_ptr<SwsContext, ScalerDeleter> m_scaler;
+  /// What the scaler writes. Its vector code needs aligned rows, with room behind them; the sample
+  /// has neither.
+  FfmpegPtr<AVFrame> m_scaled;
   ComponentPtr<CZelSample> m_sample;
   State m_state = State::kEnded;
   bool m_inputEnded = false;

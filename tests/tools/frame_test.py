@@ -177,7 +177,11 @@ class Pictures(Case):
             self.clip("odd.mkv", f"testsrc2=s={width + 40}x{height + 20}:d=0.1", "-vf",
                       f"format=yuv420p,crop={width}:{height}:20:10:exact=1", "-c:v", "ffv1")
             planes = ffmpeg("-i", "odd.mkv", "-frames:v", "1", "-f", "rawvideo", "-pix_fmt", "yuv420p", "-")
-            self.assertTrue(self.grab("odd.mkv") == converted(planes, width, height), (width, height))
+            wanted = converted(planes, width, height)
+            self.assertTrue(self.grab("odd.mkv") == wanted, (width, height))
+            # The same samples in another order.
+            ffmpeg("-i", "odd.mkv", "-frames:v", "1", "-c:v", "rawvideo", "-pix_fmt", "nv12", "odd.nut")
+            self.assertTrue(self.grab("odd.nut") == wanted, (width, height))
 
     def test_turned_videos_stand_upright(self):
         for angle in ("90", "180", "270"):
