@@ -12,8 +12,12 @@ endforeach()
 # A library and its platform libraries must stand in one folder, next to the host: the build tree has one, too.
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
-set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
 set(CMAKE_INSTALL_RPATH "$ORIGIN")
+# What is linked from outside the system's own folders is found where it was linked.
+set(CMAKE_INSTALL_RPATH_USE_LINK_PATH ON)
+# Files are built with the search path that they are installed with. CMake would fill up another one with colons, to
+# make room, and an empty element between them is the current folder: anybody's libraries, before the system's.
+set(CMAKE_BUILD_WITH_INSTALL_RPATH ON)
 # Where the library, its platform libraries and the command are installed together; bin/zel is a link into it.
 set(ZEL_INSTALL_APPDIR "${CMAKE_INSTALL_LIBDIR}/zel")
 

@@ -21,6 +21,14 @@ mv "$ZEL_WORK/stage/opt/zel" "$tree"
 if grep -rlF -e "$ZEL_SOURCE" -e /opt/zel "$tree"; then fail "these files know an absolute path"; fi
 if find "$tree/include" -name detail | grep .; then fail "private headers are installed"; fi
 
+# An empty element of a search path is the current folder, in which anybody may have put a library.
+mapfile -t files < <(find "$tree/lib/zel" "$ZEL_BUILD/bin" -type f \( -name 'lib*' -o -name zel \))
+[ ${#files[@]} -ge 8 ] || fail "the library and its platform libraries are not in their folders"
+for file in "${files[@]}"; do
+  path=$(readelf -d "$file" | sed -nE 's/.*\((RPATH|RUNPATH)\).*\[(.*)\]/\2/p')
+  [[ $path =~ ^'$ORIGIN'(:/[^:]+)*$ ]] || fail "$file looks for libraries in '$path'"
+done
+
 for compiler in $ZEL_COMPILERS; do
   build=$ZEL_WORK/find_package-$compiler
   cmake -G Ninja -S "$here/consumer" -B "$build" -DCMAKE_BUILD_TYPE=Release -DCMAKE_PREFIX_PATH="$tree" \
