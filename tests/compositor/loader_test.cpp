@@ -3,11 +3,14 @@
 // that lacks the entry.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <limits>
 #include <mutex>
@@ -155,6 +158,19 @@ IAudioCompositor* MakeCompositor() {
 
 std::size_t Entries(const char* folder) {
   return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder), {}));
+}
+
+/// Bytes that the allocator has given out and not got back.
+std::size_t BytesInUse() {
+  const struct mallinfo2 info = mallinfo2();
+  return info.uordblks + info.hblkhd;
+}
+
+/// Bytes of address space: threads that nobody waited for keep their stacks.
+std::size_t AddressSpace() {
+  std::size_t pages = 0;
+  std::ifstream("/proc/self/statm") >> pages;
+  return pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
 }
 
 class LoaderTest : public testing::Test {
@@ -366,22 +382,34 @@ TEST_F(LoaderTest, DestructionAndTheNextLoadWaitForALoad) {
 }
 
 TEST_F(LoaderTest, ManyLoadsLeaveNothingBehind) {
+// Emulated and sanitized, memory is also the emulator's or the sanitizer's.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(__i386__)
   const int loads = 300;
+  const bool memoryIsOurs = false;
 #else
   const int loads = 10'000;
+  const bool memoryIsOurs = true;
 #endif
   std::size_t threads = 0;
   std::size_t files = 0;
+  std::size_t bytes = 0;
+  std::size_t addresses = 0;
   for (int i = 0; i < loads; ++i) {
     ASSERT_EQ(Add(i % 2 != 0 ? L"a" : L"b"), S_OK);
     if (i == 10) {
       threads = Entries("/proc/self/task");
       files = Entries("/proc/self/fd");
+      bytes = BytesInUse();
+      addresses = AddressSpace();
     }
   }
   EXPECT_LE(Entries("/proc/self/task"), threads + 1);
   EXPECT_EQ(Entries("/proc/self/fd"), files);
+  if (memoryIsOurs) {
+    // Less than a byte and a tenth of a stack per load.
+    EXPECT_LT(BytesInUse(), bytes + loads);
+    EXPECT_LT(AddressSpace(), addresses + loads * std::size_t{800'000});
+  }
 }
 
 TEST_F(LoaderTest, PullingWhileAnotherThreadAddsRemovesDelaysAndSeeks) {
