@@ -53,6 +53,29 @@ TEST(CreateInstance, LacksTheClassWithoutItsModule) {
 
 #ifdef ZEL_HAS_DECODER
 
+// What a host puts into its own folder.
+TEST(CreateInstance, FindsItsModuleThroughALinkAndBesideACopy) {
+  namespace fs = std::filesystem;
+  Dl_info info{};
+  ASSERT_NE(dladdr(reinterpret_cast<void*>(&SysFreeString), &info), 0);
+  const fs::path shipped = fs::canonical(info.dli_fname);
+  const Folder links;
+  fs::create_symlink(shipped, links / "libCOMSupport.dylib");
+  const Folder copies;
+  for (const char* name : {"libCOMSupport.dylib", "libkernaldec.so"}) {
+    fs::copy_file(shipped.parent_path() / name, copies / name);
+  }
+  for (const Folder* folder : {&links, &copies}) {
+    void* library = dlopen((*folder / "libCOMSupport.dylib").c_str(), RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(library, nullptr) << dlerror();
+    const auto create =
+        reinterpret_cast<decltype(&ZelCreateInstance)>(dlsym(library, "ZelCreateInstance"));
+    void* out = nullptr;
+    ASSERT_EQ(create(CLSID_CMediaDecoderMgr, nullptr, 0, IID_IMediaDecoderMgr, &out), S_OK);
+    static_cast<IMediaDecoderMgr*>(out)->Release();
+  }
+}
+
 TEST(CreateInstance, LoadsTheDecoderModuleOnManyThreadsAtOnce) {
   std::vector<std::thread> threads;
   for (int i = 0; i < 8; ++i) {
