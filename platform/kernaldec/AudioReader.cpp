@@ -242,7 +242,8 @@ bool AudioReader::FeedDecoder() {
       if (m_file->readError() != 0) {
         Fail("reading failed: " + ErrorText(AVERROR(m_file->readError())));
       } else if (result != AVERROR_EOF) {
-        Fail("reading failed: " + ErrorText(result));
+        // Whatever code it gives: an input/output error among them, without one of the disk's.
+        Fail("the file is cut off or damaged");
       }
       avcodec_send_packet(m_codec.get(), nullptr);
       return true;

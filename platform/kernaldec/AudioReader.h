@@ -15,8 +15,8 @@
 #include <memory>
 #include <string>
 
+#include "platform/common/MediaFile.h"
 #include "platform/kernaldec/Ffmpeg.h"
-#include "platform/kernaldec/MediaFile.h"
 
 namespace zel::kernaldec {
 

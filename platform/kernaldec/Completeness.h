@@ -1,7 +1,7 @@
 // Whether a file is as long as it says it is.
 #pragma once
 
-#include "platform/kernaldec/MediaFile.h"
+#include "platform/common/MediaFile.h"
 
 namespace zel::kernaldec {
 

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "platform/common/MediaFile.h"
 #include "platform/kernaldec/AudioStream.h"
 #include "platform/kernaldec/Guard.h"
-#include "platform/kernaldec/MediaFile.h"
 #include "platform/kernaldec/Programs.h"
 #include "platform/kernaldec/VideoStream.h"
 #include "zel/base/Unknown.h"

@@ -3,8 +3,8 @@
 
 #include <cstdint>
 
+#include "platform/common/MediaFile.h"
 #include "platform/kernaldec/Ffmpeg.h"
-#include "platform/kernaldec/MediaFile.h"
 #include "platform/kernaldec/Programs.h"
 #include "zel/mediainfo/MediaInfo.h"
 #include "zel/mediainfo/StreamRecords.h"

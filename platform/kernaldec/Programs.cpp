@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <set>
 
+#include "platform/common/MediaFile.h"
+
 namespace zel::kernaldec {
 namespace {
 
@@ -32,9 +34,7 @@ int Program::FindStream(const AVFormatContext* format, AVMediaType type, int whi
   for (const int index : streams) {
     const AVStream* stream = format->streams[index];
     if (stream->codecpar->codec_type != type) continue;
-    if (type == AVMEDIA_TYPE_VIDEO && (stream->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0) {
-      continue;
-    }
+    if (type == AVMEDIA_TYPE_VIDEO && IsCover(*stream)) continue;
     if (which-- == 0) return index;
   }
   return -1;

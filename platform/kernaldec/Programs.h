@@ -27,8 +27,7 @@ struct Program {
   std::uint32_t StreamId(int index) const {
     return id << 16 | static_cast<std::uint32_t>(index & 0xFFFF);
   }
-  /// The `which`-th (from 0) stream of `type`; pictures that accompany sound are no video. -1:
-  /// none.
+  /// The `which`-th (from 0) stream of `type`; covers are no video. -1: none.
   int FindStream(const AVFormatContext* format, AVMediaType type, int which = 0) const;
 };
 

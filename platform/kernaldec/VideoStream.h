@@ -8,8 +8,8 @@ extern "C" {
 #include <cstdint>
 #include <memory>
 
+#include "platform/common/MediaFile.h"
 #include "platform/kernaldec/Guard.h"
-#include "platform/kernaldec/MediaFile.h"
 #include "platform/kernaldec/Programs.h"
 #include "platform/kernaldec/StudioColours.h"
 #include "zel/base/Unknown.h"

@@ -242,16 +242,20 @@ TEST_F(Decoder, RefusesWhatIsNoPlainMediaFile) {
   WriteFile(Path("empty.wav"), "");
   WriteFile(Path("noise.mp4"), std::string(5000, '\xA5'));
   WriteFile(Path("header.wav"), wave.substr(0, 30));
-  WriteFile(Path("list.m3u8"), "#EXTM3U\n#EXTINF:4,\ns16.wav\n#EXT-X-ENDLIST\n");
+  WriteFile(Path("list.m3u8"),
+            "#EXTM3U\n#EXT-X-TARGETDURATION:4\n#EXTINF:4,\ns16.wav\n#EXT-X-ENDLIST\n");
   WriteFile(Path("list.ffconcat"), "ffconcat version 1.0\nfile s16.wav\n");
+  std::string numbers;
+  for (int i = 0; i < 20'000; ++i) numbers += std::to_string(i) + "\n";
+  WriteFile(Path("numbers.txt"), numbers);
   ASSERT_EQ(mkfifo(Path("fifo.wav").c_str(), 0600), 0);
   Ref<IMediaDecoder> decoder;
   IMediaInfo* info = nullptr;
   for (const std::string& path :
        {Path("empty.wav"), Path("noise.mp4"), Path("header.wav"), Path("list.m3u8"),
-        Path("list.ffconcat"), Path("fifo.wav"), Path(""), Path("missing.wav"), std::string(),
-        "file:" + Path("s16.wav"), "concat:" + Path("s16.wav"), std::string("http:x"),
-        std::string("/dev/zero"), std::string("pipe:0")}) {
+        Path("list.ffconcat"), Path("numbers.txt"), Path("fifo.wav"), Path(""), Path("missing.wav"),
+        std::string(), "file:" + Path("s16.wav"), "concat:" + Path("s16.wav"),
+        std::string("http:x"), std::string("/dev/zero"), std::string("pipe:0")}) {
     SCOPED_TRACE(path);
     EXPECT_EQ(CreateDecoder(path, nullptr, &decoder), E_INVALIDARG);
     info = reinterpret_cast<IMediaInfo*>(1);

@@ -271,6 +271,13 @@ class Refusals(Case):
         os.mkdir("folder.wav")
         os.mkfifo("fifo.wav")
         long_wav("long.wav", 60)
+        os.mkfifo("fifo.sub")
+        with open("list.mp4", "w") as text:
+            text.write("ffconcat version 1.0\nfile fifo.wav\n")
+        with open("fifo.idx", "w") as text:
+            text.write("# VobSub index file, v7 (do not modify this line!)\nid: en, index: 0\n"
+                       "timestamp: 00:00:01:000, filepos: 000000000\n")
+        write_wav("hollow.wav", [])
 
     def test_usage(self):
         for args, pattern in (
@@ -293,6 +300,12 @@ class Refusals(Case):
                 ("in.wav", "none.wav", "o.wav", "none.wav: No such file"),
                 ("folder.wav", "track.wav", "o.wav", "folder.wav: Is a directory"),
                 ("in.wav", "fifo.wav", "o.wav", "fifo.wav: not a regular file"),
+                ("list.mp4", "track.wav", "o.wav", "list.mp4: leads to other files, which are not opened"),
+                ("in.wav", "list.mp4", "o.wav", "list.mp4: leads to other files, which are not opened"),
+                ("fifo.idx", "track.wav", "o.wav", "fifo.idx: leads to other files, which are not opened"),
+                ("in.wav", "fifo.idx", "o.wav", "fifo.idx: leads to other files, which are not opened"),
+                ("hollow.wav", "track.wav", "o.wav", "hollow.wav: its sound is empty"),
+                ("in.wav", "hollow.wav", "o.wav", "hollow.wav: its sound is empty"),
                 ("text.wav", "track.wav", "o.wav", "text.wav: "), ("in.wav", "empty.wav", "o.wav", "empty.wav: "),
                 ("mute.mp4", "track.wav", "o.mp4", "mute.mp4: has no sound"),
                 ("in.wav", "mute.mp4", "o.wav", "mute.mp4: has no sound"),

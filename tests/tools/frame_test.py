@@ -299,7 +299,8 @@ class Refusals(Case):
                 (("none.mp4",), "none.mp4: No such file"), (("folder.mp4",), "folder.mp4: Is a directory"),
                 (("fifo.mp4",), "fifo.mp4: not a regular file"), (("text.mp4",), "text.mp4: "),
                 (("empty.mp4",), "empty.mp4: "), (("cut.mp4",), "cut.mp4: the file is cut off"),
-                (("sound.wav",), "sound.wav: has no video"), (("cover.m4a",), "cover.m4a: has no video"),
+                (("cut.png",), "cut.png: its video cannot be decoded .png.: it is cut off"),
+                (("sound.wav",), "sound.wav: has no video"), (("cover.m4a",), "cover.m4a: has no video: its only picture is a cover"),
                 (("in.mp4", "-o", "o.jpg"), "o.jpg: the name tells no known picture format .*png"),
                 (("in.mp4", "-o", "png"), "png: the name tells no known"),
                 (("in.mp4", "-o", ".png"), ".png: the name tells no known"),
@@ -312,7 +313,7 @@ class Refusals(Case):
                 (("in.mp4", "--over", "none.png"), "none.png: No such file"), (("in.mp4", "--over", ""), "'': "),
                 (("in.mp4", "--over", "folder.mp4"), "folder.mp4: Is a directory"),
                 (("in.mp4", "--over", "fifo.mp4"), "fifo.mp4: not a regular"),
-                (("in.mp4", "--over", "sound.wav"), "sound.wav: Not a PNG"), (("in.mp4", "--over", "cut.png"), "cut.png: "),
+                (("in.mp4", "--over", "sound.wav"), "sound.wav: Not a PNG"), (("in.mp4", "--over", "cut.png"), "cut.png: the file is cut off"),
                 (("in.mp4", "--over", "bomb.png"), "bomb.png: a picture of 900000x900000 is too large"),
         ):
             with self.subTest(args=args):

@@ -170,11 +170,26 @@ class Refusals(Case):
     def make(cls):
         write_wav("a.wav", noise(3, 3000))
         ffmpeg("-i", "a.wav", "whole.mp4")
-        with open("whole.mp4", "rb") as whole, open("cut.mp4", "wb") as cut:
-            cut.write(whole.read()[:900])
+        for name in ("a.mkv", "a.flac", "a.mp3"):
+            ffmpeg("-i", "a.wav", name)
+        for whole, size in (("whole.mp4", 900), ("a.mkv", 100), ("a.mkv", 400), ("a.flac", 30), ("a.mp3", 300)):
+            with open(whole, "rb") as source, open(f"cut{size}.{whole.split('.')[1]}", "wb") as cut:
+                cut.write(source.read()[:size])
         open("empty.wav", "w").close()
         with open("text.txt", "w") as text:
             text.write("no sound")
+        with open("numbers.txt", "w") as text:
+            text.write("".join(f"{number}\n" for number in range(20_000)))
+        # What they name would be waited for; a list of a plain file is no other thing.
+        os.mkfifo("pipe.wav")
+        os.mkfifo("pipe.sub")
+        for name, text in (("list.mp4", "ffconcat version 1.0\nfile pipe.wav\n"),
+                           ("list.wav", "ffconcat version 1.0\nfile a.wav\n"),
+                           ("list.m3u8", "#EXTM3U\n#EXT-X-TARGETDURATION:4\n#EXTINF:4,\npipe.wav\n#EXT-X-ENDLIST\n"),
+                           ("pipe.idx", "# VobSub index file, v7 (do not modify this line!)\nsize: 720x576\n"
+                                        "id: en, index: 0\ntimestamp: 00:00:01:000, filepos: 000000000\n")):
+            with open(name, "w") as file:
+                file.write(text)
         with open("bin.dat", "wb") as binary:  # Might begin a frame of MPEG audio.
             binary.write(b"\xff\xfe\0")
         os.mkdir("folder")
@@ -185,7 +200,13 @@ class Refusals(Case):
         listener.close()
 
     def test_one_line_each_and_the_others_go_on(self):
-        reasons = {"cut.mp4": "the file is cut off, or has no index", "empty.wav": "the file is empty",
+        reasons = {"cut900.mp4": "the file is cut off, or has no index", "cut100.mkv": "the file is cut off or damaged",
+                   "cut400.mkv": "the file is cut off or damaged", "cut30.flac": "the file is cut off or damaged",
+                   "cut300.mp3": "the file is cut off, or in no known media format", "empty.wav": "the file is empty",
+                   "list.mp4": "leads to other files, which are not opened",
+                   "list.wav": "leads to other files, which are not opened",
+                   "list.m3u8": "leads to other files, which are not opened",
+                   "pipe.idx": "leads to other files, which are not opened", "numbers.txt": "no known media format",
                    "text.txt": "no known media format", "bin.dat": "the file is cut off, or in no known media format",
                    "folder": "Is a directory", "fifo": "not a regular file",
                    "socket": "not a regular file", "missing": "No such file or directory",

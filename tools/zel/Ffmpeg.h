@@ -27,7 +27,6 @@ using CodecContext = std::unique_ptr<AVCodecContext, FreeByAddress<avcodec_free_
 using Frame = std::unique_ptr<AVFrame, FreeByAddress<av_frame_free>>;
 using Packet = std::unique_ptr<AVPacket, FreeByAddress<av_packet_free>>;
 using Resampler = std::unique_ptr<SwrContext, FreeByAddress<swr_free>>;
-using Demuxer = std::unique_ptr<AVFormatContext, FreeByAddress<avformat_close_input>>;
 
 struct FreeFifo {
   void operator()(AVAudioFifo* fifo) const { av_audio_fifo_free(fifo); }

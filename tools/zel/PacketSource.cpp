@@ -1,11 +1,8 @@
 #include "tools/zel/PacketSource.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
 #include <string>
 
 #include "tools/zel/Failure.h"
@@ -13,27 +10,44 @@
 namespace zel::tool {
 namespace {
 
-/// Opens the file itself and nothing else: a playlist must not lead to other files or hosts.
-int OpenNothingElse(AVFormatContext* context, AVIOContext** io, const char* url, int flags,
-                    AVDictionary** options) {
-  if (context->pb != nullptr) return AVERROR(EPERM);
-  return avio_open2(io, url, flags, nullptr, options);
+// A demultiplexer may ask to be called again; one that only ever asks is given up.
+constexpr int kMaxReadRetries = 1000;
+
+/// What FFmpeg's `result` means for a file that opened. Its demultiplexers report what they find
+/// wrong in a file by all kinds of codes, those of broken disks and full memories among them.
+std::string WhyNotRead(const MediaFile& file, int result) {
+  if (file.readError() != 0) return std::strerror(file.readError());
+  if (file.leadsElsewhere()) return "leads to other files, which are not opened";
+  switch (result) {
+    case AVERROR_EOF:
+      return "the file is cut off";
+    case AVERROR(ENOMEM):
+      return "the file is damaged, or takes more memory than there is";
+    case AVERROR_PATCHWELCOME:
+    case AVERROR_DEMUXER_NOT_FOUND:
+    case AVERROR_EXTERNAL:
+      return AvText(result);
+    default:
+      return "the file is cut off or damaged";
+  }
 }
 
-std::string WhyNotOpened(const std::string& path, int result) {
-  if (result == AVERROR_EOF) return "the file is cut off";
-  if (result != AVERROR_INVALIDDATA) return AvText(result);
-  // The index of such a file stands at its end, or nothing can be read of it.
-  char head[8] = {};
-  std::ifstream(path, std::ios::binary).read(head, sizeof(head));
-  if (std::memcmp(head + 4, "ftyp", 4) == 0) return "the file is cut off, or has no index";
-  return "no known media format";
-}
-
-/// FFmpeg's looking for streams ends with these where not one of them could be made out.
-std::string WhyNotDescribed(int result) {
-  if (result != AVERROR_EOF && result != -1) return AvText(result);
+std::string WhyNoStreams(const MediaFile& file, int result) {
+  if (file.isRecognised() || file.readError() != 0 || file.leadsElsewhere()) {
+    return WhyNotRead(file, result);
+  }
   return "the file is cut off, or in no known media format";
+}
+
+std::string WhyNoFormat(const MediaFile& file, int result) {
+  if (result == AVERROR_INVALIDDATA && file.readError() == 0 && !file.leadsElsewhere()) {
+    // The index of such a file stands at its end.
+    char head[8] = {};
+    file.ReadAt(0, head, sizeof(head));
+    if (std::memcmp(head + 4, "ftyp", 4) == 0) return "the file is cut off, or has no index";
+    if (!file.isRecognised()) return "no known media format";
+  }
+  return WhyNoStreams(file, result);
 }
 
 /// Tells whether the file's head has told all there is to know of its streams: it is one of sound
@@ -47,42 +61,32 @@ bool HeadIsEnough(const AVFormatContext& context) {
 
 }  // namespace
 
-PacketSource::PacketSource(const std::string& path) : path_(path) {
-  struct stat there = {};
-  if (stat(path.c_str(), &there) != 0) throw Failure(path, std::strerror(errno));
-  if (S_ISDIR(there.st_mode)) throw Failure(path, std::strerror(EISDIR));
-  // A pipe would have to be read twice at once.
-  if (!S_ISREG(there.st_mode) && !S_ISBLK(there.st_mode)) throw Failure(path, "not a regular file");
-
-  if (S_ISREG(there.st_mode) && there.st_size == 0) throw Failure(path, "the file is empty");
-
-  AVFormatContext* context = NotNull(avformat_alloc_context());
-  // Some containers store no presentation times; most that can be written need them.
-  context->flags |= AVFMT_FLAG_GENPTS;
-  context->io_open = OpenNothingElse;
-  if (const int result = avformat_open_input(&context, ("file:" + path).c_str(), nullptr, nullptr);
-      result < 0) {
-    throw Failure(path, WhyNotOpened(path, result));
+PacketSource::PacketSource(const std::string& path) : file_(path) {
+  if (const int error = file_.OpenFile(); error != 0) {
+    throw Failure(path, error == ENXIO ? "not a regular file" : std::strerror(error));
   }
-  demuxer_.reset(context);
-  const int result = HeadIsEnough(*context) ? 0 : avformat_find_stream_info(context, nullptr);
-  if (result < 0) throw Failure(path, WhyNotDescribed(result));
+  if (file_.size() == 0) throw Failure(path, "the file is empty");
+  // Some containers store no presentation times; most that can be written need them.
+  int result = file_.OpenFormat(AVFMT_FLAG_GENPTS);
+  if (result < 0) throw Failure(path, WhyNoFormat(file_, result));
+  result = HeadIsEnough(context()) ? 0 : file_.FindStreams();
+  if (result < 0) throw Failure(path, WhyNoStreams(file_, result));
   for (int i = 0; i < streamCount(); ++i) Want(i, false);
 }
 
 void PacketSource::Want(int index, bool wanted) {
-  demuxer_->streams[index]->discard = wanted ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
+  file_.stream(index)->discard = wanted ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
 }
 
 bool PacketSource::Read(AVPacket* packet) {
-  for (;;) {
-    const int result = av_read_frame(demuxer_.get(), packet);
-    if (result == AVERROR_EOF) return false;
-    if (result == AVERROR(EAGAIN)) continue;
-    if (result < 0) throw Failure(path_, AvText(result));
+  for (int retries = 0;;) {
+    const int result = av_read_frame(file_.format(), packet);
+    if (result == AVERROR_EOF && file_.readError() == 0) return false;
+    if (result == AVERROR(EAGAIN) && ++retries < kMaxReadRetries) continue;
+    if (result < 0) throw Failure(file_.path(), WhyNotRead(file_, result));
     // Not every demuxer skips what nobody wants, and some find new streams on the way.
     const int index = packet->stream_index;
-    if (demuxer_->streams[index]->discard != AVDISCARD_ALL) return true;
+    if (file_.stream(index)->discard != AVDISCARD_ALL) return true;
     av_packet_unref(packet);
   }
 }
@@ -109,19 +113,44 @@ std::int64_t PacketSource::BeginningWith(std::int64_t first) const {
   return first;
 }
 
-std::string PacketSource::WhyNone(AVMediaType type) const {
+std::string PacketSource::WhyNone(AVMediaType type) {
   const std::string what = type == AVMEDIA_TYPE_AUDIO ? "sound" : "video";
+  int covers = 0;
   for (int i = 0; i < streamCount(); ++i) {
     const AVCodecParameters& codec = *stream(i).codecpar;
-    if (codec.codec_type == type && !IsCover(stream(i))) {
-      return "its " + what + " cannot be decoded (" + avcodec_get_name(codec.codec_id) + ")";
+    if (codec.codec_type != type) continue;
+    if (IsCover(stream(i))) {
+      ++covers;
+    } else if (!HasPackets(i)) {
+      return "its " + what + " is empty";
+    } else {
+      return "its " + what + " cannot be decoded (" + avcodec_get_name(codec.codec_id) + ")" +
+             (avcodec_find_decoder(codec.codec_id) == nullptr
+                  ? ""
+                  : ": it is cut off, damaged or of an unknown kind");
     }
   }
-  return "has no " + what;
+  return "has no " + what +
+         (covers == 0   ? ""
+          : covers == 1 ? ": its only picture is a cover"
+                        : ": its only pictures are covers");
 }
 
-bool IsCover(const AVStream& stream) {
-  return (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
+/// Reads on, up to the stream's first packet with something in it.
+bool PacketSource::HasPackets(int index) {
+  for (int i = 0; i < streamCount(); ++i) Want(i, i == index);
+  const Packet packet(NotNull(av_packet_alloc()));
+  try {
+    while (Read(packet.get())) {
+      const bool found = packet->stream_index == index && packet->size > 0;
+      av_packet_unref(packet.get());
+      if (found) return true;
+    }
+  } catch (const Failure&) {
+    // What cannot be read is not empty.
+    return true;
+  }
+  return false;
 }
 
 std::string WhyNoSound(const std::string& path) {

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <memory>
 
@@ -98,6 +99,10 @@ struct PngImage {
   png_image image{};
 };
 
+struct CloseFile {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
 void PutPng(PendingFile* file, const std::string& path, const PackedPicture& picture) {
   PngImage png;
   png.image.width = static_cast<png_uint_32>(picture.width);
@@ -159,10 +164,18 @@ AlphaPicture ReadPng(const std::string& path) {
   if (S_ISDIR(there.st_mode)) throw Failure(path, std::strerror(EISDIR));
   if (!S_ISREG(there.st_mode)) throw Failure(path, "not a regular file");
 
+  if (there.st_size == 0) throw Failure(path, "the file is empty");
+
+  const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(path.c_str(), "rb"));
+  if (file == nullptr) throw Failure(path, std::strerror(errno));
   PngImage png;
-  if (png_image_begin_read_from_file(&png.image, path.c_str()) == 0) {
-    throw Failure(path, png.image.message);
-  }
+  // libpng tells an end that comes too early, a bad disk and a bad picture apart poorly.
+  const auto check = [&](int done) {
+    if (done != 0) return;
+    if (std::ferror(file.get()) != 0) throw Failure(path, std::strerror(errno));
+    throw Failure(path, std::feof(file.get()) != 0 ? "the file is cut off" : png.image.message);
+  };
+  check(png_image_begin_read_from_stdio(&png.image, file.get()));
   AlphaPicture picture;
   if (png.image.width > kMaxPictureSide || png.image.height > kMaxPictureSide) {
     throw Failure(path, "a picture of " + std::to_string(png.image.width) + "x" +
@@ -174,9 +187,7 @@ AlphaPicture ReadPng(const std::string& path) {
   // Else 16-bit files without a gamma would be taken for linear light.
   png.image.flags |= PNG_IMAGE_FLAG_16BIT_sRGB;
   picture.pixels.resize(4 * static_cast<std::size_t>(picture.width) * picture.height);
-  if (png_image_finish_read(&png.image, nullptr, picture.pixels.data(), 0, nullptr) == 0) {
-    throw Failure(path, png.image.message);
-  }
+  check(png_image_finish_read(&png.image, nullptr, picture.pixels.data(), 0, nullptr));
   return picture;
 }
 

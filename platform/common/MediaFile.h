@@ -1,26 +1,52 @@
-// A media file opened for reading: FFmpeg's demultiplexer on a file descriptor of our own.
+// A media file opened for reading: FFmpeg's demultiplexer on a file descriptor of our own. The
+// decoder module and the tool both read through it, so that what one refuses the other does, too.
 //
 // Only plain files are opened, whatever their names look like, and a file never leads to another
 // one: a playlist, or a movie whose samples are elsewhere, is refused. Opening never waits (a fifo
 // is refused, too).
 #pragma once
 
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 
-#include "platform/kernaldec/Ffmpeg.h"
+namespace zel {
 
-namespace zel::kernaldec {
+/// True for a picture that accompanies sound, such as an album's cover, and has no place in time.
+inline bool IsCover(const AVStream& stream) {
+  return (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
+}
 
 /// One thread at a time. Not movable: FFmpeg's input callback holds its address.
 class MediaFile {
  public:
+  /// Opens a file and finds its streams.
   /// @param path the file's name, any bytes but 0.
   /// @return null when it is not a plain file, cannot be read, or no demultiplexer knows it.
   /// @throws std::bad_alloc
   static std::unique_ptr<MediaFile> Open(const std::string& path);
+
+  /// The same in steps, for those who want to know which one fails. Each needs the one before, and
+  /// is for once.
+  explicit MediaFile(std::string path) : m_path(std::move(path)) {}
+  /// @return 0, or the system's error number; EISDIR for a folder, ENXIO for another thing that is
+  ///   no plain file.
+  int OpenFile();
+  /// Finds the container's format and reads its head.
+  /// @param flags AVFMT_FLAG_...
+  /// @return 0, or FFmpeg's error, after which there is no format().
+  /// @throws std::bad_alloc
+  int OpenFormat(int flags);
+  /// Reads and decodes as much as it takes to tell the streams' formats.
+  /// @return 0, or FFmpeg's error.
+  int FindStreams();
+
   ~MediaFile();
   MediaFile(const MediaFile&) = delete;
   MediaFile& operator=(const MediaFile&) = delete;
@@ -35,22 +61,28 @@ class MediaFile {
   void ReadAt(std::uint64_t offset, void* buffer, std::size_t size) const;
   /// The error number of the first read that failed, or 0.
   int readError() const { return m_readError; }
+  /// True when the file's beginning, not only its name, speaks for the container's format.
+  /// OpenFormat, even if it fails, finds out.
+  bool isRecognised() const { return m_recognised; }
+  /// True when the file names further ones, which were not opened.
+  bool leadsElsewhere() const { return m_leadsElsewhere; }
   /// True when FFmpeg's name for the container is `name`, or has it in its list.
   bool IsFormat(const char* name) const;
 
  private:
-  MediaFile() = default;
-  bool OpenDescriptor();
-  bool OpenFormat();
   static int Read(void* self, std::uint8_t* buffer, int size);
   static std::int64_t Seek(void* self, std::int64_t offset, int whence);
+  static int RefuseFurtherFile(AVFormatContext* format, AVIOContext** io, const char* url,
+                               int flags, AVDictionary** options);
 
   std::string m_path;
   std::int64_t m_size = 0;
   int m_descriptor = -1;
   int m_readError = 0;
+  bool m_recognised = false;
+  bool m_leadsElsewhere = false;
   AVIOContext* m_io = nullptr;
   AVFormatContext* m_format = nullptr;
 };
 
-}  // namespace zel::kernaldec
+}  // namespace zel

@@ -1,31 +1,37 @@
-#include "platform/kernaldec/MediaFile.h"
+#include "platform/common/MediaFile.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+extern "C" {
+#include <libavutil/avstring.h>
+}
+
 #include <algorithm>
 #include <cerrno>
 #include <new>
 
-namespace zel::kernaldec {
+namespace zel {
 namespace {
 
 constexpr int kInputBuffer = 64 * 1024;
 
-// What a demultiplexer calls to open the further files that its file names.
-int RefuseFurtherFiles(AVFormatContext* /*format*/, AVIOContext** io, const char* /*url*/,
-                       int /*flags*/, AVDictionary** /*options*/) {
-  *io = nullptr;
-  return AVERROR(EACCES);
+// Lists of files whose demultiplexers do not ask the callback for them.
+constexpr const char* kLists[] = {"concat", "vobsub"};
+
+// Takes any text whose name ends in .txt, .nfo and the like for a film of a terminal.
+constexpr const char* kTextAsFilm = "tty";
+
+bool Is(const AVInputFormat& format, const char* name) {
+  return av_match_name(name, format.name) != 0;
 }
 
 }  // namespace
 
 std::unique_ptr<MediaFile> MediaFile::Open(const std::string& path) {
-  std::unique_ptr<MediaFile> file(new MediaFile);
-  file->m_path = path;
-  if (!file->OpenDescriptor() || !file->OpenFormat()) return nullptr;
+  auto file = std::make_unique<MediaFile>(path);
+  if (file->OpenFile() != 0 || file->OpenFormat(0) < 0 || file->FindStreams() < 0) return nullptr;
   return file;
 }
 
@@ -36,17 +42,18 @@ MediaFile::~MediaFile() {
   if (m_descriptor >= 0) close(m_descriptor);
 }
 
-bool MediaFile::OpenDescriptor() {
+int MediaFile::OpenFile() {
   // A fifo without a writer would stop an open that may wait.
   m_descriptor = open(m_path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-  if (m_descriptor < 0) return false;
   struct stat info {};
-  if (fstat(m_descriptor, &info) != 0 || !S_ISREG(info.st_mode)) return false;
+  if (m_descriptor < 0 || fstat(m_descriptor, &info) != 0) return errno;
+  if (S_ISDIR(info.st_mode)) return EISDIR;
+  if (!S_ISREG(info.st_mode)) return ENXIO;
   m_size = info.st_size;
-  return true;
+  return 0;
 }
 
-bool MediaFile::OpenFormat() {
+int MediaFile::OpenFormat(int flags) {
   auto* buffer = static_cast<unsigned char*>(av_malloc(kInputBuffer));
   if (buffer == nullptr) throw std::bad_alloc();
   m_io = avio_alloc_context(buffer, kInputBuffer, 0, this, &MediaFile::Read, nullptr,
@@ -55,22 +62,46 @@ bool MediaFile::OpenFormat() {
     av_free(buffer);
     throw std::bad_alloc();
   }
-  m_format = avformat_alloc_context();
-  if (m_format == nullptr) throw std::bad_alloc();
-  m_format->pb = m_io;
-  m_format->io_open = &RefuseFurtherFiles;
-  // An empty list would allow everything; no protocol has this name.
-  m_format->protocol_whitelist = av_strdup("none");
   // The last part of the name helps to recognise formats that have no signature.
   std::string name = m_path.substr(m_path.rfind('/') + 1);
   // A number pattern would stand for a series of pictures.
   std::replace(name.begin(), name.end(), '%', '_');
-  if (avformat_open_input(&m_format, name.c_str(), nullptr, nullptr) < 0) return false;
-  return avformat_find_stream_info(m_format, nullptr) >= 0;
+  const AVInputFormat* input = nullptr;
+  const int score = av_probe_input_buffer2(m_io, &input, name.c_str(), nullptr, 0, 0);
+  if (score < 0) return score;
+  if (Is(*input, kTextAsFilm)) return AVERROR_INVALIDDATA;
+  m_recognised = score > AVPROBE_SCORE_EXTENSION;
+
+  m_format = avformat_alloc_context();
+  if (m_format == nullptr) throw std::bad_alloc();
+  m_format->pb = m_io;
+  m_format->flags |= flags;
+  m_format->opaque = this;
+  m_format->io_open = &MediaFile::RefuseFurtherFile;
+  // For demultiplexers that open a further file by themselves: they hand this on. An empty list
+  // would allow everything; no protocol has this name.
+  m_format->protocol_whitelist = av_strdup("none");
+  if (m_format->protocol_whitelist == nullptr) throw std::bad_alloc();
+  for (const char* list : kLists) m_leadsElsewhere = m_leadsElsewhere || Is(*input, list);
+  const int result = avformat_open_input(&m_format, name.c_str(), input, nullptr);
+  return std::min(result, 0);
+}
+
+int MediaFile::FindStreams() {
+  return std::min(avformat_find_stream_info(m_format, nullptr), 0);
+}
+
+// What a demultiplexer calls to open the further files that its file names.
+int MediaFile::RefuseFurtherFile(AVFormatContext* format, AVIOContext** io, const char* /*url*/,
+                                 int /*flags*/, AVDictionary** /*options*/) {
+  // A demultiplexer may hand the callback on to a context that it makes for another file.
+  if (format->opaque != nullptr) static_cast<MediaFile*>(format->opaque)->m_leadsElsewhere = true;
+  *io = nullptr;
+  return AVERROR(EACCES);
 }
 
 bool MediaFile::IsFormat(const char* name) const {
-  return av_match_name(name, m_format->iformat->name) != 0;
+  return Is(*m_format->iformat, name);
 }
 
 void MediaFile::ReadAt(std::uint64_t offset, void* buffer, std::size_t size) const {
@@ -104,4 +135,4 @@ std::int64_t MediaFile::Seek(void* self, std::int64_t offset, int whence) {
   return reached < 0 ? AVERROR(errno) : reached;
 }
 
-}  // namespace zel::kernaldec
+}  // namespace zel
