@@ -92,8 +92,9 @@ VideoFormat SourceFormat(const AVFormatContext* format, const AVStream& stream) 
   video.layout = VideoFormat::kLayout;
   video.width = codec.width;
   video.height = codec.height;
+  video.isCover = IsCover(stream) ? 1 : 0;
   // A single picture has a length, but no rate.
-  if ((stream.disposition & AV_DISPOSITION_ATTACHED_PIC) == 0) {
+  if (video.isCover == 0) {
     AVRational rate = stream.avg_frame_rate;
     if (rate.num <= 0 || rate.den <= 0) rate = stream.r_frame_rate;
     if (rate.num > 0 && rate.den > 0) {
@@ -151,13 +152,11 @@ ProgramInfo DescribeProgram(const AVFormatContext* format, const Program& progra
   info.subPicStreamCount = static_cast<std::int32_t>(streams->subPic.size());
   info.subPicStreams = streams->subPic.data();
   // Without a clock of its own, a program goes by its picture.
-  if (program.referenceStream >= 0) {
-    info.timeStampReferenceStreamID = program.StreamId(program.referenceStream);
-  } else if (!streams->video.empty()) {
-    info.timeStampReferenceStreamID = streams->video.front().id;
-  } else if (!streams->audio.empty()) {
-    info.timeStampReferenceStreamID = streams->audio.front().id;
+  int reference = program.referenceStream;
+  for (const AVMediaType type : {AVMEDIA_TYPE_VIDEO, AVMEDIA_TYPE_AUDIO}) {
+    if (reference < 0) reference = program.FindStream(format, type);
   }
+  if (reference >= 0) info.timeStampReferenceStreamID = program.StreamId(reference);
   return info;
 }
 

@@ -25,7 +25,8 @@ struct VideoFormat {
   std::int32_t aspectNumerator;       ///< Width to height of one pixel.
   std::int32_t aspectDenominator;     ///< 0 where it is not known.
   std::int32_t bitDepth;              ///< Bits of one component of a pixel.
-  std::int32_t reserved[5];           ///< 0.
+  std::int32_t isCover;               ///< 1: a picture that goes with the sound, outside time.
+  std::int32_t reserved[4];           ///< 0.
   std::uint32_t layout;               ///< kLayout; anything else is not of this module.
 };
 static_assert(sizeof(VideoFormat) == sizeof(VideoInfo));

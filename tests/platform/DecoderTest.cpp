@@ -6,6 +6,7 @@
 #include <cstring>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -411,6 +412,29 @@ TEST_F(Decoder, DescribesProgramsAndStreamsAndOpensThemByTheirIds) {
   changed.stream->Forward();
   EXPECT_EQ(changed.Frame()->audio.nChannels, 1);
   EXPECT_EQ(changed.Frame()->llPTS, 0);
+}
+
+TEST_F(Decoder, TakesNoCoverForAVideo) {
+  Ffmpeg(*folder,
+         "-i source.wav -f lavfi -i color=s=32x32:r=1:d=1 -map 1 -map 0 -t 1 -c:v png "
+         "-disposition:v attached_pic covered.mp3 -map 0 -map 1 -t 1 -c:v mpeg4 filmed.mkv");
+  for (const auto& [name, cover, reference] :
+       {std::tuple{"covered.mp3", 1, 0x10000U}, {"filmed.mkv", 0, 0x10001U}}) {
+    SCOPED_TRACE(name);
+    const Ref<IMediaInfo> info = Describe(Path(name));
+    IProgramInfos* programs = nullptr;
+    ASSERT_EQ(info->GetIPrograms(&programs), S_OK);
+    const Ref<IProgramInfos> owner(programs);
+    const Ref<IProgramInfo> program = Item<IProgramInfo>(programs, 0);
+    EXPECT_EQ(program->GetTimeStampReferenceStreamID(), reference);
+    IStreamInfos* videos = nullptr;
+    ASSERT_EQ(program->GetVideoStreamInfos(&videos), S_OK);
+    const Ref<IStreamInfos> videoOwner(videos);
+    const auto format = kernaldec::Unpack(Item<IStreamInfo>(videos, 0)->GetVideoSrcInfo());
+    ASSERT_TRUE(format);
+    EXPECT_EQ(format->isCover, cover);
+    EXPECT_EQ(format->frameRateNumerator > 0, cover == 0);
+  }
 }
 
 TEST_F(Decoder, TellsMatroskasStreamsApartByTheirTags) {

@@ -33,9 +33,11 @@ class Description(Case):
                "language=fra", "-metadata:s:a:1", "title=Two", "film.mkv")
         ffmpeg("-i", "two.ts", "-map", "0:v", "-map", "0:a:0", "-c:v", "libx264", "-c:a", "aac", "film.mp4")
         write_wav("a.wav", noise(1, 30_000))
+        ffmpeg("-i", "a.wav", "-f", "lavfi", "-i", "color=s=32x32:d=0.04", "-map", "0", "-map", "1", "-c:v", "png",
+               "-disposition:v", "attached_pic", "album.mp3")
 
     def test_agrees_with_ffprobe(self):
-        names = ("two.ts", "film.mkv", "film.mp4", "a.wav")
+        names = ("two.ts", "film.mkv", "film.mp4", "a.wav", "album.mp3")
         for file in info(*names):
             shown = probe(file["file"], "-show_streams", "-show_format", "-show_programs")
             with self.subTest(file=file["file"]):
@@ -45,7 +47,7 @@ class Description(Case):
                 self.assertEqual(file["bit_rate"], int(shown["format"]["bit_rate"]))
                 members = {p["program_id"]: [s["index"] for s in p["streams"]] for p in shown["programs"]} or \
                           {1: [s["index"] for s in shown["streams"]]}
-                self.assertEqual({p["id"]: [s["index"] for s in p["streams"]] for p in file["programs"]}, members)
+                self.assertEqual({p["id"]: sorted(s["index"] for s in p["streams"]) for p in file["programs"]}, members)
                 self.assertEqual([p["name"] for p in file["programs"]],
                                  [p["tags"]["service_name"] for p in shown["programs"]] or [None])
                 for program in file["programs"]:
@@ -55,7 +57,8 @@ class Description(Case):
                         self.assertEqual(stream["kind"], other["codec_type"])
                         self.assertEqual(stream["codec"], other["codec_long_name"])
                         self.assertEqual(stream["pid"], int(other["id"], 0) if "id" in other else None)
-                        self.assertEqual(stream["language"], other.get("tags", {}).get("language"))
+                        language = other.get("tags", {}).get("language")
+                        self.assertEqual(stream["language"], None if language == "und" else language)
                         self.assertEqual(stream["title"], other.get("tags", {}).get("title"))
                         self.assertAlmostEqual(stream["start"], float(other.get("start_time", 0)), delta=1e-6)
                         end = other.get("tags", {}).get("DURATION")  # Matroska has no other length of a stream.
@@ -71,7 +74,11 @@ class Description(Case):
                             self.assertEqual((stream["sample_rate"], stream["channels"]),
                                              (int(other["sample_rate"]), other["channels"]))
                         if other["codec_type"] == "video":
-                            self.assertEqual((stream["width"], stream["height"]), (64, 48))
+                            self.assertEqual((stream["width"], stream["height"]), (other["width"], other["height"]))
+                            self.assertEqual(stream["cover"], other["disposition"]["attached_pic"] == 1)
+                            if stream["cover"]:
+                                self.assertIsNone(stream["frame_rate"])
+                                continue
                             self.assertEqual("{}/{}".format(*stream["frame_rate_ratio"]), other["avg_frame_rate"])
                             self.assertEqual("{}:{}".format(*stream["pixel_aspect_ratio"]),
                                              other["sample_aspect_ratio"])
@@ -85,7 +92,7 @@ class Description(Case):
         common = ["kind", "id", "index", "pid", "fourcc", "codec", "language", "title", "start", "length", "bit_rate"]
         own = {"audio": ["sample_rate", "channels", "bits_per_sample"], "subtitle": [],
                "video": ["width", "height", "frame_rate", "frame_rate_ratio", "pixel_aspect_ratio",
-                         "bits_per_component"]}
+                         "bits_per_component", "cover"]}
         code, out, _ = zel("info", "missing", "film.mkv", "two.ts", "--json")
         document = json.loads(out)
         self.assertEqual((code, list(document), document["files"][0]),
@@ -108,6 +115,7 @@ class Description(Case):
         self.assertRegex(out, r"FFV1 \(.*\), 64x48 \(pixels 4:3\), 10 bits, 29\.97 fps, ")
         self.assertRegex(out, r"    0x10001 audio: FLAC .*, fra\n    0x10002 audio: S24L .*, 24 bits, .*, \"Two\"\n"
                               r"    0x10003 subtitle: SUBR \(SubRip subtitle\).*\n$")
+        self.assertRegex(self.done("info", "album.mp3"), r"\n    0x10001 cover: PNG \(.*\), 32x32, .*\n    0x10000 audio: MP3 ")
 
 
 class Texts(Case):

@@ -56,6 +56,17 @@ std::string ProgramName(IProgramInfo* program) {
   return {};
 }
 
+/// As the file has its pictures; all 0 where another decoder manager describes it.
+VideoFormat VideoOf(IStreamInfo* stream) {
+  return kernaldec::Unpack(stream->GetVideoSrcInfo()).value_or(VideoFormat{});
+}
+
+/// Empty where the file states none; some containers have a code for that.
+std::string LanguageOf(IStreamInfo* stream) {
+  const std::string language = TextOf(stream, &IStreamInfo::GetLanguageDesc);
+  return language == "und" ? std::string() : language;
+}
+
 const char* KindText(StreamKind kind) {
   switch (kind) {
     case StreamKind::kVideo:
@@ -100,7 +111,7 @@ Json StreamJson(IStreamInfo* stream, StreamKind kind) {
       {"pid", Known(stream->GetStreamPID())},
       {"fourcc", CodeText(stream->GetFourCC())},
       {"codec", Known(TextOf(stream, &IStreamInfo::GetDescription))},
-      {"language", Known(TextOf(stream, &IStreamInfo::GetLanguageDesc))},
+      {"language", Known(LanguageOf(stream))},
       {"title", Known(TextOf(stream, &IStreamInfo::GetName))},
       {"start", StartSeconds(stream)},
       {"length", Known(stream->GetLength())},
@@ -113,13 +124,14 @@ Json StreamJson(IStreamInfo* stream, StreamKind kind) {
     json["channels"] = Known(audio.channels);
     json["bits_per_sample"] = Known(audio.bitsPerSample);
   } else if (kind == StreamKind::kVideo) {
-    const VideoFormat video = kernaldec::Unpack(stream->GetVideoSrcInfo()).value_or(VideoFormat{});
+    const VideoFormat video = VideoOf(stream);
     json["width"] = Known(video.width);
     json["height"] = Known(video.height);
     json["frame_rate"] = Known(FrameRate(video));
     json["frame_rate_ratio"] = Ratio(video.frameRateNumerator, video.frameRateDenominator);
     json["pixel_aspect_ratio"] = Ratio(video.aspectNumerator, video.aspectDenominator);
     json["bits_per_component"] = Known(video.bitDepth);
+    json["cover"] = video.layout == VideoFormat::kLayout ? Json(video.isCover != 0) : Json();
   }
   return json;
 }
@@ -236,24 +248,23 @@ std::string AudioText(const AudioInfo& audio) {
 
 std::string StreamText(IStreamInfo* stream, StreamKind kind) {
   Items items;
+  std::string what = KindText(kind);
   const std::string codec = TextOf(stream, &IStreamInfo::GetDescription);
   items.Add(CodeText(stream->GetFourCC()) + (codec.empty() ? "" : " (" + Printable(codec) + ")"));
   if (kind == StreamKind::kAudio) {
     if (const AudioInfo* audio = stream->GetAudioInfo()) items.Add(AudioText(*audio));
   } else if (kind == StreamKind::kVideo) {
-    if (const auto video = kernaldec::Unpack(stream->GetVideoSrcInfo())) {
-      items.Add(VideoText(*video));
-    }
+    const VideoFormat video = VideoOf(stream);
+    items.Add(VideoText(video));
+    if (video.isCover != 0) what = "cover";
   }
   items.Add(LengthText(stream->GetLength())).Add(RateText(stream->GetBitRate()));
   // Half a millisecond is shown as 0.
   if (const double start = StartSeconds(stream); std::fabs(start) >= 0.0005) {
     items.Add("from " + ClockText(start));
   }
-  const std::string language = TextOf(stream, &IStreamInfo::GetLanguageDesc);
-  if (language != "und") items.Add(Printable(language));
-  items.Add(Quoted(TextOf(stream, &IStreamInfo::GetName)));
-  return "    " + IdText(stream->GetID()) + " " + KindText(kind) + ": " + items.text() + "\n";
+  items.Add(Printable(LanguageOf(stream))).Add(Quoted(TextOf(stream, &IStreamInfo::GetName)));
+  return "    " + IdText(stream->GetID()) + " " + what + ": " + items.text() + "\n";
 }
 
 std::string FileText(const std::string& path, std::int64_t size, IMediaInfo* media) {
