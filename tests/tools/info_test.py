@@ -225,7 +225,8 @@ class Refusals(Case):
             os.chmod("secret", 0)
             reasons["secret"] = "Permission denied"
         code, out, err = zel("info", *reasons, "a.wav")
-        self.assertEqual((code, err), (1, "".join(f"zel: {name}: {why}\n" for name, why in reasons.items())))
+        lines = ((name or "''", why) for name, why in reasons.items())
+        self.assertEqual((code, err), (1, "".join(f"zel: {name}: {why}\n" for name, why in lines)))
         self.assertEqual(out, self.done("info", "a.wav"))
         code, out, again = zel("info", "--json", "a.wav", *reasons)
         self.assertEqual((code, again), (1, err))
