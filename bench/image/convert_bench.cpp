@@ -163,6 +163,9 @@ const Routine kRoutines[] = {
      LIBYUV(libyuv::ARGBShuffle(i.packed.data(), 2 * i.py, o.packed.data(), 2 * o.py, kSwap,
                                 (i.w + 1) / 2, i.h)),
      "", "", 0.95, 0.95, 0.95, 1.0},
+    {"YV12_Blt_fast", 1.5,
+     OURS(YV12_Blt_fast(PLANES(o), PITCHES(o), 0, 0, i.w, i.h, PLANES(i), PITCHES(i), 0, 0)),
+     LIBYUV(libyuv::I420Copy(YUV_OF(i), YUV_OF(o), i.w, i.h)), "", "", 0.95, 0.95, 0.95, 1.0},
 };
 
 #if ZEL_WITH_LIBSWSCALE

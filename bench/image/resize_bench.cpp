@@ -158,19 +158,49 @@ Case Named(const char* routine, const Scale& scale, const Shared& p, Goal goal) 
   return c;
 }
 
-Case Luma(const Scale& scale, Goal goal) {
-  const Shared p = std::make_shared<Pictures>(scale, 1, 1);
-  Case c = Named("BiLinerY", scale, p, goal);
-  c.ours = Run(BilinearLuma, Kernels(), p);
+enum class Method { kNearest, kBilinear, kAlpha };
+
 #if ZEL_WITH_LIBYUV
-  c.peers.push_back({"libyuv", [=] {
-                       libyuv::ScalePlane(p->from.plane[0], p->from.pitch[0], scale.from.width,
-                                          scale.from.height, p->to.plane[0], p->to.pitch[0],
-                                          scale.to.width, scale.to.height, libyuv::kFilterBilinear);
-                     }});
+libyuv::FilterMode YuvFilter(Method method) {
+  return method == Method::kNearest ? libyuv::kFilterNone : libyuv::kFilterBilinear;
+}
+void YuvPlane(const Shared& p, Method method) {
+  const Size from = p->scale.from, to = p->scale.to;
+  libyuv::ScalePlane(p->from.plane[0], p->from.pitch[0], from.width, from.height, p->to.plane[0],
+                     p->to.pitch[0], to.width, to.height, YuvFilter(method));
+}
+#endif
+
+Case Luma(const Scale& scale, Method method, Goal goal) {
+  const bool nearest = method == Method::kNearest;
+  const Shared p = std::make_shared<Pictures>(scale, 1, 1);
+  Case c = Named(nearest ? "NearY" : "BiLinerY", scale, p, goal);
+  c.ours = Run(nearest ? NearestLuma : BilinearLuma, Kernels(), p);
+#if ZEL_WITH_LIBYUV
+  c.peers.push_back({"libyuv", [=] { YuvPlane(p, method); }});
 #endif
 #if ZEL_WITH_LIBSWSCALE
-  c.peers.push_back(Swscale(p, AV_PIX_FMT_GRAY8, SWS_FAST_BILINEAR));
+  c.peers.push_back(Swscale(p, AV_PIX_FMT_GRAY8, nearest ? SWS_POINT : SWS_FAST_BILINEAR));
+#endif
+  return c;
+}
+
+/// Four full planes, all in one place: each is read and written like the others.
+Case Yv444(const Scale& scale) {
+  const Shared p = std::make_shared<Pictures>(scale, 1, 1);
+  Case c = Named("YV444", scale, p, {});
+  c.bytes *= 4;
+  c.ours = [=] {
+    std::uint8_t *const from = p->from.plane[0], *const to = p->to.plane[0];
+    const int in = p->from.pitch[0], out = p->to.pitch[0];
+    ImageResizeYV444(p->from.Param(), from, from, from, from, in, in, in, in, p->to.Param(), to, to,
+                     to, to, out, out, out, out, IMAGE_INTERPOLATION_BILINEAR);
+    zel::bench::Keep(to);
+  };
+#if ZEL_WITH_LIBYUV
+  c.peers.push_back({"libyuv", [=] {
+                       for (int i = 0; i < 4; ++i) YuvPlane(p, Method::kBilinear);
+                     }});
 #endif
   return c;
 }
@@ -214,8 +244,6 @@ Case Yv12(const Scale& scale, Goal goal) {
   return c;
 }
 
-enum class Method { kNearest, kBilinear, kAlpha };
-
 Case Bitmap32(const Scale& scale, Method method, Goal goal) {
   const Shared p = std::make_shared<Pictures>(scale, 4, 4);
   constexpr const char* names[] = {"Near", "BiLiner", "AlphaResizeBiLiner"};
@@ -224,9 +252,7 @@ Case Bitmap32(const Scale& scale, Method method, Goal goal) {
   Case c = Named(names[i], scale, p, goal);
   c.ours = Run(routines[i], Kernels(), p);
 #if ZEL_WITH_LIBYUV
-  c.peers.push_back(
-      YuvArgb(p, method == Method::kNearest ? libyuv::kFilterNone : libyuv::kFilterBilinear,
-              method == Method::kAlpha));
+  c.peers.push_back(YuvArgb(p, YuvFilter(method), method == Method::kAlpha));
 #endif
 #if ZEL_WITH_LIBSWSCALE
   // Blending is no business of swscale.
@@ -268,10 +294,10 @@ Case AtOddSize(const char* name, ResizeRoutine* routine, int from_bytes, int to_
 
 int main(int argc, char** argv) {
   zel::bench::Comparison all("resize", argc, argv);
-  all.Add(Luma(kSmall, {}));
-  all.Add(Luma(kDown, AtLeast(3, 7)));
-  all.Add(Luma(kUp, AtLeast(2, 3)));
-  all.Add(Luma(kTo4K, AtLeast(0.9, 1)));
+  all.Add(Luma(kSmall, Method::kBilinear, {}));
+  all.Add(Luma(kDown, Method::kBilinear, AtLeast(3, 7)));
+  all.Add(Luma(kUp, Method::kBilinear, AtLeast(2, 3)));
+  all.Add(Luma(kTo4K, Method::kBilinear, AtLeast(0.9, 1)));
   all.Add(Yv12(kSmall, {}));
   all.Add(Yv12(kDown, AtLeast(2.5, 5)));
   all.Add(Yv12(kUp, AtLeast(1.8, 3)));
@@ -283,6 +309,9 @@ int main(int argc, char** argv) {
     all.Add(Bitmap32(scale, Method::kAlpha, AtLeast(1, 2)));
   }
   for (const Scale& scale : {kDown, kUp}) {
+    all.Add(Luma(scale, Method::kNearest, {}));
+    all.Add(Yv444(scale));
+    all.Add(AgainstPlain("BiLinerY_Simulate", BoxLuma, scale, 1, 1));
     all.Add(AgainstPlain("Near8", NearestPlane8, scale, 1, 1));
     all.Add(AgainstPlain("BiLiner8", BilinearBitmap8, scale, 1, 1));
     all.Add(AgainstPlain("NearUV", NearestChroma, scale, 1, 1, true));
@@ -291,12 +320,16 @@ int main(int argc, char** argv) {
     all.Add(AgainstPlain("MaskBiLiner", BilinearMask, scale, 1, 4));
   }
   all.Add(AtOddSize("BiLinerY", BilinearLuma, 1, 1));
+  all.Add(AtOddSize("NearY", NearestLuma, 1, 1));
+  all.Add(AtOddSize("BiLinerY_Simulate", BoxLuma, 1, 1));
   all.Add(AtOddSize("BiLiner8", BilinearBitmap8, 1, 1));
   all.Add(AtOddSize("BiLinerUV", BilinearChroma, 1, 1));
+  all.Add(AtOddSize("NearUV", NearestChroma, 1, 1));
   all.Add(AtOddSize("Near8", NearestPlane8, 1, 1));
   all.Add(AtOddSize("BiLiner", BilinearBitmap32, 4, 4));
   all.Add(AtOddSize("Near", NearestBitmap32, 4, 4));
   all.Add(AtOddSize("AlphaResizeBiLiner", AlphaOverBitmap32, 4, 4));
   all.Add(AtOddSize("MaskBiLiner", BilinearMask, 1, 4));
+  all.Add(AtOddSize("MaskNear", NearestMask, 1, 4));
   return all.Run();
 }
