@@ -17,8 +17,11 @@ namespace {
 
 constexpr int kInputBuffer = 64 * 1024;
 
-// Lists of files whose demultiplexers do not ask the callback for them.
-constexpr const char* kLists[] = {"concat", "vobsub"};
+// Demultiplexers that do not ask the callback for what their files name.
+constexpr const char* kLists[] = {"concat", "sdp", "vobsub"};
+
+// A demultiplexer may ask to be called again; one that only ever asks is given up.
+constexpr int kMaxReadRetries = 1000;
 
 // Takes any text whose name ends in .txt, .nfo and the like for a film of a terminal.
 constexpr const char* kTextAsFilm = "tty";
@@ -74,7 +77,6 @@ int MediaFile::OpenFormat(int flags) {
 
   m_format = avformat_alloc_context();
   if (m_format == nullptr) throw std::bad_alloc();
-  m_format->pb = m_io;
   m_format->flags |= flags;
   m_format->opaque = this;
   m_format->io_open = &MediaFile::RefuseFurtherFile;
@@ -83,12 +85,22 @@ int MediaFile::OpenFormat(int flags) {
   m_format->protocol_whitelist = av_strdup("none");
   if (m_format->protocol_whitelist == nullptr) throw std::bad_alloc();
   for (const char* list : kLists) m_leadsElsewhere = m_leadsElsewhere || Is(*input, list);
+  // Only from here on does FFmpeg know that the input is not its own to close.
+  m_format->pb = m_io;
   const int result = avformat_open_input(&m_format, name.c_str(), input, nullptr);
   return std::min(result, 0);
 }
 
 int MediaFile::FindStreams() {
   return std::min(avformat_find_stream_info(m_format, nullptr), 0);
+}
+
+int MediaFile::ReadPacket(AVPacket* packet) {
+  int result = AVERROR(EAGAIN);
+  for (int i = 0; i < kMaxReadRetries && result == AVERROR(EAGAIN); ++i) {
+    result = av_read_frame(m_format, packet);
+  }
+  return result;
 }
 
 // What a demultiplexer calls to open the further files that its file names.

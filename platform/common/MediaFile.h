@@ -46,6 +46,9 @@ class MediaFile {
   /// Reads and decodes as much as it takes to tell the streams' formats.
   /// @return 0, or FFmpeg's error.
   int FindStreams();
+  /// Reads the next packet of whatever stream; the caller unrefs it.
+  /// @return 0, or FFmpeg's error, AVERROR_EOF at the end.
+  int ReadPacket(AVPacket* packet);
 
   ~MediaFile();
   MediaFile(const MediaFile&) = delete;

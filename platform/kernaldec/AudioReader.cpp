@@ -17,8 +17,6 @@ constexpr double kReadOnSeconds = 1.0;
 constexpr double kPrerollSeconds = 0.3;
 // Longer than any sound; what is sought beyond it is past the end, too.
 constexpr double kLatestSeconds = 1e9;
-// A demultiplexer may ask to be called again; one that only ever asks is given up.
-constexpr int kMaxReadRetries = 1000;
 
 std::string Seconds(long double seconds) {
   char text[64];
@@ -233,9 +231,8 @@ bool AudioReader::ReceiveFrame() {
 /// Sends the decoder one packet, or, once the input has ended, the request to empty itself.
 bool AudioReader::FeedDecoder() {
   if (m_inputEnded) return false;
-  for (int retries = 0;;) {
-    const int result = av_read_frame(m_file->format(), m_packet.get());
-    if (result == AVERROR(EAGAIN) && ++retries < kMaxReadRetries) continue;
+  for (;;) {
+    const int result = m_file->ReadPacket(m_packet.get());
     if (result == AVERROR(ENOMEM)) throw std::bad_alloc();
     if (result < 0) {
       m_inputEnded = true;

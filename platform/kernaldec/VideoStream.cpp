@@ -122,7 +122,7 @@ bool CVideoStream::DecodeFrame(AVFrame* frame) {
     if (result >= 0) return true;
     if (result == AVERROR(ENOMEM)) throw std::bad_alloc();
     if (result == AVERROR_EOF || m_inputEnded) return false;
-    const int got = av_read_frame(m_file->format(), m_packet.get());
+    const int got = m_file->ReadPacket(m_packet.get());
     if (got == AVERROR(ENOMEM)) throw std::bad_alloc();
     if (got < 0) {
       m_inputEnded = true;

@@ -562,7 +562,7 @@ INSTANTIATE_TEST_SUITE_P(Convert, EveryRoutine, testing::ValuesIn(kRoutines),
 /// Values of one component to try: all with ZEL_ALL_COLOURS in the environment, else a sample.
 std::vector<int> Values() {
   if (std::getenv("ZEL_ALL_COLOURS") == nullptr) {
-    return {0, 1, 15, 16, 17, 64, 90, 127, 128, 129, 170, 200, 235, 240, 254, 255};
+    return {0, 16, 17, 90, 127, 128, 240, 255};
   }
   std::vector<int> all(256);
   std::iota(all.begin(), all.end(), 0);
@@ -695,13 +695,24 @@ TEST_F(ConvertTest, EveryRgbColour) {
   COLORS(indexed, Rgb8_2_YUV420, 8);
 }
 
+std::vector<std::pair<CpuLevel, int>> LevelsAndPitches(int pitch) {
+  std::vector<std::pair<CpuLevel, int>> all;
+  for (CpuLevel level : Levels()) {
+    all.emplace_back(level, pitch);
+    all.emplace_back(level, -pitch);
+  }
+  return all;
+}
+
 // Offsets beyond 2^31 bytes, in mappings of which only some pages exist.
 TEST_F(ConvertTest, PlanesMayBeLargerThanTwoGigabytes) {
   if (sizeof(void*) == 4) GTEST_SKIP() << "no room for such planes";
   constexpr std::int64_t kPitch = (std::int64_t{1} << 30) + 3;
   constexpr int kW = 70, kH = 6;
   const Sparse sparse(kPitch * kH), other(kPitch * kH);
-  for (const int pitch : {static_cast<int>(kPitch), static_cast<int>(-kPitch)}) {
+  if (!sparse.begin() || !other.begin()) GTEST_SKIP() << "no address space for such planes";
+  for (const auto& [level, pitch] : LevelsAndPitches(static_cast<int>(kPitch))) {
+    zel::image::UseConvertKernels(level);
     Byte* const first = pitch > 0 ? sparse.begin() : sparse.begin() + kPitch * (kH - 1);
     Byte* const second = pitch > 0 ? other.begin() : other.begin() + kPitch * (kH - 1);
     std::mt19937 random(3);
@@ -713,12 +724,13 @@ TEST_F(ConvertTest, PlanesMayBeLargerThanTwoGigabytes) {
     Bytes luma(kW * kH);
     Rgb32_2_yuv420(luma.data(), u.data(), v.data(), kW, kW, kW, &bmi, bits.data());
     Yuv420_2_Argb(&bmi, want.data(), luma.data(), u.data(), v.data(), kW, kW, kW);
-    EXPECT_EQ(got, want) << pitch;
+    EXPECT_EQ(got, want) << pitch << ", " << zel::CpuLevelName(level);
 
     YUY2_Blt_fast(second, pitch, 0, 0, kW / 2, kH, 1, first, pitch, 0, 0, 0);
     for (int row = 0; row < kH; ++row) {
       for (int x = 0; x < kW; ++x) {
-        ASSERT_EQ(second[std::ptrdiff_t{row} * pitch + (x ^ 1)], luma[row * kW + x]) << pitch;
+        ASSERT_EQ(second[std::ptrdiff_t{row} * pitch + (x ^ 1)], luma[row * kW + x])
+            << pitch << ", " << zel::CpuLevelName(level);
       }
     }
   }

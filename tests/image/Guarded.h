@@ -47,16 +47,18 @@ class Sparse {
   explicit Sparse(std::int64_t size) : size_(static_cast<std::size_t>(size)) {
     void* all = mmap(nullptr, size_, PROT_READ | PROT_WRITE,
                      MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-    if (all == MAP_FAILED) std::abort();
-    begin_ = static_cast<std::uint8_t*>(all);
+    if (all != MAP_FAILED) begin_ = static_cast<std::uint8_t*>(all);
   }
-  ~Sparse() { munmap(begin_, size_); }
+  ~Sparse() {
+    if (begin_ != nullptr) munmap(begin_, size_);
+  }
   Sparse(const Sparse&) = delete;
   Sparse& operator=(const Sparse&) = delete;
 
+  /// Null where the system does not lend so much.
   std::uint8_t* begin() const { return begin_; }
 
  private:
   std::size_t size_;
-  std::uint8_t* begin_;
+  std::uint8_t* begin_ = nullptr;
 };

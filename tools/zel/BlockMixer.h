@@ -8,7 +8,7 @@ namespace zel::tool {
 /// An overflow of the mix, and how far the gain has risen after it.
 struct Overflow {
   int scaled = 0;  ///< Magnitude of the scaled sum that did not fit; 0: none.
-  int steps = 0;
+  int steps = 0;   ///< Samples since, as long as the gain was below 1.
 };
 
 /// An overflow that one call of IntermixAudio can begin with, and after whose steps the gain
@@ -31,6 +31,7 @@ Overflow OverflowBefore(int inputs, int scaled);
 /// such a pair for every scaled sum (the unit test tries them all).
 class BlockMixer {
  public:
+  /// Up to here there is a lead to every gain.
   static constexpr int kMostInputs = 64;
 
   /// @param inputs 1 to kMostInputs

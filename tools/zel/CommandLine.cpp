@@ -20,7 +20,10 @@ class HelpFormatter : public CLI::Formatter {
     }
     for (const CLI::Option* option : app->get_options()) {
       if (!option->get_positional() && option->get_required()) {
-        usage += " -" + option->get_snames().front() + " " + option->get_type_name();
+        const bool isShort = !option->get_snames().empty();
+        usage +=
+            isShort ? " -" + option->get_snames().front() : " --" + option->get_lnames().front();
+        usage += " " + option->get_type_name();
       }
     }
     return usage + " [OPTIONS]\n";
@@ -69,10 +72,14 @@ void CommandLine::AddFile(const std::string& name, std::string* value, const std
   parser_->add_option(name, *value, help)->required();
 }
 
+void CommandLine::AddFiles(const std::string& name, std::vector<std::string>* values,
+                           const std::string& help) {
+  parser_->add_option(name, *values, help)->required();
+}
+
 void CommandLine::AddFiles(const std::string& name, std::vector<std::string>* values, int least,
                            int most, const std::string& help) {
-  CLI::Option* const option = parser_->add_option(name, *values, help)->required();
-  if (most > 0) option->expected(least, most);
+  parser_->add_option(name, *values, help)->required()->expected(least, most);
 }
 
 void CommandLine::AddFlag(const std::string& names, bool* value, const std::string& help) {

@@ -9,7 +9,6 @@
 
 namespace CLI {
 class App;
-class Option;
 }  // namespace CLI
 
 namespace zel::tool {
@@ -27,11 +26,15 @@ class CommandLine {
 
   /// An argument that must be there.
   void AddFile(const std::string& name, std::string* value, const std::string& help);
-  /// The last arguments: at least `least`, and with `most` > 0 at most that many.
+  /// The last arguments, one or more.
+  void AddFiles(const std::string& name, std::vector<std::string>* values, const std::string& help);
+  /// The last arguments, `least` to `most` of them.
   void AddFiles(const std::string& name, std::vector<std::string>* values, int least, int most,
                 const std::string& help);
 
+  /// An option without a value, which makes `value` true.
   void AddFlag(const std::string& names, bool* value, const std::string& help);
+  /// An option with any text.
   void AddText(const std::string& names, const std::string& placeholder,
                std::optional<std::string>* value, const std::string& help);
   /// An option that must be there.

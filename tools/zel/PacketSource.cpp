@@ -10,9 +10,6 @@
 namespace zel::tool {
 namespace {
 
-// A demultiplexer may ask to be called again; one that only ever asks is given up.
-constexpr int kMaxReadRetries = 1000;
-
 /// What FFmpeg's `result` means for a file that opened. Its demultiplexers report what they find
 /// wrong in a file by all kinds of codes, those of broken disks and full memories among them.
 std::string WhyNotRead(const MediaFile& file, int result) {
@@ -79,10 +76,9 @@ void PacketSource::Want(int index, bool wanted) {
 }
 
 bool PacketSource::Read(AVPacket* packet) {
-  for (int retries = 0;;) {
-    const int result = av_read_frame(file_.format(), packet);
+  for (;;) {
+    const int result = file_.ReadPacket(packet);
     if (result == AVERROR_EOF && file_.readError() == 0) return false;
-    if (result == AVERROR(EAGAIN) && ++retries < kMaxReadRetries) continue;
     if (result < 0) throw Failure(file_.path(), WhyNotRead(file_, result));
     // Not every demuxer skips what nobody wants, and some find new streams on the way.
     const int index = packet->stream_index;

@@ -32,6 +32,7 @@ class PacketSource {
   bool Read(AVPacket* packet);
 
  private:
+  /// May read up to the end.
   bool HasPackets(int index);
 
   MediaFile file_;

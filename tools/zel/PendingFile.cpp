@@ -61,8 +61,8 @@ int MoveToNewName(const char* target) {
   if (syscall(SYS_renameat2, AT_FDCWD, g_pending, AT_FDCWD, target, RENAME_NOREPLACE) == 0)
     return 0;
   if (errno == EEXIST) return EEXIST;
-  // File systems without that way mostly have hard links, and all can make a file that is not
-  // there.
+  // File systems without that way mostly have hard links, and any can create a file only where
+  // there is none.
   if (link(g_pending, target) == 0) {
     unlink(g_pending);
     return 0;

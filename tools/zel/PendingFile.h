@@ -7,8 +7,10 @@
 namespace zel::tool {
 
 /// Writes to an unnamed-looking file (".zel-XXXXXX") beside the one it is to become; Commit gives
-/// it its name. Until then nothing of that name changes, and the file is removed when this object
-/// goes or when SIGHUP, SIGINT or SIGTERM end the program. At most one object exists at a time.
+/// it its name. Until then nothing of that name changes (but where a file system can neither rename
+/// without replacing nor link, an empty file takes the name a moment before), and the file is
+/// removed when this object goes or when SIGHUP, SIGINT or SIGTERM end the program. At most one
+/// object exists at a time.
 class PendingFile {
  public:
   /// Checks that `path` can become a new file and starts it.

@@ -172,8 +172,9 @@ AlphaPicture ReadPng(const std::string& path) {
   // libpng tells an end that comes too early, a bad disk and a bad picture apart poorly.
   const auto check = [&](int done) {
     if (done != 0) return;
-    if (std::ferror(file.get()) != 0) throw Failure(path, std::strerror(errno));
-    throw Failure(path, std::feof(file.get()) != 0 ? "the file is cut off" : png.image.message);
+    throw Failure(path, std::ferror(file.get()) != 0 ? "reading failed"
+                        : std::feof(file.get()) != 0 ? "the file is cut off"
+                                                     : png.image.message);
   };
   check(png_image_begin_read_from_stdio(&png.image, file.get()));
   AlphaPicture picture;

@@ -305,7 +305,7 @@ int RunInfo(int argc, char** argv) {
   std::vector<std::string> files;
   bool json = false;
   CommandLine line("info", "Describe media files, their programs and streams.");
-  line.AddFiles("FILE", &files, 1, 0, "Media files");
+  line.AddFiles("FILE", &files, "Media files");
   line.AddFlag("--json", &json, "Write JSON, with the keys that the manual lists");
   if (!line.Parse(argc, argv)) return kDone;
 

@@ -16,7 +16,7 @@ namespace {
 
 /// The mixer begins each block with up to 5 s of silence, which takes some 30 microseconds.
 constexpr int kBlockFrames = 16'384;
-/// (Every file stays open, too; a process may have some 1,000.)
+/// What the mixer takes. Every file also stays open, of which a process may have some 1,000.
 constexpr int kMostFiles = BlockMixer::kMostInputs;
 
 }  // namespace

@@ -111,7 +111,7 @@ int RunWave(int argc, char** argv) {
   CommandLine line(
       "wave",
       "Draw the wave forms of FILEs under each other, on one axis of time, and write OUTPUT.");
-  line.AddFiles("FILE", &options.files, 1, 0, "Audio or video files");
+  line.AddFiles("FILE", &options.files, "Audio or video files");
   options.output.AddTo(&line, "the format: " + KnownPictureSuffixes());
   line.AddText("--size", "WxH", &size,
                "Size of the picture, such as 800x600; as wide as 1200 and as high as it takes "

@@ -67,10 +67,12 @@ ZEL_API void Rgb32_2_yuv420A(unsigned char* pY, unsigned char* pU, unsigned char
 /// From 24 bits, bottom-up, whatever `biBitCount` says, with plainer arithmetic: the BT.601 factors
 /// scaled by 1024, and rounding:
 ///   Y = (100 B + 516 G + 263 R + 16896) >> 10, in 16..235
-///   U = (450 B - 298 G - 152 R + 131584) >> 10, in 16..240, per pixel, then the floored mean of
-///   four V = (450 R - 377 G - 73 B + 131584) >> 10, likewise
-/// 16896 and 131584 are 1024 times 16 and 128 and a half of 1024. An odd last column and an odd
-/// last row are left out. No precondition is checked.
+///   U = (450 B - 298 G - 152 R + 131584) >> 10, in 16..240
+///   V = (450 R - 377 G -  73 B + 131584) >> 10, in 16..240
+///
+/// 16896 and 131584 are 1024 times 16 and 128 and a half of 1024. A chroma sample is the floored
+/// mean of its four pixels' values. An odd last column and an odd last row are left out. No
+/// precondition is checked.
 ZEL_API void Rgb24_2_yuv420Simple(unsigned char* pY, unsigned char* pU, unsigned char* pV,
                                   int nPt_Y, int nPt_U, int nPt_V, tagBITMAPINFOHEADER* lpSrcBmi,
                                   unsigned char* lpSrcBits);
