@@ -30,7 +30,10 @@ Overflow OverflowBefore(int inputs, int scaled) {
   for (int first = kFullScale + 1; first <= full; ++first) {
     int steps = 0;
     double gain = GainAfter(first);
-    for (; gain < 1; gain += Step(inputs)) ++steps;
+    while (gain < 1) {
+      gain += Step(inputs);
+      ++steps;
+    }
     if (static_cast<int>(full * gain) == scaled) return {first, steps};
   }
   assert(!"no such overflow");

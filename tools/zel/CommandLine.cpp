@@ -2,7 +2,6 @@
 
 #include <CLI/CLI.hpp>
 #include <charconv>
-#include <utility>
 
 #include "tools/zel/Commands.h"
 #include "tools/zel/Failure.h"
@@ -106,9 +105,9 @@ void CommandLine::AddNumber(const std::string& names, const std::string& placeho
 }
 
 void CommandLine::AddParsed(const std::string& names, const std::string& placeholder,
-                            std::function<void(const std::string& text)> take,
+                            const std::function<void(const std::string& text)>& take,
                             const std::string& help) {
-  parser_->add_option_function<std::string>(names, std::move(take), help)->type_name(placeholder);
+  parser_->add_option_function<std::string>(names, take, help)->type_name(placeholder);
 }
 
 void CommandLine::MakeNeed(const std::string& option, const std::string& other) {

@@ -45,7 +45,7 @@ class CommandLine {
                  int most, const std::string& help);
   /// An option that `take` makes sense of; it may throw UsageError.
   void AddParsed(const std::string& names, const std::string& placeholder,
-                 std::function<void(const std::string& text)> take, const std::string& help);
+                 const std::function<void(const std::string& text)>& take, const std::string& help);
 
   /// `option` makes no sense without `other`. Both have been added.
   void MakeNeed(const std::string& option, const std::string& other);
