@@ -30,6 +30,21 @@ void CheckV(const unsigned char* V, const unsigned char* pV, Offset ySrc, Offset
   assert((char*)V <= ((char*)pV + (ySrc + cy) * nPt_V));
 }
 
+/// Rows without gaps are one row.
+bool AreGapless(const PixelSource& src, const PixelTarget& dst, Offset row_bytes) {
+  return src.pitch == row_bytes && dst.pitch == row_bytes;
+}
+
+void CopyRows(const PixelSource& src, const PixelTarget& dst, Offset row_bytes, Offset rows) {
+  if (AreGapless(src, dst, row_bytes)) {
+    row_bytes *= rows;
+    rows = 1;
+  }
+  for (std::ptrdiff_t row = 0; row < rows; ++row) {
+    std::memcpy(dst[row], src[row], static_cast<std::size_t>(row_bytes));
+  }
+}
+
 }  // namespace
 
 void Rgb24_2_YUY2(unsigned char* lpBitsDst, int nPitchDst, int xDst, int yDst, int cxDst, int cyDst,
@@ -85,46 +100,30 @@ void YUY2_Blt_fast(unsigned char* lpBitsDst, int nPitchDst, int xDst, int yDst, 
                    int bDstYUY2, unsigned char* lpBitsSrc, int nPitchSrc, int bSrcYUY2, int xSrc,
                    int ySrc) {
   if (cx < 1 || cy < 1) return;
-  const bool copy = bDstYUY2 == bSrcYUY2;
-  Offset width = copy ? Offset{cx} : (Offset{cx} + 1) & ~Offset{1};
-  Offset height = cy;
-  if (nPitchSrc == 2 * width && nPitchDst == 2 * width) {
-    // Rows without gaps are one row.
-    width *= height;
-    height = 1;
-  }
   const PixelSource src = {lpBitsSrc + Offset{ySrc} * nPitchSrc + Offset{2} * xSrc, nPitchSrc};
   const PixelTarget dst = {lpBitsDst + Offset{yDst} * nPitchDst + Offset{2} * xDst, nPitchDst};
-  if (!copy) {
-    return ActiveConvertKernels().swap(src, dst, static_cast<std::ptrdiff_t>(width),
-                                       static_cast<std::ptrdiff_t>(height));
-  }
-  for (std::ptrdiff_t t = 0; t < height; ++t) {
-    std::memcpy(dst[t], src[t], 2 * static_cast<std::size_t>(width));
-  }
+  if (bDstYUY2 == bSrcYUY2) return CopyRows(src, dst, Offset{2} * cx, cy);
+  const Offset width = (Offset{cx} + 1) & ~Offset{1};
+  const bool gapless = AreGapless(src, dst, 2 * width);
+  ActiveConvertKernels().swap(src, dst, static_cast<std::ptrdiff_t>(gapless ? width * cy : width),
+                              gapless ? 1 : cy);
 }
 
 void YV12_Blt_fast(unsigned char* pDstY, unsigned char* pDstU, unsigned char* pDstV, int nPitchDstY,
                    int nPitchDstU, int nPitchDstV, int xDst, int yDst, int cx, int yDstEnd,
                    unsigned char* pSrcY, unsigned char* pSrcU, unsigned char* pSrcV, int nPitchSrcY,
                    int nPitchSrcU, int nPitchSrcV, int xSrc, int ySrc) {
-  if (cx < 1) return;
+  if (cx < 1 || yDst >= yDstEnd) return;
+  const Offset pairs = (Offset{yDstEnd} - yDst + 1) / 2;
   const Offset chroma_x_dst = (Offset{xDst} + 1) / 2;
   const Offset chroma_x_src = (Offset{xSrc} + 1) / 2;
-  const auto chroma_bytes = static_cast<std::size_t>((Offset{cx} + 1) / 2);
-  const auto luma_bytes = static_cast<std::size_t>(cx);
-  for (Offset i = 0; yDst + 2 * i < yDstEnd; ++i) {
-    const Offset dst_row = yDst / 2 + i;
-    const Offset src_row = ySrc / 2 + i;
-    for (Offset k = 2 * i; k < 2 * i + 2; ++k) {
-      std::memcpy(pDstY + (yDst + k) * nPitchDstY + xDst, pSrcY + (ySrc + k) * nPitchSrcY + xSrc,
-                  luma_bytes);
-    }
-    std::memcpy(pDstU + dst_row * nPitchDstU + chroma_x_dst,
-                pSrcU + src_row * nPitchSrcU + chroma_x_src, chroma_bytes);
-    std::memcpy(pDstV + dst_row * nPitchDstV + chroma_x_dst,
-                pSrcV + src_row * nPitchSrcV + chroma_x_src, chroma_bytes);
-  }
+  const Offset chroma_width = (Offset{cx} + 1) / 2;
+  CopyRows({pSrcY + Offset{ySrc} * nPitchSrcY + xSrc, nPitchSrcY},
+           {pDstY + Offset{yDst} * nPitchDstY + xDst, nPitchDstY}, cx, 2 * pairs);
+  CopyRows({pSrcU + Offset{ySrc / 2} * nPitchSrcU + chroma_x_src, nPitchSrcU},
+           {pDstU + Offset{yDst / 2} * nPitchDstU + chroma_x_dst, nPitchDstU}, chroma_width, pairs);
+  CopyRows({pSrcV + Offset{ySrc / 2} * nPitchSrcV + chroma_x_src, nPitchSrcV},
+           {pDstV + Offset{yDst / 2} * nPitchDstV + chroma_x_dst, nPitchDstV}, chroma_width, pairs);
 }
 
 void YUY2_2_Yuv420(unsigned char* pY, unsigned char* pU, unsigned char* pV, int nPt_Y, int nPt_U,
