@@ -14,7 +14,8 @@ import os
 import statistics
 import subprocess
 import tempfile
-import time
+
+from process import run
 
 DELAY = 1.273
 
@@ -50,18 +51,6 @@ def make(minutes):
         "mp4": ("film.mp4", "track.wav", "out.mp4", ["-map", "0:v", "-c:v", "copy", "-c:a", "aac", "-b:a", "160k",
                                                     "-ar", "44100", "-ac", "2"], 120),
     }
-
-
-def run(command):
-    """(CPU, wall) in seconds."""
-    start = time.perf_counter()
-    process = subprocess.Popen(command, stdout=subprocess.DEVNULL)
-    _, status, usage = os.wait4(process.pid, 0)
-    wall = time.perf_counter() - start
-    process.returncode = os.waitstatus_to_exitcode(status)
-    if process.returncode != 0:
-        raise SystemExit(f"failed: {command}")
-    return usage.ru_utime + usage.ru_stime, wall
 
 
 def measure(zel, case, rounds):

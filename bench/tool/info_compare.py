@@ -1,26 +1,14 @@
 #!/usr/bin/env python3
 """Times `zel info FILE` beside `ffprobe -show_format -show_streams FILE`, as whole processes run in turns.
 
-Usage: bench/info_compare.py ZEL FILE... [--runs N]
+Usage: bench/tool/info_compare.py ZEL FILE... [--runs N]
 """
 
 import argparse
 import os
 import statistics
-import subprocess
-import time
 
-
-def run(command):
-    """(wall, processor) seconds of a finished process."""
-    start = time.perf_counter()
-    process = subprocess.Popen(command, stdout=subprocess.DEVNULL)
-    _, status, usage = os.wait4(process.pid, 0)
-    wall = time.perf_counter() - start
-    process.returncode = os.waitstatus_to_exitcode(status)
-    if process.returncode != 0:
-        raise SystemExit(f"{command[0]} failed with {process.returncode}")
-    return wall, usage.ru_utime + usage.ru_stime
+from process import run
 
 
 def main():
@@ -35,8 +23,8 @@ def main():
         ours, theirs = [arguments.zel, "info", path], ["ffprobe", "-v", "error", "-show_format", "-show_streams", path]
         run(ours), run(theirs)  # Into the page cache.
         pairs = [(run(ours), run(theirs)) for _ in range(arguments.runs)]
-        median = [[1000 * statistics.median(pair[side][k] for pair in pairs) for k in (0, 1)] for side in (0, 1)]
-        ratio = [statistics.median(b[k] / a[k] for a, b in pairs) for k in (0, 1)]
+        median = [[1000 * statistics.median(pair[side][k] for pair in pairs) for k in (1, 0)] for side in (0, 1)]
+        ratio = [statistics.median(b[k] / a[k] for a, b in pairs) for k in (1, 0)]
         print(f"{os.path.basename(path)[:24]:24} {median[0][0]:8.1f} {median[0][1]:9.1f} {median[1][0]:8.1f} "
               f"{median[1][1]:9.1f} {ratio[0]:10.2f} {ratio[1]:9.2f}")
 
