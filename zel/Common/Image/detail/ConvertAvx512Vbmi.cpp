@@ -1,5 +1,8 @@
 // Bytes go anywhere in one step here: for pixels of 3 bytes, pairs of channels and colour tables.
 // And products of pairs of words are added to dwords, which hold the weighted sums as they are.
+//
+// Where 512-bit operations take two steps, those with three sources are the dearest. Hence there
+// are as few of them as possible, permutations of two vectors included.
 #include "zel/Common/Image/detail/ConvertKernels.h"
 #include "zel/Common/Image/detail/ConvertTables.h"
 #include "zel/Common/Image/detail/ConvertWeights.h"
@@ -16,159 +19,231 @@ const ConvertKernels& kNarrower = kConvertAvx2;
 
 #include "zel/Common/Image/detail/ConvertAvx512.inc"
 
-#define ZEL_OWN_PACKED24
-inline V Order24(V v) {
-  return v;
-}
+#define ZEL_OWN_COLORS24
+// The halves of a vector's pixels are their first and their second half here, in the order of
+// memory.
 inline V LoadPacked24(const std::uint8_t* p) {
   return Load(p);
 }
-inline V OrderPacked24(V v) {
-  return GatherHalves(v);
-}
-/// Byte i of output kOut: from blue's bytes (0..63) or green's (64..127), or the place in red.
-template <int kOut>
-constexpr auto kPackPlaces = MakePlaces<std::uint8_t>([](int i) {
-  const int byte = 64 * kOut + i;
-  return byte / 3 + (byte % 3 == 1 ? 64 : 0);
+/// Where the chroma of 4 groups of each half is, for each lane.
+template <bool kLumaFirst>
+constexpr auto kPackedChromaPlaces = MakePlaces<std::uint8_t>([](int i) {
+  return i % 16 / 8 * 64 + i / 16 * 16 + i % 8 * 2 + (kLumaFirst ? 1 : 0);
 });
-template <int kOut>
-constexpr std::uint64_t RedPlaces() {
-  std::uint64_t mask = 0;
-  for (int i = 0; i < 64; ++i) mask |= std::uint64_t{(64 * kOut + i) % 3 == 2} << i;
-  return mask;
-}
-template <int kOut>
-inline void StorePart24(std::uint8_t* p, V blue, V green, V red) {
-  const V places = Load(kPackPlaces<kOut>.at);
-  const V bg = _mm512_permutex2var_epi8(blue, places, green);
-  Store(p + 64 * kOut, _mm512_mask_permutexvar_epi8(bg, RedPlaces<kOut>(), places, red));
-}
-inline void StorePlanes24(std::uint8_t* p, V blue, V green, V red) {
-  StorePart24<0>(p, blue, green, red);
-  StorePart24<1>(p, blue, green, red);
-  StorePart24<2>(p, blue, green, red);
+template <bool kLumaFirst>
+inline V PackedChroma24(V first, V second) {
+  return _mm512_permutex2var_epi8(first, Load(kPackedChromaPlaces<kLumaFirst>.at), second);
 }
 
-#define ZEL_OWN_PAIRS
-/// The bytes of a pair, of 32 pixels that begin in the first of two vectors. (With 3 bytes a pixel
-/// the second vector begins 32 bytes after the first.) See LoadPairs of ConvertRows.inc for the
-/// order.
-template <int kBytes, int kChannel>
-constexpr auto kPairPlaces = MakePlaces<std::uint8_t>([](int i) {
-  const int word = i / 2, lane = word / 8, in_lane = word % 8;
-  const int pixel = 4 * lane + in_lane % 4 + in_lane / 4 * 16;
-  const int last = kBytes - 1, channel = kChannel + i % 2 < last ? kChannel + i % 2 : last;
-  const int byte = kBytes * pixel + channel;
-  return kBytes == 3 && byte >= 64 ? byte + 32 : byte;
+/// Byte i of output kOut, of 64 pixels whose channels have been packed two by two: the first half's
+/// blue, green and red, then the second half's. 0..191, or where its vector begins at 0.
+constexpr int PackedColorAt(int i) {
+  const int pixel = i / 3, channel = i % 3 + pixel / 32 * 3;
+  return channel / 2 * 64 + pixel % 32 / 8 * 16 + channel % 2 * 8 + pixel % 8;
+}
+template <int kOut, int kFirst>
+constexpr auto kColorPlaces = MakePlaces<std::uint8_t>([](int i) {
+  return (PackedColorAt(64 * kOut + i) - 64 * kFirst) % 128;
 });
-template <int kBytes>
-inline void LoadPairs(const std::uint8_t* src, V (&bg)[2], V (&r)[2]) {
-  for (int i = 0; i < 2; ++i) {
-    const std::uint8_t* const p = src + 32 * kBytes * i;
-    const V first = Load(p), second = Load(p + (kBytes == 3 ? 32 : 64));
-    bg[i] = _mm512_permutex2var_epi8(first, Load(kPairPlaces<kBytes, 0>.at), second);
-    r[i] = _mm512_permutex2var_epi8(first, Load(kPairPlaces<kBytes, 2>.at), second);
-  }
+/// The bytes of output 1 that come from the third vector.
+constexpr std::uint64_t ThirdVectorOfMiddle() {
+  std::uint64_t mask = 0;
+  for (int i = 0; i < 64; ++i) mask |= std::uint64_t{PackedColorAt(64 + i) >= 128} << i;
+  return mask;
+}
+inline void StorePackedColors(std::uint8_t* p, V first, V second, V third) {
+  Store(p, _mm512_permutex2var_epi8(first, Load(kColorPlaces<0, 0>.at), second));
+  const V places = Load(kColorPlaces<1, 0>.at);
+  Store(p + 64, _mm512_mask_permutexvar_epi8(_mm512_permutex2var_epi8(first, places, second),
+                                             ThirdVectorOfMiddle(), places, third));
+  Store(p + 128, _mm512_permutex2var_epi8(second, Load(kColorPlaces<2, 1>.at), third));
 }
 
 #define ZEL_OWN_FROM_BLOCK
-/// Where byte kByte of each dword of two vectors goes: to the first 32 bytes.
-template <int kByte>
-constexpr auto kNarrowPlaces = MakePlaces<std::uint8_t>([](int i) { return 4 * i % 128 + kByte; });
-template <int kByte>
-inline __m256i Narrow(V first, V second) {
-  return _mm512_castsi512_si256(
-      _mm512_permutex2var_epi8(first, Load(kNarrowPlaces<kByte>.at), second));
+// Of 32 pixels, one vector has the even ones and one the odd ones, a dword each, so that the chroma
+// of a block is added up within a dword.
+
+/// The even pixel in a dword of the first vector; the same dword of the second has the next pixel.
+constexpr int EvenPixelAt(int dword) {
+  return dword % 4 / 2 * 16 + dword / 4 * 4 + dword % 2 * 2;
+}
+constexpr int DwordOf(int even_pixel) {
+  int dword = 0;
+  while (EvenPixelAt(dword) != even_pixel) ++dword;
+  return dword;
 }
 
-/// 16 pixels as words of blue and red, and of green twice: its factor for Y would not fit one word.
-struct Pixels16 {
-  V blue_red, green;
+struct Pixels32 {
+  V even, odd;
 };
-/// Bytes kFirst and kSecond of each pixel of 3 bytes, from byte kSkip of the vector on.
-template <int kFirst, int kSecond, int kSkip>
-constexpr auto kWords24Places = MakePlaces<std::uint8_t>([](int i) {
-  return 3 * (i / 4) + (i % 4 < 2 ? kFirst : kSecond) + kSkip;
+/// 16 pixels of 3 bytes, which begin `kSkip` bytes after the vector, as dwords with any fourth
+/// byte.
+template <int kSkip>
+constexpr auto kWiden24Places = MakePlaces<std::uint8_t>([](int i) {
+  return (i / 4 * 3 + i % 4 + kSkip) % 64;
 });
-/// The group `i` of 4 that begin at `src`. With pixels of 3 bytes the last one's vector ends with
-/// it.
-template <int kBytes, int i>
-inline Pixels16 LoadPixels16(const std::uint8_t* src) {
-  if constexpr (kBytes == 4) {
-    const V pixels = Load(src + 64 * i);
-    return {
-        _mm512_and_si512(pixels, _mm512_set1_epi32(0xff00ff)),
-        Shuffle(pixels, _mm_setr_epi8(1, -1, 1, -1, 5, -1, 5, -1, 9, -1, 9, -1, 13, -1, 13, -1))};
-  } else {
-    constexpr int kSkip = i == 3 ? 16 : 0;
-    constexpr __mmask64 kLowBytes = 0x5555555555555555;
-    const V pixels = Load(src + 48 * i - kSkip);
-    return {_mm512_maskz_permutexvar_epi8(kLowBytes, Load(kWords24Places<0, 2, kSkip>.at), pixels),
-            _mm512_maskz_permutexvar_epi8(kLowBytes, Load(kWords24Places<1, 1, kSkip>.at), pixels)};
+template <int kBytes>
+inline Pixels32 LoadPixels32(const std::uint8_t* src) {
+  V first = Load(src), second = Load(src + 32 * kBytes - 64);
+  if constexpr (kBytes == 3) {
+    first = _mm512_permutexvar_epi8(Load(kWiden24Places<0>.at), first);
+    second = _mm512_permutexvar_epi8(Load(kWiden24Places<16>.at), second);
   }
-}
-
-/// A weighted sum, scaled so that its floor is byte 2 of the dword.
-template <const Weights& kW>
-inline V Weigh32(const Pixels16& pixels) {
-  constexpr int kScale = 1 << (16 - kW.low_shift - kW.high_shift), kHigh = kScale << kW.low_shift;
-  constexpr int kB = kW.high_b * kHigh + kW.low_b * kScale;
-  constexpr int kG = kW.high_g * kHigh + kW.low_g * kScale;
-  constexpr int kR = kW.high_r * kHigh + kW.low_r * kScale;
-  const auto pair = [](int even, int odd) {
-    return _mm512_set1_epi32(static_cast<int>((even & 0xffffU) | static_cast<unsigned>(odd) << 16));
-  };
-  return _mm512_dpwssd_epi32(
-      _mm512_dpwssd_epi32(_mm512_set1_epi32(kW.offset * kHigh), pixels.blue_red, pair(kB, kR)),
-      pixels.green, pair(kG / 2, kG - kG / 2));
-}
-
-/// The 2 x 2 blocks of 16 pixels: byte 2 of the dwords of two rows, 4 in each dword of the first
-/// half.
-constexpr auto kBlockPlaces = MakePlaces<std::uint8_t>(
-    [](int i) { return i % 4 / 2 * 64 + 8 * (i / 4 % 8) + i % 2 * 4 + 2; });
-/// The means of the blocks of 32 pixels, byte 1 of each dword.
-inline V BlockMeans(const V (&upper)[2], const V (&lower)[2]) {
-  const V places = Load(kBlockPlaces.at);
-  const V blocks = _mm512_inserti64x4(
-      _mm512_permutex2var_epi8(upper[0], places, lower[0]),
-      _mm512_castsi512_si256(_mm512_permutex2var_epi8(upper[1], places, lower[1])), 1);
-  return _mm512_dpbusd_epi32(_mm512_setzero_si512(), blocks, _mm512_set1_epi8(64));
+  const __m512 a = _mm512_castsi512_ps(first), b = _mm512_castsi512_ps(second);
+  return {_mm512_castps_si512(_mm512_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0))),
+          _mm512_castps_si512(_mm512_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1)))};
 }
 
 inline void StoreHalf(std::uint8_t* p, __m256i v) {
   _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), v);
 }
-/// Half of the block, pixels 32 * kHalf on: its luma and alpha; the chroma of the means is
-/// returned.
-template <typename F, int kBytes, bool kAlpha, int kRows, int kHalf>
-inline void FromHalfBlock(PixelSource src, const YuvTarget& dst, V& mean_u, V& mean_v) {
-  V u[kRows][2], v[kRows][2];
-  for (int row = 0; row < kRows; ++row) {
-    const Pixels16 pixels[2] = {LoadPixels16<kBytes, 2 * kHalf>(src[row]),
-                                LoadPixels16<kBytes, 2 * kHalf + 1>(src[row])};
-    const std::ptrdiff_t luma = row * dst.pitch_y + 32 * kHalf;
-    StoreHalf(dst.y + luma, Narrow<2>(Weigh32<F::kY>(pixels[0]), Weigh32<F::kY>(pixels[1])));
-    if constexpr (kAlpha) {
-      const std::uint8_t* const p = src[row] + 128 * kHalf;
-      StoreHalf(dst.a + luma, Narrow<3>(Load(p), Load(p + 64)));
-    }
-    for (int i = 0; i < 2; ++i) {
-      u[row][i] = Weigh32<F::kU>(pixels[i]);
-      v[row][i] = Weigh32<F::kV>(pixels[i]);
-    }
+template <int kByte>
+constexpr auto kPixelPlaces = MakePlaces<std::uint8_t>([](int i) {
+  return i % 2 * 64 + 4 * DwordOf(i % 32 / 2 * 2) + kByte;
+});
+/// Byte kByte of each of 32 dwords, in the order of the pixels.
+template <int kByte>
+inline __m256i BytesOf(const Pixels32& dwords) {
+  return _mm512_castsi512_si256(
+      _mm512_permutex2var_epi8(dwords.even, Load(kPixelPlaces<kByte>.at), dwords.odd));
+}
+
+/// A pair of words in each dword.
+inline V WordPairs(int even, int odd) {
+  return _mm512_set1_epi32(static_cast<int>((even & 0xffffU) | static_cast<unsigned>(odd) << 16));
+}
+/// 16 pixels as pairs of words: blue and red, green twice, and blue and red less green.
+struct Pixels16 {
+  V blue_red, green, differences;
+
+  explicit Pixels16(V dwords)
+      : blue_red(_mm512_and_si512(dwords, _mm512_set1_epi32(0xff00ff))),
+        green(Shuffle(dwords,
+                      _mm_setr_epi8(1, -1, 1, -1, 5, -1, 5, -1, 9, -1, 9, -1, 13, -1, 13, -1))),
+        differences(_mm512_sub_epi16(blue_red, green)) {}
+};
+
+/// A weighted sum scaled so that its whole units begin at bit kUnit.
+template <const Weights& kW, int kUnit>
+struct Scaled {
+  static constexpr int kLow = 1 << (kUnit - kW.low_shift - kW.high_shift);
+  static constexpr int kHigh = kLow << kW.low_shift;
+  static constexpr int kB = kW.high_b * kHigh + kW.low_b * kLow;
+  static constexpr int kG = kW.high_g * kHigh + kW.low_g * kLow;
+  static constexpr int kR = kW.high_r * kHigh + kW.low_r * kLow;
+  static constexpr int kRounding = kW.rounding() * kHigh;
+};
+
+/// Luma in byte 2 of each dword, without the whole part of its offset.
+template <const Weights& kW>
+inline V WeighLuma(const Pixels16& p) {
+  using S = Scaled<kW, 16>;
+  const V factors = WordPairs(S::kB, S::kR);
+  const V blue_red =
+      S::kRounding == 0 ? _mm512_madd_epi16(p.blue_red, factors)
+                        : _mm512_dpwssd_epi32(_mm512_set1_epi32(S::kRounding), p.blue_red, factors);
+  // Green's factor would not fit one word.
+  return _mm512_dpwssd_epi32(blue_red, p.green, WordPairs(S::kG / 2, S::kG - S::kG / 2));
+}
+
+/// Adds the chroma of one more pixel to the floor of `sum`. The sum's whole units begin at bit 14,
+/// so that the mean of four is byte 2 of each dword, still without the whole part of the offset.
+template <const Weights& kW>
+inline V AddChroma(V sum, const Pixels16& p) {
+  using S = Scaled<kW, 14>;
+  // What is left to green when blue and red are taken less green.
+  constexpr int kGreen = S::kB + S::kG + S::kR;
+  static_assert(kGreen == 0 || (kGreen == 1 && S::kRounding == 0));
+  const V whole = _mm512_set1_epi32(-1 << 14);
+  V start;
+  if constexpr (kGreen == 0 && S::kRounding == 0) {
+    start = _mm512_and_si512(sum, whole);
+  } else {
+    constexpr int kFirstWhereSecondElseThird = 0xe2;
+    start = _mm512_ternarylogic_epi32(sum, whole,
+                                      kGreen == 1 ? p.green : _mm512_set1_epi32(S::kRounding),
+                                      kFirstWhereSecondElseThird);
   }
-  mean_u = BlockMeans(u[0], u[kRows - 1]);
-  mean_v = BlockMeans(v[0], v[kRows - 1]);
+  return _mm512_dpwssd_epi32(start, p.differences, WordPairs(S::kB, S::kR));
+}
+
+struct ChromaSums {
+  V u = _mm512_setzero_si512(), v = u;
+};
+/// Converts 32 pixels of kRows rows but for their chroma. A row without a partner counts twice.
+template <typename F, int kBytes, bool kAlpha, int kRows>
+inline ChromaSums FromHalfBlock(PixelSource src, std::uint8_t* y, std::uint8_t* a,
+                                std::ptrdiff_t pitch) {
+  ChromaSums sums;
+  for (int row = 0; row < 2; ++row) {
+    const Pixels32 pixels = LoadPixels32<kBytes>(src[kRows == 2 ? row : 0]);
+    const Pixels16 even(pixels.even), odd(pixels.odd);
+    sums.u = AddChroma<F::kU>(AddChroma<F::kU>(sums.u, even), odd);
+    sums.v = AddChroma<F::kV>(AddChroma<F::kV>(sums.v, even), odd);
+    if (row == kRows) break;
+    if (kAlpha) StoreHalf(a + row * pitch, BytesOf<3>(pixels));
+    const __m256i luma = BytesOf<2>({WeighLuma<F::kY>(even), WeighLuma<F::kY>(odd)});
+    StoreHalf(y + row * pitch, _mm256_add_epi8(luma, _mm256_set1_epi8(F::kY.whole())));
+  }
+  return sums;
+}
+
+/// Where the chroma of 32 blocks is, 16 of them in each of two sums.
+constexpr auto kMeanPlaces =
+    MakePlaces<std::uint8_t>([](int i) { return i % 32 / 16 * 64 + 4 * DwordOf(i % 16 * 2) + 2; });
+template <const Weights& kW>
+inline void StoreMeans(std::uint8_t* p, V first, V second) {
+  const __m256i means =
+      _mm512_castsi512_si256(_mm512_permutex2var_epi8(first, Load(kMeanPlaces.at), second));
+  StoreHalf(p, _mm256_add_epi8(means, _mm256_set1_epi8(static_cast<char>(kW.whole()))));
 }
 template <typename F, int kBytes, bool kAlpha, int kRows>
 inline void FromBlock(PixelSource src, const YuvTarget& dst) {
-  V u[2], v[2];
-  FromHalfBlock<F, kBytes, kAlpha, kRows, 0>(src, dst, u[0], v[0]);
-  FromHalfBlock<F, kBytes, kAlpha, kRows, 1>(src, dst, u[1], v[1]);
-  StoreHalf(dst.u, Narrow<1>(u[0], u[1]));
-  StoreHalf(dst.v, Narrow<1>(v[0], v[1]));
+  const auto half = [&](int x) {
+    return FromHalfBlock<F, kBytes, kAlpha, kRows>({src.bytes + kBytes * x, src.pitch}, dst.y + x,
+                                                   kAlpha ? dst.a + x : nullptr, dst.pitch_y);
+  };
+  const ChromaSums first = half(0), second = half(32);
+  StoreMeans<F::kU>(dst.u, first.u, second.u);
+  StoreMeans<F::kV>(dst.v, first.v, second.v);
+}
+
+/// The order of 16 dwords by pixels.
+constexpr auto kDwordPlaces =
+    MakePlaces<std::uint32_t>([](int i) { return static_cast<std::uint32_t>(DwordOf(2 * i)); });
+/// `bits` moved up, or down if negative.
+template <int kUp>
+inline V Move(V bits) {
+  return kUp > 0 ? _mm512_slli_epi32(bits, kUp > 0 ? kUp : 0)
+                 : _mm512_srli_epi32(bits, kUp < 0 ? -kUp : 0);
+}
+template <bool kLumaFirst>
+inline void ToPackedHalf(const std::uint8_t* src, std::uint8_t* dst) {
+  const Pixels32 pixels = LoadPixels32<3>(src);
+  const Pixels16 even(pixels.even), odd(pixels.odd);
+  // Luma begins at bit 16, the mean of two pixels' chroma at bit 15.
+  constexpr int kLuma = kLumaFirst ? 0 : 8, kChroma = kLumaFirst ? 8 : 0;
+  const V y0 = Move<kLuma - 16>(WeighLuma<ToYuvExact::kY>(even));
+  const V y1 = Move<kLuma>(WeighLuma<ToYuvExact::kY>(odd));
+  const V none = _mm512_setzero_si512();
+  const auto pair = [&]<const Weights & kW>() {
+    return AddChroma<kW>(AddChroma<kW>(none, even), odd);
+  };
+  const V u = Move<kChroma - 15>(pair.template operator()<ToYuvExact::kU>());
+  const V v = Move<kChroma + 1>(pair.template operator()<ToYuvExact::kV>());
+  constexpr std::uint64_t kEvenBytes = 0x5555555555555555, kHighWords = 0xcccccccccccccccc;
+  const V y = _mm512_mask_blend_epi8(kHighWords, y0, y1);
+  const V uv = _mm512_mask_blend_epi8(kHighWords, u, v);
+  const V groups = _mm512_mask_blend_epi8(kLumaFirst ? kEvenBytes : ~kEvenBytes, uv, y);
+  constexpr int kY = ToYuvExact::kY.whole(), kUv = ToYuvExact::kU.whole();
+  const int offset = kLumaFirst ? kY | kUv << 8 : kUv | kY << 8;
+  Store(dst, _mm512_add_epi8(_mm512_permutexvar_epi32(Load(kDwordPlaces.at), groups),
+                             WordPairs(offset, offset)));
+}
+template <bool kLumaFirst>
+inline void ToPackedBlock(const std::uint8_t* src, std::uint8_t* dst) {
+  ToPackedHalf<kLumaFirst>(src, dst);
+  ToPackedHalf<kLumaFirst>(src + 96, dst + 64);
 }
 
 #define ZEL_OWN_INDEXED

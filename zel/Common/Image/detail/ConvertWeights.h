@@ -10,6 +10,10 @@ struct Weights {
   int low_b, low_g, low_r;
   int low_shift, high_shift;
   int offset;
+
+  /// The offset's whole units, which may be added after the shift, and the rest, which may not.
+  constexpr int whole() const { return offset >> high_shift; }
+  constexpr int rounding() const { return offset - (whole() << high_shift); }
 };
 
 struct ToYuvExact {
