@@ -19,9 +19,37 @@ const ConvertKernels& kNarrower = kConvertAvx2;
 
 #include "zel/Common/Image/detail/ConvertAvx512.inc"
 
-#define ZEL_OWN_COLORS24
-// The halves of a vector's pixels are their first and their second half here, in the order of
-// memory.
+#define ZEL_OWN_COLORS
+inline V KeepFourth(V pixels, V old) {
+  constexpr int kFirstOrSecondAndThird = 0xf8;
+  return _mm512_ternarylogic_epi32(pixels, old, _mm512_set1_epi32(-1 << 24),
+                                   kFirstOrSecondAndThird);
+}
+
+/// Where U and V of word i are, if 32 samples of U are followed by those of V.
+template <typename F>
+constexpr auto MakeChromaPlaces(F sample) {
+  return MakePlaces<std::uint8_t>([=](int i) { return i % 2 * 32 + sample(i / 2); });
+}
+inline V JoinChroma(const std::uint8_t* u, const std::uint8_t* v, const std::uint8_t* places) {
+  const auto load = [](const std::uint8_t* p) {
+    return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
+  };
+  const V both = _mm512_inserti64x4(_mm512_castsi256_si512(load(u)), load(v), 1);
+  return _mm512_permutexvar_epi8(Load(places), both);
+}
+constexpr auto kSpreadChromaPlaces =
+    MakeChromaPlaces([](int i) { return i % 8 / 2 * 8 + i / 8 * 2 + i % 2; });
+inline V SpreadChroma(const std::uint8_t* u, const std::uint8_t* v) {
+  return JoinChroma(u, v, kSpreadChromaPlaces.at);
+}
+
+// For pixels of 3 bytes the halves are the first and the second half, in the order of memory.
+constexpr auto kChroma24Places =
+    MakeChromaPlaces([](int i) { return i % 8 / 4 * 16 + i / 8 * 4 + i % 4; });
+inline V Chroma24(const std::uint8_t* u, const std::uint8_t* v) {
+  return JoinChroma(u, v, kChroma24Places.at);
+}
 inline V LoadPacked24(const std::uint8_t* p) {
   return Load(p);
 }
