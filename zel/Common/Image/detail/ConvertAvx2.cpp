@@ -83,6 +83,89 @@ inline V SwapBytes(V v) {
   return Shuffle(v, _mm_setr_epi8(1, 0, 3, 2, 5, 4, 7, 6, 9, 8, 11, 10, 13, 12, 15, 14));
 }
 
+#define ZEL_OWN_FROM_BLOCK32
+// Pixels of 4 bytes are weighted as dwords. Two vectors have the even and the odd ones of 16
+// pixels, so that the chroma of a block is added up within a dword: fewer steps than with words,
+// whose factors need two parts each. Lane k of the even ones has pixels 4 k, 4 k + 2, 4 k + 8 and 4
+// k + 10.
+
+/// A pair of words in each dword.
+inline V WordPairs(int even, int odd) {
+  return _mm256_set1_epi32(static_cast<int>((even & 0xffffU) | static_cast<unsigned>(odd) << 16));
+}
+/// The low words of `low`, the high words of `high`.
+inline V JoinWords(V low, V high) {
+  return _mm256_blend_epi16(low, high, 0xaa);
+}
+
+/// 8 pixels as pairs of words: blue and red, green twice, and blue and red less green. And, in low
+/// words only, 4 times green and up to 3, which is too little to reach the unit of what are
+/// multiples of 4 otherwise.
+struct Pixels8 {
+  V blue_red, green, differences, green4;
+
+  explicit Pixels8(V dwords)
+      : blue_red(_mm256_and_si256(dwords, _mm256_set1_epi32(0xff00ff))),
+        green(Shuffle(dwords,
+                      _mm_setr_epi8(1, -1, 1, -1, 5, -1, 5, -1, 9, -1, 9, -1, 13, -1, 13, -1))),
+        differences(_mm256_sub_epi16(blue_red, green)),
+        green4(_mm256_srli_epi16(dwords, 6)) {}
+};
+
+/// Luma without its offset, in the third byte of each dword.
+inline V WeighLuma(const Pixels8& p) {
+  using S = Scaled<ToYuvExact::kY, 16>;
+  // Green's factor would not fit one word.
+  return _mm256_add_epi32(_mm256_madd_epi16(p.blue_red, WordPairs(S::kB, S::kR)),
+                          _mm256_madd_epi16(p.green, WordPairs(S::kG / 2, S::kG - S::kG / 2)));
+}
+/// Adds the chroma of one more pixel to the floor of `sum`, whose whole units are the high word.
+template <const Weights& kW>
+inline V AddChroma(V sum, const Pixels8& p) {
+  using S = Scaled<kW, 16>;
+  static_assert(S::kRounding == 0 && (S::kRest == 0 || S::kRest == 4));
+  const V start = JoinWords(S::kRest == 0 ? _mm256_setzero_si256() : p.green4, sum);
+  return _mm256_add_epi32(start, _mm256_madd_epi16(p.differences, WordPairs(S::kB, S::kR)));
+}
+/// Means of the blocks of 32 pixels, as signed words.
+inline V BlockMeans(const V (&sums)[2]) {
+  return _mm256_packs_epi32(_mm256_srai_epi32(sums[0], 18), _mm256_srai_epi32(sums[1], 18));
+}
+/// Stores words of 16 pixels each, as bytes.
+inline void StoreWords(std::uint8_t* p, const V (&words)[2], int offset) {
+  const V bytes = _mm256_permutevar8x32_epi32(_mm256_packus_epi16(words[0], words[1]),
+                                              _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7));
+  Store(p, _mm256_add_epi8(bytes, _mm256_set1_epi8(static_cast<char>(offset))));
+}
+
+template <bool kAlpha, int kRows>
+inline void FromBlock32(PixelSource src, const YuvTarget& dst) {
+  using F = ToYuvExact;
+  V u[2] = {_mm256_setzero_si256(), _mm256_setzero_si256()}, v[2] = {u[0], u[1]};
+  for (int row = 0; row < 2; ++row) {
+    V luma[2], alpha[2];
+    for (int half = 0; half < 2; ++half) {
+      // A row without a partner counts twice.
+      const std::uint8_t* const p = src[kRows == 2 ? row : 0] + 64 * half;
+      const __m256 first = _mm256_castsi256_ps(Load(p)), second = _mm256_castsi256_ps(Load(p + 32));
+      const V evens =
+          _mm256_castps_si256(_mm256_shuffle_ps(first, second, _MM_SHUFFLE(2, 0, 2, 0)));
+      const V odds = _mm256_castps_si256(_mm256_shuffle_ps(first, second, _MM_SHUFFLE(3, 1, 3, 1)));
+      const Pixels8 even(evens), odd(odds);
+      u[half] = AddChroma<F::kU>(AddChroma<F::kU>(u[half], even), odd);
+      v[half] = AddChroma<F::kV>(AddChroma<F::kV>(v[half], even), odd);
+      luma[half] = JoinWords(_mm256_srli_epi32(WeighLuma(even), 16), WeighLuma(odd));
+      alpha[half] = JoinWords(_mm256_srli_epi32(evens, 24), _mm256_srli_epi32(odds, 8));
+    }
+    if (row == kRows) break;
+    StoreWords(dst.y + row * dst.pitch_y, luma, F::kY.whole());
+    if (kAlpha) StoreWords(dst.a + row * dst.pitch_y, alpha, 0);
+  }
+  const V means =
+      _mm256_xor_si256(_mm256_packs_epi16(BlockMeans(u), BlockMeans(v)), _mm256_set1_epi8(-128));
+  StoreChroma(dst.u, dst.v, means);
+}
+
 #include "zel/Common/Image/detail/ConvertRows.inc"
 
 }  // namespace

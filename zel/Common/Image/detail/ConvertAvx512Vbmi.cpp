@@ -151,17 +151,6 @@ struct Pixels16 {
         differences(_mm512_sub_epi16(blue_red, green)) {}
 };
 
-/// A weighted sum scaled so that its whole units begin at bit kUnit.
-template <const Weights& kW, int kUnit>
-struct Scaled {
-  static constexpr int kLow = 1 << (kUnit - kW.low_shift - kW.high_shift);
-  static constexpr int kHigh = kLow << kW.low_shift;
-  static constexpr int kB = kW.high_b * kHigh + kW.low_b * kLow;
-  static constexpr int kG = kW.high_g * kHigh + kW.low_g * kLow;
-  static constexpr int kR = kW.high_r * kHigh + kW.low_r * kLow;
-  static constexpr int kRounding = kW.rounding() * kHigh;
-};
-
 /// Luma in byte 2 of each dword, without the whole part of its offset.
 template <const Weights& kW>
 inline V WeighLuma(const Pixels16& p) {
@@ -179,17 +168,15 @@ inline V WeighLuma(const Pixels16& p) {
 template <const Weights& kW>
 inline V AddChroma(V sum, const Pixels16& p) {
   using S = Scaled<kW, 14>;
-  // What is left to green when blue and red are taken less green.
-  constexpr int kGreen = S::kB + S::kG + S::kR;
-  static_assert(kGreen == 0 || (kGreen == 1 && S::kRounding == 0));
+  static_assert(S::kRest == 0 || (S::kRest == 1 && S::kRounding == 0));
   const V whole = _mm512_set1_epi32(-1 << 14);
   V start;
-  if constexpr (kGreen == 0 && S::kRounding == 0) {
+  if constexpr (S::kRest == 0 && S::kRounding == 0) {
     start = _mm512_and_si512(sum, whole);
   } else {
     constexpr int kFirstWhereSecondElseThird = 0xe2;
     start = _mm512_ternarylogic_epi32(sum, whole,
-                                      kGreen == 1 ? p.green : _mm512_set1_epi32(S::kRounding),
+                                      S::kRest == 1 ? p.green : _mm512_set1_epi32(S::kRounding),
                                       kFirstWhereSecondElseThird);
   }
   return _mm512_dpwssd_epi32(start, p.differences, WordPairs(S::kB, S::kR));

@@ -16,6 +16,20 @@ struct Weights {
   constexpr int rounding() const { return offset - (whole() << high_shift); }
 };
 
+/// The factors of a sum that is scaled so that its whole units begin at bit kUnit, and its
+/// rounding.
+template <const Weights& kW, int kUnit>
+struct Scaled {
+  static constexpr int kLow = 1 << (kUnit - kW.low_shift - kW.high_shift);
+  static constexpr int kHigh = kLow << kW.low_shift;
+  static constexpr int kB = kW.high_b * kHigh + kW.low_b * kLow;
+  static constexpr int kG = kW.high_g * kHigh + kW.low_g * kLow;
+  static constexpr int kR = kW.high_r * kHigh + kW.low_r * kLow;
+  static constexpr int kRounding = kW.rounding() * kHigh;
+  /// What is left to green when blue and red are taken less green.
+  static constexpr int kRest = kB + kG + kR;
+};
+
 struct ToYuvExact {
   static constexpr Weights kY{13, 64, 33, -58, 66, -13, 7, 7, 16 << 7};
   static constexpr Weights kU{112, -75, -38, 25, 32, 7, 6, 8, 128 << 8};
