@@ -1,5 +1,9 @@
 // The colour conversions against libyuv, FFmpeg's swscale and memcpy.
 //
+// Where our bitmap is bottom-up, libyuv is given a negative height, so that it reads or writes the
+// same bitmap; "top-down" is libyuv without that, which is faster and leaves the rows the other way
+// round.
+//
 // ZEL_CPU=avx2 (or another level's name) in the environment limits our kernels, not the
 // peers'.
 #include <array>
@@ -71,20 +75,23 @@ struct Picture {
   tagBITMAPINFOHEADER header;
 };
 
-using Run = void (*)(Picture& in, Picture& out);
+enum Order { kTopDown, kBottomUp };
 
 struct Routine {
   const char* name;
+  Order order;             ///< of the bitmap's rows
   double bytes_per_pixel;  ///< of what is written
-  Run ours;
-  Run libyuv;
+  void (*ours)(Picture& in, Picture& out);
+  /// `h` is the height, negative to turn the picture upside down.
+  void (*libyuv)(Picture& in, Picture& out, int h);
   /// swscale's formats, or "".
   const char *sws_from, *sws_to;
   double goal_small, goal_hd, goal_4k, aim;
 };
 
 #if ZEL_WITH_LIBYUV
-#define LIBYUV(...) [](Picture& i, Picture& o) { __VA_ARGS__; }
+#define LIBYUV(...) \
+  [](Picture& i, [[maybe_unused]] Picture& o, [[maybe_unused]] int h) { __VA_ARGS__; }
 const std::uint8_t kSwap[16] = {1, 0, 3, 2, 5, 4, 7, 6, 9, 8, 11, 10, 13, 12, 15, 14};
 #define YUV_OF(p) p.y.data(), p.py, p.u.data(), p.pc, p.v.data(), p.pc
 #else
@@ -95,77 +102,83 @@ const std::uint8_t kSwap[16] = {1, 0, 3, 2, 5, 4, 7, 6, 9, 8, 11, 10, 13, 12, 15
 #define PITCHES(p) p.py, p.pc, p.pc
 
 const Routine kRoutines[] = {
-    {"Yuv420_2_rgb24", 3, OURS(Yuv420_2_rgb24(o.Header(24), o.bgr.data(), PLANES(i), PITCHES(i))),
-     LIBYUV(libyuv::I420ToRGB24(YUV_OF(i), o.bgr.data(), o.stride24(), i.w, i.h)), "yuv", "bgr",
-     1.3, 1.3, 1.3, 2.0},
-    {"Yuv420_2_rgb32", 4, OURS(Yuv420_2_rgb32(o.Header(32), o.bgra.data(), PLANES(i), PITCHES(i))),
-     LIBYUV(libyuv::I420ToARGB(YUV_OF(i), o.bgra.data(), 4 * o.w, i.w, i.h)), "yuv", "bgra", 1.0,
-     1.0, 0.9, 1.5},
-    {"Yuv420_2_Argb", 4, OURS(Yuv420_2_Argb(o.Header(32), o.bgra.data(), PLANES(i), PITCHES(i))),
-     LIBYUV(libyuv::I420ToARGB(YUV_OF(i), o.bgra.data(), 4 * o.w, i.w, i.h)), "yuv", "bgra", 1.0,
-     1.0, 0.9, 1.5},
-    {"Yuv420_2_rgb32_Alpha", 4,
+    {"Yuv420_2_rgb24", kBottomUp, 3,
+     OURS(Yuv420_2_rgb24(o.Header(24), o.bgr.data(), PLANES(i), PITCHES(i))),
+     LIBYUV(libyuv::I420ToRGB24(YUV_OF(i), o.bgr.data(), o.stride24(), i.w, h)), "yuv", "bgr", 1.3,
+     1.3, 1.3, 2.0},
+    {"Yuv420_2_rgb32", kBottomUp, 4,
+     OURS(Yuv420_2_rgb32(o.Header(32), o.bgra.data(), PLANES(i), PITCHES(i))),
+     LIBYUV(libyuv::I420ToARGB(YUV_OF(i), o.bgra.data(), 4 * o.w, i.w, h)), "yuv", "bgra", 1.0, 1.0,
+     0.9, 1.5},
+    {"Yuv420_2_Argb", kTopDown, 4,
+     OURS(Yuv420_2_Argb(o.Header(32), o.bgra.data(), PLANES(i), PITCHES(i))),
+     LIBYUV(libyuv::I420ToARGB(YUV_OF(i), o.bgra.data(), 4 * o.w, i.w, h)), "yuv", "bgra", 1.0, 1.0,
+     0.9, 1.5},
+    {"Yuv420_2_rgb32_Alpha", kBottomUp, 4,
      OURS(Yuv420_2_rgb32_Alpha(o.Header(32), o.bgra.data(), PLANES(i), i.a.data(), PITCHES(i))),
      LIBYUV(
-         libyuv::I420AlphaToARGB(YUV_OF(i), i.a.data(), i.py, o.bgra.data(), 4 * o.w, i.w, i.h, 0)),
+         libyuv::I420AlphaToARGB(YUV_OF(i), i.a.data(), i.py, o.bgra.data(), 4 * o.w, i.w, h, 0)),
      "", "", 1.1, 1.1, 1.0, 1.5},
-    {"Yuv420_2_rgb24Simple", 3,
+    {"Yuv420_2_rgb24Simple", kBottomUp, 3,
      OURS(Yuv420_2_rgb24Simple(o.Header(24), o.bgr.data(), PLANES(i), PITCHES(i))), nullptr, "", "",
      4, 4, 4, 8},
-    {"Rgb24_2_yuv420", 1.5, OURS(Rgb24_2_yuv420(PLANES(o), PITCHES(o), i.Header(24), i.bgr.data())),
-     LIBYUV(libyuv::RGB24ToI420(i.bgr.data(), i.stride24(), YUV_OF(o), i.w, i.h)), "bgr", "yuv",
-     1.0, 1.0, 0.95, 1.3},
-    {"Rgb32_2_yuv420", 1.5,
-     OURS(Rgb32_2_yuv420(PLANES(o), PITCHES(o), i.Header(32), i.bgra.data())),
-     LIBYUV(libyuv::ARGBToI420(i.bgra.data(), 4 * i.w, YUV_OF(o), i.w, i.h)), "bgra", "yuv", 1.0,
+    {"Rgb24_2_yuv420", kBottomUp, 1.5,
+     OURS(Rgb24_2_yuv420(PLANES(o), PITCHES(o), i.Header(24), i.bgr.data())),
+     LIBYUV(libyuv::RGB24ToI420(i.bgr.data(), i.stride24(), YUV_OF(o), i.w, h)), "bgr", "yuv", 1.0,
      1.0, 0.95, 1.3},
-    {"Argb_2_yuv420", 1.5, OURS(Argb_2_yuv420(PLANES(o), PITCHES(o), i.Header(32), i.bgra.data())),
-     LIBYUV(libyuv::ARGBToI420(i.bgra.data(), 4 * i.w, YUV_OF(o), i.w, i.h)), "", "", 1.0, 1.0,
+    {"Rgb32_2_yuv420", kBottomUp, 1.5,
+     OURS(Rgb32_2_yuv420(PLANES(o), PITCHES(o), i.Header(32), i.bgra.data())),
+     LIBYUV(libyuv::ARGBToI420(i.bgra.data(), 4 * i.w, YUV_OF(o), i.w, h)), "bgra", "yuv", 1.0, 1.0,
      0.95, 1.3},
-    {"Rgb32_2_yuv420_Alpha", 2.5,
+    {"Argb_2_yuv420", kTopDown, 1.5,
+     OURS(Argb_2_yuv420(PLANES(o), PITCHES(o), i.Header(32), i.bgra.data())),
+     LIBYUV(libyuv::ARGBToI420(i.bgra.data(), 4 * i.w, YUV_OF(o), i.w, h)), "", "", 1.0, 1.0, 0.95,
+     1.3},
+    {"Rgb32_2_yuv420_Alpha", kBottomUp, 2.5,
      OURS(Rgb32_2_yuv420_Alpha(PLANES(o), o.a.data(), PITCHES(o), i.Header(32), i.bgra.data())),
-     LIBYUV(libyuv::ARGBToI420(i.bgra.data(), 4 * i.w, YUV_OF(o), i.w, i.h);
-            libyuv::ARGBExtractAlpha(i.bgra.data(), 4 * i.w, o.a.data(), o.py, i.w, i.h)),
+     LIBYUV(libyuv::ARGBToI420(i.bgra.data(), 4 * i.w, YUV_OF(o), i.w, h);
+            libyuv::ARGBExtractAlpha(i.bgra.data(), 4 * i.w, o.a.data(), o.py, i.w, h)),
      "", "", 1.1, 1.1, 0.95, 1.4},
-    {"Rgb32_2_yuv420A", 2.5,
+    {"Rgb32_2_yuv420A", kBottomUp, 2.5,
      OURS(Rgb32_2_yuv420A(PLANES(o), o.a.data(), PITCHES(o), i.Header(32), i.bgra.data())),
-     LIBYUV(libyuv::ARGBToI420(i.bgra.data(), 4 * i.w, YUV_OF(o), i.w, i.h);
-            libyuv::ARGBExtractAlpha(i.bgra.data(), 4 * i.w, o.a.data(), o.py, i.w, i.h)),
+     LIBYUV(libyuv::ARGBToI420(i.bgra.data(), 4 * i.w, YUV_OF(o), i.w, h);
+            libyuv::ARGBExtractAlpha(i.bgra.data(), 4 * i.w, o.a.data(), o.py, i.w, h)),
      "", "", 1.1, 1.1, 0.95, 1.4},
-    {"Rgb24_2_yuv420Simple", 1.5,
+    {"Rgb24_2_yuv420Simple", kBottomUp, 1.5,
      OURS(Rgb24_2_yuv420Simple(PLANES(o), PITCHES(o), i.Header(24), i.bgr.data())), nullptr, "", "",
      4, 4, 4, 8},
-    {"Rgb8_2_YUV420", 1.5, OURS(Rgb8_2_YUV420(PLANES(o), PITCHES(o), i.Info(), i.indexes.data())),
-     nullptr, "", "", 4, 4, 4, 8},
-    {"Rgb24_2_YUY2", 2,
+    {"Rgb8_2_YUV420", kBottomUp, 1.5,
+     OURS(Rgb8_2_YUV420(PLANES(o), PITCHES(o), i.Info(), i.indexes.data())), nullptr, "", "", 4, 4,
+     4, 8},
+    {"Rgb24_2_YUY2", kBottomUp, 2,
      OURS(Rgb24_2_YUY2(o.packed.data(), 2 * o.py, 0, 0, i.w, i.h, 1, i.bgr.data(), i.h,
                        i.stride24(), 0, 0)),
-     LIBYUV(libyuv::RGB24ToARGB(i.bgr.data(), i.stride24(), o.bgra.data(), 4 * o.w, i.w, i.h);
+     LIBYUV(libyuv::RGB24ToARGB(i.bgr.data(), i.stride24(), o.bgra.data(), 4 * o.w, i.w, h);
             libyuv::ARGBToYUY2(o.bgra.data(), 4 * o.w, o.packed.data(), 2 * o.py, i.w, i.h)),
      "bgr", "yuy2", 1.3, 1.3, 1.3, 2.0},
-    {"YUY2_2_Rgb24", 3,
+    {"YUY2_2_Rgb24", kBottomUp, 3,
      OURS(YUY2_2_Rgb24(o.bgr.data(), o.h, o.stride24(), 0, 0, i.w, i.h, i.packed.data(), 2 * i.py,
                        1, 0, 0)),
-     LIBYUV(libyuv::YUY2ToARGB(i.packed.data(), 2 * i.py, o.bgra.data(), 4 * o.w, i.w, i.h);
+     LIBYUV(libyuv::YUY2ToARGB(i.packed.data(), 2 * i.py, o.bgra.data(), 4 * o.w, i.w, h);
             libyuv::ARGBToRGB24(o.bgra.data(), 4 * o.w, o.bgr.data(), o.stride24(), i.w, i.h)),
      "yuy2", "bgr", 1.3, 1.3, 1.3, 2.0},
-    {"YUY2_2_Yuv420", 1.5,
+    {"YUY2_2_Yuv420", kTopDown, 1.5,
      OURS(YUY2_2_Yuv420(PLANES(o), PITCHES(o), 0, 0, i.w, i.h, i.packed.data(), 2 * i.py, 1, 0, 0)),
-     LIBYUV(libyuv::YUY2ToI420(i.packed.data(), 2 * i.py, YUV_OF(o), i.w, i.h)), "", "", 1.0, 1.0,
+     LIBYUV(libyuv::YUY2ToI420(i.packed.data(), 2 * i.py, YUV_OF(o), i.w, h)), "", "", 1.0, 1.0,
      1.0, 1.3},
-    {"Yuv420_2_YUY2", 2,
+    {"Yuv420_2_YUY2", kTopDown, 2,
      OURS(Yuv420_2_YUY2(o.packed.data(), 2 * o.py, 0, 0, i.w, i.h, 1, PLANES(i), PITCHES(i), 0, 0)),
-     LIBYUV(libyuv::I420ToYUY2(YUV_OF(i), o.packed.data(), 2 * o.py, i.w, i.h)), "", "", 0.95, 0.95,
+     LIBYUV(libyuv::I420ToYUY2(YUV_OF(i), o.packed.data(), 2 * o.py, i.w, h)), "", "", 0.95, 0.95,
      0.95, 1.0},
-    {"YUY2_Blt_fast, order change", 2,
+    {"YUY2_Blt_fast, order change", kTopDown, 2,
      OURS(YUY2_Blt_fast(o.packed.data(), 2 * o.py, 0, 0, i.w, i.h, 1, i.packed.data(), 2 * i.py, 0,
                         0, 0)),
      LIBYUV(libyuv::ARGBShuffle(i.packed.data(), 2 * i.py, o.packed.data(), 2 * o.py, kSwap,
-                                (i.w + 1) / 2, i.h)),
+                                (i.w + 1) / 2, h)),
      "", "", 0.95, 0.95, 0.95, 1.0},
-    {"YV12_Blt_fast", 1.5,
+    {"YV12_Blt_fast", kTopDown, 1.5,
      OURS(YV12_Blt_fast(PLANES(o), PITCHES(o), 0, 0, i.w, i.h, PLANES(i), PITCHES(i), 0, 0)),
-     LIBYUV(libyuv::I420Copy(YUV_OF(i), YUV_OF(o), i.w, i.h)), "", "", 0.95, 0.95, 0.95, 1.0},
+     LIBYUV(libyuv::I420Copy(YUV_OF(i), YUV_OF(o), i.w, h)), "", "", 0.95, 0.95, 0.95, 1.0},
 };
 
 #if ZEL_WITH_LIBSWSCALE
@@ -240,7 +253,12 @@ int main(int argc, char** argv) {
         goal = {.atLeast = routine.*size.goal, .aim = routine.aim, .against = ""};
       }
       if (routine.libyuv) {
-        peers.push_back({"libyuv", [&] { routine.libyuv(in, out); }});
+        const int h = routine.order == kBottomUp ? -in.h : in.h;
+        peers.push_back({"libyuv", [&, h] { routine.libyuv(in, out, h); }});
+        if (h < 0 && size.goal) {
+          peers.push_back({"libyuv, top-down", [&] { routine.libyuv(in, out, in.h); }});
+          goal.against = "libyuv";
+        }
       } else if (size.goal) {
         peers.push_back({"plain", [&, level] {
                            zel::image::UseConvertKernels(CpuLevel::kScalar);
