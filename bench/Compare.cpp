@@ -10,6 +10,7 @@
 #include <fstream>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <random>
 #include <utility>
 
 namespace zel::bench {
@@ -74,10 +75,15 @@ std::vector<Contestant> Measure(const Case& c, double seconds) {
   }
   for (Contestant& one : all) one.calls = CallsPerSlice(one.run);
   const auto end = Clock::now() + std::chrono::duration<double>(seconds);
-  for (std::size_t round = 0; round < kMinRounds || Clock::now() < end; ++round) {
-    for (std::size_t i = 0; i < all.size(); ++i) {
-      Contestant& one = all[(round + i) % all.size()];
+  std::vector<Contestant*> order;
+  for (Contestant& one : all) order.push_back(&one);
+  std::mt19937 random(1);
+  for (int round = 0; round < kMinRounds || Clock::now() < end; ++round) {
+    std::shuffle(order.begin(), order.end(), random);
+    for (Contestant* const contestant : order) {
+      Contestant& one = *contestant;
       const double calls = static_cast<double>(one.calls);
+      one.run();
       one.nanoseconds.push_back(TimeOf(one.run, one.calls) * 1e9 / (calls * c.items));
     }
   }

@@ -11,8 +11,9 @@
 //   }
 //
 // All contestants of a case (ours, the peers, memcpy of the same bytes) run in one process, in
-// rounds: one time slice each, then the next round, each beginning with another contestant. A ratio
-// is the median of the rounds' ratios, so that what slows a whole round down cancels out. Times are
+// rounds: one time slice each, in another order in every round. What a contestant finds in the
+// caches is another's doing otherwise, so one call before its slice does not count. A ratio is the
+// median of the rounds' ratios, so that what slows a whole round down cancels out. Times are
 // processor times of the calling thread: work that a contestant hands to other threads is not seen.
 #pragma once
 
