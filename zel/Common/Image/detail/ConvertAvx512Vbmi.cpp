@@ -63,12 +63,13 @@ inline V PackedChroma24(V first, V second) {
   return _mm512_permutex2var_epi8(first, Load(kPackedChromaPlaces<kLumaFirst>.at), second);
 }
 
-/// Byte i of output kOut, of 64 pixels whose channels have been packed two by two: the first half's
-/// blue, green and red, then the second half's. 0..191, or where its vector begins at 0.
+/// Where byte i of 64 pixels of 3 bytes is, when their channels are packed two by two into three
+/// vectors: the first half's blue, green and red, then the second half's.
 constexpr int PackedColorAt(int i) {
   const int pixel = i / 3, channel = i % 3 + pixel / 32 * 3;
   return channel / 2 * 64 + pixel % 32 / 8 * 16 + channel % 2 * 8 + pixel % 8;
 }
+/// The same for the bytes of output kOut, counted from vector kFirst on.
 template <int kOut, int kFirst>
 constexpr auto kColorPlaces = MakePlaces<std::uint8_t>([](int i) {
   return (PackedColorAt(64 * kOut + i) - 64 * kFirst) % 128;
@@ -241,11 +242,10 @@ inline void ToPackedHalf(const std::uint8_t* src, std::uint8_t* dst) {
   const V y0 = Move<kLuma - 16>(WeighLuma<ToYuvExact::kY>(even));
   const V y1 = Move<kLuma>(WeighLuma<ToYuvExact::kY>(odd));
   const V none = _mm512_setzero_si512();
-  const auto pair = [&]<const Weights & kW>() {
-    return AddChroma<kW>(AddChroma<kW>(none, even), odd);
-  };
-  const V u = Move<kChroma - 15>(pair.template operator()<ToYuvExact::kU>());
-  const V v = Move<kChroma + 1>(pair.template operator()<ToYuvExact::kV>());
+  const V u =
+      Move<kChroma - 15>(AddChroma<ToYuvExact::kU>(AddChroma<ToYuvExact::kU>(none, even), odd));
+  const V v =
+      Move<kChroma + 1>(AddChroma<ToYuvExact::kV>(AddChroma<ToYuvExact::kV>(none, even), odd));
   constexpr std::uint64_t kEvenBytes = 0x5555555555555555, kHighWords = 0xcccccccccccccccc;
   const V y = _mm512_mask_blend_epi8(kHighWords, y0, y1);
   const V uv = _mm512_mask_blend_epi8(kHighWords, u, v);
