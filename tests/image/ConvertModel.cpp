@@ -224,14 +224,19 @@ void YUY2_Blt_fast(Byte* dst, int pitch_dst, int x_dst, int y_dst, int cx, int c
 void YV12_Blt_fast(Byte* dst_y, Byte* dst_u, Byte* dst_v, int dpy, int dpu, int dpv, int x_dst,
                    int y_dst, int cx, int y_end, Byte* src_y, Byte* src_u, Byte* src_v, int spy,
                    int spu, int spv, int x_src, int y_src) {
-  const int rows = std::max(0, (y_end - y_dst + 1) / 2 * 2);
-  for (int t = 0; t < rows; ++t) {
-    for (int i = 0; i < cx; ++i) {
-      dst_y[(y_dst + t) * dpy + x_dst + i] = src_y[(y_src + t) * spy + x_src + i];
-      const int dst_row = y_dst / 2 + t / 2, src_row = y_src / 2 + t / 2;
-      const int dst_x = (x_dst + 1) / 2 + i / 2, src_x = (x_src + 1) / 2 + i / 2;
-      dst_u[dst_row * dpu + dst_x] = src_u[src_row * spu + src_x];
-      dst_v[dst_row * dpv + dst_x] = src_v[src_row * spv + src_x];
+  // Pair after pair: where planes lie on each other, the order shows.
+  for (int i = 0; y_dst + 2 * i < y_end; ++i) {
+    for (int row : {2 * i, 2 * i + 1}) {
+      for (int x = 0; x < cx; ++x) {
+        dst_y[(y_dst + row) * dpy + x_dst + x] = src_y[(y_src + row) * spy + x_src + x];
+      }
+    }
+    const int dst_x = (x_dst + 1) / 2, src_x = (x_src + 1) / 2;
+    for (int m = 0; m < (cx + 1) / 2; ++m) {
+      dst_u[(y_dst / 2 + i) * dpu + dst_x + m] = src_u[(y_src / 2 + i) * spu + src_x + m];
+    }
+    for (int m = 0; m < (cx + 1) / 2; ++m) {
+      dst_v[(y_dst / 2 + i) * dpv + dst_x + m] = src_v[(y_src / 2 + i) * spv + src_x + m];
     }
   }
 }

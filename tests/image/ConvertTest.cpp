@@ -176,6 +176,39 @@ TEST_F(ConvertTest, LoneLastGroupsAreWrittenAfterAllOthers) {
   EXPECT_EQ(real, naive);
 }
 
+TEST_F(ConvertTest, CopiesPairAfterPair) {
+  // Luma of three rows, V and U one behind the other: the fourth row that is copied with the third
+  // lies on V, of which the last pair's row is copied later.
+  Bytes y(16), u = {101, 102, 103, 104}, v = {201, 202, 203, 204}, d(28);
+  std::iota(y.begin(), y.end(), Byte{1});
+  YV12_Blt_fast(&d[0], &d[16], &d[12], 4, 2, 2, 0, 0, 4, 3, y.data(), u.data(), v.data(), 4, 2, 2,
+                0, 0);
+  EXPECT_EQ(Bytes(d.begin() + 12, d.begin() + 20), (Bytes{13, 14, 203, 204, 101, 102, 103, 104}));
+
+  // Planes anywhere, with rows that lie on each other, too.
+  std::mt19937 random(2);
+  Bytes src(4096);
+  for (Byte& byte : src) byte = static_cast<Byte>(random() >> 24);
+  for (int round = 0; round < 20000; ++round) {
+    const auto upto = [&](int n) { return static_cast<int>(random() % (n + 1)); };
+    const int cx = 1 + upto(9), rows = 1 + upto(8), chroma = (cx + 1) / 2;
+    const int pitch = cx + upto(2) * (upto(6) - 3), pitch_u = chroma + upto(1) * (upto(4) - 2);
+    const int pitch_v = upto(1) ? pitch_u : -pitch_u;
+    const int at_y = 400 + upto(99), end = at_y + rows * pitch;
+    const int at_u = upto(1) ? end : 400 + upto(200);
+    const int at_v = upto(1) ? end + (rows + 1) / 2 * pitch_u : 400 + upto(200);
+    const auto copy = [&](auto blt) {
+      Bytes planes(1000);
+      blt(&planes[at_y], &planes[at_u], &planes[at_v], pitch, pitch_u, pitch_v, 0, 0, cx, rows,
+          &src[0], &src[1000], &src[2000], cx, chroma, chroma, 0, 0);
+      return planes;
+    };
+    ASSERT_EQ(copy(&::YV12_Blt_fast), copy(&model::YV12_Blt_fast))
+        << cx << " x " << rows << " at " << at_y << ", " << at_u << ", " << at_v << ", pitches "
+        << pitch << ", " << pitch_u << ", " << pitch_v;
+  }
+}
+
 TEST_F(ConvertTest, ByteOrderChangesInPlace) {
   for (CpuLevel level : Levels()) {
     zel::image::UseConvertKernels(level);

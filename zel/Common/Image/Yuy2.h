@@ -51,8 +51,9 @@ ZEL_API void YUY2_Blt_fast(unsigned char* lpBitsDst, int nPitchDst, int xDst, in
 
 /// Copies a rectangle of a planar 4:2:0 picture: row pairs from `yDst` until `yDstEnd` (exclusive)
 /// is reached, so that an odd count reaches one luma row further. Chroma columns are (x + 1) / 2,
-/// chroma widths
-/// (`cx` + 1) / 2, and chroma starts at rows `yDst` / 2 and `ySrc` / 2, rounded toward zero.
+/// chroma widths (`cx` + 1) / 2, and chroma starts at rows `yDst` / 2 and `ySrc` / 2, all rounded
+/// toward zero. The bytes are those of copying pair after pair, its luma, U and V in turn, also
+/// where that further row lies on another plane.
 ZEL_API void YV12_Blt_fast(unsigned char* pDstY, unsigned char* pDstU, unsigned char* pDstV,
                            int nPitchDstY, int nPitchDstU, int nPitchDstV, int xDst, int yDst,
                            int cx, int yDstEnd, unsigned char* pSrcY, unsigned char* pSrcU,
