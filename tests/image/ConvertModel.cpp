@@ -248,9 +248,10 @@ void YUY2_2_Yuv420(Byte* y, Byte* u, Byte* v, int py, int pu, int pv, int x_dst,
     for (int g = 0; 2 * g < cx; ++g) {
       const Byte* const upper = src + (y_src + k) * pitch_src + 2 * x_src + 4 * g;
       const Byte* const lower = upper + pitch_src;
-      for (int i : {0, 1}) {
-        y[(y_dst + k) * py + x_dst + 2 * g + i] = upper[order[2 * i]];
-        y[(y_dst + k + 1) * py + x_dst + 2 * g + i] = lower[order[2 * i]];
+      for (int row : {0, 1}) {
+        for (int i : {0, 1}) {
+          y[(y_dst + k + row) * py + x_dst + 2 * g + i] = (row ? lower : upper)[order[2 * i]];
+        }
       }
       u[(y_dst / 2 + k / 2) * pu + x_dst / 2 + g] =
           static_cast<Byte>((upper[order[1]] + lower[order[1]]) / 2);
@@ -263,13 +264,15 @@ void YUY2_2_Yuv420(Byte* y, Byte* u, Byte* v, int py, int pu, int pv, int x_dst,
 void Yuv420_2_YUY2(Byte* dst, int pitch_dst, int x_dst, int y_dst, int cx, int cy, int yuy2,
                    Byte* y, Byte* u, Byte* v, int py, int pu, int pv, int x_src, int y_src) {
   const auto order = Order(yuy2);
-  for (int k = 0; k < (cy + 1) / 2 * 2; ++k) {
+  for (int k = 0; k < cy; k += 2) {
     for (int g = 0; 2 * g < cx; ++g) {
-      Byte* const group = dst + (y_dst + k) * pitch_dst + 2 * x_dst + 4 * g;
-      group[order[0]] = y[(y_src + k) * py + x_src + 2 * g];
-      group[order[2]] = y[(y_src + k) * py + x_src + 2 * g + 1];
-      group[order[1]] = u[(y_src / 2 + k / 2) * pu + x_src / 2 + g];
-      group[order[3]] = v[(y_src / 2 + k / 2) * pv + x_src / 2 + g];
+      for (int row : {k, k + 1}) {
+        Byte* const group = dst + (y_dst + row) * pitch_dst + 2 * x_dst + 4 * g;
+        group[order[0]] = y[(y_src + row) * py + x_src + 2 * g];
+        group[order[2]] = y[(y_src + row) * py + x_src + 2 * g + 1];
+        group[order[1]] = u[(y_src / 2 + k / 2) * pu + x_src / 2 + g];
+        group[order[3]] = v[(y_src / 2 + k / 2) * pv + x_src / 2 + g];
+      }
     }
   }
 }
