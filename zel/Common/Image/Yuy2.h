@@ -7,11 +7,14 @@
 // height and their pitch.
 //
 // x is a column, y a row, counted from the top-left pixel; cx and cy are a rectangle's width and
-// height in pixels; pitches are in bytes. They may be negative, but for both of `Rgb24_2_YUY2` and
-// for `nPt_V` of `YUY2_2_Yuv420`, whose preconditions then fail. A width or height below 1 (in
-// `Rgb24_2_YUY2` the width after its widening) does nothing. The caller passes rectangles that lie
-// in both pictures, with the extra column or row that an odd size reaches. The colour arithmetic is
-// that of YuvToRgb.h and RgbToYuv.h.
+// height in pixels; pitches are in bytes. They may be negative, though three preconditions are made
+// for positive ones: with a negative pitch those of `Rgb24_2_YUY2` hold only for rectangles left of
+// column 0, and that of `YUY2_2_Yuv420`, on `nPt_V`, only for V rows from `ySrc` + `cy` on. A width
+// or height below 1 (in `Rgb24_2_YUY2` the width after its widening) does nothing. The caller
+// passes rectangles that lie in both pictures, with the extra column or row that an odd size
+// reaches. A destination's pitch has room for that column, too: but for `Rgb24_2_YUY2`, it is not
+// defined what remains where it lies on the next row. The colour arithmetic is that of YuvToRgb.h
+// and RgbToYuv.h.
 //
 // Errors: preconditions are assertions, active in the shipped library; they are computed in 64
 // bits. Threads: reentrant; the routines touch their arguments only. Sources are never written.
@@ -62,7 +65,7 @@ ZEL_API void YV12_Blt_fast(unsigned char* pDstY, unsigned char* pDstU, unsigned 
 
 /// Packed 4:2:2 to planar 4:2:0. A chroma sample is the truncated mean of the two rows' samples.
 /// Odd `cx` and `cy` are rounded up to even numbers. Chroma goes to row `yDst` / 2 and column
-/// `xDst` / 2.
+/// `xDst` / 2, rounded toward zero.
 ///
 /// Precondition: no V sample lies beyond row `ySrc` + `cy` of the V plane's pitch (a sample's
 /// address is at most `pV` + (`ySrc` + `cy`) `nPt_V`).
@@ -71,7 +74,8 @@ ZEL_API void YUY2_2_Yuv420(unsigned char* pY, unsigned char* pU, unsigned char* 
                            unsigned char* lpBitsSrc, int nPitchSrc, int bYUY2, int xSrc, int ySrc);
 
 /// Planar 4:2:0 to packed 4:2:2. Both rows of a pair take the same chroma samples, those at row
-/// `ySrc` / 2 and column `xSrc` / 2 on. Odd `cx` and `cy` are rounded up to even numbers.
+/// `ySrc` / 2 and column `xSrc` / 2 on, rounded toward zero. Odd `cx` and `cy` are rounded up to
+/// even numbers.
 ZEL_API void Yuv420_2_YUY2(unsigned char* lpBitsDst, int nPitchDst, int xDst, int yDst, int cx,
                            int cy, int bYUY2, unsigned char* pY, unsigned char* pU,
                            unsigned char* pV, int nPt_Y, int nPt_U, int nPt_V, int xSrc, int ySrc);
