@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
@@ -152,6 +153,10 @@ TEST_F(ConvertTest, PackedGroups) {
   group = {16, 128, 235, 128};
   YUY2_2_Rgb24(bits.data(), 1, 8, 0, 0, 2, 1, group.data(), 4, 1, 0, 0);
   EXPECT_THAT(bits, ElementsAre(0, 0, 0, 254, 254, 254, 0, 0));
+  // A single row needs no pitch.
+  bits.assign(8, 7);
+  YUY2_2_Rgb24(bits.data(), 1, INT_MIN, 0, 0, 2, 1, group.data(), 4, 1, 0, 0);
+  EXPECT_THAT(bits, ElementsAre(0, 0, 0, 254, 254, 254, 7, 7));
 
   Bytes upper = {1, 100, 2, 30, 3, 103, 4, 33}, y(4), u(1), v(1);
   YUY2_2_Yuv420(y.data(), u.data(), v.data(), 2, 1, 1, 0, 0, 2, 2, upper.data(), 4, 1, 0, 0);

@@ -19,6 +19,11 @@ using zel::image::YuvTarget;
 /// Offsets are 64-bit: rows times pitch may pass 2^31.
 using Offset = std::int64_t;
 
+/// For bottom-up rows; the lowest int has no negative among ints.
+std::ptrdiff_t Negated(int pitch) {
+  return static_cast<std::ptrdiff_t>(-Offset{pitch});
+}
+
 // Preconditions are computed in 64 bits, with the parameters' names, which their texts show.
 
 void CheckRgb24ToYuy2(const unsigned char* lpBitsDst, const unsigned char* lpBitsSrc, Offset xDst,
@@ -90,7 +95,8 @@ void Rgb24_2_YUY2(unsigned char* lpBitsDst, int nPitchDst, int xDst, int yDst, i
   const Offset even = width & ~Offset{1};
   const ConvertKernels& kernels = ActiveConvertKernels();
   const PixelSource src = {
-      lpBitsSrc + (Offset{nHeightSrc} - 1 - ySrc) * nPitchSrc + Offset{3} * xSrc, -nPitchSrc};
+      lpBitsSrc + (Offset{nHeightSrc} - 1 - ySrc) * nPitchSrc + Offset{3} * xSrc,
+      Negated(nPitchSrc)};
   const PixelTarget dst = {lpBitsDst + Offset{yDst} * nPitchDst + 2 * left, nPitchDst};
   if (even > 0) {
     kernels.bgr24_to_packed(src, dst, static_cast<std::ptrdiff_t>(even), cyDst, bYUY2 != 0);
@@ -115,7 +121,8 @@ void YUY2_2_Rgb24(unsigned char* lpBitsDst, int nHeightDst, int nPitchDst, int x
   const ConvertKernels& kernels = ActiveConvertKernels();
   const PixelSource src = {lpBitsSrc + Offset{ySrc} * nPitchSrc + 2 * left, nPitchSrc};
   const PixelTarget dst = {
-      lpBitsDst + (Offset{nHeightDst} - 1 - yDst) * nPitchDst + Offset{3} * xDst, -nPitchDst};
+      lpBitsDst + (Offset{nHeightDst} - 1 - yDst) * nPitchDst + Offset{3} * xDst,
+      Negated(nPitchDst)};
   if (even > 0) kernels.packed_to_bgr24(src, dst, even, cy, bYUY2 != 0);
   for (int t = 0; t < cy && cx > even; ++t) {
     const unsigned char* const group = src[t] + 2 * even;
