@@ -121,6 +121,21 @@ TEST_F(ConvertTest, ChromaIsTheFlooredMeanOfFlooredTerms) {
   EXPECT_THAT(v, ElementsAre(174, 174));
 }
 
+TEST_F(ConvertTest, TheLastOfCoincidingRowsRemains) {
+  // In memory blue rows, then red ones: red is the upper pair.
+  Bytes bits = {255, 0, 0,   0, 255, 0, 0,   0, 255, 0, 0,   0, 255, 0, 0,   0,
+                0,   0, 255, 0, 0,   0, 255, 0, 0,   0, 255, 0, 0,   0, 255, 0};
+  for (CpuLevel level : Levels()) {
+    zel::image::UseConvertKernels(level);
+    Bytes y(8), u(2), v(2);
+    auto bmi = Header(2, 4, 32);
+    Rgb32_2_yuv420(y.data(), u.data(), v.data(), 2, 0, 0, &bmi, bits.data());
+    EXPECT_EQ((Bytes{u[0], v[0]}), (Bytes{239, 109}));
+    Rgb32_2_yuv420(y.data(), u.data(), v.data(), 0, 1, 1, &bmi, bits.data());
+    EXPECT_EQ(y[0], 40);
+  }
+}
+
 TEST_F(ConvertTest, OddSizesLeaveWhatIsNotDescribed) {
   Bytes y(5 * 3, 235), u(3 * 2, 128), v(3 * 2, 128), bits(16 * 3, 7);
   auto bmi = Header(5, 3, 24);
@@ -317,6 +332,7 @@ struct Shape {
   bool flip = false;  ///< Negative pitches.
   int x_dst = 0, y_dst = 0, x_src = 0, y_src = 0;
   int flag = 1;
+  int chroma_pad = 0;  ///< The same for chroma planes, in addition. RGB to YUV only.
 };
 
 constexpr std::size_t kCapacity = std::size_t{1} << 21;
@@ -406,8 +422,11 @@ Run ToYuv(F convert, int bits) {
     auto bmi = Header(s.w, s.h, bits);
     Byte* const src = arena.Bitmap(s, bits);
     const int luma_width = s.w + s.w % 2;
-    const auto y = arena.Rows(s.h, luma_width, s), u = arena.Rows((s.h + 1) / 2, (s.w + 1) / 2, s),
-               v = arena.Rows((s.h + 1) / 2, (s.w + 1) / 2, s);
+    Shape chroma = s;
+    chroma.pad += s.chroma_pad;
+    const auto y = arena.Rows(s.h, luma_width, s),
+               u = arena.Rows((s.h + 1) / 2, (s.w + 1) / 2, chroma),
+               v = arena.Rows((s.h + 1) / 2, (s.w + 1) / 2, chroma);
     if constexpr (std::is_same_v<F, decltype(&Rgb32_2_yuv420_Alpha)>) {
       convert(y.first, u.first, v.first, arena.Rows(s.h, luma_width, s).first, y.pitch, u.pitch,
               v.pitch, &bmi, src);
@@ -577,15 +596,19 @@ TEST_P(EveryRoutine, MatchesTheModelOnWidthsAroundVectors) {
 }
 
 // A caller who gives luma an odd width as its pitch forgot the column that is written behind it.
+// One who gives a plane no pitch, or too little, keeps what is written last.
 TEST_P(EveryRoutine, WritesOverlappingRowsInTheOrderOfThePasses) {
   const std::string name = GetParam().name;
   if (name.find("_2_yuv420") == name.npos && name != "Rgb8_2_YUV420") GTEST_SKIP() << "none";
-  for (const int w : {1, 3, 5, 41, 63, 65, 129, 257}) {
+  for (const int w : {1, 2, 3, 4, 5, 6, 40, 41, 63, 64, 65, 128, 129, 256, 257}) {
     for (int h = 1; h <= 7; ++h) {
       for (const bool flip : {false, true}) {
-        ASSERT_NO_FATAL_FAILURE(Check({w, h, -1, flip}, Guarded::At::kEnd));
-        if (w > 1) continue;
-        ASSERT_NO_FATAL_FAILURE(Check({w, h, -2, flip}, Guarded::At::kEnd));
+        for (const int pad : {-1, -2, -3, 1 - w, -w, -w - 1}) {
+          ASSERT_NO_FATAL_FAILURE(Check({w, h, pad, flip}, Guarded::At::kEnd));
+          ASSERT_NO_FATAL_FAILURE(
+              Check({w, h, 0, flip, 0, 0, 0, 0, 1, pad / 2}, Guarded::At::kEnd));
+          ASSERT_NO_FATAL_FAILURE(Check({w, h, pad, flip, 0, 0, 0, 0, 1, w}, Guarded::At::kEnd));
+        }
       }
     }
   }

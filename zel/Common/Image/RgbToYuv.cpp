@@ -30,15 +30,33 @@ struct Bitmap {
   }
 };
 
-/// Converts the `width` leftmost pixels of `rows` rows, an even number, with the source's rows in
-/// the order of memory, which caches like.
+/// Whether rows of `width` bytes, one each `pitch` bytes, lie on each other.
+bool Overlap(std::ptrdiff_t pitch, Offset width) {
+  return std::abs(Offset{pitch}) < width;
+}
+bool ChromaOverlaps(const YuvTarget& dst, Offset width) {
+  return Overlap(dst.pitch_u, (width + 1) / 2) || Overlap(dst.pitch_v, (width + 1) / 2);
+}
+
+/// Converts the `width` leftmost pixels of `rows` rows, an even number.
 template <typename Kernel>
 void ConvertPairs(const Bitmap& src, const YuvTarget& dst, std::ptrdiff_t width,
                   std::ptrdiff_t rows, Kernel kernel) {
   if (width < 1 || rows < 1) return;
-  src.bottom_up ? kernel(PixelSource{src.From(rows - 1, 0).bytes, -src.From(0, 0).pitch},
-                         dst.Backward(rows), width, rows)
-                : kernel(src.From(0, 0), dst, width, rows);
+  if (Overlap(dst.pitch_y, width)) {
+    // It shows that blocks are written one after the other.
+    for (std::ptrdiff_t row = 0; row < rows; row += 2) {
+      for (std::ptrdiff_t x = 0; x < width; x += 2) {
+        kernel(src.From(row, x), dst.From(row, x), 2, 2);
+      }
+    }
+  } else if (src.bottom_up && !ChromaOverlaps(dst, width)) {
+    // Caches like the source's rows in the order of memory.
+    kernel(PixelSource{src.From(rows - 1, 0).bytes, -src.From(0, 0).pitch}, dst.Backward(rows),
+           width, rows);
+  } else {
+    kernel(src.From(0, 0), dst, width, rows);
+  }
 }
 
 /// Copies a column of luma and alpha to the next one.
@@ -78,8 +96,8 @@ void Convert(const tagBITMAPINFOHEADER& bmi, const unsigned char* bits, int pixe
   const std::ptrdiff_t even = bmi.biWidth & ~1, even_rows = bmi.biHeight & ~1;
   const std::ptrdiff_t width = bmi.biWidth;
   // Where rows of a plane overlap, it shows that the last column is written after all others.
-  const bool overlap = std::abs(dst.pitch_y) < width + (repeat_last_column ? 1 : 0) ||
-                       std::abs(dst.pitch_u) <= even / 2 || std::abs(dst.pitch_v) <= even / 2;
+  const bool overlap = Overlap(dst.pitch_y, width + (repeat_last_column ? width - even : 0)) ||
+                       ChromaOverlaps(dst, width);
   ConvertPairs(src, dst, overlap ? even : width, even_rows, kernel);
   if (width > even && overlap) {
     ConvertLastColumn(src, dst, even, even_rows, repeat_last_column, kernel);
