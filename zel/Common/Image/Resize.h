@@ -35,12 +35,12 @@ static_assert(offsetof(IMG_PARAM, nImageWidth) == 4 && offsetof(IMG_PARAM, nImag
               offsetof(IMG_PARAM, nWidth) == 28 && offsetof(IMG_PARAM, nHeight) == 32);
 #endif
 
-/// How to interpolate. The dispatchers answer any other value with 0 and do nothing.
+/// How to interpolate. Any other value scales nothing (but ImageAlphaResize takes them all).
 enum IMAGE_INTERPOLATION : std::int32_t {
   IMAGE_INTERPOLATION_LINEAR = 0,    ///< Bilinear.
   IMAGE_INTERPOLATION_NEAREST = 1,   ///< Nearest neighbour.
   IMAGE_INTERPOLATION_BILINEAR = 2,  ///< Bilinear, too.
-  IMAGE_INTERPOLATION_CONVOLVE = 3,  ///< DIB_ResizeConvolve; ImageResize and ImageResizeY only.
+  IMAGE_INTERPOLATION_CONVOLVE = 3,  ///< DIB_ResizeConvolve; not in ImageResize8, ImageResizeUV.
 };
 
 // What all routines have in common
@@ -53,12 +53,13 @@ enum IMAGE_INTERPOLATION : std::int32_t {
 //   top = (a * (4096 - fx) + b * fx) >> 12, bottom likewise from d and e,
 //   (top * (4096 - fy) + bottom * fy) >> 12: truncated three times, never rounded.
 //
-// They return 1 when the destination is written, and 0 when nothing is: for a null buffer, a
-// destination below 2 x 2, an empty source, a rectangle that its record shows to leave the buffer
-// (a negative corner, a right edge beyond the pitch, for bottom-up bitmaps and in `ImageResize` a
-// lower edge beyond `nImageHeight`), or when there is no memory for the tables. No byte outside the
-// source rectangle is read; of the destination only the rectangle is written and, by the luma
-// routines, the rest of its rows. Source and destination must not overlap.
+// They return 1 when the destination is written, and 0 when nothing is: for a null buffer, a method
+// that the dispatcher does not know, a destination below 2 x 2, an empty source, a rectangle that
+// its record shows to leave the buffer (a negative corner, a right edge beyond the pitch, for
+// bottom-up bitmaps and in `ImageResize` a lower edge beyond `nImageHeight`), or when there is no
+// memory for the tables. The routines for several planes return 0 for a destination below 2 x 2
+// only. No byte outside the source rectangle is read; of the destination only the rectangle is
+// written and, by the luma routines, the rest of its rows. Source and destination must not overlap.
 //
 // Threads: reentrant; they touch their arguments only.
 
@@ -80,7 +81,9 @@ ZEL_API int ImageResizeY(const IMG_PARAM& src, IMG_PARAM& dst, IMAGE_INTERPOLATI
 ///
 /// @param src, dst the rectangles, in luma pixels; their `pBuffer` and `nPitch` are not used.
 /// @param pSrcY ... nDstPitchV the planes and their bytes per row, borrowed for the call. A plane
-/// that cannot be scaled, because a pointer is null or the method unknown, stays as it is.
+/// that cannot be scaled stays as it is: where a pointer is null, a pitch too narrow for the
+/// rectangle or the method unknown. ImageResizeUV does not know IMAGE_INTERPOLATION_CONVOLVE, which
+/// therefore scales luma only.
 /// @param nReserved not used.
 /// @return 0 for a destination below 2 x 2, else 1, whatever became of the planes.
 ZEL_API int ImageResizeYV12(const IMG_PARAM& src, unsigned char* pSrcY, unsigned char* pSrcU,
