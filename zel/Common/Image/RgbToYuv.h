@@ -8,10 +8,10 @@
 //
 // Destination: a Y plane of W x H bytes and U (Cb) and V (Cr) planes of (W+1)/2 x (H+1)/2 bytes,
 // ITU-R BT.601 studio range. Row r of a plane starts `pitch * r` bytes after its first row; pitches
-// are in bytes. When W is odd, every routine but `Rgb32_2_yuv420A` and `Rgb24_2_yuv420Simple`
-// writes the last pixel's luma (and alpha) a second time, at column W, in each row of a pair: these
-// planes need room for W + 1 columns. When W and H are both odd, nothing of the bottom-right pixel
-// is written.
+// are in bytes and may be negative. When W is odd, every routine but `Rgb32_2_yuv420A` and
+// `Rgb24_2_yuv420Simple` writes the last pixel's luma (and alpha) a second time, at column W, in
+// each row of a pair: these planes need room for W + 1 columns. When W and H are both odd, nothing
+// of the bottom-right pixel is written.
 //
 // Arithmetic: Y  = ((1606 B + 8258 G + 4211 R) >> 14) + 16
 //             tu =  (7193 B - 4768 G - 2425 R) >> 14
