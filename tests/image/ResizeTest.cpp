@@ -397,7 +397,7 @@ TEST(Resize, PicturesAreScaledPlaneByPlane) {
   }
 }
 
-TEST(Rotate, ScalesSoThatATurnedPictureFits) {
+TEST(Rotate, ScalesSoThatAQuarterTurnFits) {
   const auto scale = [](int width, int height, int angle) {
     return CalcResizeScaleforRotate({nullptr, 0, 0, 0, 0, 0, 0, width, height}, angle);
   };

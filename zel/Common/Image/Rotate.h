@@ -3,8 +3,9 @@
 
 #include "zel/Common/Image/Resize.h"
 
-/// The factor by which to scale the rectangle so that it still fits its own frame when turned: 1.0
-/// for a multiple of 180 degrees, else the shorter side over the longer one (1.0 if both are 0).
+/// The factor by which to scale the rectangle before it is turned: 1.0 for a multiple of 180
+/// degrees, else the shorter side over the longer one (1.0 if both are 0), with which it fits its
+/// own frame after a quarter turn.
 /// @param nAngle degrees, of either sign.
 ZEL_API double CalcResizeScaleforRotate(const IMG_PARAM& img, int nAngle);
 
