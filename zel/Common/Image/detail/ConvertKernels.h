@@ -4,6 +4,9 @@
 // bitmaps, row order or positions. It reads and writes exactly `width` pixels of `rows` rows, both
 // positive; an odd last row has its chroma for itself, and so has an odd last column. The scalar
 // kernels state what is computed; every other level gives the same bytes.
+//
+// This header is included by files compiled for newer processors than the build's own. Its
+// functions are always inlined, or the linker might keep the copy that older processors cannot run.
 #pragma once
 
 #include <cstddef>
@@ -24,7 +27,7 @@ struct Planes {
   std::ptrdiff_t pitch_y, pitch_u, pitch_v;
 
   /// The same from row `row` and column `x` on; both are even.
-  Planes From(std::ptrdiff_t row, std::ptrdiff_t x) const {
+  [[gnu::always_inline]] Planes From(std::ptrdiff_t row, std::ptrdiff_t x) const {
     const std::ptrdiff_t luma = row * pitch_y + x;
     return {y + luma,
             u + row / 2 * pitch_u + x / 2,
@@ -36,7 +39,7 @@ struct Planes {
   }
   /// The same, beginning with the last of `rows` rows, an even number: each pair is the other way
   /// round, too.
-  Planes Backward(std::ptrdiff_t rows) const {
+  [[gnu::always_inline]] Planes Backward(std::ptrdiff_t rows) const {
     Planes all = From(rows - 2, 0);
     all.y += pitch_y;
     if (a) all.a += pitch_y;
@@ -55,7 +58,7 @@ struct PixelRows {
   Byte* bytes;
   std::ptrdiff_t pitch;
 
-  Byte* operator[](std::ptrdiff_t row) const { return bytes + row * pitch; }
+  [[gnu::always_inline]] Byte* operator[](std::ptrdiff_t row) const { return bytes + row * pitch; }
 };
 using PixelSource = PixelRows<const std::uint8_t>;
 using PixelTarget = PixelRows<std::uint8_t>;

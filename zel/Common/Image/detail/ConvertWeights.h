@@ -1,4 +1,5 @@
-// The factors of RGB to YUV, as the vector kernels use them.
+// The factors of RGB to YUV, as the vector kernels use them. As in ConvertKernels.h, functions are
+// always inlined.
 #pragma once
 
 namespace zel::image {
@@ -12,8 +13,8 @@ struct Weights {
   int offset;
 
   /// The offset's whole units, which may be added after the shift, and the rest, which may not.
-  constexpr int whole() const { return offset >> high_shift; }
-  constexpr int rounding() const { return offset - (whole() << high_shift); }
+  [[gnu::always_inline]] constexpr int whole() const { return offset >> high_shift; }
+  [[gnu::always_inline]] constexpr int rounding() const { return offset - (whole() << high_shift); }
 };
 
 /// The factors of a sum that is scaled so that its whole units begin at bit kUnit, and its

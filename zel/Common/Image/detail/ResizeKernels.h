@@ -1,8 +1,8 @@
 // The row functions of the resizers, once per processor level.
 //
 // All of them give the plain level's bytes exactly. This header is included by files compiled for
-// newer processors than the build's own: it must not define a function, or the linker might keep
-// the copy that older processors cannot run.
+// newer processors than the build's own: it must not define a function that is not always inlined,
+// or the linker might keep the copy that older processors cannot run.
 #pragma once
 
 #include <cstddef>
