@@ -32,9 +32,11 @@ bool Is(const AVInputFormat& format, const char* name) {
 
 }  // namespace
 
-std::unique_ptr<MediaFile> MediaFile::Open(const std::string& path) {
+std::unique_ptr<MediaFile> MediaFile::Open(const std::string& path, int flags) {
   auto file = std::make_unique<MediaFile>(path);
-  if (file->OpenFile() != 0 || file->OpenFormat(0) < 0 || file->FindStreams() < 0) return nullptr;
+  if (file->OpenFile() != 0 || file->OpenFormat(flags) < 0 || file->FindStreams() < 0) {
+    return nullptr;
+  }
   return file;
 }
 

@@ -28,9 +28,10 @@ class MediaFile {
  public:
   /// Opens a file and finds its streams.
   /// @param path the file's name, any bytes but 0.
+  /// @param flags AVFMT_FLAG_...
   /// @return null when it is not a plain file, cannot be read, or no demultiplexer knows it.
   /// @throws std::bad_alloc
-  static std::unique_ptr<MediaFile> Open(const std::string& path);
+  static std::unique_ptr<MediaFile> Open(const std::string& path, int flags = 0);
 
   /// The same in steps, for those who want to know which one fails. Each needs the one before, and
   /// is for once.

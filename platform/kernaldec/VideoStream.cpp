@@ -8,6 +8,7 @@ extern "C" {
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <optional>
 #include <utility>
 
 #include "platform/kernaldec/Describe.h"
@@ -26,8 +27,9 @@ constexpr int kMargins[] = {0, 2 * kTicksPerSecond, 10 * kTicksPerSecond};
 
 ComponentPtr<CVideoStream> CVideoStream::Open(std::unique_ptr<MediaFile> file, int index,
                                               const Program& program) {
-  auto stream = MakeComponent<CVideoStream>(nullptr, index, program);
-  if (!stream->Start(std::move(file))) return nullptr;
+  if (index >= static_cast<int>(file->format()->nb_streams)) return nullptr;
+  auto stream = MakeComponent<CVideoStream>(std::move(file), index, program);
+  if (!stream->Start()) return nullptr;
   return stream;
 }
 
@@ -36,6 +38,8 @@ CVideoStream::CVideoStream(std::unique_ptr<MediaFile> file, int index, const Pro
       m_file(std::move(file)),
       m_index(index),
       m_program(program),
+      m_clock(m_file->stream(index)->time_base,
+              av_guess_frame_rate(m_file->format(), m_file->stream(index), nullptr)),
       m_packet(av_packet_alloc()),
       m_frame(av_frame_alloc()),
       m_next(av_frame_alloc()),
@@ -46,18 +50,21 @@ CVideoStream::CVideoStream(std::unique_ptr<MediaFile> file, int index, const Pro
   }
 }
 
-bool CVideoStream::Start(std::unique_ptr<MediaFile> file) {
+bool CVideoStream::Start() {
   m_codec.reset();
-  m_file = std::move(file);
   m_state = State::kEnded;
   m_inputEnded = false;
   m_hasNext = false;
-  const auto count = static_cast<int>(m_file->format()->nb_streams);
+  // The clock needs times as they are stored, the description what FFmpeg makes of them.
+  m_input = MediaFile::Open(m_file->path(), AVFMT_FLAG_NOFILLIN);
+  if (m_input == nullptr) return false;
+  const auto count = static_cast<int>(m_input->format()->nb_streams);
   if (m_index >= count) return false;
   for (int i = 0; i < count; ++i) {
-    m_file->stream(i)->discard = i == m_index ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
+    m_input->stream(i)->discard = i == m_index ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
   }
-  const AVStream& stream = *m_file->stream(m_index);
+  const AVStream& stream = *m_input->stream(m_index);
+  if (av_cmp_q(stream.time_base, TimeBase()) != 0) return false;  // Another file by now.
   const AVCodec* codec = avcodec_find_decoder(stream.codecpar->codec_id);
   if (codec == nullptr) return false;
   m_codec.reset(avcodec_alloc_context3(codec));
@@ -66,10 +73,11 @@ bool CVideoStream::Start(std::unique_ptr<MediaFile> file) {
   m_codec->pkt_timebase = stream.time_base;
   m_codec->thread_count = 1;
   if (avcodec_open2(m_codec.get(), codec, nullptr) < 0) return false;
+  m_clock.StartAt(0);
+  m_awaitsKey = false;
   m_hasNext = DecodeFrame(m_next.get());
   if (!m_hasNext) return false;
-  m_startTicks =
-      m_next->best_effort_timestamp != AV_NOPTS_VALUE ? Bounded(m_next->best_effort_timestamp) : 0;
+  m_startTicks = m_next->pts;
   m_state = State::kBeforeFirst;
   return true;
 }
@@ -98,7 +106,7 @@ HRESULT CVideoStream::GetStreamInfo(IStreamInfo** ppInfo) {
   *ppInfo = nullptr;
   return Guarded([&] {
     StreamInfo record = DescribeStream(m_file->format(), m_program, m_index);
-    record.startPTS = ToTicks(m_startTicks, m_file->stream(m_index)->time_base);
+    record.startPTS = ToTicks(m_startTicks, TimeBase());
     const auto info = MakeComponent<CStreamInfo>();
     info->SetStreamInfo(&record);
     return scombase::GetInterface(static_cast<IStreamInfo*>(info.get()),
@@ -110,29 +118,46 @@ HRESULT CVideoStream::ChangeStream(int index) {
   return index == 0 ? S_OK : E_INVALIDARG;
 }
 
+AVRational CVideoStream::TimeBase() const {
+  return m_file->stream(m_index)->time_base;
+}
+
 std::int64_t CVideoStream::TimeOf(const AVFrame& frame) const {
-  if (frame.best_effort_timestamp == AV_NOPTS_VALUE) return 0;
-  return ToTicks(Bounded(frame.best_effort_timestamp) - m_startTicks,
-                 m_file->stream(m_index)->time_base);
+  return ToTicks(frame.pts - m_startTicks, TimeBase());
+}
+
+std::int64_t CVideoStream::EndOf(const AVFrame& frame) const {
+  return ToTicks(frame.pts + frame.pkt_duration - m_startTicks, TimeBase());
 }
 
 bool CVideoStream::DecodeFrame(AVFrame* frame) {
   for (;;) {
     const int result = avcodec_receive_frame(m_codec.get(), frame);
-    if (result >= 0) return true;
+    if (result >= 0) {
+      m_clock.Stamp(frame, *m_codec);
+      if (frame->pts != AV_NOPTS_VALUE) return true;
+      continue;
+    }
     if (result == AVERROR(ENOMEM)) throw std::bad_alloc();
     if (result == AVERROR_EOF || m_inputEnded) return false;
-    const int got = m_file->ReadPacket(m_packet.get());
+    const int got = m_input->ReadPacket(m_packet.get());
     if (got == AVERROR(ENOMEM)) throw std::bad_alloc();
     if (got < 0) {
       m_inputEnded = true;
       avcodec_send_packet(m_codec.get(), nullptr);
       continue;
     }
-    // A damaged packet costs its own picture only.
-    if (m_packet->stream_index == m_index) avcodec_send_packet(m_codec.get(), m_packet.get());
+    if (m_packet->stream_index == m_index) Send(m_packet.get());
     av_packet_unref(m_packet.get());
   }
+}
+
+void CVideoStream::Send(AVPacket* packet) {
+  m_clock.Check(packet, *m_codec);
+  // Some decoders make pictures of anything.
+  m_awaitsKey = m_awaitsKey && (packet->flags & AV_PKT_FLAG_KEY) == 0;
+  // A damaged packet costs its own picture only.
+  if (!m_awaitsKey) avcodec_send_packet(m_codec.get(), packet);
 }
 
 bool CVideoStream::Next() {
@@ -160,45 +185,54 @@ bool CVideoStream::DropUntil(std::int64_t target) {
   for (bool more = m_state == State::kAtFrame || Next(); more; more = Next()) {
     if (m_hasNext && TimeOf(*m_next) > target) return true;
     // The last picture has no successor to end it.
-    if (!m_hasNext) {
-      const std::int64_t shown = ToTicks(std::max<std::int64_t>(m_frame->pkt_duration, 1),
-                                         m_file->stream(m_index)->time_base);
-      if (target < TimeOf(*m_frame) + shown) return true;
-    }
+    if (!m_hasNext && target < EndOf(*m_frame)) return true;
   }
   return false;
+}
+
+bool CVideoStream::ReadFrom(std::int64_t target) {
+  const std::int64_t ticks =
+      m_startTicks + Bounded(av_rescale_q_rnd(target, kTickBase, TimeBase(), AV_ROUND_DOWN));
+  if (av_seek_frame(m_input->format(), m_index, ticks, AVSEEK_FLAG_BACKWARD) < 0) return false;
+  avcodec_flush_buffers(m_codec.get());
+  m_clock.Lose();
+  m_awaitsKey = true;
+  m_inputEnded = false;
+  m_hasNext = false;
+  m_state = State::kBeforeFirst;
+  m_hasNext = DecodeFrame(m_next.get());
+  return m_hasNext;
 }
 
 bool CVideoStream::SeekTo(std::int64_t target) {
   m_filled = false;
   if (m_state == State::kAtFrame && target >= TimeOf(*m_frame) &&
-      target <= TimeOf(*m_frame) + kTicksPerSecond) {
-    return DropUntil(target);
+      target <= TimeOf(*m_frame) + kTicksPerSecond && DropUntil(target)) {
+    return true;
   }
-  const AVRational base = m_file->stream(m_index)->time_base;
+  // Decoders may lose the last pictures when they start shortly before them: the end counts when it
+  // has been reached from two places.
+  std::optional<std::int64_t> from;
+  std::optional<std::int64_t> end;
   for (const std::int64_t margin : kMargins) {
-    const std::int64_t from = target - margin;
-    if (from <= 0) break;
-    const std::int64_t ticks =
-        m_startTicks + Bounded(av_rescale_q_rnd(from, kTickBase, base, AV_ROUND_DOWN));
-    if (av_seek_frame(m_file->format(), m_index, ticks, AVSEEK_FLAG_BACKWARD) < 0) break;
-    avcodec_flush_buffers(m_codec.get());
-    m_inputEnded = false;
-    m_hasNext = false;
-    m_state = State::kBeforeFirst;
-    m_hasNext = DecodeFrame(m_next.get());
-    if (m_hasNext && TimeOf(*m_next) <= target) return DropUntil(target);
+    if (target <= margin || !ReadFrom(target - margin)) break;
+    const std::int64_t first = TimeOf(*m_next);
+    if (first > target || from == first) continue;
+    if (DropUntil(target)) return true;
+    if (end == EndOf(*m_frame)) return false;
+    from = first;
+    end = EndOf(*m_frame);
   }
-  std::unique_ptr<MediaFile> file = MediaFile::Open(m_file->path());
-  if (file == nullptr || !Start(std::move(file))) return false;
-  return DropUntil(target);
+  return Start() && DropUntil(target);
 }
 
 double CVideoStream::Seek(double seconds, int /*mode*/) {
   if (std::isnan(seconds)) return -1;
   constexpr double latest = 1e9;
-  const auto target =
-      static_cast<std::int64_t>(std::llround(std::clamp(seconds, 0.0, latest) * kTicksPerSecond));
+  // Cut off to whole ticks, but for the error of a time that was computed from ticks.
+  constexpr double error = 0.01;
+  const auto target = static_cast<std::int64_t>(
+      std::floor(std::clamp(seconds, 0.0, latest) * kTicksPerSecond + error));
   m_sought = Guarded([&] { return SeekTo(target); }, false, false);
   return m_sought ? static_cast<double>(TimeOf(*m_frame)) / kTicksPerSecond : -1;
 }

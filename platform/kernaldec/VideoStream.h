@@ -10,6 +10,7 @@ extern "C" {
 
 #include "platform/common/MediaFile.h"
 #include "platform/kernaldec/Guard.h"
+#include "platform/kernaldec/PictureClock.h"
 #include "platform/kernaldec/Programs.h"
 #include "platform/kernaldec/StudioColours.h"
 #include "zel/base/Unknown.h"
@@ -60,18 +61,24 @@ class CVideoStream final : public scombase::CUnknown, public IMediaStream {
  private:
   enum class State { kBeforeFirst, kAtFrame, kEnded };
 
-  bool Start(std::unique_ptr<MediaFile> file);
+  bool Start();
   bool Next();
   bool SeekTo(std::int64_t target);
+  bool ReadFrom(std::int64_t target);
   bool DropUntil(std::int64_t target);
   bool DecodeFrame(AVFrame* frame);
+  void Send(AVPacket* packet);
   bool FillSample();
   bool Scale(const AVFrame& source, const ColourCoding& coding);
+  AVRational TimeBase() const;
   std::int64_t TimeOf(const AVFrame& frame) const;
+  std::int64_t EndOf(const AVFrame& frame) const;
 
-  std::unique_ptr<MediaFile> m_file;
+  const std::unique_ptr<MediaFile> m_file;  ///< For the description.
   const int m_index;
   const Program m_program;
+  PictureClock m_clock;
+  std::unique_ptr<MediaFile> m_input;  ///< For the packets.
   FfmpegPtr<AVCodecContext> m_codec;
   FfmpegPtr<AVPacket> m_packet;
   FfmpegPtr<AVFrame> m_frame;
@@ -84,6 +91,7 @@ class CVideoStream final : public scombase::CUnknown, public IMediaStream {
   ComponentPtr<CZelSample> m_sample;
   State m_state = State::kEnded;
   bool m_inputEnded = false;
+  bool m_awaitsKey = false;  ///< What follows a seek cannot be decoded before the next key picture.
   bool m_filled = false;
   bool m_sought = false;          ///< A seek has found a picture that nobody has read yet.
   std::int64_t m_startTicks = 0;  ///< In the stream's time base.

@@ -1,0 +1,47 @@
+// The times of decoded pictures, made from what the container stores.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/kernaldec/Ffmpeg.h"
+
+namespace zel::kernaldec {
+
+/// Many containers do not store a time for each picture: bare streams have none, program streams
+/// one for each block of several pictures, AVI only the places of pictures in the order of
+/// decoding. FFmpeg's demultiplexers fill the gaps with guesses that do not hold after a seek, and
+/// that cannot be told from stored times any more. So this takes packets that are as stored
+/// (AVFMT_FLAG_NOFILLIN), and counts on from the last stored time by the length of a picture.
+/// All times are in the stream's time base. One thread at a time.
+class PictureClock {
+ public:
+  /// @param rate pictures per second, by what the container tells; what is not positive counts as
+  ///   25.
+  PictureClock(AVRational base, AVRational rate);
+
+  /// Reading starts at the beginning: what has no time comes at `time`.
+  void StartAt(std::int64_t time);
+  /// Reading goes on elsewhere: the time is unknown until one is stored.
+  void Lose();
+  /// Takes notice of every packet of the stream, before the decoder does. Takes away times that the
+  /// packet does not seem to own.
+  void Check(AVPacket* packet, const AVCodecContext& codec);
+  /// Sets the decoded picture's `pts`, AV_NOPTS_VALUE if unknown, and the length of time for which
+  /// it is meant to be shown, `pkt_duration`, above 0.
+  void Stamp(AVFrame* picture, const AVCodecContext& codec);
+
+ private:
+  std::int64_t Length(const AVCodecContext& codec, int repeatedFields) const;
+
+  const AVRational m_base;
+  const AVRational m_rate;
+  bool m_storesShowTimes = false;
+  bool m_storesDecodeTimes = false;
+  bool m_hasGaps = false;                          ///< Some pictures have times, others none.
+  bool m_doubts = false;                           ///< The last stored time was taken away.
+  std::int64_t m_end = AV_NOPTS_VALUE;             ///< Of the picture before; or unknown.
+  std::int64_t m_lastDecodeTime = AV_NOPTS_VALUE;  ///< That was stored and believed.
+  std::int64_t m_packetsSince = 0;
+};
+
+}  // namespace zel::kernaldec
