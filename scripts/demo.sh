@@ -87,4 +87,4 @@ check "$(packets clip.mp4 | wc -l) video packets, all as in the clip, with their
   "$(packets clip.mp4)" = "$(packets dubbed.mp4)"
 "$zel" frame dubbed.mp4 --output frame.png --at 5 --overwrite
 "$zel" wave clip.mp4 track.flac dubbed.mp4 --output waves.png --overwrite
-echo "The result is $out/dubbed.mp4; $out/waves.png shows the three sounds"
+echo "The result is $out/dubbed.mp4; $out/waves.png shows the three sounds, $out/frame.png a picture of it"

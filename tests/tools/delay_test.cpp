@@ -67,6 +67,11 @@ TEST(Delay, ClockText) {
   EXPECT_EQ(ClockText(3725.0426), "1:02:05.043");
   EXPECT_EQ(ClockText(-59.9996), "-0:01:00.000");
   EXPECT_EQ(ClockText(1e300), "1e+300 s");
+  EXPECT_EQ(ExactClockText(1.5), "0:00:01.500");
+  EXPECT_EQ(ExactClockText(-62.0333667), "-0:01:02.0333667");
+  EXPECT_EQ(ExactClockText(3600.01234), "1:00:00.01234");
+  EXPECT_EQ(ExactClockText(0.99999997), "0:00:01.000");
+  EXPECT_EQ(ExactClockText(1e300), "1e+300 s");
 }
 
 }  // namespace

@@ -112,6 +112,40 @@ class Pictures(Case):
                     quality = psnr(picture, raw("clip.mp4", f"select=eq(n\\,{i})"))
                     (self.assertGreater if i == wanted else self.assertLess)(quality, 40, i)
 
+    def test_counts_where_pictures_have_no_times(self):
+        # Pictures that show their own number, in black and white bars, in files that hold few times or none.
+        numbers = "color=s=256x64:r={}:d={},geq=lum='16+219*mod(floor(N/pow(2,floor(X/32))),2)':cb=128:cr=128"
+        h264 = ("-c:v", "libx264", "-preset", "veryfast", "-pix_fmt", "yuv420p", "-x264-params")
+        open_gop = (*h264, "open-gop=1:keyint=12:bframes=5")
+        hevc = ("-c:v", "libx265", "-x265-params", "log-level=none:keyint=12:bframes=4:open-gop=1")
+        mpeg2 = ("-c:v", "mpeg2video", "-b:v", "2M", "-bf", "2")
+        few, many = (0, 1, 2, 19, 50, 97, 98, 99), (0, *range(20, 36), 50, 98, 99)
+        for path, rate, wanted, args in (
+                ("bare.h264", "25", few, open_gop), ("bare.hevc", "25", few, hevc), ("bare.m2v", "25", few, mpeg2),
+                ("bare.m1v", "25", few, ("-c:v", "mpeg1video", "-b:v", "1M", "-bf", "2")),
+                ("ntsc.h264", "30000/1001", few, open_gop), ("film.vob", "24000/1001", few, mpeg2),
+                # One time for some 40 pictures, and at places for the wrong one.
+                ("h264.mpg", "25", many, (*h264, "tff=1:keyint=30")), ("mpeg2.vob", "25", many, mpeg2),
+                ("open.mp4", "25", few, open_gop), ("open.mkv", "25", few, open_gop), ("open.avi", "25", few, open_gop),
+                ("part2.avi", "25", few, ("-c:v", "mpeg4", "-bf", "2")), ("hevc.ts", "25", many, hevc),
+        ):
+            numerator, _, denominator = rate.partition("/")
+            step = int(denominator or 1) / int(numerator)
+            self.clip(path, numbers.format(rate, 100 * step), *args)
+
+            def number(*where):
+                line = rows(self.grab(path, *where), 256)[32]
+                return sum((line[3 * (32 * bit + 16)] > 128) << bit for bit in range(8))
+
+            with self.subTest(path=path):
+                self.assertEqual(number(), 0)
+                # The time that is told means the same picture again, and what is just before it does not.
+                told = self.done("frame", path, "-o", "o.png", "--overwrite", "--at", str(2.5 * step)).split()[5][:-1]
+                self.assertEqual([number("--at", told), number("--at", str(float(told[5:]) - 2e-7))], [2, 1])
+                self.assertEqual([number("--at", f"{(i + 0.5) * step:.6f}") for i in wanted], list(wanted))
+                self.fails(("frame", path, "-o", "end.png", "--at", f"{100.5 * step:.6f}"), 1, "ends at 0:00:0" +
+                           ("4.000$" if rate == "25" else "4.1708" if path == "film.vob" else "3.3366667$"))
+
     def test_every_format_holds_the_same_picture(self):
         for path in ("smooth.mkv", "clip.mp4"):  # Bitmap rows with and without padding.
             picture = self.grab(path, "--at", "0.5")
@@ -275,6 +309,7 @@ class Refusals(Case):
         ffmpeg("-f", "lavfi", "-i", "testsrc=s=64x48:r=25:d=2", "-c:v", "mpeg4", "in.mp4")
         ffmpeg("-i", "in.mp4", "-f", "lavfi", "-i", "sine=d=5", "-c:v", "copy", "long.mkv")
         ffmpeg("-f", "lavfi", "-i", "color=red:s=32x32:d=0.1", "-frames:v", "1", "logo.png")
+        ffmpeg("-f", "lavfi", "-i", "color=red:s=16386x2:d=0.1", "-c:v", "ffv1", "wide.mkv")
         write_wav("sound.wav", noise(1, 8000))
         ffmpeg("-i", "sound.wav", "-i", "logo.png", "-map", "0", "-map", "1", "-c:v", "copy", "-disposition:v",
                "attached_pic", "cover.m4a")
@@ -282,11 +317,12 @@ class Refusals(Case):
         os.mkfifo("fifo.mp4")
         os.link("in.mp4", "same.png")
         os.symlink("logo.png", "alias.png")
+        os.symlink("nowhere.png", "lost.png")
         with open("in.mp4", "rb") as file:
             data = file.read()
         with open("logo.png", "rb") as file:
             picture = file.read()
-        for name, content in (("text.mp4", b"This is no video."), ("empty.mp4", b""), ("cut.mp4", data[:-2000]),
+        for name, content in (("text.mp4", b"This is no video."), ("text.png", b"Hello"), ("empty.mp4", b""), ("cut.mp4", data[:-2000]),
                               ("cut.png", picture[:60]), ("there.png", b"mine"),
                               ("bomb.png", picture[:16] + struct.pack(">2I", 900_000, 900_000) + picture[24:29] +
                                struct.pack(">I", zlib.crc32(picture[12:16] + struct.pack(">2I", 900_000, 900_000) +
@@ -306,14 +342,16 @@ class Refusals(Case):
                 (("in.mp4", "-o", ".png"), ".png: the name tells no known"),
                 (("in.mp4", "-o", ""), "'': "), (("in.mp4", "-o", "there.png"), "there.png: exists already"),
                 (("in.mp4", "-o", "none/o.png"), "none/o.png: its folder does not exist"),
+                (("in.mp4", "-o", "lost.png"), "lost.png: is a link that leads nowhere"),
                 (("in.mp4", "-o", "same.png", "--overwrite"), "same.png: is the same file as in.mp4"),
                 (("in.mp4", "--over", "logo.png", "-o", "alias.png", "--overwrite"), "alias.png: is the same file as"),
                 (("in.mp4", "--at", "2"), r"in.mp4: has no picture at 0:00:02\.000: its last picture ends at 0:00:02\.000"),
+                (("wide.mkv",), "wide.mkv: pictures of 16386x2 are larger than 16384x16384"),
                 (("long.mkv", "--at", "4"), r"long.mkv: has no picture at 0:00:04\.000: .* ends at 0:00:02\.000"),
                 (("in.mp4", "--over", "none.png"), "none.png: No such file"), (("in.mp4", "--over", ""), "'': "),
                 (("in.mp4", "--over", "folder.mp4"), "folder.mp4: Is a directory"),
                 (("in.mp4", "--over", "fifo.mp4"), "fifo.mp4: not a regular"),
-                (("in.mp4", "--over", "sound.wav"), "sound.wav: Not a PNG"), (("in.mp4", "--over", "cut.png"), "cut.png: the file is cut off"),
+                (("in.mp4", "--over", "sound.wav"), "sound.wav: is no PNG file"), (("in.mp4", "--over", "text.png"), "text.png: is no PNG file"), (("in.mp4", "--over", "cut.png"), "cut.png: the file is cut off"),
                 (("in.mp4", "--over", "bomb.png"), "bomb.png: a picture of 900000x900000 is too large"),
         ):
             with self.subTest(args=args):
@@ -324,7 +362,7 @@ class Refusals(Case):
 
     def test_wrong_usage(self):
         for args, pattern in (
-                ((), "required"), (("--at", "noon"), "--at: 'noon'"), (("--at", "nan"), "--at: 'nan' is not finite"),
+                ((), "required"), (("--at", "1", "--at", "2"), "--at: given more than once"), (("--at", "noon"), "--at: 'noon'"), (("--at", "nan"), "--at: 'nan' is not finite"),
                 (("--over", "logo.png", "--at-xy", "-2147483648,0"), "-2147483648 is not from -1000000 to 1000000"),
                 (("--near",), "--size"), (("--at-xy", "1,2"), "--over"),
                 *((("--size", size), re.escape(size)) for size in

@@ -7,7 +7,7 @@ import subprocess
 import sys
 import unittest
 
-from support import ZEL, Case, ffmpeg, noise, write_wav
+from support import ZEL, Case, ffmpeg, noise, write_wav, zel
 
 RANGE, POWER, LANE = (125, 176, 227), (28, 92, 168), (242, 245, 249)  # Colours of the chart.
 LEFT, RIGHT = 40, 24  # Its margins.
@@ -144,6 +144,13 @@ class Waves(Case):
             with self.subTest(args=args):
                 args = args if "-o" in args else (*args, "-o", "o.png")
                 self.fails(("wave", *args), code, "^zel.*: .*" + pattern)
+
+    def test_no_picture_without_a_font(self):
+        with open("fonts.conf", "w") as config:
+            config.write("<fontconfig><cachedir>cache</cachedir></fontconfig>")
+        code, out, err = zel("wave", "short.wav", "-o", "no.png", env={**os.environ, "FONTCONFIG_FILE": "fonts.conf"})
+        self.assertEqual((code, out, err), (1, "", "zel: no font is installed to write names and times with\n"))
+        self.assertFalse(os.path.exists("no.png"))
 
     @unittest.skipIf(os.environ.get("ZEL_SANITIZE"), "a sanitizer keeps freed memory")
     def test_memory_stays_constant(self):

@@ -126,6 +126,11 @@ bool CommandLine::Parse(int argc, char** argv) {
     PrintOut(parser_->help());
   } catch (const CLI::CallForVersion&) {
     PrintOut(VersionText());
+  } catch (const CLI::ArgumentMismatch& error) {
+    const std::string text = error.what();
+    const std::size_t most = text.find(": At Most 1 required");
+    throw UsageError(most == std::string::npos ? text
+                                               : text.substr(0, most) + ": given more than once");
   } catch (const CLI::ParseError& error) {
     throw UsageError(error.what());
   }

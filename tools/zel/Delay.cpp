@@ -96,6 +96,25 @@ bool NamesNoNumber(std::string_view text) {
   return lower == "inf" || lower == "infinity" || lower == "nan";
 }
 
+std::string ClockText(double seconds, int decimals) {
+  // Beyond this a clock says nothing; it also keeps the conversion in range.
+  constexpr double limit = 1e11;
+  if (!(std::fabs(seconds) < limit)) {
+    char plain[32];
+    std::snprintf(plain, sizeof(plain), "%g s", seconds);
+    return plain;
+  }
+  long long perSecond = 1;
+  for (int i = 0; i < decimals; ++i) perSecond *= 10;
+  const long long units = std::llround(std::fabs(seconds) * static_cast<double>(perSecond));
+  const long long whole = units / perSecond;
+  char clock[64];
+  std::snprintf(clock, sizeof(clock), "%s%lld:%02lld:%02lld.%0*lld",
+                seconds < 0 && units > 0 ? "-" : "", whole / 3600, whole / 60 % 60, whole % 60,
+                decimals, units % perSecond);
+  return clock;
+}
+
 }  // namespace
 
 double ParseDelay(const std::string& option, std::string_view text) {
@@ -126,18 +145,16 @@ double ParseDelay(const std::string& option, std::string_view text) {
 }
 
 std::string ClockText(double seconds) {
-  // Beyond this a clock says nothing; it also keeps the conversion in range.
-  if (!(std::fabs(seconds) < 1e12)) {
-    char plain[32];
-    std::snprintf(plain, sizeof(plain), "%g s", seconds);
-    return plain;
+  return ClockText(seconds, 3);
+}
+
+std::string ExactClockText(double seconds) {
+  std::string text = ClockText(seconds, 7);
+  const std::size_t point = text.rfind('.');
+  if (!text.ends_with('s') && point != std::string::npos) {
+    text.resize(std::max(text.find_last_not_of('0'), point + 3) + 1);
   }
-  const long long ms = std::llround(std::fabs(seconds) * 1000);
-  char clock[48];
-  std::snprintf(clock, sizeof(clock), "%s%lld:%02lld:%02lld.%03lld",
-                seconds < 0 && ms > 0 ? "-" : "", ms / 3600000, ms / 60000 % 60, ms / 1000 % 60,
-                ms % 1000);
-  return clock;
+  return text;
 }
 
 }  // namespace zel::tool

@@ -17,4 +17,7 @@ double ParseDelay(const std::string& option, std::string_view text);
 /// Seconds as a clock time with milliseconds: "0:01:02.345".
 std::string ClockText(double seconds);
 
+/// The same with as many more digits as tell one time stamp (100-ns units) from the next.
+std::string ExactClockText(double seconds);
+
 }  // namespace zel::tool

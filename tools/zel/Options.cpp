@@ -37,10 +37,10 @@ void OutputOptions::AddTo(CommandLine* line) {
   AddTo(line, "the container: " + KnownSuffixes());
 }
 
-void OutputOptions::AddTo(CommandLine* line, const std::string& tells) {
+void OutputOptions::AddTo(CommandLine* line, const std::string& tells, const std::string& silence) {
   line->AddRequiredText("-o,--output", "OUTPUT", &path, "File to write; its name tells " + tells);
   line->AddFlag("--overwrite", &overwrite, "Replace an existing OUTPUT");
-  line->AddFlag("-q,--quiet", &quiet, "No progress and no closing line");
+  line->AddFlag("-q,--quiet", &quiet, silence);
 }
 
 void OutputOptions::Check(const std::vector<std::string>& sources) const {

@@ -23,7 +23,9 @@ struct OutputOptions {
   void AddTo(CommandLine* line);
   /// The same for other files than sound and video.
   /// @param tells what the file's name tells, for the help text
-  void AddTo(CommandLine* line, const std::string& tells);
+  /// @param silence what --quiet does, for the help text
+  void AddTo(CommandLine* line, const std::string& tells,
+             const std::string& silence = "No progress and no closing line");
   /// Makes the cheap checks before anything is opened: the file can be written, and it is none of
   /// `sources`, through links neither.
   /// @throws Failure

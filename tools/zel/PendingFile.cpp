@@ -93,7 +93,10 @@ Place FindPlace(const std::string& path, bool overwrite) {
   if (lstat(path.c_str(), &there) == 0) {
     if (S_ISLNK(there.st_mode)) {
       char resolved[PATH_MAX];
-      if (realpath(path.c_str(), resolved) == nullptr) throw SystemFailure(path, errno);
+      if (realpath(path.c_str(), resolved) == nullptr) {
+        if (errno == ENOENT) throw Failure(path, "is a link that leads nowhere");
+        throw SystemFailure(path, errno);
+      }
       place.target = resolved;
       if (stat(resolved, &there) != 0) throw SystemFailure(path, errno);
     }

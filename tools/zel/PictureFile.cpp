@@ -168,6 +168,10 @@ AlphaPicture ReadPng(const std::string& path) {
 
   const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(path.c_str(), "rb"));
   if (file == nullptr) throw Failure(path, std::strerror(errno));
+  png_byte head[8] = {};
+  const std::size_t count = std::fread(head, 1, sizeof(head), file.get());
+  if (count > 0 && png_sig_cmp(head, 0, count) != 0) throw Failure(path, "is no PNG file");
+  std::rewind(file.get());
   PngImage png;
   // libpng tells an end that comes too early, a bad disk and a bad picture apart poorly.
   const auto check = [&](int done) {

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <memory>
 #include <new>
+#include <stdexcept>
 
 namespace zel::tool {
 namespace {
@@ -52,6 +53,11 @@ class Canvas {
         layout_(pango_cairo_create_layout(context_.get())) {
     if (cairo_status(context_.get()) != CAIRO_STATUS_SUCCESS) throw std::bad_alloc();
     Fill(kPaper, 0, 0, width, height);
+    // Without a font there would be boxes for letters.
+    pango_layout_set_text(layout_.get(), "0", 1);
+    if (pango_layout_get_unknown_glyphs_count(layout_.get()) > 0) {
+      throw std::runtime_error("no font is installed to write names and times with");
+    }
   }
 
   void Fill(const Colour& colour, double x, double y, double width, double height) {

@@ -235,7 +235,7 @@ class FrameGrab {
     if (options_.output.quiet) return;
     const double time = static_cast<double>(frame.llPTS) / kTicks + start_;
     PrintOut(Printable(options_.output.path) + ": picture of " + Printable(options_.video) +
-             " at " + ClockText(time) + ", " + SizeText({view.width, view.height}) + "\n");
+             " at " + ExactClockText(time) + ", " + SizeText({view.width, view.height}) + "\n");
   }
 
  private:
@@ -265,7 +265,7 @@ class FrameGrab {
       stream_->Forward();
     }
     CZelSample* sample = stream_->GetSampleEx();
-    if (sample == nullptr) throw Failure(options_.video, "its pictures cannot be used");
+    if (sample == nullptr) throw Failure(options_.video, WhyUnusable());
     // A copy of our own: the decoder goes on with its sample.
     const MEDIA_FRAME_YUV& yuv = sample->GetMediaFrame()->video.yuv;
     if (picture_.RemallocYUVFrame(static_cast<unsigned long>(yuv.nWidth),
@@ -274,6 +274,16 @@ class FrameGrab {
         picture_.FrameCopy(*sample) != S_OK) {
       throw Failure(options_.video, "its pictures cannot be copied");
     }
+  }
+
+  std::string WhyUnusable() const {
+    const AVCodecParameters& codec =
+        *source_.stream(static_cast<int>(info_->GetStreamIndex())).codecpar;
+    if (codec.width <= kMaxPictureSide && codec.height <= kMaxPictureSide) {
+      return "its pictures cannot be used";
+    }
+    return "pictures of " + SizeText({codec.width, codec.height}) + " are larger than " +
+           SizeText({kMaxPictureSide, kMaxPictureSide});
   }
 
   /// The time stamp of time 0.
@@ -293,18 +303,17 @@ class FrameGrab {
     const double said = info_->GetLength();
     for (double back = 1; end == 0; back *= 10) {
       const double from = said > back ? said - back : 0;
-      if (stream_->Seek(from, 0) >= 0) {
-        do {
-          CZelSample* sample = stream_->GetSampleEx();
-          if (sample == nullptr) break;
-          end =
-              static_cast<double>(sample->GetMediaFrame()->llPTS + sample->GetDuration()) / kTicks;
-        } while (stream_->Forward() == 0);
+      for (double next = from; stream_->Seek(next, 0) >= 0;) {
+        CZelSample* sample = stream_->GetSampleEx();
+        if (sample == nullptr) break;
+        next = static_cast<double>(sample->GetMediaFrame()->llPTS + sample->GetDuration()) / kTicks;
+        if (next <= end) break;  // Times that run backwards.
+        end = next;
       }
       if (from == 0) break;
     }
-    throw Failure(options_.video, "has no picture at " + ClockText(*options_.at) +
-                                      ": its last picture ends at " + ClockText(end + start_));
+    throw Failure(options_.video, "has no picture at " + ExactClockText(*options_.at) +
+                                      ": its last picture ends at " + ExactClockText(end + start_));
   }
 
   Bitmap Draw(const MEDIA_FRAME_YUV& yuv) {
@@ -351,7 +360,7 @@ int RunFrame(int argc, char** argv) {
   std::optional<std::string> logoAt;
   CommandLine line("frame", "Take a picture of VIDEO and write it as OUTPUT.");
   line.AddFile("VIDEO", &options.video, "Video file");
-  options.output.AddTo(&line, "the format: " + KnownPictureSuffixes());
+  options.output.AddTo(&line, "the format: " + KnownPictureSuffixes(), "No closing line");
   line.AddText("--at", "S", &at,
                "Time of the picture, from the beginning of VIDEO: 12.5, 800ms, 1:02:03.04; "
                "the first picture if not given");

@@ -29,7 +29,7 @@ constexpr Command kCommands[] = {
 std::string HelpText() {
   std::string text =
       "Usage: zel COMMAND [ARGUMENT...]\n"
-      "Replace, describe and convert the sound of media files.\n\nCommands:\n";
+      "Dub media files; mix, convert, describe and picture what is in them.\n\nCommands:\n";
   for (const Command& command : kCommands) {
     char line[128];
     std::snprintf(line, sizeof(line), "  %-9s %s\n", command.name, command.summary);
