@@ -148,7 +148,7 @@ class Waves(Case):
     def test_no_picture_without_a_font(self):
         with open("fonts.conf", "w") as config:
             config.write("<fontconfig><cachedir>cache</cachedir></fontconfig>")
-        code, out, err = zel("wave", "short.wav", "-o", "no.png", env={**os.environ, "FONTCONFIG_FILE": "fonts.conf"})
+        code, out, err = zel("wave", "short.wav", "-o", "no.png", env={**os.environ, "FONTCONFIG_FILE": os.path.abspath("fonts.conf")})
         self.assertEqual((code, out, err), (1, "", "zel: no font is installed to write names and times with\n"))
         self.assertFalse(os.path.exists("no.png"))
 
