@@ -212,6 +212,71 @@ TEST(Sample, CopiesPlanesPacked) {
   EXPECT_EQ(small.IsKeyFrame(), 1);
 }
 
+TEST(Sample, CopiesEveryField) {
+  unsigned char bytes[40] = {4, 5, 6};
+  Sample audio(kAudio, kDecoded), buffer(kVideo, kEncoded), picture(kVideo, kDecoded);
+  ASSERT_EQ(audio.SetSampleSize(8), S_OK);
+  MEDIA_FRAME source = AudioFrame(bytes, 3);
+  source.audio.nSampleRate = 48000;
+  ASSERT_EQ(audio.FrameCopy(&source), S_OK);
+  const MEDIA_FRAME_AUDIO& sound = audio.frame().audio;
+  EXPECT_EQ((std::vector{sound.nSampleRate, sound.nChannels, sound.nBitsPerSample, sound.nDataSize,
+                         sound.nBufferSize}),
+            (std::vector{48000, 2, 16, 3, 8}));
+  EXPECT_EQ(audio.frame().llDTS, 60);
+  EXPECT_EQ(audio.IsKeyFrame(), 0) << "sound has none";
+
+  ASSERT_EQ(buffer.SetSampleSize(8), S_OK);
+  EXPECT_EQ(buffer.frame().video.buffer.nBufferSize, 8);
+  MEDIA_FRAME* const frame = buffer.GetMediaFrame();
+  EXPECT_EQ(buffer.SetSampleSize(8), S_OK);
+  EXPECT_EQ(buffer.GetMediaFrame(), frame);
+  source = VideoFrame(IMAGE_FORMAT_BUFFER, kEncoded);
+  source.video.buffer = {bytes, 33, 40};
+  source.bKeyFrame = 2;
+  for (int i = 0; i < 2; ++i) {
+    ASSERT_EQ(buffer.FrameCopy(&source), S_OK);
+    EXPECT_EQ(buffer.IsKeyFrame(), 2);
+    EXPECT_EQ(buffer.frame().bKeyFrame, 2);
+    EXPECT_EQ(buffer.frame().video.buffer.nDataSize, 33);
+    EXPECT_EQ(buffer.frame().video.buffer.nBufferSize, 33);
+    EXPECT_EQ(buffer.GetSampleSize(), 33U);
+  }
+  EXPECT_EQ(buffer.RefreshSampleInfo(), S_OK);
+  EXPECT_EQ(buffer.IsKeyFrame(), 1);
+
+  ASSERT_EQ(picture.RemallocYUVFrame(8, 8, YUV_IMAGE_420P), S_OK);
+  EXPECT_EQ(picture.yuv().nYuvFormat, 2);
+  source = YuvFrame(bytes, 5, 4);
+  source.video.yuv.nYuvFormat = 7;
+  source.video.yuv.nStride[0] = 6;
+  ASSERT_EQ(picture.FrameCopy(&source), S_OK);
+  const MEDIA_FRAME_YUV& yuv = picture.yuv();
+  EXPECT_EQ((std::vector{yuv.nYuvFormat, yuv.nWidth, yuv.nHeight, yuv.nStride[0], yuv.nStride[1],
+                         yuv.nStride[2]}),
+            (std::vector{7, 5, 4, 6, 3, 3}));
+  picture.frame().bKeyFrame = 0;
+  EXPECT_EQ(picture.RefreshSampleInfo(), S_OK);
+  EXPECT_EQ(picture.IsKeyFrame(), 0);
+  source = YuvFrame(bytes, 3, 0);
+  EXPECT_EQ(picture.FrameCopy(&source), S_OK);
+  // Where there is nothing to copy from, the record alone follows.
+  source = YuvFrame(bytes, 4, 4);
+  source.video.yuv.pPlane[1] = nullptr;
+  ASSERT_EQ(picture.FrameCopy(&source), S_OK);
+  EXPECT_EQ(yuv.nWidth, 4);
+  source = AudioFrame(nullptr, 2);
+  source.audio.nChannels = 1;
+  ASSERT_EQ(audio.FrameCopy(&source), S_OK);
+  EXPECT_EQ(sound.nChannels, 2);
+  EXPECT_EQ(sound.nDataSize, 3);
+  for (const int size : {5, 0}) {
+    audio.frame().audio.nBufferSize = size;
+    EXPECT_EQ(audio.RefreshSampleInfo(), S_OK);
+    EXPECT_EQ(audio.GetSampleSize(), static_cast<unsigned>(size));
+  }
+}
+
 TEST(Sample, AllocatesBitmapsAtTwiceTheirSize) {
   unsigned char bits[10] = {9, 8, 7, 6, 5, 4, 3, 2, 1, 0};
   MEDIA_FRAME source = VideoFrame(IMAGE_FORMAT_RGB);
@@ -320,7 +385,7 @@ TEST(Sample, NeverOutgrowsAnAttachedFrame) {
   audio.SetSampleSize(100);
   std::unique_ptr<MEDIA_FRAME> old(audio.GetMediaFrame());
   std::unique_ptr<unsigned char[]> oldData(old->audio.pData);
-  audio.FrameAttach(new MEDIA_FRAME(AudioFrame(new unsigned char[10], 10)));
+  EXPECT_EQ(audio.FrameAttach(new MEDIA_FRAME(AudioFrame(new unsigned char[10], 10))), S_OK);
   EXPECT_EQ(audio.GetSampleSize(), 100U);
   MEDIA_FRAME source = AudioFrame(bytes, 60);
   EXPECT_EQ(audio.FrameCopy(&source), S_OK);
@@ -401,6 +466,7 @@ TEST(Sample, ReusesMemoryWhenTheImageFormatChanges) {
   unknown.FrameAttach(new MEDIA_FRAME(VideoFrame(9)));
   EXPECT_EQ(video.FrameCopy(unknown), S_OK);
   EXPECT_EQ(video.frame().video.nImageFormat, 9);
+  EXPECT_EQ(video.yuv().nWidth, 0);
   EXPECT_EQ(video.FrameCopy(&source), S_OK);
   EXPECT_EQ(std::memcmp(video.yuv().pPlane[0], bytes, 17), 0);
 }
@@ -418,6 +484,8 @@ TEST(Sample, KeepsPacketTablesAndTexts) {
   EXPECT_TRUE(std::equal(table.begin(), table.end(), sample.GetAudioPakcetInfo()));
   EXPECT_EQ(sample.SetAudioPacketInfo(sample.GetAudioPakcetInfo()), S_OK);
   EXPECT_TRUE(std::equal(table.begin(), table.end(), sample.GetAudioPakcetInfo()));
+  const int none = 0;
+  EXPECT_EQ(sample.SetAudioPacketInfo(&none), S_OK);
   // A table inside the own one, longer than that has room for, up to what it holds.
   table = {2, 1, 77};
   sample.SetAudioPacketInfo(table.data());
