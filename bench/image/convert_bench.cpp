@@ -8,14 +8,13 @@
 // peers'.
 #include <array>
 #include <cstdint>
-#include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "bench/Compare.h"
+#include "bench/image/KernelLevel.h"
 #include "zel/Common/Image/ImageConvert.h"
 #include "zel/Common/Image/detail/ConvertKernels.h"
 
@@ -34,17 +33,6 @@ using zel::CpuLevel;
 using zel::bench::Goal;
 using zel::bench::Peer;
 using Bytes = std::vector<std::uint8_t>;
-
-/// The level of our kernels.
-CpuLevel BenchLevel() {
-  const char* const name = std::getenv("ZEL_CPU");
-  const CpuLevel detected = zel::DetectCpuLevel();
-  for (int i = 0; name && i <= static_cast<int>(detected); ++i) {
-    const auto level = static_cast<CpuLevel>(i);
-    if (std::strcmp(name, zel::CpuLevelName(level)) == 0) return level;
-  }
-  return detected;
-}
 
 /// A picture in every layout, with room for a padding column.
 struct Picture {
@@ -219,8 +207,9 @@ Peer Sws(const Routine& routine, Picture& in, Picture& out) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  zel::bench::Comparison comparison("image conversion", argc, argv);
-  const CpuLevel level = BenchLevel();
+  const CpuLevel level = zel::bench::KernelLevel();
+  zel::bench::Comparison comparison(
+      "image conversion, " + std::string(zel::CpuLevelName(level)) + " kernels", argc, argv);
   zel::image::UseConvertKernels(level);
   struct Size {
     int w, h;

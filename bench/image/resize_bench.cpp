@@ -1,14 +1,13 @@
 // The resizers against libyuv and swscale, and, where no library has their like, against their own
 // plain kernels. ZEL_CPU=avx2 (or another level's name) measures that level's kernels.
 
-#include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "bench/Compare.h"
+#include "bench/image/KernelLevel.h"
 #include "zel/Common/Image/AlphaResize.h"
 #include "zel/Common/Image/detail/ResizePlan.h"
 
@@ -87,14 +86,7 @@ class Picture {
 };
 
 const ResizeKernels& Kernels() {
-  static const ResizeKernels& kernels = []() -> const ResizeKernels& {
-    const char* name = std::getenv("ZEL_CPU");
-    for (int i = 0; name != nullptr && i <= static_cast<int>(zel::DetectCpuLevel()); ++i) {
-      const auto level = static_cast<zel::CpuLevel>(i);
-      if (std::strcmp(zel::CpuLevelName(level), name) == 0) return ResizeKernelsFor(level);
-    }
-    return ActiveResizeKernels();
-  }();
+  static const ResizeKernels& kernels = ResizeKernelsFor(zel::bench::KernelLevel());
   return kernels;
 }
 
@@ -280,11 +272,16 @@ Case AgainstPlain(const char* name, ResizeRoutine* routine, const Scale& scale, 
 }
 
 /// An odd size, against the even one next to it.
-Case AtOddSize(const char* name, ResizeRoutine* routine, int from_bytes, int to_bytes) {
+Case AtOddSize(const char* name, ResizeRoutine* routine, int from_bytes, int to_bytes,
+               bool chroma = false) {
   const Scale odd = {"to 1919x1079", {1279, 719}, {1919, 1079}};
   const Shared p = std::make_shared<Pictures>(odd, from_bytes, to_bytes);
   const Shared even = std::make_shared<Pictures>(kUp, from_bytes, to_bytes);
   Case c = Named(name, odd, p, AtLeast(0.9, 1.0));
+  if (chroma) {
+    c.items /= 4;
+    c.bytes /= 4;
+  }
   c.ours = Run(routine, Kernels(), p);
   c.peers = {{"to 1920x1080", Run(routine, Kernels(), even)}};
   return c;
@@ -293,7 +290,8 @@ Case AtOddSize(const char* name, ResizeRoutine* routine, int from_bytes, int to_
 }  // namespace
 
 int main(int argc, char** argv) {
-  zel::bench::Comparison all("resize", argc, argv);
+  const std::string level = zel::CpuLevelName(zel::bench::KernelLevel());
+  zel::bench::Comparison all("image resizing, " + level + " kernels", argc, argv);
   all.Add(Luma(kSmall, Method::kBilinear, {}));
   all.Add(Luma(kDown, Method::kBilinear, AtLeast(3, 7)));
   all.Add(Luma(kUp, Method::kBilinear, AtLeast(2, 3)));
@@ -323,8 +321,8 @@ int main(int argc, char** argv) {
   all.Add(AtOddSize("NearY", NearestLuma, 1, 1));
   all.Add(AtOddSize("BiLinerY_Simulate", BoxLuma, 1, 1));
   all.Add(AtOddSize("BiLiner8", BilinearBitmap8, 1, 1));
-  all.Add(AtOddSize("BiLinerUV", BilinearChroma, 1, 1));
-  all.Add(AtOddSize("NearUV", NearestChroma, 1, 1));
+  all.Add(AtOddSize("BiLinerUV", BilinearChroma, 1, 1, true));
+  all.Add(AtOddSize("NearUV", NearestChroma, 1, 1, true));
   all.Add(AtOddSize("Near8", NearestPlane8, 1, 1));
   all.Add(AtOddSize("BiLiner", BilinearBitmap32, 4, 4));
   all.Add(AtOddSize("Near", NearestBitmap32, 4, 4));

@@ -1,6 +1,7 @@
 // The published Windows bitmap records, as plain layouts. Multi-byte fields are little-endian.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 /// Header of a device-independent bitmap, 40 bytes.
@@ -18,6 +19,16 @@ struct tagBITMAPINFOHEADER {
   std::uint32_t biClrImportant;  ///< Entries that matter; 0: all.
 };
 static_assert(sizeof(tagBITMAPINFOHEADER) == 40);
+static_assert(offsetof(tagBITMAPINFOHEADER, biWidth) == 4 &&
+              offsetof(tagBITMAPINFOHEADER, biHeight) == 8 &&
+              offsetof(tagBITMAPINFOHEADER, biPlanes) == 12 &&
+              offsetof(tagBITMAPINFOHEADER, biBitCount) == 14 &&
+              offsetof(tagBITMAPINFOHEADER, biCompression) == 16 &&
+              offsetof(tagBITMAPINFOHEADER, biSizeImage) == 20 &&
+              offsetof(tagBITMAPINFOHEADER, biXPelsPerMeter) == 24 &&
+              offsetof(tagBITMAPINFOHEADER, biYPelsPerMeter) == 28 &&
+              offsetof(tagBITMAPINFOHEADER, biClrUsed) == 32 &&
+              offsetof(tagBITMAPINFOHEADER, biClrImportant) == 36);
 
 /// Entry of a colour table: blue, green, red in memory, then an unused byte.
 struct tagRGBQUAD {
@@ -33,4 +44,4 @@ struct tagBITMAPINFO {
   tagBITMAPINFOHEADER bmiHeader;
   tagRGBQUAD bmiColors[1];
 };
-static_assert(sizeof(tagBITMAPINFO) == 44);
+static_assert(sizeof(tagBITMAPINFO) == 44 && offsetof(tagBITMAPINFO, bmiColors) == 40);

@@ -53,7 +53,8 @@ enum IMAGE_INTERPOLATION : std::int32_t {
 //   top = (a * (4096 - fx) + b * fx) >> 12, bottom likewise from d and e,
 //   (top * (4096 - fy) + bottom * fy) >> 12: truncated three times, never rounded.
 //
-// They return 1 when the destination is written, and 0 when nothing is: for a null buffer, a method
+// They return 1 when the destination is written (of a chroma plane, as much as its routines write),
+// and 0 when nothing is: for a null buffer, a method
 // that the dispatcher does not know, a destination below 2 x 2, an empty source, a rectangle that
 // its record shows to leave the buffer (a negative corner, a right edge beyond the pitch, for
 // bottom-up bitmaps and in `ImageResize` a lower edge beyond `nImageHeight`), or when there is no
@@ -67,17 +68,23 @@ enum IMAGE_INTERPOLATION : std::int32_t {
 /// that routine knows bytes, not pixels, and takes the bitmap for a luma plane as wide in bytes as
 /// the rectangle is in pixels, its top row first, margins included).
 ZEL_API int ImageResize(const IMG_PARAM& src, IMG_PARAM& dst, IMAGE_INTERPOLATION method);
-/// Scales an 8-bit bitmap: DIB_ResizeBiLiner8 (0, 2) or DIB_ResizeNear8 (1).
+/// Scales an 8-bit picture: DIB_ResizeBiLiner8 (0, 2), which takes it for a bottom-up bitmap, or
+/// DIB_ResizeNear8 (1), which takes it for a top-down plane and does not look at `nImageHeight`.
 ZEL_API int ImageResize8(const IMG_PARAM& src, IMG_PARAM& dst, IMAGE_INTERPOLATION method);
 /// Scales a chroma plane of a 4:2:0 picture: DIB_ResizeBiLinerUV (0, 2) or DIB_ResizeNearUV (1).
+/// Neither writes the last sample of the last row: fill it beforehand. A destination of 2 x 2 is
+/// nothing but that sample.
 ZEL_API int ImageResizeUV(const IMG_PARAM& src, IMG_PARAM& dst, IMAGE_INTERPOLATION method);
 /// Scales a luma plane: DIB_ResizeBiLinerY (0, 2), DIB_ResizeNearY (1) or DIB_ResizeConvolve (3).
+/// All paint the rest of the rectangle's rows, to the end of the pitch, black (16): there can be no
+/// other picture beside it, nor another field between its rows, and the last row, too, needs its
+/// whole pitch.
 /// @param nReserved not used.
 ZEL_API int ImageResizeY(const IMG_PARAM& src, IMG_PARAM& dst, IMAGE_INTERPOLATION method,
                          int nReserved = 0);
 
-/// Scales a planar 4:2:0 picture: the luma plane with ImageResizeY, then V, then U with
-/// ImageResizeUV.
+/// Scales a planar 4:2:0 picture: the luma plane with ImageResizeY, margins included, then V, then
+/// U with ImageResizeUV, which both leave the bottom-right sample as it is.
 ///
 /// @param src, dst the rectangles, in luma pixels; their `pBuffer` and `nPitch` are not used.
 /// @param pSrcY ... nDstPitchV the planes and their bytes per row, borrowed for the call. A plane

@@ -10,15 +10,16 @@
 // ITU-R BT.601 studio range. Row r of a plane starts `pitch * r` bytes after its first row; pitches
 // are in bytes and may be negative. When W is odd, every routine but `Rgb32_2_yuv420A` and
 // `Rgb24_2_yuv420Simple` writes the last pixel's luma (and alpha) a second time, at column W, in
-// each row of a pair: these planes need room for W + 1 columns. When W and H are both odd, nothing
-// of the bottom-right pixel is written.
+// each row of a pair: these planes need room for W + 1 columns, and a pitch of as many bytes, or
+// the next row's first pixel is overwritten. Pointers and pitches need no alignment; a row's
+// padding is not read. When W and H are both odd, nothing of the bottom-right pixel is written.
 //
 // Arithmetic: Y  = ((1606 B + 8258 G + 4211 R) >> 14) + 16
 //             tu =  (7193 B - 4768 G - 2425 R) >> 14
 //             tv =  (7193 R - 6029 G - 1163 B) >> 14
 // with flooring shifts: the BT.601 factors scaled by 16384. A chroma sample is 128 plus the floored
 // mean of the (already floored) terms of its block: of four pixels, of two in an odd last column or
-// row.
+// row. A picture that is converted there and back loses 1 to 2 of its brightness each time.
 //
 // Errors: preconditions are assertions, active in the shipped library. Threads: reentrant; the
 // routines touch their arguments only. Sources are never written and must not overlap the

@@ -9,7 +9,7 @@
 // field of the header but `biBitCount` is read, and the header is not written. Pixels are blue,
 // green, red in memory (and a fourth byte with 32 bits); 24-bit rows are padded to a multiple of 4
 // bytes, whose padding is not written. Where a routine is bottom-up, the top row of the picture is
-// the last row in memory.
+// the last row in memory. Pointers and pitches need no alignment.
 //
 // When W and H are both odd, the bottom-right pixel is not written.
 //

@@ -2,9 +2,13 @@
 //
 // A packed row is made of 4-byte groups, one for two pixels that share their chroma. A group is Y0,
 // U, Y1, V (YUY2) where the side's flag `bYUY2` is not 0, and U, Y0, V, Y1 (UYVY) where it is 0.
-// Pixel x of a row is at byte 2x. Rows are top-down. Planar sides are those of YuvToRgb.h; the
-// 24-bit sides are bottom-up bitmaps without a header, given by their first byte in memory, their
-// height and their pitch.
+// Pixel x of a row is at byte 2x. Rows are top-down. A routine lays and reads groups from the first
+// column that it reaches on, whatever its parity: where that is odd, U and V are exchanged, and a
+// pixel is torn at either end, for who takes the picture as groups from column 0. The first column
+// is that of the rectangle, but in the two 24-bit routines one less from 2 on: there 0, 3, 5, 7 ...
+// meet the groups of a whole picture, elsewhere the even columns. Planar sides are those of
+// YuvToRgb.h; the 24-bit sides are bottom-up bitmaps without a header, given by their first byte in
+// memory, their height and their pitch.
 //
 // x is a column, y a row, counted from the top-left pixel; cx and cy are a rectangle's width and
 // height in pixels; pitches are in bytes. They may be negative, though three preconditions are made
@@ -17,9 +21,10 @@
 // and RgbToYuv.h.
 //
 // Errors: preconditions are assertions, active in the shipped library; they are computed in 64
-// bits. Threads: reentrant; the routines touch their arguments only. Sources are never written.
-// Source and destination must not overlap, but `YUY2_Blt_fast` may change the byte order of a
-// picture in place.
+// bits. Pointers are checked where it is said. They and pitches need no alignment. Threads:
+// reentrant; the routines touch their arguments only. Sources are never written. Source and
+// destination must not overlap, but `YUY2_Blt_fast` may change the byte order of a picture in
+// place.
 #pragma once
 
 #include "zel/platform/Types.h"
@@ -28,8 +33,9 @@
 ///
 /// With `xDst` of 2 or more (or negative) the rectangle is widened by one pixel to the left in the
 /// destination only: column `xDst` - 1 + k receives source column `xSrc` + k, and source column
-/// `xSrc` + `cxDst` is read, too. An odd last column fills a whole group: its luma twice and its
-/// own chroma; these groups are written after all the others.
+/// `xSrc` + `cxDst` is read, too (so that a `cxDst` of 0 converts one column). An odd last column
+/// fills a whole group: its luma twice and its own chroma; these groups are written after all the
+/// others.
 ///
 /// Preconditions: neither pointer null, the destination rectangle within its pitch, the source
 /// rectangle (before the widening) within its pitch.
@@ -68,7 +74,9 @@ ZEL_API void YV12_Blt_fast(unsigned char* pDstY, unsigned char* pDstU, unsigned 
 /// `xDst` / 2, rounded toward zero.
 ///
 /// Precondition: no V sample lies beyond row `ySrc` + `cy` of the V plane's pitch (a sample's
-/// address is at most `pV` + (`ySrc` + `cy`) `nPt_V`).
+/// address is at most `pV` + (`ySrc` + `cy`) `nPt_V`). With a positive pitch that is to say that
+/// `yDst` is not much larger than 2 `ySrc` + `cy`: a rectangle from the top of one picture cannot
+/// go to the bottom of a high one.
 ZEL_API void YUY2_2_Yuv420(unsigned char* pY, unsigned char* pU, unsigned char* pV, int nPt_Y,
                            int nPt_U, int nPt_V, int xDst, int yDst, int cx, int cy,
                            unsigned char* lpBitsSrc, int nPitchSrc, int bYUY2, int xSrc, int ySrc);
