@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "platform/kernaldec/Ffmpeg.h"
 
@@ -19,10 +20,16 @@ class PictureClock {
   ///   25.
   PictureClock(AVRational base, AVRational rate);
 
-  /// Reading starts at the beginning: what has no time comes at `time`.
+  /// Reading starts anew with a picture that comes at `time`, if it has no time of its own.
   void StartAt(std::int64_t time);
   /// Reading goes on elsewhere: the time is unknown until one is stored.
   void Lose();
+  /// After Lose, for containers that hold blocks of pictures: finds packets whose times agree, by
+  /// which to know those that are not theirs.
+  /// @param times the decoding times of the packets to come, AV_NOPTS_VALUE where there is none
+  /// @param isAll no more come after these
+  /// @return false if it takes more packets to tell
+  bool Settle(const std::vector<std::int64_t>& times, bool isAll, const AVCodecContext& codec);
   /// Takes notice of every packet of the stream, before the decoder does. Takes away times that the
   /// packet does not seem to own.
   void Check(AVPacket* packet, const AVCodecContext& codec);
@@ -30,18 +37,27 @@ class PictureClock {
   /// it is meant to be shown, `pkt_duration`, above 0.
   void Stamp(AVFrame* picture, const AVCodecContext& codec);
 
+  /// True if any packet so far had a time.
+  bool StoresTimes() const { return m_storesShowTimes || m_storesDecodeTimes; }
+  /// For how long the pictures are shown that have come without a time since Lose.
+  std::int64_t UntimedLength() const { return m_untimedLength; }
+
  private:
   std::int64_t Length(const AVCodecContext& codec, int repeatedFields) const;
 
   const AVRational m_base;
   const AVRational m_rate;
+  // What the file is like.
   bool m_storesShowTimes = false;
   bool m_storesDecodeTimes = false;
-  bool m_hasGaps = false;                          ///< Some pictures have times, others none.
-  bool m_doubts = false;                           ///< The last stored time was taken away.
-  std::int64_t m_end = AV_NOPTS_VALUE;             ///< Of the picture before; or unknown.
+  bool m_showsOutOfOrder = false;  ///< Some packet's two times differ.
+  bool m_hasGaps = false;          ///< Some pictures have times, others none.
+  // Where reading is.
+  std::int64_t m_end = AV_NOPTS_VALUE;  ///< Of the picture before; or unknown.
+  std::int64_t m_untimedLength = 0;
   std::int64_t m_lastDecodeTime = AV_NOPTS_VALUE;  ///< That was stored and believed.
   std::int64_t m_packetsSince = 0;
+  int m_doubts = 0;  ///< As many of the last stored times were taken away.
 };
 
 }  // namespace zel::kernaldec

@@ -8,8 +8,8 @@ extern "C" {
 #include <cmath>
 #include <cstring>
 #include <limits>
-#include <optional>
 #include <utility>
+#include <vector>
 
 #include "platform/kernaldec/Describe.h"
 #include "zel/base/Ids.h"
@@ -20,8 +20,17 @@ namespace {
 
 // Larger pictures do not come from cameras; their byte counts would not fit the frame record.
 constexpr int kMaxSide = 16384;
-// What a demultiplexer is asked to go further ahead when it lands behind the target.
-constexpr int kMargins[] = {0, 2 * kTicksPerSecond, 10 * kTicksPerSecond};
+// What a demultiplexer is asked to go further ahead when it lands behind the target, or where
+// nothing can be decoded before the end.
+constexpr int kMargins[] = {0, 2 * kTicksPerSecond, 10 * kTicksPerSecond, 60 * kTicksPerSecond};
+// In how many packets at the beginning a time must be found, if there are any, and after a seek two
+// that agree.
+constexpr int kLookAhead = 500;
+
+bool IsIntraOnly(AVCodecID id) {
+  const AVCodecDescriptor* codec = avcodec_descriptor_get(id);
+  return codec != nullptr && (codec->props & AV_CODEC_PROP_INTRA_ONLY) != 0;
+}
 
 }  // namespace
 
@@ -51,35 +60,70 @@ CVideoStream::CVideoStream(std::unique_ptr<MediaFile> file, int index, const Pro
 }
 
 bool CVideoStream::Start() {
-  m_codec.reset();
-  m_state = State::kEnded;
-  m_inputEnded = false;
-  m_hasNext = false;
-  // The clock needs times as they are stored, the description what FFmpeg makes of them.
-  m_input = MediaFile::Open(m_file->path(), AVFMT_FLAG_NOFILLIN);
-  if (m_input == nullptr) return false;
-  const auto count = static_cast<int>(m_input->format()->nb_streams);
-  if (m_index >= count) return false;
-  for (int i = 0; i < count; ++i) {
-    m_input->stream(i)->discard = i == m_index ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
-  }
-  const AVStream& stream = *m_input->stream(m_index);
-  if (av_cmp_q(stream.time_base, TimeBase()) != 0) return false;  // Another file by now.
-  const AVCodec* codec = avcodec_find_decoder(stream.codecpar->codec_id);
-  if (codec == nullptr) return false;
-  m_codec.reset(avcodec_alloc_context3(codec));
-  if (m_codec == nullptr) throw std::bad_alloc();
-  if (avcodec_parameters_to_context(m_codec.get(), stream.codecpar) < 0) return false;
-  m_codec->pkt_timebase = stream.time_base;
-  m_codec->thread_count = 1;
-  if (avcodec_open2(m_codec.get(), codec, nullptr) < 0) return false;
-  m_clock.StartAt(0);
-  m_awaitsKey = false;
-  m_hasNext = DecodeFrame(m_next.get());
+  if (!Reopen()) return false;
+  m_hasNext = DecodeFrame(m_next.get(), true);
   if (!m_hasNext) return false;
+  if (m_next->pts == AV_NOPTS_VALUE) {
+    for (int i = 0; i < kLookAhead && !m_clock.StoresTimes(); ++i) {
+      if (ReadPacket(m_packet.get()) < 0) break;
+      m_clock.Check(m_packet.get(), *m_codec);
+      av_packet_unref(m_packet.get());
+    }
+    if (m_clock.StoresTimes()) {
+      m_firstTime = FindFirstTime();
+    } else if (IsIntraOnly(m_codec->codec_id)) {
+      // FFmpeg's counting of packets holds after a seek as well.
+      m_flags = 0;
+    }
+    if (!ReadFromBeginning()) return false;
+  }
   m_startTicks = m_next->pts;
   m_state = State::kBeforeFirst;
   return true;
+}
+
+bool CVideoStream::Reopen() {
+  m_state = State::kEnded;
+  m_hasNext = false;
+  std::unique_ptr<MediaFile> input = MediaFile::Open(m_file->path(), m_flags);
+  if (input == nullptr) return false;
+  const auto count = static_cast<int>(input->format()->nb_streams);
+  if (m_index >= count) return false;
+  for (int i = 0; i < count; ++i) {
+    input->stream(i)->discard = i == m_index ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
+  }
+  const AVStream& stream = *input->stream(m_index);
+  if (av_cmp_q(stream.time_base, TimeBase()) != 0) return false;  // Another file by now.
+  const AVCodec* codec = avcodec_find_decoder(stream.codecpar->codec_id);
+  if (codec == nullptr) return false;
+  FfmpegPtr<AVCodecContext> context(avcodec_alloc_context3(codec));
+  if (context == nullptr) throw std::bad_alloc();
+  if (avcodec_parameters_to_context(context.get(), stream.codecpar) < 0) return false;
+  context->pkt_timebase = stream.time_base;
+  context->thread_count = 1;
+  if (avcodec_open2(context.get(), codec, nullptr) < 0) return false;
+  m_ahead.clear();
+  m_codec = std::move(context);
+  m_input = std::move(input);
+  m_inputEnded = false;
+  m_awaitsKey = false;
+  m_doubtsEnd = false;
+  m_clock.Lose();
+  return true;
+}
+
+std::int64_t CVideoStream::FindFirstTime() {
+  if (!Reopen()) return 0;
+  LookAhead();
+  return DecodeFrame(m_next.get()) ? Bounded(m_next->pts - m_clock.UntimedLength()) : 0;
+}
+
+bool CVideoStream::ReadFromBeginning() {
+  if (!Reopen()) return false;
+  m_clock.StartAt(m_firstTime);
+  m_hasNext = DecodeFrame(m_next.get());
+  m_state = State::kBeforeFirst;
+  return m_hasNext;
 }
 
 HRESULT CVideoStream::NonDelegatingQueryInterface(const _GUID& riid, void** ppv) {
@@ -130,34 +174,63 @@ std::int64_t CVideoStream::EndOf(const AVFrame& frame) const {
   return ToTicks(frame.pts + frame.pkt_duration - m_startTicks, TimeBase());
 }
 
-bool CVideoStream::DecodeFrame(AVFrame* frame) {
+int CVideoStream::ReadPacket(AVPacket* packet) {
+  if (!m_ahead.empty()) {
+    av_packet_move_ref(packet, m_ahead.front().get());
+    m_ahead.pop_front();
+    return 0;
+  }
+  for (;;) {
+    const int result = m_input->ReadPacket(packet);
+    if (result == AVERROR(ENOMEM)) throw std::bad_alloc();
+    if (result < 0 || packet->stream_index == m_index) return result;
+    av_packet_unref(packet);
+  }
+}
+
+bool CVideoStream::LookAhead() {
+  // Others do not hold blocks of pictures.
+  if (!m_input->IsFormat("mpeg") && !m_input->IsFormat("mpegts")) return true;
+  std::deque<FfmpegPtr<AVPacket>> packets;
+  std::vector<std::int64_t> times;
+  bool isSettled = false;
+  for (int i = 0; i < kLookAhead && !isSettled; ++i) {
+    FfmpegPtr<AVPacket> packet(av_packet_alloc());
+    if (packet == nullptr) throw std::bad_alloc();
+    const bool isEnd = ReadPacket(packet.get()) < 0;
+    if (!isEnd) {
+      times.push_back(packet->dts);
+      packets.push_back(std::move(packet));
+    }
+    isSettled = m_clock.Settle(times, isEnd, *m_codec);
+    if (isEnd) break;
+  }
+  m_ahead = std::move(packets);
+  return isSettled;
+}
+
+bool CVideoStream::DecodeFrame(AVFrame* frame, bool untimedToo) {
   for (;;) {
     const int result = avcodec_receive_frame(m_codec.get(), frame);
     if (result >= 0) {
       m_clock.Stamp(frame, *m_codec);
-      if (frame->pts != AV_NOPTS_VALUE) return true;
+      if (untimedToo || frame->pts != AV_NOPTS_VALUE) return true;
       continue;
     }
     if (result == AVERROR(ENOMEM)) throw std::bad_alloc();
     if (result == AVERROR_EOF || m_inputEnded) return false;
-    const int got = m_input->ReadPacket(m_packet.get());
-    if (got == AVERROR(ENOMEM)) throw std::bad_alloc();
-    if (got < 0) {
+    if (ReadPacket(m_packet.get()) < 0) {
       m_inputEnded = true;
       avcodec_send_packet(m_codec.get(), nullptr);
       continue;
     }
-    if (m_packet->stream_index == m_index) Send(m_packet.get());
+    m_clock.Check(m_packet.get(), *m_codec);
+    // Some decoders make pictures of anything.
+    m_awaitsKey = m_awaitsKey && (m_packet->flags & AV_PKT_FLAG_KEY) == 0;
+    // A damaged packet costs its own picture only.
+    if (!m_awaitsKey) avcodec_send_packet(m_codec.get(), m_packet.get());
     av_packet_unref(m_packet.get());
   }
-}
-
-void CVideoStream::Send(AVPacket* packet) {
-  m_clock.Check(packet, *m_codec);
-  // Some decoders make pictures of anything.
-  m_awaitsKey = m_awaitsKey && (packet->flags & AV_PKT_FLAG_KEY) == 0;
-  // A damaged packet costs its own picture only.
-  if (!m_awaitsKey) avcodec_send_packet(m_codec.get(), packet);
 }
 
 bool CVideoStream::Next() {
@@ -167,8 +240,28 @@ bool CVideoStream::Next() {
   std::swap(m_frame, m_next);
   m_hasNext = false;
   m_hasNext = DecodeFrame(m_next.get());
+  if (!m_hasNext && m_doubtsEnd) ConfirmEnd();
   m_state = State::kAtFrame;
   return true;
+}
+
+void CVideoStream::ConfirmEnd() {
+  const std::int64_t last = m_frame->pts;
+  const std::int64_t from = m_readFrom;
+  bool isEarlier = false;
+  for (const std::int64_t margin : kMargins) {
+    const std::int64_t place = ToTicks(from - m_startTicks, TimeBase()) - 1 - margin;
+    if (place <= 0) break;
+    isEarlier = ReadFrom(place) && m_next->pts < from;
+    if (isEarlier) break;
+  }
+  if (!isEarlier && !ReadFromBeginning()) return;
+  while (m_hasNext && m_next->pts <= last) {
+    std::swap(m_frame, m_next);
+    m_hasNext = false;
+    m_hasNext = DecodeFrame(m_next.get());
+  }
+  m_doubtsEnd = false;
 }
 
 int CVideoStream::Forward() {
@@ -190,49 +283,49 @@ bool CVideoStream::DropUntil(std::int64_t target) {
   return false;
 }
 
-bool CVideoStream::ReadFrom(std::int64_t target) {
+bool CVideoStream::ReadFrom(std::int64_t place) {
+  m_state = State::kEnded;
+  m_hasNext = false;
+  m_ahead.clear();
   const std::int64_t ticks =
-      m_startTicks + Bounded(av_rescale_q_rnd(target, kTickBase, TimeBase(), AV_ROUND_DOWN));
+      m_startTicks + Bounded(av_rescale_q_rnd(place, kTickBase, TimeBase(), AV_ROUND_DOWN));
   if (av_seek_frame(m_input->format(), m_index, ticks, AVSEEK_FLAG_BACKWARD) < 0) return false;
   avcodec_flush_buffers(m_codec.get());
-  m_clock.Lose();
-  m_awaitsKey = true;
   m_inputEnded = false;
-  m_hasNext = false;
-  m_state = State::kBeforeFirst;
+  m_awaitsKey = true;
+  m_clock.Lose();
+  if (!LookAhead()) return false;
   m_hasNext = DecodeFrame(m_next.get());
-  return m_hasNext;
+  if (!m_hasNext) return false;
+  m_readFrom = m_next->pts;
+  // Decoders that reorder may lose the last pictures when they start shortly before them.
+  m_doubtsEnd = m_codec->has_b_frames > 0;
+  m_state = State::kBeforeFirst;
+  return true;
 }
 
 bool CVideoStream::SeekTo(std::int64_t target) {
   m_filled = false;
-  if (m_state == State::kAtFrame && target >= TimeOf(*m_frame) &&
-      target <= TimeOf(*m_frame) + kTicksPerSecond && DropUntil(target)) {
-    return true;
+  const bool isNew = m_state == State::kBeforeFirst;
+  if (isNew || (m_state == State::kAtFrame && target >= TimeOf(*m_frame))) {
+    if (target <= TimeOf(isNew ? *m_next : *m_frame) + kTicksPerSecond) return DropUntil(target);
   }
-  // Decoders may lose the last pictures when they start shortly before them: the end counts when it
-  // has been reached from two places.
-  std::optional<std::int64_t> from;
-  std::optional<std::int64_t> end;
+  // Behind the end there is nothing to start at.
+  const double length = StreamLength(m_file->format(), m_index);
+  const std::int64_t end = length > 0 ? Rounded(length * kTicksPerSecond) : target;
   for (const std::int64_t margin : kMargins) {
-    if (target <= margin || !ReadFrom(target - margin)) break;
-    const std::int64_t first = TimeOf(*m_next);
-    if (first > target || from == first) continue;
-    if (DropUntil(target)) return true;
-    if (end == EndOf(*m_frame)) return false;
-    from = first;
-    end = EndOf(*m_frame);
+    const std::int64_t place = std::min(target, end) - margin;
+    if (place <= 0) break;
+    if (ReadFrom(place) && TimeOf(*m_next) <= target) return DropUntil(target);
   }
-  return Start() && DropUntil(target);
+  return ReadFromBeginning() && DropUntil(target);
 }
 
 double CVideoStream::Seek(double seconds, int /*mode*/) {
   if (std::isnan(seconds)) return -1;
   constexpr double latest = 1e9;
-  // Cut off to whole ticks, but for the error of a time that was computed from ticks.
-  constexpr double error = 0.01;
-  const auto target = static_cast<std::int64_t>(
-      std::floor(std::clamp(seconds, 0.0, latest) * kTicksPerSecond + error));
+  const auto target =
+      static_cast<std::int64_t>(std::llround(std::clamp(seconds, 0.0, latest) * kTicksPerSecond));
   m_sought = Guarded([&] { return SeekTo(target); }, false, false);
   return m_sought ? static_cast<double>(TimeOf(*m_frame)) / kTicksPerSecond : -1;
 }
@@ -283,9 +376,7 @@ bool CVideoStream::FillSample() {
   frame.bKeyFrame = source.key_frame;
   frame.llPTS = TimeOf(source);
   frame.llDTS = frame.llPTS;
-  const std::int64_t duration =
-      m_hasNext ? TimeOf(*m_next) - frame.llPTS
-                : ToTicks(source.pkt_duration, m_file->stream(m_index)->time_base);
+  const std::int64_t duration = (m_hasNext ? TimeOf(*m_next) : EndOf(source)) - frame.llPTS;
   frame.nDuration = static_cast<std::int32_t>(
       std::clamp<std::int64_t>(duration, 0, std::numeric_limits<std::int32_t>::max()));
   m_sample->RefreshSampleInfo();

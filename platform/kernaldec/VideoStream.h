@@ -6,6 +6,7 @@ extern "C" {
 }
 
 #include <cstdint>
+#include <deque>
 #include <memory>
 
 #include "platform/common/MediaFile.h"
@@ -62,12 +63,17 @@ class CVideoStream final : public scombase::CUnknown, public IMediaStream {
   enum class State { kBeforeFirst, kAtFrame, kEnded };
 
   bool Start();
+  bool Reopen();
+  std::int64_t FindFirstTime();
+  bool ReadFromBeginning();
+  bool ReadFrom(std::int64_t place);
+  bool LookAhead();
+  int ReadPacket(AVPacket* packet);
+  bool DecodeFrame(AVFrame* frame, bool untimedToo = false);
   bool Next();
-  bool SeekTo(std::int64_t target);
-  bool ReadFrom(std::int64_t target);
+  void ConfirmEnd();
   bool DropUntil(std::int64_t target);
-  bool DecodeFrame(AVFrame* frame);
-  void Send(AVPacket* packet);
+  bool SeekTo(std::int64_t target);
   bool FillSample();
   bool Scale(const AVFrame& source, const ColourCoding& coding);
   AVRational TimeBase() const;
@@ -78,7 +84,11 @@ class CVideoStream final : public scombase::CUnknown, public IMediaStream {
   const int m_index;
   const Program m_program;
   PictureClock m_clock;
-  std::unique_ptr<MediaFile> m_input;  ///< For the packets.
+  std::int64_t m_firstTime = 0;  ///< Of the first picture, if it has none of its own.
+  /// The clock needs times as they are stored, the description what FFmpeg makes of them.
+  int m_flags = AVFMT_FLAG_NOFILLIN;
+  std::unique_ptr<MediaFile> m_input;       ///< For the packets.
+  std::deque<FfmpegPtr<AVPacket>> m_ahead;  ///< Read, but not yet decoded.
   FfmpegPtr<AVCodecContext> m_codec;
   FfmpegPtr<AVPacket> m_packet;
   FfmpegPtr<AVFrame> m_frame;
@@ -92,6 +102,8 @@ class CVideoStream final : public scombase::CUnknown, public IMediaStream {
   State m_state = State::kEnded;
   bool m_inputEnded = false;
   bool m_awaitsKey = false;  ///< What follows a seek cannot be decoded before the next key picture.
+  bool m_doubtsEnd = false;  ///< The end has to be reached from an earlier place, too.
+  std::int64_t m_readFrom = 0;  ///< The first picture after the last seek, in the time base.
   bool m_filled = false;
   bool m_sought = false;          ///< A seek has found a picture that nobody has read yet.
   std::int64_t m_startTicks = 0;  ///< In the stream's time base.

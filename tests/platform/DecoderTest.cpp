@@ -554,5 +554,35 @@ TEST_F(Decoder, YieldsPicturesAndFindsThemAgain) {
   }
 }
 
+TEST_F(Decoder, ReadsOnAfterASeekToTheLastPicture) {
+  // After a start at the last key picture, FFmpeg's decoder loses the last two pictures.
+  Ffmpeg(*folder,
+         "-f lavfi -i testsrc=s=64x48:r=25:d=4 -c:v libx264 -x264-params "
+         "open-gop=1:keyint=12:bframes=5 -pix_fmt yuv420p open.mkv");
+  Ref<IMediaDecoder> decoder;
+  ASSERT_EQ(CreateDecoder(Path("open.mkv"), nullptr, &decoder), S_OK);
+  IMediaStream* out = nullptr;
+  ASSERT_EQ(decoder->GetVideoStream(&out), S_OK);
+  const Ref<IMediaStream> stream(out);
+  EXPECT_NEAR(stream->Seek(3.90, 1), 3.88, 1e-6);
+  EXPECT_EQ(stream->Forward(), 0);
+  for (const double time : {3.92, 3.96}) {
+    EXPECT_EQ(stream->Forward(), 0);
+    CZelSample* sample = stream->GetSampleEx();
+    ASSERT_NE(sample, nullptr);
+    EXPECT_NEAR(static_cast<double>(sample->GetCurrentPTS()), time * 1e7, 1);
+  }
+  EXPECT_EQ(stream->Forward(), -1);
+
+  // A seek that starts anew finds no file; the stream goes on with what is open.
+  EXPECT_GE(stream->Seek(1, 1), 0);
+  ASSERT_EQ(std::rename(Path("open.mkv").c_str(), Path("gone.mkv").c_str()), 0);
+  EXPECT_EQ(stream->Seek(0, 1), -1);
+  EXPECT_EQ(stream->GetSampleEx(), nullptr);
+  EXPECT_EQ(stream->Forward(), -1);
+  EXPECT_NEAR(stream->Seek(2.02, 1), 2.0, 1e-6);
+  EXPECT_NE(stream->GetSampleEx(), nullptr);
+}
+
 }  // namespace
 }  // namespace zel::test

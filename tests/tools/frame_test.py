@@ -10,6 +10,8 @@ import zlib
 from support import Case, ffmpeg, write_wav, noise, zel
 
 WIDTH, HEIGHT = 97, 53
+# Pictures that show their own number in black and white bars, of this rate and length.
+NUMBERS = "color=s=256x64:r={}:d={},geq=lum='16+219*mod(floor(N/pow(2,floor(X/32))),2)':cb=128:cr=128"
 
 
 def raw(path, *filters):
@@ -95,6 +97,11 @@ class Pictures(Case):
         self.assertEqual(len(pixels), 3 * math.prod(map(int, size.split())))
         return pixels
 
+    def number(self, *args):
+        """The number of a picture of NUMBERS."""
+        line = rows(self.grab(*args), 256)[32]
+        return sum((line[3 * (32 * bit + 16)] > 128) << bit for bit in range(8))
+
     def test_shows_the_picture_of_the_time(self):
         # Sound from the start, pictures from 0.5 s on; and a clock that starts at 10 s.
         ffmpeg("-i", "clip.mp4", "-itsoffset", "0.5", "-i", "clip.mp4", "-map", "0:a", "-map", "1:v", "-c:v",
@@ -113,8 +120,7 @@ class Pictures(Case):
                     (self.assertGreater if i == wanted else self.assertLess)(quality, 40, i)
 
     def test_counts_where_pictures_have_no_times(self):
-        # Pictures that show their own number, in black and white bars, in files that hold few times or none.
-        numbers = "color=s=256x64:r={}:d={},geq=lum='16+219*mod(floor(N/pow(2,floor(X/32))),2)':cb=128:cr=128"
+        # In files that hold few times or none.
         h264 = ("-c:v", "libx264", "-preset", "veryfast", "-pix_fmt", "yuv420p", "-x264-params")
         open_gop = (*h264, "open-gop=1:keyint=12:bframes=5")
         hevc = ("-c:v", "libx265", "-x265-params", "log-level=none:keyint=12:bframes=4:open-gop=1")
@@ -127,24 +133,32 @@ class Pictures(Case):
                 # One time for some 40 pictures, and at places for the wrong one.
                 ("h264.mpg", "25", many, (*h264, "tff=1:keyint=30")), ("mpeg2.vob", "25", many, mpeg2),
                 ("open.mp4", "25", few, open_gop), ("open.mkv", "25", few, open_gop), ("open.avi", "25", few, open_gop),
-                ("part2.avi", "25", few, ("-c:v", "mpeg4", "-bf", "2")), ("hevc.ts", "25", many, hevc),
+                ("late.mxf", "25", few, (*mpeg2, "-output_ts_offset", "9")), ("part2.avi", "25", few, ("-c:v", "mpeg4", "-bf", "2")), ("hevc.ts", "25", many, hevc),
         ):
             numerator, _, denominator = rate.partition("/")
             step = int(denominator or 1) / int(numerator)
-            self.clip(path, numbers.format(rate, 100 * step), *args)
-
-            def number(*where):
-                line = rows(self.grab(path, *where), 256)[32]
-                return sum((line[3 * (32 * bit + 16)] > 128) << bit for bit in range(8))
-
+            self.clip(path, NUMBERS.format(rate, 100 * step), *args)
             with self.subTest(path=path):
-                self.assertEqual(number(), 0)
+                self.assertEqual(self.number(path), 0)
                 # The time that is told means the same picture again, and what is just before it does not.
                 told = self.done("frame", path, "-o", "o.png", "--overwrite", "--at", str(2.5 * step)).split()[5][:-1]
-                self.assertEqual([number("--at", told), number("--at", str(float(told[5:]) - 2e-7))], [2, 1])
-                self.assertEqual([number("--at", f"{(i + 0.5) * step:.6f}") for i in wanted], list(wanted))
+                self.assertEqual([self.number(path, "--at", time) for time in (told, str(float(told[5:]) - 2e-7), str(96 * step))],
+                                 [2, 1, 96])
+                self.assertEqual([self.number(path, "--at", f"{(i + 0.5) * step:.6f}") for i in wanted], list(wanted))
                 self.fails(("frame", path, "-o", "end.png", "--at", f"{100.5 * step:.6f}"), 1, "ends at 0:00:0" +
                            ("4.000$" if rate == "25" else "4.1708" if path == "film.vob" else "3.3366667$"))
+
+    def test_counts_from_the_first_picture_of_a_cut_file(self):
+        # Whose first pictures have no times, far from 0.
+        self.clip("whole.mpg", NUMBERS.format(25, 4), "-c:v", "mpeg2video", "-b:v", "1M", "-bf", "2", "-output_ts_offset",
+                  "3600")
+        with open("whole.mpg", "rb") as whole, open("rest.mpg", "wb") as rest:
+            rest.write(whole.read()[3000:])
+        told = self.done("frame", "rest.mpg", "-o", "o.png", "--overwrite").split()[5][:-1]
+        first = self.number("rest.mpg")
+        self.assertGreater(first, 20)
+        self.assertEqual([self.number("rest.mpg", "--at", f"{float(told[5:]) + (i - first + 0.5) / 25:.6f}")
+                          for i in range(first, 100, 3)], list(range(first, 100, 3)))
 
     def test_every_format_holds_the_same_picture(self):
         for path in ("smooth.mkv", "clip.mp4"):  # Bitmap rows with and without padding.
