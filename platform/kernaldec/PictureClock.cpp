@@ -12,6 +12,7 @@ constexpr std::int64_t kLongest = kFarthest >> 8;
 constexpr std::size_t kWithoutGaps = 8;
 // One picture in fifty lies like that in blocks of many pictures.
 constexpr int kMostDoubts = 3;
+constexpr int kFarAway = 1'000'000;
 
 bool IsPositive(AVRational rate) {
   return rate.num > 0 && rate.den > 0;
@@ -28,25 +29,26 @@ void PictureClock::StartAt(std::int64_t time) {
 }
 
 void PictureClock::Lose() {
-  m_end = AV_NOPTS_VALUE;
+  m_end.reset();
   m_untimedLength = 0;
-  m_lastDecodeTime = AV_NOPTS_VALUE;
+  m_decodeTime.reset();
   m_packetsSince = 0;
   m_doubts = 0;
 }
 
-std::int64_t PictureClock::Length(const AVCodecContext& codec, int repeatedFields) const {
+long double PictureClock::Length(const AVCodecContext& codec, int repeatedFields) const {
   // Where the container tells no times, FFmpeg estimates its rate. The codec knows it.
   const bool isCounted = m_storesShowTimes || !m_storesDecodeTimes;
   const AVRational rate = isCounted && IsPositive(codec.framerate) ? codec.framerate : m_rate;
-  const int fields = 2 + std::clamp(repeatedFields, 0, 4);
-  const std::int64_t length = av_rescale_q(fields, av_inv_q(av_mul_q(rate, {2, 1})), m_base);
-  return length == INT64_MIN ? kLongest : std::clamp<std::int64_t>(length, 1, kLongest);
+  const long double picture =
+      static_cast<long double>(rate.den) / rate.num * m_base.den / m_base.num;
+  const long double length = picture * (2 + std::clamp(repeatedFields, 0, 4)) / 2;
+  return std::clamp<long double>(length, 1, kLongest);
 }
 
 bool PictureClock::Settle(const std::vector<std::int64_t>& times, bool isAll,
                           const AVCodecContext& codec) {
-  const auto length = static_cast<long double>(Length(codec, 0));
+  const long double length = Length(codec, 0);
   bool hasGaps = false;
   // The first packet may be the rest of a picture whose beginning was in the block before; it gets
   // the time of the next one.
@@ -57,13 +59,13 @@ bool PictureClock::Settle(const std::vector<std::int64_t>& times, bool isAll,
       continue;
     }
     if (last > 0) {
-      const long double step = static_cast<long double>(Bounded(times[i])) - Bounded(times[last]);
+      const std::int64_t step = Bounded(times[i]) - Bounded(times[last]);
       hasGaps = hasGaps || step <= 0;
       const long double wanted = length * static_cast<long double>(i - last);
-      if (hasGaps && std::fabs(step - wanted) <= length / 2) {
+      if (hasGaps && std::fabs(static_cast<long double>(step) - wanted) <= length / 2) {
         m_hasGaps = true;
-        m_lastDecodeTime =
-            Bounded(times[last]) - Rounded(length * static_cast<long double>(last + 1));
+        m_decodeTime = static_cast<long double>(Bounded(times[last])) -
+                       length * static_cast<long double>(last + 1);
         m_packetsSince = 0;
         return true;
       }
@@ -76,21 +78,20 @@ bool PictureClock::Settle(const std::vector<std::int64_t>& times, bool isAll,
 void PictureClock::Check(AVPacket* packet, const AVCodecContext& codec) {
   m_storesShowTimes = m_storesShowTimes || packet->pts != AV_NOPTS_VALUE;
   m_storesDecodeTimes = m_storesDecodeTimes || packet->dts != AV_NOPTS_VALUE;
-  ++m_packetsSince;
-  if (packet->dts == AV_NOPTS_VALUE) {
-    m_hasGaps = m_hasGaps || m_storesDecodeTimes;
-    m_showsOutOfOrder = m_showsOutOfOrder || packet->pts != AV_NOPTS_VALUE;
-    return;
-  }
   m_showsOutOfOrder =
       m_showsOutOfOrder || (packet->pts != AV_NOPTS_VALUE && packet->pts != packet->dts);
+  m_packetsSince = std::min(m_packetsSince + 1, kFarAway);
+  if (packet->dts == AV_NOPTS_VALUE) {
+    m_hasGaps = m_hasGaps || m_storesDecodeTimes;
+    return;
+  }
   // Where the start code of a picture lies across the border of two blocks, FFmpeg's parser gives
   // it the time of the second block, which is the next picture's. A real gap stays.
+  const auto time = static_cast<long double>(Bounded(packet->dts));
   bool isNext = false;
-  if (m_hasGaps && m_doubts < kMostDoubts && m_lastDecodeTime != AV_NOPTS_VALUE) {
-    const auto length = static_cast<long double>(Length(codec, 0));
-    const long double late = static_cast<long double>(Bounded(packet->dts)) - m_lastDecodeTime -
-                             length * static_cast<long double>(m_packetsSince);
+  if (m_hasGaps && m_decodeTime && m_doubts < kMostDoubts) {
+    const long double length = Length(codec, 0);
+    const long double late = time - *m_decodeTime - length * m_packetsSince;
     isNext = late > length / 2 && late < length * 3 / 2;
   }
   m_doubts = isNext ? m_doubts + 1 : 0;
@@ -98,29 +99,29 @@ void PictureClock::Check(AVPacket* packet, const AVCodecContext& codec) {
     packet->pts = AV_NOPTS_VALUE;
     packet->dts = AV_NOPTS_VALUE;
   } else {
-    m_lastDecodeTime = Bounded(packet->dts);
+    m_decodeTime = time;
     m_packetsSince = 0;
   }
 }
 
 void PictureClock::Stamp(AVFrame* picture, const AVCodecContext& codec) {
-  const std::int64_t length = picture->pkt_duration > 0 ? std::min(picture->pkt_duration, kLongest)
-                                                        : Length(codec, picture->repeat_pict);
+  const long double length = picture->pkt_duration > 0 ? std::min(picture->pkt_duration, kLongest)
+                                                       : Length(codec, picture->repeat_pict);
   // Some writers store the time of decoding in the place of the other one.
   const bool hasShowTimes = m_storesShowTimes && (m_showsOutOfOrder || codec.has_b_frames <= 0);
-  std::int64_t time = m_end;
+  std::optional<long double> time = m_end;
   if (hasShowTimes) {
     if (picture->pts != AV_NOPTS_VALUE) time = Bounded(picture->pts);
   } else if (picture->pkt_dts != AV_NOPTS_VALUE) {
     // The time of the packet that made the decoder yield the picture, so many pictures later.
-    time = Bounded(Bounded(picture->pkt_dts) - std::max(codec.has_b_frames, 0) * length);
+    time = Bounded(picture->pkt_dts) - std::max(codec.has_b_frames, 0) * length;
   }
-  picture->pts = time;
-  picture->pkt_duration = length;
-  if (time == AV_NOPTS_VALUE) {
-    m_untimedLength = Bounded(m_untimedLength + length);
+  picture->pts = time ? Rounded(*time) : AV_NOPTS_VALUE;
+  picture->pkt_duration = Rounded(length);
+  if (time) {
+    m_end = *time + length;
   } else {
-    m_end = Bounded(time + length);
+    m_untimedLength += length;
   }
 }
 

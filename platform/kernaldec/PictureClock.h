@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "platform/kernaldec/Ffmpeg.h"
@@ -40,10 +41,10 @@ class PictureClock {
   /// True if any packet so far had a time.
   bool StoresTimes() const { return m_storesShowTimes || m_storesDecodeTimes; }
   /// For how long the pictures are shown that have come without a time since Lose.
-  std::int64_t UntimedLength() const { return m_untimedLength; }
+  std::int64_t UntimedLength() const { return Rounded(m_untimedLength); }
 
  private:
-  std::int64_t Length(const AVCodecContext& codec, int repeatedFields) const;
+  long double Length(const AVCodecContext& codec, int repeatedFields) const;
 
   const AVRational m_base;
   const AVRational m_rate;
@@ -52,12 +53,12 @@ class PictureClock {
   bool m_storesDecodeTimes = false;
   bool m_showsOutOfOrder = false;  ///< Some packet's two times differ.
   bool m_hasGaps = false;          ///< Some pictures have times, others none.
-  // Where reading is.
-  std::int64_t m_end = AV_NOPTS_VALUE;  ///< Of the picture before; or unknown.
-  std::int64_t m_untimedLength = 0;
-  std::int64_t m_lastDecodeTime = AV_NOPTS_VALUE;  ///< That was stored and believed.
-  std::int64_t m_packetsSince = 0;
-  int m_doubts = 0;  ///< As many of the last stored times were taken away.
+  // Where reading is. Lengths are not rounded before they are added.
+  std::optional<long double> m_end;  ///< Of the picture before, if known.
+  long double m_untimedLength = 0;
+  std::optional<long double> m_decodeTime;  ///< The last one that was stored and believed.
+  int m_packetsSince = 0;  ///< Not their length: the rate becomes known with the first picture.
+  int m_doubts = 0;        ///< As many of the last stored times were taken away.
 };
 
 }  // namespace zel::kernaldec
