@@ -5,7 +5,9 @@ extern "C" {
 }
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -300,20 +302,26 @@ class FrameGrab {
   [[noreturn]] void ThrowPastTheEnd() {
     // What the file says of its length may be of its sound, or of what was cut off.
     double end = 0;
+    bool isEnd = true;
     const double said = info_->GetLength();
     for (double back = 1; end == 0; back *= 10) {
       const double from = said > back ? said - back : 0;
-      for (double next = from; stream_->Seek(next, 0) >= 0;) {
+      for (double next = from; isEnd && stream_->Seek(next, 0) >= 0;) {
         CZelSample* sample = stream_->GetSampleEx();
         if (sample == nullptr) break;
-        next = static_cast<double>(sample->GetMediaFrame()->llPTS + sample->GetDuration()) / kTicks;
-        if (next <= end) break;  // Times that run backwards.
+        const std::int64_t begin = sample->GetMediaFrame()->llPTS;
+        // The record cannot tell more than 214 s of one picture.
+        isEnd = sample->GetDuration() < std::numeric_limits<std::int32_t>::max();
+        next = static_cast<double>(isEnd ? begin + sample->GetDuration() : begin) / kTicks;
+        if (isEnd && next <= end) break;  // Times that run backwards.
         end = next;
       }
       if (from == 0) break;
     }
     throw Failure(options_.video, "has no picture at " + ExactClockText(*options_.at) +
-                                      ": its last picture ends at " + ExactClockText(end + start_));
+                                      (isEnd ? ": its last picture ends at "
+                                             : ": a last picture of more than 200 s begins at ") +
+                                      ExactClockText(end + start_));
   }
 
   Bitmap Draw(const MEDIA_FRAME_YUV& yuv) {
