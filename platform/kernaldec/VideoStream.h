@@ -63,15 +63,23 @@ class CVideoStream final : public scombase::CUnknown, public IMediaStream {
   enum class State { kBeforeFirst, kAtFrame, kEnded };
 
   bool Start();
+  /// Replaces input and decoder by new ones, or leaves them as they are and returns false.
   bool Reopen();
+  /// The first picture's time, counted back from the first one that is stored.
   std::int64_t FindFirstTime();
+  /// These two leave m_next before its turn. Times here are in 100-ns units from the first picture.
   bool ReadFromBeginning();
   bool ReadFrom(std::int64_t place);
+  /// Reads packets until the clock knows which times to believe.
   bool LookAhead();
+  /// @return as MediaFile::ReadPacket, but of this stream only
   int ReadPacket(AVPacket* packet);
+  /// @param untimedToo whether a picture of unknown time will do
   bool DecodeFrame(AVFrame* frame, bool untimedToo = false);
   bool Next();
+  /// Reaches the last picture once more, from an earlier place, and finds what may follow it.
   void ConfirmEnd();
+  /// Goes on to the picture that is shown at `target`.
   bool DropUntil(std::int64_t target);
   bool SeekTo(std::int64_t target);
   bool FillSample();
