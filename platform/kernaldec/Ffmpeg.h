@@ -53,4 +53,9 @@ inline std::int64_t ToTicks(std::int64_t time, AVRational base) {
   return Bounded(ticks);
 }
 
+/// Opens a decoder, with one thread of its own, for a stream.
+/// @return null when there is none, or it cannot take the stream.
+/// @throws std::bad_alloc
+FfmpegPtr<AVCodecContext> OpenDecoder(const AVStream& stream);
+
 }  // namespace zel::kernaldec

@@ -94,16 +94,10 @@ bool CVideoStream::Reopen() {
   }
   const AVStream& stream = *input->stream(m_index);
   if (av_cmp_q(stream.time_base, TimeBase()) != 0) return false;  // Another file by now.
-  const AVCodec* codec = avcodec_find_decoder(stream.codecpar->codec_id);
+  FfmpegPtr<AVCodecContext> codec = OpenDecoder(stream);
   if (codec == nullptr) return false;
-  FfmpegPtr<AVCodecContext> context(avcodec_alloc_context3(codec));
-  if (context == nullptr) throw std::bad_alloc();
-  if (avcodec_parameters_to_context(context.get(), stream.codecpar) < 0) return false;
-  context->pkt_timebase = stream.time_base;
-  context->thread_count = 1;
-  if (avcodec_open2(context.get(), codec, nullptr) < 0) return false;
   m_ahead.clear();
-  m_codec = std::move(context);
+  m_codec = std::move(codec);
   m_input = std::move(input);
   m_inputEnded = false;
   m_awaitsKey = false;
