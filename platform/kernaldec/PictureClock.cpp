@@ -13,15 +13,26 @@ constexpr std::size_t kWithoutGaps = 8;
 // One picture in fifty lies like that in blocks of many pictures.
 constexpr int kMostDoubts = 3;
 constexpr int kFarAway = 1'000'000;
+// Of pictures that are meant to be seen.
+constexpr double kHighestRate = 300;
 
 bool IsPositive(AVRational rate) {
   return rate.num > 0 && rate.den > 0;
 }
 
+AVRational RateOf(const AVFormatContext* format, const AVStream& stream) {
+  const AVRational rate = av_guess_frame_rate(const_cast<AVFormatContext*>(format),
+                                              const_cast<AVStream*>(&stream), nullptr);
+  return IsPositive(rate) ? rate : AVRational{25, 1};
+}
+
 }  // namespace
 
-PictureClock::PictureClock(AVRational base, AVRational rate)
-    : m_base(base), m_rate(IsPositive(rate) ? rate : AVRational{25, 1}) {}
+PictureClock::PictureClock(const AVFormatContext* format, const AVStream& stream, bool isBlocks)
+    : m_isBlocks(isBlocks),
+      m_base(stream.time_base),
+      m_rate(RateOf(format, stream)),
+      m_mostRate(stream.r_frame_rate) {}
 
 void PictureClock::StartAt(std::int64_t time) {
   Lose();
@@ -37,18 +48,31 @@ void PictureClock::Lose() {
 }
 
 long double PictureClock::Length(const AVCodecContext& codec, int repeatedFields) const {
-  // Where the container tells no times, FFmpeg estimates its rate. The codec knows it.
-  const bool isCounted = m_storesShowTimes || !m_storesDecodeTimes;
-  const AVRational rate = isCounted && IsPositive(codec.framerate) ? codec.framerate : m_rate;
+  AVRational rate = m_rate;
+  if ((m_storesShowTimes || !m_storesDecodeTimes) && IsPositive(codec.framerate)) {
+    // Where times have gaps, FFmpeg's average is no good. The codec knows the rate, but for MPEG-4
+    // and H.264 of varying rate, which tell that of a finer clock.
+    const bool isClock = av_q2d(codec.framerate) > kHighestRate;
+    if (!isClock) rate = codec.framerate;
+    if (isClock && IsPositive(m_mostRate)) rate = m_mostRate;
+  }
   const long double picture =
       static_cast<long double>(rate.den) / rate.num * m_base.den / m_base.num;
   const long double length = picture * (2 + std::clamp(repeatedFields, 0, 4)) / 2;
   return std::clamp<long double>(length, 1, kLongest);
 }
 
+long double PictureClock::DecodingLength(const AVCodecContext& codec) const {
+  const long double length = Length(codec, 0);
+  // A film, of whose pictures every second one repeats a field.
+  const double share = av_q2d(m_rate) / std::max(av_q2d(codec.framerate), 1e-9);
+  const bool isFilm = codec.codec_id == AV_CODEC_ID_MPEG2VIDEO && share > 0.79 && share < 0.81;
+  return isFilm ? length * 5 / 4 : length;
+}
+
 bool PictureClock::Settle(const std::vector<std::int64_t>& times, bool isAll,
                           const AVCodecContext& codec) {
-  const long double length = Length(codec, 0);
+  const long double length = DecodingLength(codec);
   bool hasGaps = false;
   // The first packet may be the rest of a picture whose beginning was in the block before; it gets
   // the time of the next one.
@@ -86,11 +110,12 @@ void PictureClock::Check(AVPacket* packet, const AVCodecContext& codec) {
     return;
   }
   // Where the start code of a picture lies across the border of two blocks, FFmpeg's parser gives
-  // it the time of the second block, which is the next picture's. A real gap stays.
+  // it the time of the second block, which is the next picture's. A real gap stays, and is believed
+  // after a while.
   const auto time = static_cast<long double>(Bounded(packet->dts));
   bool isNext = false;
   if (m_hasGaps && m_decodeTime && m_doubts < kMostDoubts) {
-    const long double length = Length(codec, 0);
+    const long double length = DecodingLength(codec);
     const long double late = time - *m_decodeTime - length * m_packetsSince;
     isNext = late > length / 2 && late < length * 3 / 2;
   }
@@ -108,7 +133,8 @@ void PictureClock::Stamp(AVFrame* picture, const AVCodecContext& codec) {
   const long double length = picture->pkt_duration > 0 ? std::min(picture->pkt_duration, kLongest)
                                                        : Length(codec, picture->repeat_pict);
   // Some writers store the time of decoding in the place of the other one.
-  const bool hasShowTimes = m_storesShowTimes && (m_showsOutOfOrder || codec.has_b_frames <= 0);
+  const bool hasShowTimes =
+      m_storesShowTimes && (m_isBlocks || m_showsOutOfOrder || codec.has_b_frames <= 0);
   std::optional<long double> time = m_end;
   if (hasShowTimes) {
     if (picture->pts != AV_NOPTS_VALUE) time = Bounded(picture->pts);

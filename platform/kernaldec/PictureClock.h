@@ -17,9 +17,8 @@ namespace zel::kernaldec {
 /// All times are in the stream's time base. One thread at a time.
 class PictureClock {
  public:
-  /// @param rate pictures per second, by what the container tells; what is not positive counts as
-  ///   25.
-  PictureClock(AVRational base, AVRational rate);
+  /// @param isBlocks whether the container holds blocks of pictures: a program or transport stream
+  PictureClock(const AVFormatContext* format, const AVStream& stream, bool isBlocks);
 
   /// Reading starts anew with a picture that comes at `time`, if it has no time of its own.
   void StartAt(std::int64_t time);
@@ -45,9 +44,12 @@ class PictureClock {
 
  private:
   long double Length(const AVCodecContext& codec, int repeatedFields) const;
+  long double DecodingLength(const AVCodecContext& codec) const;
 
+  const bool m_isBlocks;
   const AVRational m_base;
-  const AVRational m_rate;
+  const AVRational m_rate;      ///< Of pictures, on the average.
+  const AVRational m_mostRate;  ///< By which all times of the container can be told.
   // What the file is like.
   bool m_storesShowTimes = false;
   bool m_storesDecodeTimes = false;

@@ -47,8 +47,8 @@ CVideoStream::CVideoStream(std::unique_ptr<MediaFile> file, int index, const Pro
       m_file(std::move(file)),
       m_index(index),
       m_program(program),
-      m_clock(m_file->stream(index)->time_base,
-              av_guess_frame_rate(m_file->format(), m_file->stream(index), nullptr)),
+      m_isBlocks(m_file->IsFormat("mpeg") || m_file->IsFormat("mpegts")),
+      m_clock(m_file->format(), *m_file->stream(index), m_isBlocks),
       m_packet(av_packet_alloc()),
       m_frame(av_frame_alloc()),
       m_next(av_frame_alloc()),
@@ -61,6 +61,7 @@ CVideoStream::CVideoStream(std::unique_ptr<MediaFile> file, int index, const Pro
 
 bool CVideoStream::Start() {
   if (!Reopen()) return false;
+  LookAhead();
   m_hasNext = DecodeFrame(m_next.get(), true);
   if (!m_hasNext) return false;
   if (m_next->pts == AV_NOPTS_VALUE) {
@@ -115,6 +116,7 @@ std::int64_t CVideoStream::FindFirstTime() {
 bool CVideoStream::ReadFromBeginning() {
   if (!Reopen()) return false;
   m_clock.StartAt(m_firstTime);
+  LookAhead();
   m_hasNext = DecodeFrame(m_next.get());
   m_state = State::kBeforeFirst;
   return m_hasNext;
@@ -183,8 +185,7 @@ int CVideoStream::ReadPacket(AVPacket* packet) {
 }
 
 bool CVideoStream::LookAhead() {
-  // Others do not hold blocks of pictures.
-  if (!m_input->IsFormat("mpeg") && !m_input->IsFormat("mpegts")) return true;
+  if (!m_isBlocks) return true;
   std::deque<FfmpegPtr<AVPacket>> packets;
   std::vector<std::int64_t> times;
   bool isSettled = false;
@@ -304,6 +305,8 @@ bool CVideoStream::SeekTo(std::int64_t target) {
   if (isNew || (m_state == State::kAtFrame && target >= TimeOf(*m_frame))) {
     if (target <= TimeOf(isNew ? *m_next : *m_frame) + kTicksPerSecond) return DropUntil(target);
   }
+  // Without any times there are no places to find.
+  if (!m_clock.StoresTimes()) return ReadFromBeginning() && DropUntil(target);
   // Behind the end there is nothing to start at.
   const double length = StreamLength(m_file->format(), m_index);
   const std::int64_t end = length > 0 ? Rounded(length * kTicksPerSecond) : target;

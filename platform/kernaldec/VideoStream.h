@@ -91,6 +91,7 @@ class CVideoStream final : public scombase::CUnknown, public IMediaStream {
   const std::unique_ptr<MediaFile> m_file;  ///< For the description.
   const int m_index;
   const Program m_program;
+  const bool m_isBlocks;  ///< As PictureClock says.
   PictureClock m_clock;
   std::int64_t m_firstTime = 0;  ///< Of the first picture, if it has none of its own.
   /// The clock needs times as they are stored, the description what FFmpeg makes of them.
