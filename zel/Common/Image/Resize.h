@@ -53,14 +53,14 @@ enum IMAGE_INTERPOLATION : std::int32_t {
 //   top = (a * (4096 - fx) + b * fx) >> 12, bottom likewise from d and e,
 //   (top * (4096 - fy) + bottom * fy) >> 12: truncated three times, never rounded.
 //
-// They return 1 when the destination is written (of a chroma plane, as much as its routines write),
-// and 0 when nothing is: for a null buffer, a method
-// that the dispatcher does not know, a destination below 2 x 2, an empty source, a rectangle that
-// its record shows to leave the buffer (a negative corner, a right edge beyond the pitch, for
-// bottom-up bitmaps and in `ImageResize` a lower edge beyond `nImageHeight`), or when there is no
-// memory for the tables. The routines for several planes return 0 for a destination below 2 x 2
-// only. No byte outside the source rectangle is read; of the destination only the rectangle is
-// written and, by the luma routines, the rest of its rows. Source and destination must not overlap.
+// They return 1 when the destination is written (of a chroma plane, as much as its routines
+// write), and 0 when nothing is: for a null buffer, a method that the dispatcher does not know,
+// a destination below 2 x 2, an empty source, a rectangle that its record shows to leave the
+// buffer (a negative corner, a right edge beyond the pitch, for bottom-up bitmaps and in
+// `ImageResize` a lower edge beyond `nImageHeight`), or when there is no memory for the tables.
+// The routines for several planes return 0 for a destination below 2 x 2 only. No byte outside
+// the source rectangle is read; of the destination only the rectangle is written and, by the
+// luma routines, the rest of its rows. Source and destination must not overlap.
 //
 // Threads: reentrant; they touch their arguments only.
 
