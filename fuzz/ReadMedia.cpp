@@ -6,8 +6,8 @@
 #include <limits>
 #include <memory>
 
-#include "platform/common/Utf8.h"
-#include "platform/kernaldec/DecodedAudio.h"
+#include "kernaldec/DecodedAudio.h"
+#include "media/Utf8.h"
 #include "zel/zel.h"
 
 namespace zel::fuzz {

@@ -14,7 +14,7 @@ import subprocess
 import sys
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-FOLDERS = ("zel", "platform", "tools", "bench", "fuzz", "examples")
+FOLDERS = ("zel", "platform", "media", "kernaldec", "tools", "bench", "fuzz", "examples")
 
 
 def fingerprint(entry, base):

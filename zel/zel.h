@@ -22,7 +22,7 @@
 #include "zel/mediainfo/StreamRecords.h"
 #include "zel/platform/COMSupport.h"
 #include "zel/platform/DecoderManager.h"
-#include "zel/platform/MediaInfo.h"
+#include "zel/platform/MediaInfoLibrary.h"
 #include "zel/platform/Types.h"
 #include "zel/platform/Zel_Log.h"
 #include "zel/sample/FrameBuffer.h"

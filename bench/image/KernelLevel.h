@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "zel/Common/detail/Cpu.h"
+#include "zel/detail/Cpu.h"
 
 namespace zel::bench {
 

@@ -6,7 +6,7 @@
 #include <new>
 #include <string>
 
-#include "platform/common/Utf8.h"
+#include "media/Utf8.h"
 
 extern "C" void GetAppPath(wchar_t* buffer, int capacity) {
   if (buffer == nullptr || capacity <= 0) return;

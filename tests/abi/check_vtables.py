@@ -39,7 +39,8 @@ def described(path):
 
 def compiled(root, flags):
     """{class: [table, ...]} as the compiler sees them."""
-    headers = sorted(header.relative_to(root) for header in (root / "zel").rglob("*.h"))
+    headers = sorted((root / "zel").rglob("*.h"))
+    headers = [header.relative_to(root) for header in headers if not header.stem.endswith("-inl")]
     compiler = ["g++", "-std=c++20", *flags]
     source = "".join(f'#include "{header}"\n' for header in headers)
     code = subprocess.run(

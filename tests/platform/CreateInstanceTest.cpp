@@ -5,7 +5,7 @@
 #include <thread>
 #include <vector>
 
-#include "tests/platform/Media.h"
+#include "tests/support/Media.h"
 #include "zel/zel.h"
 
 namespace zel::test {

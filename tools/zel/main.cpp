@@ -7,12 +7,12 @@
 #include <iterator>
 #include <new>
 
-#include "tools/zel/CommandLine.h"
-#include "tools/zel/Commands.h"
-#include "tools/zel/Failure.h"
-#include "tools/zel/Ffmpeg.h"
-#include "tools/zel/PendingFile.h"
-#include "tools/zel/Text.h"
+#include "media/AvErrors.h"
+#include "tools/zel/commands/CommandLine.h"
+#include "tools/zel/commands/Commands.h"
+#include "tools/zel/files/PendingFile.h"
+#include "tools/zel/text/Failure.h"
+#include "tools/zel/text/Text.h"
 
 namespace zel::tool {
 namespace {

@@ -8,7 +8,7 @@
 #include <new>
 #include <stdexcept>
 
-#include "zel/audio/detail/Kernels.h"
+#include "zel/audio/detail/AudioKernels.h"
 
 namespace {
 

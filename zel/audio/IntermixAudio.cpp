@@ -4,8 +4,8 @@
 #include <cstring>
 #include <limits>
 
-#include "zel/audio/detail/Kernels.h"
-#include "zel/audio/detail/KernelsScalar.h"
+#include "zel/audio/detail/AudioKernels.h"
+#include "zel/audio/detail/AudioScalar.h"
 
 using zel::audio::kFullScale;
 

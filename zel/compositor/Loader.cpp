@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "zel/base/Ids.h"
-#include "zel/base/detail/Ref.h"
+#include "zel/base/Ref.h"
 #include "zel/compositor/detail/CompositorImpl.h"
 #include "zel/compositor/detail/PathText.h"
 #include "zel/mediainfo/MediaInfo.h"

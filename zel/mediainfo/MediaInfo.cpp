@@ -5,8 +5,8 @@
 #include <new>
 
 #include "zel/base/Ids.h"
-#include "zel/base/detail/Ref.h"
-#include "zel/mediainfo/detail/Text.h"
+#include "zel/base/Ref.h"
+#include "zel/mediainfo/detail/SysStrings.h"
 
 namespace {
 

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <memory>
 
-#include "zel/base/detail/Ref.h"
-#include "zel/base/detail/UnknownList.h"
-#include "zel/platform/MediaInfo.h"
+#include "zel/base/Ref.h"
+#include "zel/base/detail/UnknownList-inl.h"
+#include "zel/platform/MediaInfoLibrary.h"
 
 template class scombase::CUnknownList<CStreamInfo, IStreamInfo, IStreamInfos>;
 template class scombase::CUnknownList<CSubPicStreamInfo, ISubPicStreamInfo, ISubPicStreamInfos>;

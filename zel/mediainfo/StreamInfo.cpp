@@ -6,7 +6,7 @@
 #include <memory>
 
 #include "zel/base/Ids.h"
-#include "zel/mediainfo/detail/Text.h"
+#include "zel/mediainfo/detail/SysStrings.h"
 
 namespace {
 

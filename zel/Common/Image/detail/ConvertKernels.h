@@ -13,7 +13,7 @@
 #include <cstdint>
 
 #include "zel/Common/Image/Bitmap.h"
-#include "zel/Common/detail/Cpu.h"
+#include "zel/detail/Cpu.h"
 
 namespace zel::image {
 

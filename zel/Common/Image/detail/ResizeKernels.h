@@ -8,7 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "zel/Common/detail/Cpu.h"
+#include "zel/detail/Cpu.h"
 
 namespace zel::image {
 

@@ -1,0 +1,67 @@
+// The decoder manager and the decoders it makes.
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "kernaldec/Guard.h"
+#include "kernaldec/file/Programs.h"
+#include "kernaldec/picture/VideoStream.h"
+#include "kernaldec/sound/AudioStream.h"
+#include "media/MediaFile.h"
+#include "zel/base/Unknown.h"
+#include "zel/compositor/MediaStream.h"
+#include "zel/platform/DecoderManager.h"
+
+namespace zel::kernaldec {
+
+/// Holds no state: every file is opened anew.
+class CMediaDecoderMgr final : public scombase::CUnknown, public IMediaDecoderMgr {
+ public:
+  explicit CMediaDecoderMgr(IUnknown* pUnkOuter) : CUnknown(pUnkOuter) {}
+
+  HRESULT NonDelegatingQueryInterface(const _GUID& riid, void** ppv) override;
+  HRESULT QueryInterface(const _GUID& riid, void** ppv) override;
+  ULONG AddRef() override;
+  ULONG Release() override;
+
+  /// @return S_OK; E_POINTER; E_INVALIDARG when the file cannot be opened or has no stream of the
+  ///   ids chosen; E_OUTOFMEMORY.
+  HRESULT CreateDecoder(const wchar_t* fileName, int reserved, DecoderSelection* selection,
+                        int kind, IMediaDecoder** ppDecoder) override;
+  /// @return S_OK; E_POINTER; E_INVALIDARG when the file cannot be opened; E_OUTOFMEMORY.
+  HRESULT OpenMediaInfo(const wchar_t* fileName, int kind, IMediaInfo** ppInfo) override;
+};
+
+/// Each stream reads the file on its own, so that streams can be pulled at different speeds and on
+/// different threads. A stream is made when it is first asked for; asked again, a decoder hands out
+/// the same one. Any thread may call.
+class CMediaDecoder final : public scombase::CUnknown, public IMediaDecoder {
+ public:
+  CMediaDecoder(std::unique_ptr<MediaFile> file, std::vector<Program> programs,
+                Selection selection);
+  ~CMediaDecoder() override;
+
+  HRESULT QueryInterface(const _GUID& riid, void** ppv) override;
+  ULONG AddRef() override;
+  ULONG Release() override;
+
+  HRESULT GetVideoStream(IMediaStream** ppStream) override;
+  HRESULT GetAudioStream(IMediaStream** ppStream) override;
+
+ private:
+  /// The file opened at first, or opened again when a stream has taken that.
+  std::unique_ptr<MediaFile> TakeFile();
+
+  const std::string m_path;
+  const std::vector<Program> m_programs;
+  const Selection m_selection;
+  std::mutex m_mutex;
+  std::unique_ptr<MediaFile> m_file;
+  ComponentPtr<CAudioStream> m_audio;
+  ComponentPtr<CVideoStream> m_video;
+};
+
+}  // namespace zel::kernaldec

@@ -1,0 +1,321 @@
+#include "kernaldec/file/Describe.h"
+
+extern "C" {
+#include <libavutil/parseutils.h>
+#include <libavutil/pixdesc.h>
+}
+
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <cstdlib>
+#include <cwchar>
+#include <limits>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "kernaldec/StreamExtras.h"
+#include "media/Utf8.h"
+#include "zel/sample/MediaFrame.h"
+
+namespace zel::kernaldec {
+namespace {
+
+std::uint32_t CodeOfName(std::string_view name) {
+  std::uint32_t code = 0;
+  for (std::size_t i = 0; i < 4; ++i) {
+    const int c = i < name.size() ? std::toupper(static_cast<unsigned char>(name[i])) : ' ';
+    code |= static_cast<std::uint32_t>(c) << (8 * i);
+  }
+  return code;
+}
+
+template <std::size_t N>
+void CopyText(wchar_t (&field)[N], const char* text) {
+  if (text == nullptr) return;
+  const std::wstring wide = utf8::ToWide(text);
+  const std::size_t size = std::min(wide.size(), N - 1);
+  std::wmemcpy(field, wide.data(), size);
+  field[size] = L'\0';
+}
+
+const char* Tag(const AVDictionary* tags, const char* key) {
+  const AVDictionaryEntry* entry = av_dict_get(tags, key, nullptr, 0);
+  return entry != nullptr ? entry->value : nullptr;
+}
+
+/// A tag that states a fact of its stream. Some writers give these a language, too ("BPS-eng").
+const AVDictionaryEntry* StatisticTag(const AVStream& stream, const std::string& key) {
+  const AVDictionaryEntry* plain = av_dict_get(stream.metadata, key.c_str(), nullptr, 0);
+  return plain != nullptr
+             ? plain
+             : av_dict_get(stream.metadata, (key + '-').c_str(), nullptr, AV_DICT_IGNORE_SUFFIX);
+}
+
+/// A difference of times as a length: not negative, in whole microseconds as the container's, since
+/// the digits beyond mean nothing.
+double Whole(double seconds) {
+  return std::round(std::max(seconds, 0.0) * AV_TIME_BASE) / AV_TIME_BASE;
+}
+
+std::uint32_t ToBitRate(std::int64_t rate) {
+  return static_cast<std::uint32_t>(
+      std::clamp<std::int64_t>(rate, 0, std::numeric_limits<std::uint32_t>::max()));
+}
+
+std::uint32_t BitRate(const AVStream& stream) {
+  std::int64_t rate = stream.codecpar->bit_rate;
+  if (rate <= 0) {
+    rate =
+        Rounded(static_cast<long double>(av_get_exact_bits_per_sample(stream.codecpar->codec_id)) *
+                stream.codecpar->sample_rate * stream.codecpar->ch_layout.nb_channels);
+  }
+  // Matroska files often carry it as a tag.
+  if (const auto* tag = StatisticTag(stream, "BPS"); rate <= 0 && tag != nullptr) {
+    rate = std::strtoll(tag->value, nullptr, 10);
+  }
+  return ToBitRate(rate);
+}
+
+/// The width of the samples in the file; 16, as decoded here, for codecs that have none.
+int BitsPerSample(const AVCodecParameters& codec) {
+  if (codec.bits_per_raw_sample > 0) return codec.bits_per_raw_sample;
+  const int exact = av_get_exact_bits_per_sample(codec.codec_id);
+  return exact > 0 ? exact : 16;
+}
+
+VideoFormat SourceFormat(const AVFormatContext* format, const AVStream& stream) {
+  const AVCodecParameters& codec = *stream.codecpar;
+  VideoFormat video{};
+  video.layout = VideoFormat::kLayout;
+  video.width = codec.width;
+  video.height = codec.height;
+  video.isCover = IsCover(stream) ? 1 : 0;
+  // A single picture has a length, but no rate.
+  if (video.isCover == 0) {
+    AVRational rate = stream.avg_frame_rate;
+    if (rate.num <= 0 || rate.den <= 0) rate = stream.r_frame_rate;
+    if (rate.num > 0 && rate.den > 0) {
+      video.frameRateNumerator = rate.num;
+      video.frameRateDenominator = rate.den;
+    }
+  }
+  const AVRational aspect = av_guess_sample_aspect_ratio(const_cast<AVFormatContext*>(format),
+                                                         const_cast<AVStream*>(&stream), nullptr);
+  if (aspect.num > 0 && aspect.den > 0) {
+    video.aspectNumerator = aspect.num;
+    video.aspectDenominator = aspect.den;
+  }
+  const AVPixFmtDescriptor* pixel = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(codec.format));
+  if (pixel != nullptr && pixel->nb_components > 0) video.bitDepth = pixel->comp[0].depth;
+  return video;
+}
+
+/// Backs the arrays of a program's record.
+struct ProgramStreams {
+  std::vector<StreamInfo> video;
+  std::vector<StreamInfo> audio;
+  std::vector<StreamInfo> subPic;
+};
+
+ProgramInfo DescribeProgram(const AVFormatContext* format, const Program& program,
+                            ProgramStreams* streams) {
+  ProgramInfo info{};
+  info.number = program.number;
+  info.id = program.id;
+  std::uint64_t rate = 0;
+  double first = std::numeric_limits<double>::infinity();
+  double end = 0;
+  for (const int index : program.streams) {
+    const AVMediaType type = format->streams[index]->codecpar->codec_type;
+    std::vector<StreamInfo>* list = type == AVMEDIA_TYPE_VIDEO      ? &streams->video
+                                    : type == AVMEDIA_TYPE_AUDIO    ? &streams->audio
+                                    : type == AVMEDIA_TYPE_SUBTITLE ? &streams->subPic
+                                                                    : nullptr;
+    if (list == nullptr) continue;
+    list->push_back(DescribeStream(format, program, index));
+    const StreamInfo& stream = list->back();
+    rate += stream.bitRate;
+    if (stream.length <= 0) continue;
+    const double start = static_cast<double>(stream.startPTS) / kTicksPerSecond;
+    first = std::min(first, start);
+    end = std::max(end, start + stream.length);
+  }
+  info.mediaLength = Whole(end - first);
+  info.bitrate = ToBitRate(static_cast<std::int64_t>(rate));
+  info.videoStreamCount = static_cast<std::int32_t>(streams->video.size());
+  info.videoStreams = streams->video.data();
+  info.audioStreamCount = static_cast<std::int32_t>(streams->audio.size());
+  info.audioStreams = streams->audio.data();
+  info.subPicStreamCount = static_cast<std::int32_t>(streams->subPic.size());
+  info.subPicStreams = streams->subPic.data();
+  // Without a clock of its own, a program goes by its picture.
+  int reference = program.referenceStream;
+  for (const AVMediaType type : {AVMEDIA_TYPE_VIDEO, AVMEDIA_TYPE_AUDIO}) {
+    if (reference < 0) reference = program.FindStream(format, type);
+  }
+  if (reference >= 0) info.timeStampReferenceStreamID = program.StreamId(reference);
+  return info;
+}
+
+double Start(const AVStream& stream) {
+  return stream.start_time == AV_NOPTS_VALUE
+             ? 0
+             : static_cast<double>(stream.start_time) * av_q2d(stream.time_base);
+}
+
+/// Seconds of a Matroska stream that starts at `start`, by its DURATION tag; 0 without one.
+double TaggedLength(const AVStream& stream, double start) {
+  const AVDictionaryEntry* tag = StatisticTag(stream, "DURATION");
+  std::int64_t microseconds = 0;
+  if (tag == nullptr || av_parse_time(&microseconds, tag->value, 1) < 0) return 0;
+  double seconds = static_cast<double>(microseconds) / AV_TIME_BASE;
+  // mkvmerge tells the length, and after it lists what it has told. FFmpeg's muxer tells the time
+  // of the end, after all tags that it copied, and counts from before what the decoder is to drop.
+  if (av_dict_get(stream.metadata, "_STATISTICS_TAGS", tag, AV_DICT_IGNORE_SUFFIX) == nullptr) {
+    seconds -= start;
+    const AVCodecParameters& codec = *stream.codecpar;
+    if (codec.sample_rate > 0) {
+      seconds -= static_cast<double>(codec.initial_padding) / codec.sample_rate;
+    }
+  }
+  return Whole(seconds);
+}
+
+bool HasConstantFrameRate(const AVFormatContext* format) {
+  for (unsigned i = 0; i < format->nb_streams; ++i) {
+    const AVStream& stream = *format->streams[i];
+    if (stream.codecpar->codec_type != AVMEDIA_TYPE_VIDEO || stream.avg_frame_rate.num == 0 ||
+        stream.r_frame_rate.num == 0) {
+      continue;
+    }
+    if (av_cmp_q(stream.avg_frame_rate, stream.r_frame_rate) != 0) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+std::uint32_t FourCC(const AVCodecParameters& codec) {
+  const std::uint32_t tag = codec.codec_tag;
+  bool printable = true;
+  for (int i = 0; i < 4; ++i) {
+    const std::uint32_t c = tag >> (8 * i) & 0xFF;
+    printable = printable && c >= 0x20 && c < 0x7F;
+  }
+  if (printable) return tag;
+  std::string_view name = avcodec_get_name(codec.codec_id);
+  if (name.substr(0, 4) == "pcm_") name.remove_prefix(4);
+  return CodeOfName(name);
+}
+
+double StreamLength(const AVFormatContext* format, int index) {
+  const AVStream& stream = *format->streams[index];
+  const bool isMatroska = av_match_name("matroska", format->iformat->name) != 0;
+  // Matroska has no lengths of streams; where FFmpeg gives one, it is the container's.
+  if (!isMatroska && stream.duration != AV_NOPTS_VALUE && stream.duration > 0) {
+    return static_cast<double>(stream.duration) * av_q2d(stream.time_base);
+  }
+  const double start = Start(stream);
+  const double tagged = isMatroska ? TaggedLength(stream, start) : 0;
+  if (format->duration == AV_NOPTS_VALUE || format->duration <= 0) return tagged;
+  double end = static_cast<double>(format->duration) / AV_TIME_BASE;
+  if (format->start_time != AV_NOPTS_VALUE) {
+    end += static_cast<double>(format->start_time) / AV_TIME_BASE;
+  }
+  const double rest = Whole(end - start);
+  return tagged > 0 ? std::min(tagged, rest) : rest;
+}
+
+StreamInfo DescribeStream(const AVFormatContext* format, const Program& program, int index) {
+  const AVStream& stream = *format->streams[index];
+  const AVCodecParameters& codec = *stream.codecpar;
+  StreamInfo info{};
+  switch (codec.codec_type) {
+    case AVMEDIA_TYPE_VIDEO:
+      info.type = AV_STREAM_VIDEO;
+      break;
+    case AVMEDIA_TYPE_AUDIO:
+      info.type = AV_STREAM_AUDIO;
+      break;
+    default:
+      info.type = AV_STREAM_NONE;
+  }
+  info.id = program.StreamId(index);
+  info.streamIndex = static_cast<std::uint32_t>(index);
+  info.fourCC = FourCC(codec);
+  info.state = -1;
+  CopyText(info.name, Tag(stream.metadata, "title"));
+  const AVCodecDescriptor* descriptor = avcodec_descriptor_get(codec.codec_id);
+  CopyText(info.description, descriptor != nullptr && descriptor->long_name != nullptr
+                                 ? descriptor->long_name
+                                 : avcodec_get_name(codec.codec_id));
+  CopyText(info.languageDesc, Tag(stream.metadata, "language"));
+  info.length = StreamLength(format, index);
+  info.bitRate = BitRate(stream);
+  if (codec.codec_type == AVMEDIA_TYPE_AUDIO) {
+    info.audioInfo.sampleRate = codec.sample_rate;
+    info.audioInfo.channels = codec.ch_layout.nb_channels;
+    info.audioInfo.bitsPerSample = BitsPerSample(codec);
+  } else if (codec.codec_type == AVMEDIA_TYPE_VIDEO) {
+    VideoFormat video = SourceFormat(format, stream);
+    info.videoSrcInfo = Pack(video);
+    video.bitDepth = 8;
+    info.videoInfo = Pack(video);
+  }
+  if (stream.start_time != AV_NOPTS_VALUE) {
+    info.startPTS = ToTicks(stream.start_time, stream.time_base);
+  }
+  info.reserved0 = 2;
+  info.sourceScanType = 2;
+  info.streamPID = static_cast<std::uint32_t>(stream.id);
+  if (codec.extradata != nullptr && codec.extradata_size > 0) {
+    info.extraDataLength = static_cast<std::uint32_t>(codec.extradata_size);
+    info.extraData = codec.extradata;
+  }
+  info.channelIndex = -1;
+  info.profileValue = codec.profile == FF_PROFILE_UNKNOWN ? 0 : codec.profile;
+  info.levelValue = codec.level == FF_LEVEL_UNKNOWN ? 0 : codec.level;
+  // Only decoding would tell. How far pictures are reordered is the least that it can be.
+  info.maxBFrames = codec.video_delay;
+  return info;
+}
+
+HRESULT FillMediaInfo(const MediaFile& file, CMediaInfo* info) {
+  const AVFormatContext* format = file.format();
+  const std::vector<Program> programs = ListPrograms(format);
+  std::vector<ProgramStreams> streams(programs.size());
+  std::vector<ProgramInfo> records(programs.size());
+  for (std::size_t i = 0; i < programs.size(); ++i) {
+    records[i] = DescribeProgram(format, programs[i], &streams[i]);
+  }
+  // Two kilobytes of name: not on a thread's stack.
+  const auto record = std::make_unique<MEDIA_FILE_INFO>();
+  const std::string_view names = format->iformat->name;
+  record->fourCC = CodeOfName(names.substr(0, names.find(',')));
+  CopyText(record->fileName, file.path().c_str());
+  CopyText(record->description, format->iformat->long_name);
+  if (format->duration != AV_NOPTS_VALUE && format->duration > 0) {
+    record->mediaLength = static_cast<double>(format->duration) / AV_TIME_BASE;
+  }
+  record->bitrate = ToBitRate(format->bit_rate);
+  record->programCount = static_cast<std::int32_t>(records.size());
+  record->programs = records.data();
+  record->frameRateConstant = HasConstantFrameRate(format) ? 1 : 0;
+  if (const HRESULT result = info->Fill(record.get()); result != S_OK) return result;
+  for (const Program& program : programs) {
+    if (program.name.empty()) continue;
+    std::vector<unsigned char> name(program.name.begin(), program.name.end());
+    for (const int index : program.streams) {
+      CStreamInfo* stream = info->GetStreamInfoObject(program.StreamId(index));
+      if (stream == nullptr) continue;  // Of a kind that is not described.
+      stream->AddExtraData(kProgramNameBlock, name.size(), name.data());
+      break;
+    }
+  }
+  return S_OK;
+}
+
+}  // namespace zel::kernaldec

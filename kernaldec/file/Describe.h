@@ -1,0 +1,34 @@
+// What FFmpeg reports about a stream, as the records of the media information model.
+#pragma once
+
+#include <cstdint>
+
+#include "kernaldec/file/Programs.h"
+#include "media/Ffmpeg.h"
+#include "media/MediaFile.h"
+#include "zel/mediainfo/MediaInfo.h"
+#include "zel/mediainfo/StreamRecords.h"
+
+namespace zel::kernaldec {
+
+/// A four-character code, first character in the lowest byte: the container's tag where it is four
+/// printable characters, else the beginning of FFmpeg's name for the codec, in capitals and padded
+/// with spaces ("AAC ", "MP3 "; of PCM the part that tells the sample format, "S16L").
+std::uint32_t FourCC(const AVCodecParameters& codec);
+
+/// Describes stream `index` as a member of `program`. Texts longer than their fields are cut.
+/// @return a record whose `extraData` belongs to `format`.
+StreamInfo DescribeStream(const AVFormatContext* format, const Program& program, int index);
+
+/// Length of a stream in seconds, as the file states it: its own, else from its start to the end of
+/// the container; 0 when neither is known.
+double StreamLength(const AVFormatContext* format, int index);
+
+/// Describes a whole file: its programs with their video, audio and subpicture streams. The file's
+/// four-character code is made of FFmpeg's name for the container, lengths are in seconds, a
+/// program's from the start of its first stream to the end of its last.
+/// @return S_OK, or why the record was not taken; `info` is of no use then.
+/// @throws std::bad_alloc
+HRESULT FillMediaInfo(const MediaFile& file, CMediaInfo* info);
+
+}  // namespace zel::kernaldec

@@ -1,0 +1,154 @@
+#include "kernaldec/picture/PictureClock.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace zel::kernaldec {
+namespace {
+
+// Leaves room for as many pictures as a decoder holds back.
+constexpr std::int64_t kLongest = kFarthest >> 8;
+// As many times in a row show that each packet has one of its own.
+constexpr std::size_t kWithoutGaps = 8;
+// One picture in fifty lies like that in blocks of many pictures.
+constexpr int kMostDoubts = 3;
+constexpr int kFarAway = 1'000'000;
+// Of pictures that are meant to be seen.
+constexpr double kHighestRate = 300;
+
+bool IsPositive(AVRational rate) {
+  return rate.num > 0 && rate.den > 0;
+}
+
+AVRational RateOf(const AVFormatContext* format, const AVStream& stream) {
+  const AVRational rate = av_guess_frame_rate(const_cast<AVFormatContext*>(format),
+                                              const_cast<AVStream*>(&stream), nullptr);
+  return IsPositive(rate) ? rate : AVRational{25, 1};
+}
+
+}  // namespace
+
+PictureClock::PictureClock(const AVFormatContext* format, const AVStream& stream, bool isBlocks)
+    : m_isBlocks(isBlocks),
+      m_base(stream.time_base),
+      m_rate(RateOf(format, stream)),
+      m_mostRate(stream.r_frame_rate) {}
+
+void PictureClock::StartAt(std::int64_t time) {
+  Lose();
+  m_end = time;
+}
+
+void PictureClock::Lose() {
+  m_end.reset();
+  m_untimedLength = 0;
+  m_decodeTime.reset();
+  m_packetsSince = 0;
+  m_doubts = 0;
+}
+
+long double PictureClock::Length(const AVCodecContext& codec, int repeatedFields) const {
+  AVRational rate = m_rate;
+  if ((m_storesShowTimes || !m_storesDecodeTimes) && IsPositive(codec.framerate)) {
+    // Where times have gaps, FFmpeg's average is no good. The codec knows the rate, but for MPEG-4
+    // and H.264 of varying rate, which tell that of a finer clock.
+    const bool isClock = av_q2d(codec.framerate) > kHighestRate;
+    if (!isClock) rate = codec.framerate;
+    if (isClock && IsPositive(m_mostRate)) rate = m_mostRate;
+  }
+  const long double picture =
+      static_cast<long double>(rate.den) / rate.num * m_base.den / m_base.num;
+  const long double length = picture * (2 + std::clamp(repeatedFields, 0, 4)) / 2;
+  return std::clamp<long double>(length, 1, kLongest);
+}
+
+long double PictureClock::DecodingLength(const AVCodecContext& codec) const {
+  const long double length = Length(codec, 0);
+  // A film, of whose pictures every second one repeats a field.
+  const double share = av_q2d(m_rate) / std::max(av_q2d(codec.framerate), 1e-9);
+  const bool isFilm = codec.codec_id == AV_CODEC_ID_MPEG2VIDEO && share > 0.79 && share < 0.81;
+  return isFilm ? length * 5 / 4 : length;
+}
+
+bool PictureClock::Settle(const std::vector<std::int64_t>& times, bool isAll,
+                          const AVCodecContext& codec) {
+  const long double length = DecodingLength(codec);
+  bool hasGaps = false;
+  // The first packet may be the rest of a picture whose beginning was in the block before; it gets
+  // the time of the next one.
+  std::size_t last = 0;
+  for (std::size_t i = 1; i < times.size(); ++i) {
+    if (times[i] == AV_NOPTS_VALUE) {
+      hasGaps = true;
+      continue;
+    }
+    if (last > 0) {
+      const std::int64_t step = Bounded(times[i]) - Bounded(times[last]);
+      hasGaps = hasGaps || step <= 0;
+      const long double wanted = length * static_cast<long double>(i - last);
+      if (hasGaps && std::fabs(static_cast<long double>(step) - wanted) <= length / 2) {
+        m_hasGaps = true;
+        m_decodeTime = static_cast<long double>(Bounded(times[last])) -
+                       length * static_cast<long double>(last + 1);
+        m_packetsSince = 0;
+        return true;
+      }
+    }
+    last = i;
+  }
+  return !hasGaps && (isAll || times.size() >= kWithoutGaps);
+}
+
+void PictureClock::Check(AVPacket* packet, const AVCodecContext& codec) {
+  m_storesShowTimes = m_storesShowTimes || packet->pts != AV_NOPTS_VALUE;
+  m_storesDecodeTimes = m_storesDecodeTimes || packet->dts != AV_NOPTS_VALUE;
+  m_showsOutOfOrder =
+      m_showsOutOfOrder || (packet->pts != AV_NOPTS_VALUE && packet->pts != packet->dts);
+  m_packetsSince = std::min(m_packetsSince + 1, kFarAway);
+  if (packet->dts == AV_NOPTS_VALUE) {
+    m_hasGaps = m_hasGaps || m_storesDecodeTimes;
+    return;
+  }
+  // Where the start code of a picture lies across the border of two blocks, FFmpeg's parser gives
+  // it the time of the second block, which is the next picture's. A real gap stays, and is believed
+  // after a while.
+  const auto time = static_cast<long double>(Bounded(packet->dts));
+  bool isNext = false;
+  if (m_hasGaps && m_decodeTime && m_doubts < kMostDoubts) {
+    const long double length = DecodingLength(codec);
+    const long double late = time - *m_decodeTime - length * m_packetsSince;
+    isNext = late > length / 2 && late < length * 3 / 2;
+  }
+  m_doubts = isNext ? m_doubts + 1 : 0;
+  if (isNext) {
+    packet->pts = AV_NOPTS_VALUE;
+    packet->dts = AV_NOPTS_VALUE;
+  } else {
+    m_decodeTime = time;
+    m_packetsSince = 0;
+  }
+}
+
+void PictureClock::Stamp(AVFrame* picture, const AVCodecContext& codec) {
+  const long double length = picture->pkt_duration > 0 ? std::min(picture->pkt_duration, kLongest)
+                                                       : Length(codec, picture->repeat_pict);
+  // Some writers store the time of decoding in the place of the other one.
+  const bool hasShowTimes =
+      m_storesShowTimes && (m_isBlocks || m_showsOutOfOrder || codec.has_b_frames <= 0);
+  std::optional<long double> time = m_end;
+  if (hasShowTimes) {
+    if (picture->pts != AV_NOPTS_VALUE) time = Bounded(picture->pts);
+  } else if (picture->pkt_dts != AV_NOPTS_VALUE) {
+    // The time of the packet that made the decoder yield the picture, so many pictures later.
+    time = Bounded(picture->pkt_dts) - std::max(codec.has_b_frames, 0) * length;
+  }
+  picture->pts = time ? Rounded(*time) : AV_NOPTS_VALUE;
+  picture->pkt_duration = Rounded(length);
+  if (time) {
+    m_end = *time + length;
+  } else {
+    m_untimedLength += length;
+  }
+}
+
+}  // namespace zel::kernaldec

@@ -1,0 +1,73 @@
+#include "kernaldec/sound/PcmConverter.h"
+
+#include <cstring>
+#include <new>
+
+namespace zel::kernaldec {
+
+PcmConverter::~PcmConverter() {
+  av_channel_layout_uninit(&m_inLayout);
+}
+
+bool PcmConverter::Convert(const AVFrame& frame, int first, int count, std::uint8_t* pcm) {
+  const auto format = static_cast<AVSampleFormat>(frame.format);
+  const int channels = frame.ch_layout.nb_channels;
+  const int bytes = av_get_bytes_per_sample(format);
+  if (channels <= 0 || bytes <= 0 || frame.extended_data == nullptr) return false;
+  const bool planar = av_sample_fmt_is_planar(format) != 0;
+  const std::size_t step = static_cast<std::size_t>(bytes) * (planar ? 1 : channels);
+  const std::size_t skipped = step * static_cast<std::size_t>(first);
+
+  const bool sameValues =
+      format == AV_SAMPLE_FMT_S16 || (format == AV_SAMPLE_FMT_S16P && channels == 1);
+  if (sameValues && ChannelsFor(frame) == channels) {
+    std::memcpy(pcm, frame.extended_data[0] + skipped,
+                sizeof(std::int16_t) * static_cast<std::size_t>(count) * channels);
+    return true;
+  }
+
+  if (!Prepare(frame)) return false;
+  m_planes.resize(planar ? channels : 1);
+  for (std::size_t i = 0; i < m_planes.size(); ++i) {
+    m_planes[i] = frame.extended_data[i] + skipped;
+  }
+  return swr_convert(m_swr.get(), &pcm, count, m_planes.data(), count) == count;
+}
+
+bool PcmConverter::Prepare(const AVFrame& frame) {
+  const int outChannels = ChannelsFor(frame);
+  if (m_swr != nullptr && m_inFormat == frame.format && m_outChannels == outChannels &&
+      av_channel_layout_compare(&m_inLayout, &frame.ch_layout) == 0) {
+    return true;
+  }
+  m_swr.reset();
+  AVChannelLayout in{};
+  AVChannelLayout out{};
+  if (av_channel_layout_copy(&in, &frame.ch_layout) < 0) throw std::bad_alloc();
+  if (outChannels == in.nb_channels) {
+    if (av_channel_layout_copy(&out, &in) < 0) throw std::bad_alloc();
+  } else {
+    // Weights belong to speakers, so an unnamed layout is taken for the usual one of its count.
+    if (in.order == AV_CHANNEL_ORDER_UNSPEC) av_channel_layout_default(&in, in.nb_channels);
+    av_channel_layout_default(&out, outChannels);
+  }
+  // Only the ratio of the rates counts.
+  constexpr int anyRate = 48000;
+  SwrContext* swr = nullptr;
+  const int made =
+      swr_alloc_set_opts2(&swr, &out, AV_SAMPLE_FMT_S16, anyRate, &in,
+                          static_cast<AVSampleFormat>(frame.format), anyRate, 0, nullptr);
+  m_swr.reset(swr);
+  av_channel_layout_uninit(&in);
+  av_channel_layout_uninit(&out);
+  if (made < 0 || swr_init(swr) < 0) {
+    m_swr.reset();
+    return false;
+  }
+  if (av_channel_layout_copy(&m_inLayout, &frame.ch_layout) < 0) throw std::bad_alloc();
+  m_inFormat = frame.format;
+  m_outChannels = outChannels;
+  return true;
+}
+
+}  // namespace zel::kernaldec

@@ -1,0 +1,41 @@
+// Decoded frames of any sample format to interleaved 16-bit PCM.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "media/Ffmpeg.h"
+
+namespace zel::kernaldec {
+
+/// Rounds wider formats as FFmpeg does, without dither. The rate stays; the channel count can
+/// change, with the usual weights. Reuses its state while the format of the frames stays.
+class PcmConverter {
+ public:
+  ~PcmConverter();
+  PcmConverter() = default;
+  PcmConverter(const PcmConverter&) = delete;
+  PcmConverter& operator=(const PcmConverter&) = delete;
+
+  /// Channels to deliver; 0: as many as the frame has.
+  void SetChannels(int channels) { m_channels = channels; }
+  int ChannelsFor(const AVFrame& frame) const {
+    return m_channels != 0 ? m_channels : frame.ch_layout.nb_channels;
+  }
+  /// Writes samples `first` to `first + count - 1` of `frame`: `count` x ChannelsFor(frame) values.
+  /// @return false when the format cannot be converted.
+  /// @throws std::bad_alloc
+  bool Convert(const AVFrame& frame, int first, int count, std::uint8_t* pcm);
+
+ private:
+  bool Prepare(const AVFrame& frame);
+
+  int m_channels = 0;
+  FfmpegPtr<SwrContext> m_swr;
+  int m_inFormat = AV_SAMPLE_FMT_NONE;
+  int m_outChannels = 0;
+  AVChannelLayout m_inLayout{};
+  std::vector<const std::uint8_t*> m_planes;
+};
+
+}  // namespace zel::kernaldec

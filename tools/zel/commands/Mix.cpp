@@ -1,0 +1,78 @@
+// `zel mix`: the sounds of several files in one.
+
+#include <algorithm>
+
+#include "tools/zel/commands/CommandLine.h"
+#include "tools/zel/commands/Commands.h"
+#include "tools/zel/commands/SoundFile.h"
+#include "tools/zel/files/PacketSource.h"
+#include "tools/zel/sound/BlockMixer.h"
+#include "tools/zel/sound/ConvertedSound.h"
+#include "tools/zel/text/Failure.h"
+#include "tools/zel/text/Text.h"
+
+namespace zel::tool {
+namespace {
+
+/// The mixer begins each block with up to 5 s of silence, which takes some 30 microseconds.
+constexpr int kBlockFrames = 16'384;
+/// What the mixer takes. Every file also stays open, of which a process may have some 1,000.
+constexpr int kMostFiles = BlockMixer::kMostInputs;
+
+}  // namespace
+
+int RunMix(int argc, char** argv) {
+  std::vector<std::string> inputs;
+  OutputOptions output;
+  CommandLine line(
+      "mix",
+      "Mix the sounds of two or more files into OUTPUT, at the rate and in the channels of the\n"
+      "first. OUTPUT lasts as long as the longest. Where the sum is too loud, the gain falls to\n"
+      "what fits, and creeps back.");
+  line.AddFiles("INPUT", &inputs, 2, kMostFiles,
+                "Audio or video files, 2 to " + std::to_string(kMostFiles));
+  output.AddTo(&line);
+  if (!line.Parse(argc, argv)) return kDone;
+  output.Check(inputs);
+  const Container& container = ContainerOf(output.path);
+
+  const PacketSource first(inputs[0]);
+  const ComPtr<IMediaDecoderMgr> manager = MakeDecoderManager();
+  SoundFormat format;
+  int firstIndex = 0;
+  double length = 0;
+  bool lengthKnown = true;
+  std::string names;
+  std::vector<ConvertedSound> sounds;
+  for (const std::string& input : inputs) {
+    DecodedSound sound = OpenSound(manager.get(), input);
+    if (sounds.empty()) {
+      format = {sound.format().sampleRate, sound.format().channels};
+      firstIndex = static_cast<int>(sound.info->GetStreamIndex());
+    }
+    length = std::max(length, sound.info->GetLength());
+    lengthKnown = lengthKnown && sound.info->GetLength() > 0;
+    names += (names.empty() ? "" : ", ") + Printable(input);
+    sounds.emplace_back(std::move(sound), format);
+  }
+
+  MediaWriter writer(output.path, container);
+  AddSoundLike(&writer, format, first.stream(firstIndex), false);
+  const int room = kBlockFrames * format.channels;
+  BlockMixer mixer(static_cast<int>(inputs.size()), room);
+  const SoundFile file{output, format, inputs[0], "mix of " + names, lengthKnown ? length : 0};
+  file.Write(&writer, [&](int* frames) {
+    int longest = 0;
+    for (std::size_t i = 0; i < sounds.size(); ++i) {
+      short* block = mixer.Input(static_cast<int>(i));
+      const int count = sounds[i].Read(block, room);
+      std::fill(block + count, block + room, short{0});
+      longest = std::max(longest, count);
+    }
+    *frames = longest / format.channels;
+    return mixer.Mix(longest);
+  });
+  return kDone;
+}
+
+}  // namespace zel::tool

@@ -1,0 +1,64 @@
+// Options that several commands have.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "tools/zel/commands/CommandLine.h"
+#include "tools/zel/files/Host.h"
+
+namespace zel::tool {
+
+/// Where the result goes, and how much is said about it.
+struct OutputOptions {
+  std::string path;
+  bool overwrite = false;
+  bool quiet = false;
+
+  /// Adds --output, --overwrite and --quiet to `line`, which must not outlive this object.
+  void AddTo(CommandLine* line);
+  /// The same for other files than sound and video.
+  /// @param tells what the file's name tells, for the help text
+  /// @param silence what --quiet does, for the help text
+  void AddTo(CommandLine* line, const std::string& tells,
+             const std::string& silence = "No progress and no closing line");
+  /// Makes the cheap checks before anything is opened: the file can be written, and it is none of
+  /// `sources`, through links neither.
+  /// @throws Failure
+  void Check(const std::vector<std::string>& sources) const;
+};
+
+/// Which sound of a file to use.
+struct SelectionOptions {
+  std::optional<std::uint32_t> stream;
+  std::optional<std::uint32_t> program;
+
+  /// Adds --stream and --program to `line`, which must not outlive this object. Parsing then
+  /// throws UsageError for what is no id.
+  /// @param file what the help text calls the file
+  void AddTo(CommandLine* line, const std::string& file);
+  /// Opens what was chosen of `path`. @throws Failure
+  DecodedSound Open(IMediaDecoderMgr* manager, const std::string& path) const;
+};
+
+/// Width and height in pixels.
+struct PictureSize {
+  int width;
+  int height;
+};
+
+/// "640x360".
+std::string SizeText(const PictureSize& size);
+
+/// Parses the value of `option`, a size of `least` to kMaxPictureSide in both directions.
+/// @throws UsageError
+PictureSize ParseSize(const std::string& option, const std::string& text, const PictureSize& least);
+
+/// Two whole numbers with `separator` between them; nothing for any other text.
+std::optional<std::pair<int, int>> ParsePair(std::string_view text, char separator);
+
+}  // namespace zel::tool

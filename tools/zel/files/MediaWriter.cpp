@@ -1,0 +1,202 @@
+#include "tools/zel/files/MediaWriter.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+extern "C" {
+#include <libavutil/dict.h>
+#include <libavutil/mem.h>
+}
+
+#include "tools/zel/text/Failure.h"
+
+namespace zel::tool {
+namespace {
+
+constexpr int kIoBufferSize = 1 << 18;
+constexpr std::int64_t kNoDts = std::numeric_limits<std::int64_t>::min();
+
+int WriteFile(void* file, std::uint8_t* data, int size) {
+  const int result = static_cast<PendingFile*>(file)->Write(data, size);
+  return result < 0 ? result : size;
+}
+
+std::int64_t SeekFile(void* file, std::int64_t offset, int whence) {
+  auto* pending = static_cast<PendingFile*>(file);
+  return whence == AVSEEK_SIZE ? pending->Size() : pending->Seek(offset, whence & ~AVSEEK_FORCE);
+}
+
+/// Copies texts, but for those that describe the file they come from rather than what is in it.
+void CopyTexts(AVDictionary** to, const AVDictionary* from) {
+  static constexpr const char* kOfTheFile[] = {
+      "encoder",  "major_brand",     "minor_version",    "compatible_brands", "BPS",
+      "DURATION", "NUMBER_OF_BYTES", "NUMBER_OF_FRAMES", "_STATISTICS"};
+  const AVDictionaryEntry* entry = nullptr;
+  while ((entry = av_dict_get(from, "", entry, AV_DICT_IGNORE_SUFFIX)) != nullptr) {
+    const bool skip = std::any_of(
+        std::begin(kOfTheFile), std::end(kOfTheFile),
+        [&](const char* key) { return std::strncmp(entry->key, key, std::strlen(key)) == 0; });
+    if (!skip) av_dict_set(to, entry->key, entry->value, 0);
+  }
+}
+
+/// The codec tag under which `out` can store what `in` calls `codec.codec_tag`; 0: the muxer's own.
+unsigned UsableTag(const AVOutputFormat& out, const AVCodecParameters& codec) {
+  unsigned other = 0;
+  const bool same = out.codec_tag == nullptr ||
+                    av_codec_get_id(out.codec_tag, codec.codec_tag) == codec.codec_id ||
+                    av_codec_get_tag2(out.codec_tag, codec.codec_id, &other) == 0;
+  return same ? codec.codec_tag : 0;
+}
+
+}  // namespace
+
+MediaWriter::MediaWriter(const std::string& path, const Container& container)
+    : path_(path), container_(container) {
+  AVFormatContext* muxer = nullptr;
+  Check(avformat_alloc_output_context2(&muxer, nullptr, container.muxer, nullptr));
+  muxer_.reset(muxer);
+  // The same input gives the same bytes: no random ids, no times of writing.
+  muxer->flags |= AVFMT_FLAG_BITEXACT;
+  // Copies of what is established elsewhere, like FLAC in MP4.
+  muxer->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL;
+}
+
+bool MediaWriter::Holds(const AVStream& stream) const {
+  const AVCodecParameters& codec = *stream.codecpar;
+  if (codec.codec_type == AVMEDIA_TYPE_ATTACHMENT) {
+    return std::strcmp(container_.muxer, "matroska") == 0;
+  }
+  return avformat_query_codec(muxer_->oformat, codec.codec_id, FF_COMPLIANCE_NORMAL) == 1;
+}
+
+int MediaWriter::AddCopy(const AVStream& stream) {
+  AVStream* copy = NotNull(avformat_new_stream(muxer_.get(), nullptr));
+  Check(avcodec_parameters_copy(copy->codecpar, stream.codecpar));
+  copy->codecpar->codec_tag = UsableTag(*muxer_->oformat, *stream.codecpar);
+  copy->time_base = stream.time_base;
+  copy->avg_frame_rate = stream.avg_frame_rate;
+  copy->r_frame_rate = stream.r_frame_rate;
+  copy->sample_aspect_ratio = stream.sample_aspect_ratio;
+  copy->disposition = stream.disposition;
+  CopyTexts(&copy->metadata, stream.metadata);
+  for (int i = 0; i < stream.nb_side_data; ++i) {
+    const AVPacketSideData& data = stream.side_data[i];
+    std::memcpy(NotNull(av_stream_new_side_data(copy, data.type, data.size)), data.data, data.size);
+  }
+  return copy->index;
+}
+
+void MediaWriter::AddSound(SoundFormat format, const AVChannelLayout& layout,
+                           const AVStream* like) {
+  const bool globalHeader = (muxer_->oformat->flags & AVFMT_GLOBALHEADER) != 0;
+  sound_ = std::make_unique<SoundEncoder>(path_, container_, format, layout, globalHeader);
+  soundStream_ = NotNull(avformat_new_stream(muxer_.get(), nullptr));
+  soundStream_->time_base = sound_->TimeBase();
+  sound_->Describe(soundStream_->codecpar);
+  if (like != nullptr) {
+    CopyTexts(&soundStream_->metadata, like->metadata);
+    soundStream_->disposition = like->disposition;
+  }
+  soundSink_ = [this](AVPacket* packet) {
+    packet->stream_index = soundStream_->index;
+    av_packet_rescale_ts(packet, sound_->TimeBase(), soundStream_->time_base);
+    Send(packet);
+  };
+}
+
+void MediaWriter::AddDescription(const AVFormatContext& source, std::int64_t shift) {
+  CopyTexts(&muxer_->metadata, source.metadata);
+  if (source.nb_chapters == 0) return;
+  // NOLINTNEXTLINE(bugprone-sizeof-expression): the array holds pointers.
+  void* const chapters = av_calloc(source.nb_chapters, sizeof(AVChapter*));
+  muxer_->chapters = static_cast<AVChapter**>(NotNull(chapters));
+  for (unsigned i = 0; i < source.nb_chapters; ++i) {
+    const AVChapter& from = *source.chapters[i];
+    auto* chapter = static_cast<AVChapter*>(NotNull(av_mallocz(sizeof(AVChapter))));
+    const std::int64_t offset = av_rescale_q(shift, kZelTimeBase, from.time_base);
+    chapter->id = from.id;
+    chapter->time_base = from.time_base;
+    chapter->start = from.start + offset;
+    chapter->end = from.end + offset;
+    CopyTexts(&chapter->metadata, from.metadata);
+    muxer_->chapters[muxer_->nb_chapters++] = chapter;
+  }
+}
+
+void MediaWriter::Start(bool overwrite, std::int64_t soundStart) {
+  file_ = std::make_unique<PendingFile>(path_, overwrite);
+  auto* buffer = static_cast<std::uint8_t*>(NotNull(av_malloc(kIoBufferSize)));
+  io_.reset(
+      avio_alloc_context(buffer, kIoBufferSize, 1, file_.get(), nullptr, WriteFile, SeekFile));
+  if (!io_) {
+    av_free(buffer);
+    throw std::bad_alloc();
+  }
+  muxer_->pb = io_.get();
+  muxer_->flags |= AVFMT_FLAG_CUSTOM_IO;
+  // By default every packet would become a write of its own.
+  muxer_->flush_packets = 0;
+
+  AVDictionary* options = nullptr;
+  // Beyond 4 GiB a WAV file's sizes do not fit. What an input says of its length may be wrong, so
+  // every file gets a chunk to skip, which becomes the 64-bit sizes if they are needed.
+  if (std::strcmp(container_.muxer, "wav") == 0) av_dict_set(&options, "rf64", "auto", 0);
+  // Edit lists, which cut the encoder's delay off, then count samples rather than milliseconds;
+  // muxers without edit lists leave the option alone.
+  av_dict_set_int(&options, "movie_timescale", sound_->OutRate(), 0);
+  const int result = avformat_write_header(muxer_.get(), &options);
+  av_dict_free(&options);
+  Check(result);
+  lastDts_.assign(muxer_->nb_streams, kNoDts);
+  sound_->Start(soundStart);
+}
+
+void MediaWriter::WriteCopy(AVPacket* packet, int index, AVRational timeBase) {
+  const AVRational outBase = muxer_->streams[index]->time_base;
+  packet->stream_index = index;
+  packet->pos = -1;
+  av_packet_rescale_ts(packet, timeBase, outBase);
+  // Decoding times must rise; rounding to a coarser unit may have made two equal.
+  std::int64_t& last = lastDts_[static_cast<std::size_t>(index)];
+  if (packet->dts != AV_NOPTS_VALUE) {
+    const bool equalAllowed = (muxer_->oformat->flags & AVFMT_TS_NONSTRICT) != 0;
+    if (last != kNoDts && packet->dts < last + (equalAllowed ? 0 : 1)) {
+      const std::int64_t dts = last + (equalAllowed ? 0 : 1);
+      if (packet->pts != AV_NOPTS_VALUE) packet->pts = std::max(packet->pts, dts);
+      packet->dts = dts;
+    }
+    last = packet->dts;
+  }
+  Send(packet);
+}
+
+void MediaWriter::WriteSound(const std::uint8_t* pcm, int frames) {
+  sound_->Write(pcm, frames, soundSink_);
+}
+
+void MediaWriter::Finish() {
+  sound_->Finish(soundSink_);
+  Check(av_write_trailer(muxer_.get()));
+  avio_flush(io_.get());
+  Check(io_->error);
+  if (file_->Error() != 0) Check(AVERROR(file_->Error()));
+  file_->Commit();
+}
+
+void MediaWriter::Send(AVPacket* packet) {
+  // A file of one stream needs no queue, and then nothing copies the bytes on their way.
+  Check(muxer_->nb_streams == 1 ? av_write_frame(muxer_.get(), packet)
+                                : av_interleaved_write_frame(muxer_.get(), packet));
+  av_packet_unref(packet);
+}
+
+void MediaWriter::Check(int result) {
+  if (result >= 0) return;
+  // The system's own reason is better than what became of it on the way.
+  if (file_ && file_->Error() != 0) throw Failure(path_, std::strerror(file_->Error()));
+  throw Failure(path_, AvText(result));
+}
+
+}  // namespace zel::tool

@@ -1,0 +1,69 @@
+// The output file: one stream of encoded sound, and streams that are copied.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "media/AvErrors.h"
+#include "tools/zel/files/Container.h"
+#include "tools/zel/files/PendingFile.h"
+#include "tools/zel/files/SoundEncoder.h"
+
+namespace zel::tool {
+
+/// Writes a media file that appears under its name with Finish.
+///
+/// Order of calls: AddCopy and AddSound in the order that the file's streams shall have, Start,
+/// then WriteCopy and WriteSound, each stream in its own order, Finish. Every one throws Failure.
+class MediaWriter {
+ public:
+  /// Without a file yet: Start makes it.
+  MediaWriter(const std::string& path, const Container& container);
+
+  /// Tells whether the container can hold a copy of `stream`.
+  bool Holds(const AVStream& stream) const;
+  /// Adds a copy of `stream`.
+  /// @return its index in this file.
+  int AddCopy(const AVStream& stream);
+  /// Adds the sound.
+  /// @param like texts and disposition come from this stream; null for none.
+  void AddSound(SoundFormat format, const AVChannelLayout& layout, const AVStream* like);
+  /// Takes over what describes `source` as a whole: its texts, its chapters moved by `shift`
+  /// (100-ns units).
+  void AddDescription(const AVFormatContext& source, std::int64_t shift);
+  const SoundEncoder& sound() const { return *sound_; }
+
+  /// Makes the file and writes its head.
+  /// @param soundStart time of the first sample of sound, in 100-ns units.
+  void Start(bool overwrite, std::int64_t soundStart);
+  /// Writes `packet`, whose time stamps are in units of `timeBase`, and leaves it empty.
+  void WriteCopy(AVPacket* packet, int index, AVRational timeBase);
+  /// @param pcm `frames` interleaved frames.
+  void WriteSound(const std::uint8_t* pcm, int frames);
+  /// Ends the file and gives it its name.
+  void Finish();
+
+ private:
+  struct FreeIo {
+    void operator()(AVIOContext* io) const {
+      av_freep(&io->buffer);
+      avio_context_free(&io);
+    }
+  };
+
+  void Send(AVPacket* packet);
+  void Check(int result);
+
+  std::string path_;
+  const Container& container_;
+  std::unique_ptr<PendingFile> file_;
+  std::unique_ptr<AVIOContext, FreeIo> io_;
+  Muxer muxer_;
+  std::unique_ptr<SoundEncoder> sound_;
+  SoundEncoder::Sink soundSink_;
+  AVStream* soundStream_ = nullptr;
+  std::vector<std::int64_t> lastDts_;
+};
+
+}  // namespace zel::tool

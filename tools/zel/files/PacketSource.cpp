@@ -1,0 +1,156 @@
+#include "tools/zel/files/PacketSource.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include "tools/zel/text/Failure.h"
+
+namespace zel::tool {
+namespace {
+
+/// What FFmpeg's `result` means for a file that opened. Its demultiplexers report what they find
+/// wrong in a file by all kinds of codes, those of broken disks and full memories among them.
+std::string WhyNotRead(const MediaFile& file, int result) {
+  if (file.readError() != 0) return std::strerror(file.readError());
+  if (file.leadsElsewhere()) return "leads to other files, which are not opened";
+  switch (result) {
+    case AVERROR_EOF:
+      return "the file is cut off";
+    case AVERROR(ENOMEM):
+      return "the file is damaged, or takes more memory than there is";
+    case AVERROR_PATCHWELCOME:
+    case AVERROR_DEMUXER_NOT_FOUND:
+    case AVERROR_EXTERNAL:
+      return AvText(result);
+    default:
+      return "the file is cut off or damaged";
+  }
+}
+
+std::string WhyNoStreams(const MediaFile& file, int result) {
+  if (file.isRecognised() || file.readError() != 0 || file.leadsElsewhere()) {
+    return WhyNotRead(file, result);
+  }
+  return "the file is cut off, or in no known media format";
+}
+
+std::string WhyNoFormat(const MediaFile& file, int result) {
+  if (result == AVERROR_INVALIDDATA && file.readError() == 0 && !file.leadsElsewhere()) {
+    // The index of such a file stands at its end.
+    char head[8] = {};
+    file.ReadAt(0, head, sizeof(head));
+    if (std::memcmp(head + 4, "ftyp", 4) == 0) return "the file is cut off, or has no index";
+    if (!file.isRecognised()) return "no known media format";
+  }
+  return WhyNoStreams(file, result);
+}
+
+/// Tells whether the file's head has told all there is to know of its streams: it is one of sound
+/// in a known format. Others are read and decoded in part, to find out.
+bool HeadIsEnough(const AVFormatContext& context) {
+  if ((context.ctx_flags & AVFMTCTX_NOHEADER) != 0 || context.nb_streams != 1) return false;
+  const AVCodecParameters& codec = *context.streams[0]->codecpar;
+  return codec.codec_type == AVMEDIA_TYPE_AUDIO && codec.codec_id != AV_CODEC_ID_NONE &&
+         codec.sample_rate > 0 && codec.ch_layout.nb_channels > 0;
+}
+
+}  // namespace
+
+PacketSource::PacketSource(const std::string& path) : file_(path) {
+  if (const int error = file_.OpenFile(); error != 0) {
+    throw Failure(path, error == ENXIO ? "not a regular file" : std::strerror(error));
+  }
+  if (file_.size() == 0) throw Failure(path, "the file is empty");
+  // Some containers store no presentation times; most that can be written need them.
+  int result = file_.OpenFormat(AVFMT_FLAG_GENPTS);
+  if (result < 0) throw Failure(path, WhyNoFormat(file_, result));
+  result = HeadIsEnough(context()) ? 0 : file_.FindStreams();
+  if (result < 0) throw Failure(path, WhyNoStreams(file_, result));
+  for (int i = 0; i < streamCount(); ++i) Want(i, false);
+}
+
+void PacketSource::Want(int index, bool wanted) {
+  file_.stream(index)->discard = wanted ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
+}
+
+bool PacketSource::Read(AVPacket* packet) {
+  for (;;) {
+    const int result = file_.ReadPacket(packet);
+    if (result == AVERROR_EOF && file_.readError() == 0) return false;
+    if (result < 0) throw Failure(file_.path(), WhyNotRead(file_, result));
+    // Not every demuxer skips what nobody wants, and some find new streams on the way.
+    const int index = packet->stream_index;
+    if (file_.stream(index)->discard != AVDISCARD_ALL) return true;
+    av_packet_unref(packet);
+  }
+}
+
+std::string WhyNotOpened(const std::string& path) {
+  try {
+    const PacketSource source(path);
+    return source.streamCount() == 0 ? "holds no streams" : "cannot be decoded";
+  } catch (const Failure& failure) {
+    return failure.reason();
+  }
+}
+
+std::int64_t PacketSource::BeginningWith(std::int64_t first) const {
+  for (int i = 0; i < streamCount(); ++i) {
+    const AVStream& picture = stream(i);
+    if (picture.codecpar->codec_type != AVMEDIA_TYPE_VIDEO || IsCover(picture) ||
+        picture.start_time == AV_NOPTS_VALUE) {
+      continue;
+    }
+    first = std::min<std::int64_t>(
+        first, av_rescale_q(picture.start_time, picture.time_base, kZelTimeBase));
+  }
+  return first;
+}
+
+std::string PacketSource::WhyNone(AVMediaType type) {
+  const std::string what = type == AVMEDIA_TYPE_AUDIO ? "sound" : "video";
+  int covers = 0;
+  for (int i = 0; i < streamCount(); ++i) {
+    const AVCodecParameters& codec = *stream(i).codecpar;
+    if (codec.codec_type != type) continue;
+    if (IsCover(stream(i))) {
+      ++covers;
+    } else if (!HasPackets(i)) {
+      return "its " + what + " is empty";
+    } else {
+      return "its " + what + " cannot be decoded (" + avcodec_get_name(codec.codec_id) + ")" +
+             (avcodec_find_decoder(codec.codec_id) == nullptr
+                  ? ""
+                  : ": it is cut off, damaged or of an unknown kind");
+    }
+  }
+  return "has no " + what +
+         (covers == 0   ? ""
+          : covers == 1 ? ": its only picture is a cover"
+                        : ": its only pictures are covers");
+}
+
+/// Reads on, up to the stream's first packet with something in it.
+bool PacketSource::HasPackets(int index) {
+  for (int i = 0; i < streamCount(); ++i) Want(i, i == index);
+  const Packet packet(NotNull(av_packet_alloc()));
+  try {
+    while (Read(packet.get())) {
+      const bool found = packet->stream_index == index && packet->size > 0;
+      av_packet_unref(packet.get());
+      if (found) return true;
+    }
+  } catch (const Failure&) {
+    // What cannot be read is not empty.
+    return true;
+  }
+  return false;
+}
+
+std::string WhyNoSound(const std::string& path) {
+  return PacketSource(path).WhyNone(AVMEDIA_TYPE_AUDIO);
+}
+
+}  // namespace zel::tool

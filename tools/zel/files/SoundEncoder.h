@@ -1,0 +1,60 @@
+// From 16-bit PCM to packets of an encoder.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "media/AvErrors.h"
+#include "tools/zel/files/Container.h"
+#include "tools/zel/files/SoundFormat.h"
+
+namespace zel::tool {
+
+/// Encodes one stream of sound without gaps. PCM passes as it is.
+class SoundEncoder {
+ public:
+  /// Receives each packet, with its time stamps in units of TimeBase().
+  using Sink = std::function<void(AVPacket*)>;
+
+  /// @param file named in failures.
+  /// @param layout speakers of the channels; the usual ones where the encoder does not know it.
+  /// @throws Failure when the encoder does not take that many channels
+  SoundEncoder(const std::string& file, const Container& container, SoundFormat format,
+               const AVChannelLayout& layout, bool globalHeader);
+
+  void Describe(AVCodecParameters* parameters) const;
+  AVRational TimeBase() const { return {1, outRate_}; }
+  /// Samples per second as stored; another than the sound's only where the encoder does not take
+  /// that.
+  int OutRate() const { return outRate_; }
+
+  /// Sets the time of the first sample, in 100-ns units.
+  void Start(std::int64_t time);
+  /// @param pcm `frames` interleaved frames.
+  /// @throws Failure
+  void Write(const std::uint8_t* pcm, int frames, const Sink& sink);
+  /// Ends the stream. @throws Failure
+  void Finish(const Sink& sink);
+
+ private:
+  void Convert(const std::uint8_t* pcm, int frames);
+  void Encode(bool all, const Sink& sink);
+  void Drain(const Sink& sink);
+  void Check(int result) const;
+
+  std::string file_;
+  SoundFormat format_;
+  int outRate_;
+  CodecContext encoder_;  ///< Null: PCM.
+  AVChannelLayout layout_;
+  Resampler resampler_;  ///< Null: the encoder takes interleaved 16-bit at this rate.
+  Frame converted_;
+  int convertedRoom_ = 0;
+  Fifo fifo_;
+  Frame frame_;
+  Packet packet_;
+  std::int64_t next_ = 0;  ///< Time of the next frame, in units of TimeBase().
+};
+
+}  // namespace zel::tool

@@ -1,0 +1,51 @@
+// The picture of sounds under each other.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "tools/zel/picture/PictureFile.h"
+#include "tools/zel/sound/Envelope.h"
+
+namespace zel::tool {
+
+/// One sound of a chart.
+struct Wave {
+  std::string name;    ///< UTF-8.
+  std::string detail;  ///< Stands beside the name.
+  double start = 0;    ///< Seconds from the chart's beginning to the first sample.
+  int rate = 1;        ///< Samples per second.
+  Envelope envelope;
+
+  double End() const { return start + static_cast<double>(envelope.frames()) / rate; }
+};
+
+/// A drawn chart: a heading and lanes for every sound, one lane per channel, on one axis of time.
+/// In a lane, light is the range of the samples and dark their root mean square.
+class WaveChart {
+ public:
+  static constexpr int kDefaultWidth = 1200;
+  static constexpr int kMinWidth = 200;
+
+  /// The least height for `files` sounds, of however many channels. May be more than a picture can
+  /// have.
+  static long MinHeight(std::size_t files);
+  /// The height that suits `waves`. May be more than a picture can have.
+  static long DefaultHeight(const std::vector<Wave>& waves);
+
+  /// Draws. Where lanes would become too low, a sound's channels share one.
+  /// @param width at least kMinWidth, in pixels
+  /// @param height at least MinHeight(waves.size())
+  /// @throws std::bad_alloc
+  WaveChart(const std::vector<Wave>& waves, int width, int height);
+
+  PixelView View() const;
+
+ private:
+  int width_;
+  int height_;
+  std::vector<unsigned char> pixels_;
+};
+
+}  // namespace zel::tool

@@ -1,7 +1,0 @@
-#if defined(__x86_64__) || defined(__i386__)
-#include "zel/Common/Image/detail/ResizeRows.inc"
-
-namespace zel::image {
-const ResizeKernels kResizeSse2 = KernelsFor(CpuLevel::kSse2);
-}
-#endif

@@ -1,7 +1,0 @@
-#if defined(__x86_64__) || defined(__i386__)
-#include "zel/Common/Image/detail/ResizeRows.inc"
-
-namespace zel::image {
-const ResizeKernels kResizeSsse3 = KernelsFor(CpuLevel::kSsse3);
-}
-#endif

@@ -1,0 +1,135 @@
+// The reference kernels: what the others must equal byte for byte.
+#include "zel/audio/detail/AudioScalar.h"
+
+#include <algorithm>
+
+namespace zel::audio {
+namespace {
+
+// Sum of `Count` neighbouring samples, each divided (toward zero) before it is added.
+template <int Divisor, int Count>
+int Sum(const short* in) {
+  int sum = 0;
+  for (int i = 0; i < Count; ++i) sum += in[i] / Divisor;
+  return sum;
+}
+
+short Clamp(int value) {
+  return static_cast<short>(std::clamp(value, -kFullScale, kFullScale));
+}
+
+template <int In>
+void MixToMono(const short* in, short* out) {
+  if constexpr (In == 6) {
+    out[0] = Clamp(Sum<2, 4>(in) + Sum<4, 2>(in + 4));
+  } else {
+    out[0] = static_cast<short>(Sum<In, In>(in));
+  }
+}
+
+template <int In>
+void MixToStereo(const short* in, short* out) {
+  if constexpr (In == 1) {
+    out[0] = out[1] = in[0];
+  } else if constexpr (In == 3) {
+    out[0] = in[0];
+    out[1] = static_cast<short>(Sum<2, 2>(in + 1));
+  } else if constexpr (In == 4) {
+    out[0] = out[1] = static_cast<short>(Sum<4, 4>(in));
+  } else if constexpr (In == 6) {
+    const int both = Sum<2, 2>(in + 2);
+    out[0] = Clamp(in[0] + both + in[4] / 4);
+    out[1] = Clamp(in[1] + both + in[5] / 4);
+  } else {  // 5, 7, 8: the first half left, the others right.
+    constexpr int left = In / 2;
+    constexpr int right = In - left;
+    out[0] = static_cast<short>(Sum<left, left>(in));
+    out[1] = static_cast<short>(Sum<right, right>(in + left));
+  }
+}
+
+template <int In>
+void SpreadToSix(const short* in, short* out) {
+  for (int c = 0; c < 6; ++c) out[c] = c < In ? in[c] : short{0};
+  if constexpr (In == 1) out[1] = in[0];
+}
+
+template <int In, int Out, void (*Frame)(const short*, short*)>
+void EachFrame(const short* in, int frames, short* out) {
+  for (; frames > 0; --frames, in += In, out += Out) Frame(in, out);
+}
+
+}  // namespace
+
+void PositionsScalar(int first, int count, int n, int t, std::int32_t* k, double* f) {
+  for (int i = 0; i < count; ++i) {
+    const double x = (static_cast<double>(first + i + 1) * n) / t - 1;
+    const int before = std::max(static_cast<int>(x + 1) - 1, -1);
+    k[i] = before;
+    f[i] = std::clamp<double>(x, before, before + 1.0) - before;
+  }
+}
+
+void InterpolateScalar(const short* in, const std::int32_t* k, const double* f, int count,
+                       int channels, short* out) {
+  for (int i = 0; i < count; ++i) {
+    const short* a = in + static_cast<std::ptrdiff_t>(k[i]) * channels;
+    const short* b = a + channels;
+    for (int c = 0; c < channels; ++c) {
+      *out++ = Clamp(a[c] + static_cast<int>((b[c] - a[c]) * f[i]));
+    }
+  }
+}
+
+void InterpolateMonoToStereoScalar(const short* in, const std::int32_t* k, const double* f,
+                                   int count, short* out) {
+  for (int i = 0; i < count; ++i, out += 2) {
+    InterpolateScalar(in, k + i, f + i, 1, 1, out);
+    out[1] = out[0];
+  }
+}
+
+int MixSum(const MixInputs& in, int i) {
+  std::uint32_t sum = 0;  // Wraps as a 32-bit sum does; that takes more than 65,535 inputs.
+  for (int n = 0; n < in.count; ++n) sum += static_cast<std::uint32_t>(in.inputs[n][i]);
+  return static_cast<std::int32_t>(sum);
+}
+
+int MixUnityScalar(const MixInputs& in, int i, int end, short* out) {
+  for (; i < end; ++i) {
+    const int sum = MixSum(in, i);
+    if (sum > kFullScale || sum < -kFullScale) break;
+    out[i] = static_cast<short>(sum);
+  }
+  return i;
+}
+
+int MixGainScalar(const MixInputs& in, int i, int end, double gain, double step, short* out) {
+  for (; i < end; ++i, gain += step) {
+    const double value = MixSum(in, i) * gain;
+    if (value >= kFullScale + 1.0 || value <= -kFullScale - 1.0) break;
+    out[i] = static_cast<short>(value);
+  }
+  return i;
+}
+
+#define ZEL_CHANNEL_ROW(in, mono, stereo) \
+  { mono, stereo, EachFrame<(in), 6, SpreadToSix<(in)>> }
+const Kernels kKernelsScalar = {
+    {ZEL_CHANNEL_ROW(1, nullptr, (EachFrame<1, 2, MixToStereo<1>>)),
+     ZEL_CHANNEL_ROW(2, (EachFrame<2, 1, MixToMono<2>>), nullptr),
+     ZEL_CHANNEL_ROW(3, (EachFrame<3, 1, MixToMono<3>>), (EachFrame<3, 2, MixToStereo<3>>)),
+     ZEL_CHANNEL_ROW(4, (EachFrame<4, 1, MixToMono<4>>), (EachFrame<4, 2, MixToStereo<4>>)),
+     ZEL_CHANNEL_ROW(5, (EachFrame<5, 1, MixToMono<5>>), (EachFrame<5, 2, MixToStereo<5>>)),
+     {EachFrame<6, 1, MixToMono<6>>, EachFrame<6, 2, MixToStereo<6>>, nullptr},
+     ZEL_CHANNEL_ROW(7, (EachFrame<7, 1, MixToMono<7>>), (EachFrame<7, 2, MixToStereo<7>>)),
+     ZEL_CHANNEL_ROW(8, (EachFrame<8, 1, MixToMono<8>>), (EachFrame<8, 2, MixToStereo<8>>))},
+    PositionsScalar,
+    InterpolateScalar,
+    InterpolateMonoToStereoScalar,
+    MixUnityScalar,
+    MixGainScalar,
+};
+#undef ZEL_CHANNEL_ROW
+
+}  // namespace zel::audio
