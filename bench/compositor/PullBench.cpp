@@ -97,10 +97,9 @@ BENCHMARK_CAPTURE(Converter, stereo_to_mono, 2, 1, 44100, 44100);
 BENCHMARK_CAPTURE(Converter, same_format, 2, 2, 44100, 44100);
 
 // A stream that yields the same 1,024 frames again and again, at no cost of its own.
-class Loop : public scombase::CUnknown, public IMediaStream {
+class Loop final : public zel::Component<IMediaStream> {
  public:
-  Loop(int channels, int rate)
-      : CUnknown(nullptr), m_pcm(Noise(static_cast<std::size_t>(1024 * channels))) {
+  Loop(int channels, int rate) : m_pcm(Noise(static_cast<std::size_t>(1024 * channels))) {
     m_info.AddRef();
     m_info.GetStreamInfo()->audioInfo = {rate, channels, 16, {}};
     m_frame.nStreamType = AV_STREAM_AUDIO;
@@ -113,23 +112,14 @@ class Loop : public scombase::CUnknown, public IMediaStream {
     m_sample.FrameAttach(&m_frame);
   }
   ~Loop() override { m_sample.FrameAttach(nullptr); }
-  HRESULT QueryInterface(const _GUID& riid, void** ppv) override {
-    return GetOwner()->QueryInterface(riid, ppv);
-  }
-  ULONG AddRef() override { return GetOwner()->AddRef(); }
-  ULONG Release() override { return GetOwner()->Release(); }
   HRESULT GetStreamInfo(IStreamInfo** ppInfo) override {
     m_info.AddRef();
     *ppInfo = &m_info;
     return S_OK;
   }
-  HRESULT ChangeStream(int) override { return S_OK; }
   CZelSample* GetSampleEx() override { return &m_sample; }
   int Forward() override { return 0; }
-  int Backward() override { return 0; }
   double Seek(double seconds, int) override { return seconds; }
-  HRESULT NotifyStreamMessage(unsigned long, long long, void*, void*) override { return S_OK; }
-  CZelSample* GetOriginSampleEx() override { return &m_sample; }
 
  private:
   std::vector<short> m_pcm;

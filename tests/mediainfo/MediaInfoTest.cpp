@@ -78,10 +78,10 @@ std::vector<std::uint32_t> Ids(IProgramInfo& program,
                                HRESULT (IProgramInfo::*get)(IStreamInfos**)) {
   std::vector<std::uint32_t> ids;
   Ref<IStreamInfos> list;
-  if ((program.*get)(list.out()) != S_OK) return ids;
+  if ((program.*get)(list.Receive()) != S_OK) return ids;
   for (int i = 0; i < list->GetCount(); ++i) {
     Ref<IStreamInfo> item;
-    EXPECT_EQ(list->GetItem(i, item.out()), S_OK);
+    EXPECT_EQ(list->GetItem(i, item.Receive()), S_OK);
     ids.push_back(item->GetID());
   }
   return ids;
@@ -93,7 +93,7 @@ constexpr auto kAudios = &IProgramInfo::GetAudioStreamInfos;
 constexpr auto kSubPics = &IProgramInfo::GetSubPicStreamInfos;
 
 TEST_F(ListTest, HoldsOneReferencePerItem) {
-  Ref<CStreamInfos> list(new CStreamInfos);
+  auto list = Ref<CStreamInfos>::Share(new CStreamInfos);
   EXPECT_EQ(list->GetCount(), 0);
   EXPECT_EQ(list->Clear(), S_OK);
   CStreamInfo* items[3];
@@ -122,7 +122,7 @@ TEST_F(ListTest, HoldsOneReferencePerItem) {
 
 template <class List>
 void ExpectFace(const _GUID& own, const _GUID& ofItem) {
-  Ref<List> list(new List);
+  auto list = Ref<List>::Share(new List);
   void* face = nullptr;
   ASSERT_EQ(list->QueryInterface(own, &face), S_OK);
   EXPECT_EQ(static_cast<IUnknown*>(face)->Release(), 1U);
@@ -140,7 +140,7 @@ TEST_F(ListTest, ExposesItsOwnInterfaceAlone) {
 }
 
 TEST_F(ListTest, AppendsCopiesOfRecords) {
-  Ref<CStreamInfos> streams(new CStreamInfos);
+  auto streams = Ref<CStreamInfos>::Share(new CStreamInfos);
   const StreamInfo record = MakeStream(2, 5);
   EXPECT_EQ(streams->AddByStreamInfo(nullptr), E_POINTER);
   EXPECT_EQ(streams->AddByStreamInfo(&record), S_OK);
@@ -149,16 +149,16 @@ TEST_F(ListTest, AppendsCopiesOfRecords) {
   fresh->id = 6;
   ASSERT_EQ(streams->GetCount(), 2);
   Ref<IStreamInfo> item;
-  streams->GetItem(1, item.out());
+  streams->GetItem(1, item.Receive());
   EXPECT_EQ(item->GetID(), 6U);
 
-  Ref<CSubPicStreamInfos> subPics(new CSubPicStreamInfos);
+  auto subPics = Ref<CSubPicStreamInfos>::Share(new CSubPicStreamInfos);
   SubPicStreamInfo subPic{};
   subPic.id = 8;
   EXPECT_EQ(subPics->AddBySubPicStreamInfo(nullptr), E_POINTER);
   EXPECT_EQ(subPics->AddBySubPicStreamInfo(&subPic), S_OK);
   Ref<ISubPicStreamInfo> subPicItem;
-  ASSERT_EQ(subPics->GetItem(0, subPicItem.out()), S_OK);
+  ASSERT_EQ(subPics->GetItem(0, subPicItem.Receive()), S_OK);
   EXPECT_EQ(subPicItem->GetID(), 8U);
   EXPECT_EQ(subPicItem->AddRef(), 3U);
   EXPECT_EQ(subPicItem->Release(), 2U);
@@ -172,7 +172,7 @@ TEST_F(ListTest, AppendsCopiesOfRecords) {
 }
 
 TEST_F(ProgramInfoTest, IsEmptyWithoutARecord) {
-  Ref<CProgramInfo> program(new CProgramInfo);
+  auto program = Ref<CProgramInfo>::Share(new CProgramInfo);
   EXPECT_EQ(program->GetNumber(), 0);
   EXPECT_EQ(program->GetID(), 0U);
   EXPECT_EQ(program->GetMediaLength(), 0.0);
@@ -193,7 +193,7 @@ TEST_F(ProgramInfoTest, IsEmptyWithoutARecord) {
 
 TEST_F(ProgramInfoTest, ReplacesRecordAndListsTogether) {
   const Program first(1, 2, 0, 1), second(2, 0, 1, 0);
-  Ref<CProgramInfo> program(new CProgramInfo);
+  auto program = Ref<CProgramInfo>::Share(new CProgramInfo);
   EXPECT_EQ(program->SetProgramInfo(&first.record), S_OK);
   EXPECT_EQ(program->GetNumber(), 101);
   EXPECT_EQ(program->GetID(), 1U);
@@ -204,7 +204,7 @@ TEST_F(ProgramInfoTest, ReplacesRecordAndListsTogether) {
   EXPECT_EQ(Ids(*program.get(), kAudios), IdList{});
   EXPECT_EQ(Ids(*program.get(), kSubPics), IdList{0x10015});
   Ref<IStreamInfos> old;
-  ASSERT_EQ(program->GetVideoStreamInfos(old.out()), S_OK);
+  ASSERT_EQ(program->GetVideoStreamInfos(old.Receive()), S_OK);
 
   EXPECT_EQ(program->SetProgramInfo(&second.record), S_OK);
   EXPECT_EQ(Ids(*program.get(), kVideos), IdList{});
@@ -224,7 +224,7 @@ TEST_F(ProgramInfoTest, ReplacesRecordAndListsTogether) {
 }
 
 TEST_F(ProgramInfoTest, AddsStreamsOnRequest) {
-  Ref<CProgramInfo> program(new CProgramInfo);
+  auto program = Ref<CProgramInfo>::Share(new CProgramInfo);
   StreamInfo* first = program->AddStream(AV_STREAM_VIDEO);
   StreamInfo* second = program->AddStream(AV_STREAM_VIDEO);
   ASSERT_NE(first, second);
@@ -236,7 +236,7 @@ TEST_F(ProgramInfoTest, AddsStreamsOnRequest) {
   EXPECT_EQ(Ids(*program.get(), kVideos), (IdList{1, 2}));
   EXPECT_EQ(Ids(*program.get(), kAudios), IdList{3});
   EXPECT_EQ(program->GetID(), 0U);
-  Ref<CProgramInfo> other(new CProgramInfo);
+  auto other = Ref<CProgramInfo>::Share(new CProgramInfo);
   EXPECT_GE(FailEachAllocation([&] { return other->AddStream(AV_STREAM_AUDIO) != nullptr; },
                                [&] { EXPECT_EQ(Ids(*other.get(), kAudios), IdList{}); }),
             2);
@@ -283,7 +283,7 @@ TEST_F(ProgramInfoTest, RecordsAreClonedDeeply) {
 TEST_F(MediaInfoTest, IsEmptyWhenNew) {
   long result = 17;
   auto* object = new CMediaInfo(nullptr, &result);
-  Ref<CMediaInfo> info(object);
+  const auto info = Ref<CMediaInfo>::Share(object);
   EXPECT_EQ(result, 17);
   EXPECT_EQ(info->GetOjectReference(), 1);
   auto* out = reinterpret_cast<IProgramInfos*>(8);
@@ -330,7 +330,7 @@ TEST_F(MediaInfoTest, TakesWhatItIsFilledWith) {
   const Program first(1, 1, 1, 0), second(2, 0, 2, 1), third(3, 0, 0, 0);
   File file{&first, &second, &third};
   std::wmemset(file.record.description, L'x', 128);  // Without a terminator.
-  Ref<CMediaInfo> info(new CMediaInfo);
+  auto info = Ref<CMediaInfo>::Share(new CMediaInfo);
   info->AddTrimSegment({}, 0, 0);
   EXPECT_EQ(info->Fill(&file.record), S_OK);
   EXPECT_EQ(info->GetFourCC(), 0x34706D2EU);
@@ -346,11 +346,11 @@ TEST_F(MediaInfoTest, TakesWhatItIsFilledWith) {
   EXPECT_EQ(Take(text), std::wstring(128, L'x'));
 
   Ref<IProgramInfos> programs;
-  ASSERT_EQ(info->GetIPrograms(programs.out()), S_OK);
+  ASSERT_EQ(info->GetIPrograms(programs.Receive()), S_OK);
   ASSERT_EQ(programs->GetCount(), 3);
   for (unsigned i = 0; i < 3; ++i) {
     Ref<IProgramInfo> program;
-    ASSERT_EQ(programs->GetItem(static_cast<int>(i), program.out()), S_OK);
+    ASSERT_EQ(programs->GetItem(static_cast<int>(i), program.Receive()), S_OK);
     EXPECT_EQ(program->GetID(), i + 1);
   }
   EXPECT_EQ(info->Fill(nullptr), E_POINTER);
@@ -360,7 +360,7 @@ TEST_F(MediaInfoTest, TakesWhatItIsFilledWith) {
   EXPECT_EQ(info->GetFourCC(), 0x34706D2EU);
   const auto unchanged = [&] {
     Ref<IProgramInfos> now;
-    EXPECT_EQ(info->GetIPrograms(now.out()), S_OK);
+    EXPECT_EQ(info->GetIPrograms(now.Receive()), S_OK);
     EXPECT_EQ(now.get(), programs.get());
   };
   unchanged();
@@ -370,17 +370,17 @@ TEST_F(MediaInfoTest, TakesWhatItIsFilledWith) {
   hostile.programCount = -1;
   EXPECT_EQ(info->Fill(&hostile), S_OK);
   programs = Ref<IProgramInfos>();
-  ASSERT_EQ(info->GetIPrograms(programs.out()), S_OK);
+  ASSERT_EQ(info->GetIPrograms(programs.Receive()), S_OK);
   EXPECT_EQ(programs->GetCount(), 0);
   EXPECT_EQ(info->UpdateAllStream(1), S_OK);
 
   info->Fill(&file.record);
   EXPECT_EQ(info->AddProgram(), S_OK);
   programs = Ref<IProgramInfos>();
-  info->GetIPrograms(programs.out());
+  info->GetIPrograms(programs.Receive());
   ASSERT_EQ(programs->GetCount(), 1);
   Ref<IProgramInfo> program;
-  programs->GetItem(0, program.out());
+  programs->GetItem(0, program.Receive());
   EXPECT_EQ(program->GetID(), 0U);
 }
 
@@ -390,7 +390,7 @@ TEST_F(MediaInfoTest, FindsStreamsByTwoRules) {
   Program far(0x101, 1, 0, 0);
   far.video[0].id = 0x00050030;
   const File file{&far, &one, &twin};
-  Ref<CMediaInfo> info(new CMediaInfo);
+  auto info = Ref<CMediaInfo>::Share(new CMediaInfo);
   ASSERT_EQ(info->Fill(&file.record), S_OK);
   struct Case {
     unsigned long id;
@@ -421,7 +421,7 @@ TEST_F(MediaInfoTest, FindsStreamsByTwoRules) {
 TEST_F(MediaInfoTest, KeepsChoicesInTheStreams) {
   const Program first(1, 1, 1, 1), second(2, 0, 2, 0);
   const File file{&first, &second};
-  Ref<CMediaInfo> info(new CMediaInfo);
+  auto info = Ref<CMediaInfo>::Share(new CMediaInfo);
   ASSERT_EQ(info->Fill(&file.record), S_OK);
   IMediaSetting& setting = *info.get();
   constexpr unsigned long kAudio = 0x1000B, kSubPic = 0x10015, kOther = 0x2000C;
@@ -481,7 +481,7 @@ TEST_F(MediaInfoTest, KeepsChoicesInTheStreams) {
 }
 
 TEST_F(MediaInfoTest, KeepsTrimSegmentsInOrder) {
-  Ref<CMediaInfo> info(new CMediaInfo);
+  auto info = Ref<CMediaInfo>::Share(new CMediaInfo);
   const STrimSegment first{{1, -2, INT64_MAX, 4}}, second{{5, 6, 7, INT64_MIN}}, none{};
   const auto equal = [](const STrimSegment& a, const STrimSegment& b) {
     return std::memcmp(&a, &b, sizeof(a)) == 0;

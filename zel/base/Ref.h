@@ -1,37 +1,68 @@
-// Holds one reference on a component object for as long as a scope.
+// A smart pointer for counted objects.
+//
+//   Ref<IMediaStream> stream;
+//   decoder->GetAudioStream(stream.Receive());           // an out-parameter: the reference is ours
+//   auto kept = Ref<IMediaStream>::Share(borrowed);      // borrowed: take a reference of our own
+//   auto file = Ref<IMediaInfo>::Adopt(MakeMediaInfo()); // handed over: take no other one
+//
+// Threads: a Ref is used by one thread at a time, like any value; several Refs on one object may be
+// used on several threads.
 #pragma once
 
+#include <cstddef>
 #include <utility>
 
 namespace zel {
 
+/// Holds one reference on an object with AddRef and Release, or nothing. Copies hold a reference of
+/// their own.
 template <class T>
 class Ref {
  public:
   Ref() = default;
-  /// Takes a reference on `object`, which may be null.
-  explicit Ref(T* object) : m_object(object) {
-    if (m_object != nullptr) m_object->AddRef();
+  Ref(std::nullptr_t) {}  // NOLINT(google-explicit-constructor): "nothing" converts.
+  Ref(const Ref& other) : object_(other.object_) {
+    if (object_ != nullptr) object_->AddRef();
   }
-  Ref(Ref&& other) noexcept : m_object(std::exchange(other.m_object, nullptr)) {}
-  Ref& operator=(Ref&& other) noexcept {
-    std::swap(m_object, other.m_object);
+  Ref(Ref&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
+  Ref& operator=(Ref other) noexcept {
+    std::swap(object_, other.object_);
     return *this;
   }
   ~Ref() {
-    if (m_object != nullptr) m_object->Release();
+    if (object_ != nullptr) object_->Release();
   }
 
-  T* get() const { return m_object; }
-  T* operator->() const { return m_object; }
-  explicit operator bool() const { return m_object != nullptr; }
-  /// For functions that hand out a reference; the Ref must be empty.
-  T** out() { return &m_object; }
-  /// Gives the reference to the caller.
-  T* release() { return std::exchange(m_object, nullptr); }
+  /// Takes a reference of its own on `object`, which may be null.
+  static Ref Share(T* object) {
+    if (object != nullptr) object->AddRef();
+    return Adopt(object);
+  }
+  /// Takes over the caller's reference on `object`, which may be null.
+  static Ref Adopt(T* object) {
+    Ref ref;
+    ref.object_ = object;
+    return ref;
+  }
+
+  /// The object, still owned by this Ref, or null.
+  T* get() const { return object_; }
+  T* operator->() const { return object_; }
+  T& operator*() const { return *object_; }
+  explicit operator bool() const { return object_ != nullptr; }
+
+  /// For an out-parameter that hands out a reference. What was held is released first.
+  T** Receive() {
+    *this = nullptr;
+    return &object_;
+  }
+  /// The same for an untyped out-parameter, as QueryInterface has.
+  void** ReceiveVoid() { return reinterpret_cast<void**>(Receive()); }
+  /// Gives the reference to the caller, and holds nothing afterwards.
+  [[nodiscard]] T* Detach() { return std::exchange(object_, nullptr); }
 
  private:
-  T* m_object = nullptr;
+  T* object_ = nullptr;
 };
 
 }  // namespace zel

@@ -40,8 +40,7 @@ Ref<IMediaDecoderMgr> CreateDecoderManager() {
   const auto create =
       reinterpret_cast<decltype(&ZelCreateInstance)>(dlsym(library, "ZelCreateInstance"));
   if (create == nullptr) return manager;
-  create(CLSID_CMediaDecoderMgr, nullptr, 0, IID_IMediaDecoderMgr,
-         reinterpret_cast<void**>(manager.out()));
+  create(CLSID_CMediaDecoderMgr, nullptr, 0, IID_IMediaDecoderMgr, manager.ReceiveVoid());
   return manager;
 }
 
@@ -50,16 +49,16 @@ Ref<IMediaDecoderMgr> CreateDecoderManager() {
 // @return false when the file has no program.
 bool SelectFirstAudio(IMediaInfo& media, DecoderSelection& selection) {
   Ref<IProgramInfos> programs;
-  media.GetIPrograms(programs.out());
+  media.GetIPrograms(programs.Receive());
   if (!programs || programs->GetCount() <= 0) return false;
   Ref<IProgramInfo> program;
-  programs->GetItem(0, program.out());
+  programs->GetItem(0, program.Receive());
   if (!program) return false;
   Ref<IStreamInfos> streams;
-  program->GetAudioStreamInfos(streams.out());
+  program->GetAudioStreamInfos(streams.Receive());
   if (!streams || streams->GetCount() <= 0) return true;
   Ref<IStreamInfo> stream;
-  streams->GetItem(0, stream.out());
+  streams->GetItem(0, stream.Receive());
   if (!stream) return true;
   selection.size = sizeof(selection);
   selection.programId = program->GetID();
@@ -79,7 +78,7 @@ HRESULT CAudioCompositor::AddByFileName(wchar_t* fileName) {
     const Ref<IMediaDecoderMgr> manager = CreateDecoderManager();
     if (!manager) return E_FAIL;
     Ref<IMediaInfo> probed;
-    manager->OpenMediaInfo(fileName, kDecoderUse, probed.out());
+    manager->OpenMediaInfo(fileName, kDecoderUse, probed.Receive());
     if (!probed) return E_INVALIDARG;
   }
   // The load has a copy of its own: Remove may empty the other one before the thread has begun.
@@ -106,14 +105,14 @@ int CAudioCompositor::svc() {
   DecoderSelection selection = {};
   {
     Ref<IMediaInfo> media;
-    manager->OpenMediaInfo(name.get(), kDecoderUse, media.out());
-    if (!media || !SelectFirstAudio(*media.get(), selection)) return 0;
+    manager->OpenMediaInfo(name.get(), kDecoderUse, media.Receive());
+    if (!media || !SelectFirstAudio(*media, selection)) return 0;
   }
   Ref<IMediaDecoder> decoder;
-  manager->CreateDecoder(name.get(), 0, &selection, kDecoderUse, decoder.out());
+  manager->CreateDecoder(name.get(), 0, &selection, kDecoderUse, decoder.Receive());
   if (!decoder) return 0;
   Ref<IMediaStream> stream;
-  decoder->GetAudioStream(stream.out());
+  decoder->GetAudioStream(stream.Receive());
   if (stream) AddByMediaStream(stream.get());
   return 0;
 }

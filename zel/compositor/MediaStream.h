@@ -1,6 +1,7 @@
 // The pull-model stream of media samples: what the compositor takes, and what it is.
 #pragma once
 
+#include "zel/base/Component.h"
 #include "zel/base/Interfaces.h"
 #include "zel/platform/COMSupport.h"
 
@@ -34,4 +35,15 @@ class ZEL_API IMediaStream : public IUnknown {
 
  protected:
   ~IMediaStream() = default;
+};
+
+/// A stream of one's own, read forward only: what else a stream may do has a default.
+template <>
+class zel::Implements<IMediaStream> : public IMediaStream {
+ public:
+  HRESULT ChangeStream(int) override { return E_ZEL_NOTIMPL; }
+  int Backward() override { return -1; }
+  double Seek(double, int) override { return -1.0; }
+  HRESULT NotifyStreamMessage(unsigned long, long long, void*, void*) override { return S_FALSE; }
+  CZelSample* GetOriginSampleEx() override { return GetSampleEx(); }
 };

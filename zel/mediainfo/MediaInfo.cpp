@@ -19,14 +19,14 @@ enum class Streams { kVideoAndAudio, kAll };
 template <class Visit>
 CStreamInfo* VisitStreams(IProgramInfo* program, Streams which, const Visit& visit) {
   Ref<IStreamInfos> lists[3];
-  program->GetVideoStreamInfos(lists[0].out());
-  program->GetAudioStreamInfos(lists[1].out());
-  if (which == Streams::kAll) program->GetSubPicStreamInfos(lists[2].out());
+  program->GetVideoStreamInfos(lists[0].Receive());
+  program->GetAudioStreamInfos(lists[1].Receive());
+  if (which == Streams::kAll) program->GetSubPicStreamInfos(lists[2].Receive());
   for (const Ref<IStreamInfos>& list : lists) {
     const int count = list ? list->GetCount() : 0;
     for (int i = 0; i < count; ++i) {
       Ref<IStreamInfo> item;
-      list->GetItem(i, item.out());
+      list->GetItem(i, item.Receive());
       // Lists of streams hold nothing else.
       auto* stream = static_cast<CStreamInfo*>(item.get());
       if (stream != nullptr && visit(*stream)) return stream;
@@ -41,7 +41,7 @@ CStreamInfo* VisitPrograms(IProgramInfos* programs, const Visit& visit) {
   const int count = programs != nullptr ? programs->GetCount() : 0;
   for (int i = 0; i < count; ++i) {
     Ref<IProgramInfo> program;
-    programs->GetItem(i, program.out());
+    programs->GetItem(i, program.Receive());
     if (!program) continue;
     if (CStreamInfo* found = visit(program.get()); found != nullptr) return found;
   }

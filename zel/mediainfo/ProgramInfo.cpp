@@ -45,14 +45,14 @@ CStreamInfos::~CStreamInfos() = default;
 
 HRESULT CStreamInfos::AddByStreamInfo(const StreamInfo* info) {
   if (info == nullptr) return E_POINTER;
-  const zel::Ref<CStreamInfo> stream(new CStreamInfo);
+  const auto stream = zel::Ref<CStreamInfo>::Share(new CStreamInfo);
   stream->SetStreamInfo(info);
   Add(stream.get());
   return S_OK;
 }
 
 StreamInfo* CStreamInfos::AddNewStream() {
-  const zel::Ref<CStreamInfo> stream(new CStreamInfo);
+  const auto stream = zel::Ref<CStreamInfo>::Share(new CStreamInfo);
   Add(stream.get());
   return stream->GetStreamInfo();
 }
@@ -62,7 +62,7 @@ CSubPicStreamInfos::~CSubPicStreamInfos() = default;
 
 HRESULT CSubPicStreamInfos::AddBySubPicStreamInfo(const SubPicStreamInfo* info) {
   if (info == nullptr) return E_POINTER;
-  const zel::Ref<CSubPicStreamInfo> stream(new CSubPicStreamInfo);
+  const auto stream = zel::Ref<CSubPicStreamInfo>::Share(new CSubPicStreamInfo);
   stream->SetSubPicStreamInfo(info);
   Add(stream.get());
   return S_OK;
@@ -76,7 +76,7 @@ HRESULT CProgramInfos::AddByMediaInfo(const MEDIA_FILE_INFO* info) {
   if (info->programCount < 1) return S_OK;
   if (info->programs == nullptr) return E_POINTER;
   for (std::int32_t i = 0; i < info->programCount; ++i) {
-    const zel::Ref<CProgramInfo> program(new CProgramInfo);
+    const auto program = zel::Ref<CProgramInfo>::Share(new CProgramInfo);
     const HRESULT result = program->SetProgramInfo(&info->programs[i]);
     if (!ZelSucceeded(result)) return result;
     Add(program.get());
@@ -85,7 +85,7 @@ HRESULT CProgramInfos::AddByMediaInfo(const MEDIA_FILE_INFO* info) {
 }
 
 HRESULT CProgramInfos::AddNewProgram() {
-  Add(zel::Ref<CProgramInfo>(new CProgramInfo).get());
+  Add(zel::Ref<CProgramInfo>::Share(new CProgramInfo).get());
   return S_OK;
 }
 
