@@ -14,7 +14,7 @@ namespace scombase {
 /// Holds objects of class `C`, one reference each, and hands them out through their interface `I`.
 /// `IList` is the list's own interface; it adds `int GetCount()` and `HRESULT GetItem(int, I**)` to
 /// IUnknown. The library instantiates it for streams, subpicture streams and programs; the
-/// definitions for other classes are in zel/base/detail/UnknownList-inl.h.
+/// definitions for other classes are in zel/base/UnknownList-inl.h.
 ///
 /// A new list is not aggregated and has a count of 0: whoever makes it takes the first reference.
 template <class C, class I, class IList>

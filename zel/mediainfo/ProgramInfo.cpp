@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "zel/base/Ref.h"
-#include "zel/base/detail/UnknownList-inl.h"
+#include "zel/base/UnknownList-inl.h"
 #include "zel/platform/MediaInfoLibrary.h"
 
 template class scombase::CUnknownList<CStreamInfo, IStreamInfo, IStreamInfos>;

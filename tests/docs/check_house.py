@@ -1,0 +1,64 @@
+#!/usr/bin/env python3
+"""Holds the drawing of the rooms in docs/architecture.md against the includes of the code.
+
+Usage: check_house.py SOURCE_DIR
+
+The drawing is the block of lines `room -> rooms that it includes`. Every include must be drawn, every drawn arrow must
+exist and point to a room drawn above it; nobody includes another room's detail/; no file name stands twice.
+"""
+import collections
+import pathlib
+import re
+import sys
+
+NOT_OURS = (".git", "out")
+UNDRAWN = ("tests/", "bench/", "fuzz/")  # They may include anything.
+
+
+def drawn(page):
+    """{room: rooms that it includes}, in the order of the drawing."""
+    block = re.search(r"^```\n((?:.* -> .*\n|\S+\n)+)```", page, re.MULTILINE)
+    lines = [line.split("->") for line in block.group(1).splitlines()]
+    return {line[0].strip(): line[1].split() if len(line) == 2 else [] for line in lines}
+
+
+def main():
+    root = pathlib.Path(sys.argv[1])
+    files = (file.relative_to(root) for file in root.rglob("*") if file.is_file())
+    names = [file.as_posix() for file in files if not (file.parts[0] in NOT_OURS or file.parts[0].startswith("build"))]
+    rooms = drawn((root / "docs/architecture.md").read_text())
+    room_of = lambda path: max((r for r in rooms if path.startswith(r + "/") or path == r), key=len, default=None)
+
+    faults, found = [], collections.defaultdict(set)
+    for name in names:
+        if not name.endswith((".h", ".cpp")) or name.startswith(UNDRAWN):
+            continue
+        room = room_of(name)
+        if room is None:
+            faults.append(f"{name} is in no room of the drawing")
+            continue
+        for included in re.findall(r'^#include "(.*)"', (root / name).read_text(), re.MULTILINE):
+            other = room_of(included)
+            if other != room:
+                found[room].add(other)
+                if included.removeprefix(other or "").startswith("/detail/"):
+                    faults.append(f"{name} includes {included}, which is private to its room")
+
+    order = list(rooms)
+    for room, arrows in rooms.items():
+        faults += [f"{room} includes {other}, which the drawing does not show" for other in found[room] - set(arrows)]
+        faults += [f"{room} does not include {other}, which the drawing shows" for other in set(arrows) - found[room]]
+        faults += [f"the drawing has {room} -> {other}, which is not above it" for other in arrows
+                   if other not in order[: order.index(room)]]
+
+    places = collections.defaultdict(list)
+    for name in names:
+        places[pathlib.PurePath(name).name].append(name)
+    faults += [f"one name for several files: {', '.join(same)}" for name, same in places.items()
+               if len(same) > 1 and name != "CMakeLists.txt"]
+    print("\n".join(faults) or f"{len(rooms)} rooms, every arrow as drawn")
+    return 1 if faults else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
