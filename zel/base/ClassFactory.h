@@ -51,11 +51,26 @@ class CFactory final : public IClassFactory {
   ZEL_API static long s_cServerLocks;
 
  private:
+  friend struct zel::Layout<CFactory>;
+
   ~CFactory() = default;
 
   long m_cRef = 1;
   const CFactoryTemplate* m_pRow;
 };
+
+#if defined(__i386__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Winvalid-offsetof"
+static_assert(sizeof(CFactoryTemplate) == 12);
+static_assert(offsetof(CFactoryTemplate, classId) == 4 && offsetof(CFactoryTemplate, create) == 8);
+template <>
+struct zel::Layout<CFactory> {
+  static_assert(sizeof(CFactory) == 12);
+  static_assert(offsetof(CFactory, m_cRef) == 4 && offsetof(CFactory, m_pRow) == 8);
+};
+#pragma GCC diagnostic pop
+#endif
 
 /// Creation function of class `T` for a row of g_Templates.
 template <class T>

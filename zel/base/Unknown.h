@@ -53,6 +53,8 @@ class ZEL_API CUnknown : public INonDelegatingUnknown {
   long GetRefCount() const;
 
  private:
+  friend struct zel::Layout<CUnknown>;
+
   IUnknown* m_pUnkOuter;
   long m_cRef;
 };
@@ -66,3 +68,15 @@ ZEL_API HRESULT GetInterface(IUnknown* pUnk, void** ppv);
 ZEL_API BOOL IsEqualObject(IUnknown* pFirst, IUnknown* pSecond);
 
 }  // namespace scombase
+
+#if defined(__i386__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Winvalid-offsetof"
+template <>
+struct zel::Layout<scombase::CUnknown> {
+  using T = scombase::CUnknown;
+  static_assert(sizeof(T) == 12);
+  static_assert(offsetof(T, m_pUnkOuter) == 4 && offsetof(T, m_cRef) == 8);
+};
+#pragma GCC diagnostic pop
+#endif

@@ -43,6 +43,8 @@ class ZEL_API CUnknownList : public CUnknown, public IList {
   HRESULT Clear();
 
  private:
+  friend struct zel::Layout<CUnknownList>;
+
   std::vector<C*> m_items;
 };
 

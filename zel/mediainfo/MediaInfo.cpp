@@ -60,6 +60,7 @@ CMediaInfo::CMediaInfo(IUnknown* pUnkOuter, long* phr) : CUnknown(pUnkOuter, phr
 
 CMediaInfo::~CMediaInfo() {
   if (m_pPrograms != nullptr) m_pPrograms->Release();
+  CMediaInfo::RemoveAllTrimSegments();
 }
 
 HRESULT CMediaInfo::NonDelegatingQueryInterface(const _GUID& riid, void** ppv) {
@@ -122,12 +123,12 @@ std::int32_t CMediaInfo::GetSeekCapacity() {
 }
 
 std::uint32_t CMediaInfo::GetTrimSegmentNumber() {
-  return static_cast<std::uint32_t>(m_trimSegments.size());
+  return static_cast<std::uint32_t>(m_trimSegments.Count());
 }
 
 STrimSegment CMediaInfo::GetTrimSegment(unsigned long index) {
-  if (index >= m_trimSegments.size()) return {};
-  return **std::next(m_trimSegments.begin(), static_cast<std::ptrdiff_t>(index));
+  const STrimSegment* segment = m_trimSegments.At(index);
+  return segment != nullptr ? *segment : STrimSegment{};
 }
 
 HRESULT CMediaInfo::SelectStream(unsigned long streamId, unsigned int lossless,
@@ -167,7 +168,9 @@ HRESULT CMediaInfo::ClearSelectStream(unsigned long streamId) {
 STrimSegment CMediaInfo::AddTrimSegment(STrimSegment segment, unsigned int /*unused*/,
                                         unsigned int /*unused*/) {
   try {
-    m_trimSegments.push_back(std::make_unique<STrimSegment>(segment));
+    auto copy = std::make_unique<STrimSegment>(segment);
+    m_trimSegments.Append(copy.get());
+    (void)copy.release();
   } catch (const std::bad_alloc&) {
     // No exception crosses an interface; the number of segments tells.
   }
@@ -175,7 +178,7 @@ STrimSegment CMediaInfo::AddTrimSegment(STrimSegment segment, unsigned int /*unu
 }
 
 HRESULT CMediaInfo::RemoveAllTrimSegments() {
-  m_trimSegments.clear();
+  while (const STrimSegment* segment = m_trimSegments.TakeFirst()) delete segment;
   return S_OK;
 }
 

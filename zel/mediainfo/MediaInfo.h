@@ -1,21 +1,29 @@
-// CMediaInfo: the description of one opened media file, and a host's choices for it.
+// CMediaInfo describes one opened media file and holds a host's choices for it.
+//
+//   auto info = zel::Ref<CMediaInfo>::Share(new CMediaInfo);
+//   info->Fill(&fileRecord);               // programs, streams, texts
+//   info->SelectStream(0x00010002, 0, 0);  // stream 2 of program 1
+//   zel::Ref<IProgramInfos> programs;
+//   info->GetIPrograms(programs.Receive());
 //
 // A decoder manager fills it from a MEDIA_FILE_INFO record; hosts query and adjust it through three
-// interfaces. Choices (selected, lossless, channel index) are written into the records of the
-// stream objects, where every holder of those sees them.
+// interfaces. A choice (selected, lossless, channel index) is written into the record of the stream
+// object, where every holder of that object sees it.
 //
 // Stream ids: bits 16 to 23 are the program's id, bits 0 to 15 the stream's number; bits 24 to 31
 // do not matter.
 //
-// Threads: the object does not lock. Changes must not overlap with any other use of it or of the
-// programs and streams that it handed out.
+// Threads: each operation says which of these holds. No object locks.
+//   [any]     any thread, at any time;
+//   [shared]  any thread, while nothing marked [alone] runs on it or on its programs and streams;
+//   [alone]   no other operation on it or on its programs and streams runs at the same time.
 #pragma once
 
-#include <list>
 #include <memory>
 
 #include "zel/base/Interfaces.h"
 #include "zel/base/Unknown.h"
+#include "zel/mediainfo/PointerList.h"
 #include "zel/mediainfo/ProgramInfo.h"
 #include "zel/mediainfo/ProgramRecords.h"
 
@@ -25,21 +33,22 @@ class IDemuxMgrExBase;
 /// Read access to the description of a media file.
 class ZEL_API IMediaInfo : public IUnknown {
  public:
-  virtual std::uint32_t GetFourCC() = 0;
+  virtual std::uint32_t GetFourCC() = 0;  ///< [shared]
+  /// [shared] Hands out a copy of the name.
   /// @param out receives a string to be freed with SysFreeString.
   /// @return S_OK; E_POINTER for a null `out`; E_OUTOFMEMORY.
   virtual HRESULT GetFileName(wchar_t** out) = 0;
-  /// As GetFileName.
+  /// [shared] As GetFileName.
   virtual HRESULT GetDescription(wchar_t** out) = 0;
-  virtual double GetMediaLength() = 0;     ///< In the producer's unit.
-  virtual std::uint32_t GetBitrate() = 0;  ///< Bits per second, overall.
-  /// Hands out the list of programs, with one reference.
+  virtual double GetMediaLength() = 0;     ///< [shared] In the producer's unit.
+  virtual std::uint32_t GetBitrate() = 0;  ///< [shared] Bits per second, overall.
+  /// [shared] Hands out the list of programs, with one reference.
   /// @return S_OK; S_FALSE, with `*out` untouched, when there is none; E_POINTER for a null `out`.
   virtual HRESULT GetIPrograms(IProgramInfos** out) = 0;
-  virtual std::int32_t IsFrameRateConstant() = 0;  ///< Not 0: constant; 1 before Fill.
-  virtual std::int32_t GetSeekCapacity() = 0;      ///< 1 once filled, else 0.
-  virtual std::uint32_t GetTrimSegmentNumber() = 0;
-  /// A copy of the segment at 0-based `index`; zero-filled past the end.
+  virtual std::int32_t IsFrameRateConstant() = 0;    ///< [shared] Not 0: constant; 1 before Fill.
+  virtual std::int32_t GetSeekCapacity() = 0;        ///< [shared] 1 once filled, else 0.
+  virtual std::uint32_t GetTrimSegmentNumber() = 0;  ///< [shared]
+  /// [shared] A copy of the segment at 0-based `index`; zero-filled past the end.
   virtual STrimSegment GetTrimSegment(unsigned long index) = 0;
 
  protected:
@@ -50,28 +59,34 @@ class ZEL_API IMediaInfo : public IUnknown {
 /// subpicture streams of its program, in that order.
 class ZEL_API IMediaSetting : public IUnknown {
  public:
-  /// Selects a stream. @return S_OK; S_FALSE, with nothing changed, when there is no such stream.
+  /// [alone] Selects a stream and sets its choices.
+  /// @return S_OK; S_FALSE, with nothing changed, when there is no such stream.
   virtual HRESULT SelectStream(unsigned long streamId, unsigned int lossless,
                                unsigned long channelIndex) = 0;
-  /// @param lossless,channelIndex receive the stream's choices, untouched when there is no such
-  ///   stream; each may be null.
+  /// [shared] Tells a stream's choices.
+  /// @param lossless,channelIndex receive them and stay untouched when there is no such stream;
+  /// each
+  ///   may be null.
   /// @return not 0 when the stream is selected; 0 also when there is no such stream.
   virtual std::int32_t IsStreamSelected(unsigned long streamId, unsigned int* lossless,
                                         unsigned long* channelIndex) = 0;
-  /// Selects a stream and sets its lossless flag; its channel index stays. Results as SelectStream.
+  /// [alone] Selects a stream and sets its lossless flag; its channel index stays. Results as
+  /// SelectStream.
   virtual HRESULT UpdateStreamSetting(unsigned long streamId, unsigned int lossless) = 0;
-  /// Deselects a stream; its other choices stay. Results as SelectStream.
+  /// [alone] Deselects a stream; its other choices stay. Results as SelectStream.
   virtual HRESULT ClearSelectStream(unsigned long streamId) = 0;
-  /// Appends a copy of `segment`; the other arguments are not used. When memory is short nothing is
-  /// appended. @return `segment`.
+  /// [alone] Appends a copy of `segment`; the other arguments are not used. When memory is short
+  /// nothing is appended. @return `segment`.
   virtual STrimSegment AddTrimSegment(STrimSegment segment, unsigned int, unsigned int) = 0;
-  /// @return S_OK.
+  /// [alone] Frees all segments. @return S_OK.
   virtual HRESULT RemoveAllTrimSegments() = 0;
-  /// Not implemented; E_ZEL_NOTIMPL, and nothing is changed or written.
+  /// [shared] Not implemented: changes nothing. @return E_ZEL_NOTIMPL.
   virtual HRESULT SetStreamIdentifier(unsigned long streamId, wchar_t* identifier) = 0;
+  /// [shared] Not implemented: writes nothing. @return E_ZEL_NOTIMPL.
   virtual HRESULT GetStreamIndentifier(unsigned long streamId, wchar_t** out) = 0;
-  /// The stream's codec-private data, `*length` bytes, owned by the stream's record. Null, with
-  /// `*length` untouched, when there is none, no such stream, or `length` is null.
+  /// [shared] The stream's codec-private data, owned by the stream's record.
+  /// @param length receives the number of bytes. It stays untouched when the result is null.
+  /// @return null when the stream has none, when there is no such stream, and for a null `length`.
   virtual unsigned char* GetExtraData(unsigned long streamId, unsigned long* length) = 0;
 
  protected:
@@ -81,17 +96,17 @@ class ZEL_API IMediaSetting : public IUnknown {
 /// Further operations on the choices.
 class ZEL_API IMediaSettingInternal : public IUnknown {
  public:
-  /// Sets the lossless flag of every selected video and audio stream.
+  /// [alone] Sets the lossless flag of every selected video and audio stream.
   /// @return S_OK; S_FALSE without a list of programs.
   virtual HRESULT UpdateAllStream(unsigned int lossless) = 0;
-  /// Not implemented; E_ZEL_NOTIMPL.
+  /// [shared] Not implemented: `manager` is not called. @return E_ZEL_NOTIMPL.
   virtual HRESULT UpdateTrimSetting(IDemuxMgrExBase* manager) = 0;
-  /// Number of selected video and audio streams.
+  /// [shared] Number of selected video and audio streams.
   /// @param programNumber 1-based position of a program; 0xFFFFFFFF: all programs. Only 32 bits
   ///   count.
   /// @return 0 also for a number out of range.
   virtual std::int32_t GetSelectStreamNumber(unsigned long programNumber) = 0;
-  /// The object's reference count, a momentary reading.
+  /// [shared] The object's reference count, a momentary reading.
   virtual std::int32_t GetOjectReference() = 0;
 
  protected:
@@ -99,7 +114,7 @@ class ZEL_API IMediaSettingInternal : public IUnknown {
 };
 
 /// The description of a media file. A new one has no programs, empty texts, no trim segments, and a
-/// constant frame rate.
+/// constant frame rate. The interfaces' operations follow the thread rules given there.
 class ZEL_API CMediaInfo : public scombase::CUnknown,
                            public IMediaInfo,
                            public IMediaSetting,
@@ -148,26 +163,28 @@ class ZEL_API CMediaInfo : public scombase::CUnknown,
   std::int32_t GetSelectStreamNumber(unsigned long programNumber) override;
   std::int32_t GetOjectReference() override;
 
-  /// Replaces programs, texts and figures with those of `*info`, drops all trim segments, and sets
-  /// the seek capacity. `*info` is copied.
+  /// [alone] Replaces programs, texts and figures with those of `*info`, drops all trim segments,
+  /// and sets the seek capacity. `*info` is copied.
   /// @return S_OK; with nothing changed, E_POINTER for null or a program count without an array,
   ///   E_OUTOFMEMORY.
   /// @throws std::bad_alloc with nothing changed.
   HRESULT Fill(const MEDIA_FILE_INFO* info);
-  /// Replaces all programs with one that has no record. @return S_OK.
+  /// [alone] Replaces all programs with one that has no record. @return S_OK.
   /// @throws std::bad_alloc with nothing changed.
   HRESULT AddProgram();
-  /// The record of the stream with that id, owned by the stream; null when there is none. Streams
-  /// of programs whose id exceeds 255 are not found.
+  /// [shared] The record of the stream with that id, owned by the stream; null when there is none.
+  /// Streams of programs whose id exceeds 255 are not found.
   StreamInfo* FindStream(unsigned long streamId);
-  /// The first stream of any program whose id equals `streamId` in the low 24 bits; no reference is
-  /// taken. Null when there is none.
+  /// [shared] The first stream of any program whose id equals `streamId` in the low 24 bits; no
+  /// reference is taken. Null when there is none.
   CStreamInfo* GetStreamInfoObject(unsigned long streamId);
 
  private:
+  friend struct zel::Layout<CMediaInfo>;
+
   [[gnu::visibility("hidden")]] void ReplacePrograms(std::unique_ptr<CProgramInfos> programs);
 
-  std::list<std::unique_ptr<STrimSegment>> m_trimSegments;
+  zel::PointerList<STrimSegment> m_trimSegments;
   CProgramInfos* m_pPrograms = nullptr;
   std::uint32_t m_fourCC = 0;
   wchar_t m_fileName[512] = {};
@@ -177,3 +194,23 @@ class ZEL_API CMediaInfo : public scombase::CUnknown,
   std::int32_t m_frameRateConstant = 1;
   std::int32_t m_seekCapacity = 0;
 };
+
+#if defined(__i386__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Winvalid-offsetof"
+template <>
+struct zel::Layout<CMediaInfo> {
+  using T = CMediaInfo;
+  static_assert(sizeof(T) == 2620);
+  static_assert(offsetof(T, m_trimSegments) == 24);
+  static_assert(offsetof(T, m_pPrograms) == 32);
+  static_assert(offsetof(T, m_fourCC) == 36);
+  static_assert(offsetof(T, m_fileName) == 40);
+  static_assert(offsetof(T, m_description) == 2088);
+  static_assert(offsetof(T, m_mediaLength) == 2600);
+  static_assert(offsetof(T, m_bitrate) == 2608);
+  static_assert(offsetof(T, m_frameRateConstant) == 2612);
+  static_assert(offsetof(T, m_seekCapacity) == 2616);
+};
+#pragma GCC diagnostic pop
+#endif

@@ -1,4 +1,9 @@
-// Metadata entry points. The library has no metadata objects; hosts link against these names.
+// Metadata entry points that hosts link against. The library has no metadata objects.
+//
+//   MetaDataInfo* none = CreateNewMetaData();  // null
+//   MetaData_Info_Release(none);
+//
+// Threads: any thread, at any time.
 #pragma once
 
 #include "zel/platform/Types.h"

@@ -1,10 +1,19 @@
-// Descriptions of programs and the lists of streams and programs.
+// What a media file says about its programs, and the lists of streams and programs.
 //
-// A program holds up to three lists of streams (video, audio, subpictures); every stream object has
-// its own copy of its record. Out-parameters receive one reference each. What a program drops lives
-// on for those who hold references to it.
+//   zel::Ref<IStreamInfos> sounds;
+//   if (program->GetAudioStreamInfos(sounds.Receive()) == S_OK) {
+//     zel::Ref<IStreamInfo> first;
+//     sounds->GetItem(0, first.Receive());
+//   }
 //
-// Threads: no object locks. Building a program or a list must not overlap with any other use of it.
+// A program holds up to three lists of streams (video, audio, subpictures). Every stream object has
+// its own copy of its record. Out-parameters receive one reference each. Streams and lists that a
+// program drops live on for those who hold references to them.
+//
+// Threads: each operation says which of these holds. No object locks.
+//   [any]     any thread, at any time;
+//   [shared]  any thread, while nothing marked [alone] runs on the same object;
+//   [alone]   no other operation on the same object runs at the same time.
 #pragma once
 
 #include "zel/base/UnknownList.h"
@@ -17,7 +26,8 @@ class CProgramInfo;
 /// An ordered list of video, audio or subpicture streams.
 class ZEL_API IStreamInfos : public IUnknown {
  public:
-  virtual int GetCount() = 0;
+  virtual int GetCount() = 0;  ///< [shared]
+  /// [shared] Hands out the item at 0-based `index`.
   /// @return S_OK; E_POINTER for a null `out`, or, with `*out` null, for an index out of range.
   virtual HRESULT GetItem(int index, IStreamInfo** out) = 0;
 
@@ -28,8 +38,8 @@ class ZEL_API IStreamInfos : public IUnknown {
 /// An ordered list of subpicture streams.
 class ZEL_API ISubPicStreamInfos : public IUnknown {
  public:
-  virtual int GetCount() = 0;
-  /// As IStreamInfos::GetItem.
+  virtual int GetCount() = 0;  ///< [shared]
+  /// [shared] As IStreamInfos::GetItem.
   virtual HRESULT GetItem(int index, ISubPicStreamInfo** out) = 0;
 
  protected:
@@ -40,17 +50,17 @@ class ZEL_API ISubPicStreamInfos : public IUnknown {
 /// without a record.
 class ZEL_API IProgramInfo : public IUnknown {
  public:
-  virtual std::int32_t GetNumber() = 0;
-  virtual std::uint32_t GetID() = 0;
-  virtual double GetMediaLength() = 0;
-  virtual std::uint32_t GetBitrate() = 0;
-  virtual std::uint32_t GetTimeStampReferenceStreamID() = 0;
-  /// @return S_OK; E_POINTER for a null `out`; E_FAIL, with `*out` null, without streams of that
-  ///   kind.
+  virtual std::int32_t GetNumber() = 0;                       ///< [shared]
+  virtual std::uint32_t GetID() = 0;                          ///< [shared]
+  virtual double GetMediaLength() = 0;                        ///< [shared]
+  virtual std::uint32_t GetBitrate() = 0;                     ///< [shared]
+  virtual std::uint32_t GetTimeStampReferenceStreamID() = 0;  ///< [shared]
+  /// [shared] Hands out the list of the video streams.
+  /// @return S_OK; E_POINTER for a null `out`; E_FAIL, with `*out` null, when there are none.
   virtual HRESULT GetVideoStreamInfos(IStreamInfos** out) = 0;
-  /// As GetVideoStreamInfos.
+  /// [shared] As GetVideoStreamInfos.
   virtual HRESULT GetAudioStreamInfos(IStreamInfos** out) = 0;
-  /// As GetVideoStreamInfos.
+  /// [shared] As GetVideoStreamInfos.
   virtual HRESULT GetSubPicStreamInfos(IStreamInfos** out) = 0;
 
  protected:
@@ -60,8 +70,8 @@ class ZEL_API IProgramInfo : public IUnknown {
 /// An ordered list of programs.
 class ZEL_API IProgramInfos : public IUnknown {
  public:
-  virtual int GetCount() = 0;
-  /// As IStreamInfos::GetItem.
+  virtual int GetCount() = 0;  ///< [shared]
+  /// [shared] As IStreamInfos::GetItem.
   virtual HRESULT GetItem(int index, IProgramInfo** out) = 0;
 
  protected:
@@ -79,11 +89,11 @@ class ZEL_API CStreamInfos : public scombase::CUnknownList<CStreamInfo, IStreamI
   CStreamInfos();
   ~CStreamInfos() override;
 
-  /// Appends a stream with a copy of `*info`.
+  /// [alone] Appends a stream with a copy of `*info`.
   /// @return S_OK; E_POINTER, with nothing added, for null.
   /// @throws std::bad_alloc with nothing added.
   virtual HRESULT AddByStreamInfo(const StreamInfo* info);
-  /// Appends a stream with a fresh record (see CStreamInfo::CStreamInfo).
+  /// [alone] Appends a stream with a fresh record (see CStreamInfo::CStreamInfo).
   /// @return the record, to be filled in place; owned by the stream.
   /// @throws std::bad_alloc with nothing added.
   virtual StreamInfo* AddNewStream();
@@ -96,13 +106,14 @@ class ZEL_API CSubPicStreamInfos
   CSubPicStreamInfos();
   ~CSubPicStreamInfos() override;
 
-  /// Appends a stream with a copy of `*info`.
+  /// [alone] Appends a stream with a copy of `*info`.
   /// @return S_OK; E_POINTER, with nothing added, for null.
   /// @throws std::bad_alloc with nothing added.
   virtual HRESULT AddBySubPicStreamInfo(const SubPicStreamInfo* info);
 };
 
-/// IProgramInfo over an own copy of a ProgramInfo record.
+/// IProgramInfo over its own copy of a ProgramInfo record. The operations of IProgramInfo follow
+/// the thread rules given there.
 class ZEL_API CProgramInfo : public scombase::CUnknown, public IProgramInfo {
  public:
   /// Not aggregated, count 0, without a record and without streams.
@@ -124,19 +135,22 @@ class ZEL_API CProgramInfo : public scombase::CUnknown, public IProgramInfo {
   HRESULT GetAudioStreamInfos(IStreamInfos** out) override;
   HRESULT GetSubPicStreamInfos(IStreamInfos** out) override;
 
-  /// Replaces the record (through CloneProgramInfo and FreeProgramInfo) and all three lists.
+  /// [alone] Replaces the record (through CloneProgramInfo and FreeProgramInfo) and all three
+  /// lists.
   /// @return S_OK; E_POINTER, with nothing changed, for null; E_OUTOFMEMORY, with the program left
   ///   empty, when the record cannot be copied.
   /// @throws std::bad_alloc with the streams added that memory sufficed for.
   virtual HRESULT SetProgramInfo(const ProgramInfo* info);
-  /// Appends a stream with a fresh record to the video (2) or audio (3) list; the program's record
-  /// stays as it is.
+  /// [alone] Appends a stream with a fresh record to the video (2) or audio (3) list; the program's
+  /// record stays as it is.
   /// @return the stream's record, to be filled in place; null, with nothing added, for another
-  /// type.
+  ///   type.
   /// @throws std::bad_alloc with nothing added.
   virtual StreamInfo* AddStream(AV_STREAM_TYPE type);
 
  private:
+  friend struct zel::Layout<CProgramInfo>;
+
   ProgramInfo* m_pInfo = nullptr;
   CStreamInfos* m_pVideoStreams = nullptr;
   CStreamInfos* m_pAudioStreams = nullptr;
@@ -159,3 +173,26 @@ class ZEL_API CProgramInfos
   /// @throws std::bad_alloc with nothing added.
   virtual HRESULT AddNewProgram();
 };
+
+#if defined(__i386__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Winvalid-offsetof"
+template <>
+struct zel::Layout<CProgramInfo> {
+  using T = CProgramInfo;
+  static_assert(sizeof(T) == 32);
+  static_assert(offsetof(T, m_pInfo) == 16);
+  static_assert(offsetof(T, m_pVideoStreams) == 20);
+  static_assert(offsetof(T, m_pAudioStreams) == 24);
+  static_assert(offsetof(T, m_pSubPicStreams) == 28);
+};
+template <>
+struct zel::Layout<scombase::CUnknownList<CStreamInfo, IStreamInfo, IStreamInfos>> {
+  using T = scombase::CUnknownList<CStreamInfo, IStreamInfo, IStreamInfos>;
+  static_assert(sizeof(T) == 28);
+  static_assert(offsetof(T, m_items) == 16);
+};
+#pragma GCC diagnostic pop
+static_assert(sizeof(CStreamInfos) == 28 && sizeof(CSubPicStreamInfos) == 28 &&
+              sizeof(CProgramInfos) == 28);
+#endif

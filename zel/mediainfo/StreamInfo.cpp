@@ -1,7 +1,6 @@
 #include "zel/mediainfo/StreamInfo.h"
 
 #include <cstring>
-#include <iterator>
 #include <limits>
 #include <memory>
 
@@ -35,7 +34,7 @@ CStreamInfo::CStreamInfo(IUnknown* pUnkOuter, long* phr)
 
 CStreamInfo::~CStreamInfo() {
   DeleteStreamInfo(m_pInfo);
-  for (SStreamExtraData* entry : m_extraList) {
+  while (SStreamExtraData* entry = m_extraList.TakeFirst()) {
     delete[] entry->data;
     delete entry;
   }
@@ -138,12 +137,11 @@ std::uint32_t CStreamInfo::GetStreamIndex() {
 }
 
 std::uint32_t CStreamInfo::GetExtraDataCount() {
-  return static_cast<std::uint32_t>(m_extraList.size());
+  return static_cast<std::uint32_t>(m_extraList.Count());
 }
 
 SStreamExtraData* CStreamInfo::GetExtraData(unsigned long index) {
-  if (index >= m_extraList.size()) return nullptr;
-  return *std::next(m_extraList.begin(), static_cast<std::ptrdiff_t>(index));
+  return m_extraList.At(index);
 }
 
 HRESULT CStreamInfo::GetLanguageDesc(wchar_t** ppLanguage) {
@@ -192,7 +190,7 @@ int CStreamInfo::AddExtraData(STREAM_EXTRA_DATA_TYPE type, unsigned long size,
   std::memcpy(bytes.get(), data, size);
   auto entry = std::make_unique<SStreamExtraData>();
   *entry = {type, static_cast<std::uint32_t>(size), bytes.get()};
-  m_extraList.push_back(entry.get());
+  m_extraList.Append(entry.get());
   (void)entry.release();
   (void)bytes.release();
   return 1;

@@ -26,6 +26,12 @@ static_assert(sizeof(_GUID) == 16);
 static_assert(offsetof(_GUID, Data2) == 4 && offsetof(_GUID, Data3) == 6 &&
               offsetof(_GUID, Data4) == 8);
 
+namespace zel {
+/// Specialised beside class `T`, and a friend of it: holds the assertions on where its members lie.
+template <class T>
+struct Layout;
+}  // namespace zel
+
 /// Success.
 constexpr HRESULT S_OK = 0;
 /// Nothing done, or nothing to give: no input, no description, id not found.

@@ -1,16 +1,20 @@
-// CZelSample: the reference-counted object that carries one frame and the facts that travel with
-// it.
+// CZelSample carries one frame of audio or video, with the facts that travel with it from component
+// to component.
 //
-// 1. A sample owns its frame, and the frame's data, planes and pixels; FreeMediaFrame frees them
-// all.
-// 2. Frame memory only grows: `GetSampleSize()` bytes are allocated, `m_nDataSize` of them are
-// valid.
-// 3. The sample's own time stamps and its frame's are separate; RefreshSampleInfo brings the
-// sample's in
-//    line.
+//   auto sample = zel::Ref<CZelSample>::Share(new CZelSample(AV_STREAM_AUDIO, FRAME_DATA_DECODED));
+//   sample->SetSampleSize(4096);                       // memory for 4,096 bytes of sound
+//   sample->FrameCopy(&frame);                         // a copy of `frame`; grows if it must
+//   const MEDIA_FRAME* copy = sample->GetMediaFrame();  // the sample's own, freed with it
 //
-// Threads: a sample is used by one thread at a time; only its references may change on any thread.
-// Preconditions are assertions that stay active in the shipped library.
+// A sample owns its frame and the frame's data, planes or pixels. Frame memory only grows:
+// GetSampleSize() bytes are allocated, and copies go by that number. The sample's time stamps and
+// its frame's are separate; RefreshSampleInfo copies the frame's to the sample.
+//
+// Threads: each operation says which of these holds.
+//   [any]    any thread, at any time;
+//   [alone]  no other operation of the same object runs at the same time.
+// Preconditions ("REQUIRES") are assertions that stay active in the shipped library, unless they
+// concern memory that the library cannot know.
 #pragma once
 
 #include <memory>
@@ -23,40 +27,45 @@
 class CFrameBuffer;
 class CZelSample;
 
-/// What components ask of a sample. All times are in 100-ns units, -1 for unknown.
+/// What components ask of a sample. All times are in 100-ns units, -1 for unknown. AddRef and
+/// Release are [any], everything else is [alone].
 class ZEL_API IZelSample : public IUnknown {
  public:
-  virtual SAMPLE_TYPE GetSampleType() = 0;
-  virtual FRAME_DATA_TYPE GetFrameType() = 0;
-  virtual AV_STREAM_TYPE GetStreamType() = 0;
-  virtual std::int32_t GetStreamID() = 0;  ///< -1 when none was given.
-  virtual std::int32_t IsKeyFrame() = 0;   ///< 0 or 1.
-  /// @return 0.
+  virtual SAMPLE_TYPE GetSampleType() = 0;     ///< [alone]
+  virtual FRAME_DATA_TYPE GetFrameType() = 0;  ///< [alone]
+  virtual AV_STREAM_TYPE GetStreamType() = 0;  ///< [alone]
+  virtual std::int32_t GetStreamID() = 0;      ///< -1 when none was given. [alone]
+  virtual std::int32_t IsKeyFrame() = 0;       ///< 0 or 1. [alone]
+  /// [alone] @return 0.
   virtual HRESULT SetSampleType(SAMPLE_TYPE type) = 0;
-  /// Bytes allocated for frame data (not the valid ones), as the sample counts them: video of an
-  /// unknown image format has no memory and keeps the size of before or the one asked for, and
-  /// FrameAttach leaves the size alone.
+  /// [alone] Bytes allocated for the frame's data; the valid ones may be fewer. This is the
+  /// sample's own count. FrameAttach does not change it, and it stays when the frame takes on an
+  /// unknown image format, which has no memory.
   virtual std::uint32_t GetSampleSize() = 0;
-  /// The frame, owned by the sample; null when there is none.
+  /// [alone] The frame, owned by the sample; null when there is none.
   virtual MEDIA_FRAME* GetMediaFrame() = 0;
-  /// Makes sure that at least `nSize` bytes of frame data are allocated, going by GetSampleSize():
-  /// up to that nothing changes, also where there is no memory behind it; above, the frame held so
-  /// far is discarded for one of the new size. (So after an unknown image format only a larger size
-  /// in a known one is sure to bring memory.)
-  /// @return 0; E_ZEL_STATE for video of an unknown image format (the new frame is then without
-  ///   memory) and, with nothing changed, above 2^31 - 1 bytes.
+  /// [alone] Makes sure that at least `nSize` bytes are allocated for the frame's data. Up to
+  /// GetSampleSize() nothing changes. Above, a new frame of `nSize` bytes replaces the old one,
+  /// whose contents are lost.
+  /// REQUIRES: `nSize` is not above GetSampleSize(), or the sample is audio or video. A sample
+  /// that was made without a stream type is neither, and the assertion "0" ends the process.
+  /// @return 0; E_ZEL_STATE for video of an unknown image format (the new frame then has no memory)
+  ///   and, with nothing changed, above 2^31 - 1 bytes.
   /// @throws std::bad_alloc with nothing changed.
   virtual HRESULT SetSampleSize(unsigned long nSize) = 0;
-  virtual std::int64_t GetDuration() = 0;
-  /// The frame's time stamps; -1 when there is no frame or it holds nothing.
+  virtual std::int64_t GetDuration() = 0;  ///< [alone]
+  /// [alone] The frame's presentation time; -1 when there is no frame or it holds nothing.
   virtual std::int64_t GetCurrentPTS() = 0;
+  /// [alone] The frame's decoding time; -1 when there is no frame or it holds nothing.
   virtual std::int64_t GetCurrentDTS() = 0;
-  /// Set the sample's own time stamps; the frame's stay. @return 0.
+  /// [alone] Sets the sample's own presentation time; the frame's stays. @return 0.
   virtual HRESULT SetCurrentPTS(long long pts) = 0;
+  /// [alone] Sets the sample's own decoding time; the frame's stays. @return 0.
   virtual HRESULT SetCurrentDTS(long long dts) = 0;
+  /// [alone] Sets the sample's own duration; the frame's stays. @return 0.
   virtual HRESULT SetDuration(long long duration) = 0;
-  /// Hands the sample, with its frame, back to its pool.
-  /// @return the pool's result; E_ZEL_STATE without a pool. The sample type is 0 either way.
+  /// [alone] Hands the sample, with its frame, back to its pool. The sample type becomes 0.
+  /// @return the pool's result; E_ZEL_STATE without a pool.
   virtual HRESULT ReturnSampleBack2Buffer() = 0;
 
  protected:
@@ -64,13 +73,16 @@ class ZEL_API IZelSample : public IUnknown {
 };
 
 /// A sample. A new one has a count of 0: whoever makes it takes the first reference, or deletes it.
+/// The operations of IZelSample follow the thread rules given there.
 class ZEL_API CZelSample : public scombase::CUnknown, public IZelSample {
  public:
-  /// Stream type and frame data type stay 0. `phr` is left as it is.
+  /// Makes a sample without a stream type. `phr` is left as it is.
+  /// @param pUnkOuter the aggregating object (not referenced), or null.
   CZelSample(IUnknown* pUnkOuter, long* phr);
-  /// Frames of encoded data are plain buffers, of decoded video planes.
+  /// Makes a sample for frames of one kind: plain buffers for encoded data, planes for decoded
+  /// video.
   CZelSample(AV_STREAM_TYPE streamType, FRAME_DATA_TYPE frameType);
-  /// Stream type and frame data type stay 0.
+  /// Makes a sample without a stream type.
   CZelSample();
 
   HRESULT NonDelegatingQueryInterface(const _GUID& riid, void** ppv) override;
@@ -97,71 +109,86 @@ class ZEL_API CZelSample : public scombase::CUnknown, public IZelSample {
   HRESULT SetDuration(long long duration) override;
   HRESULT ReturnSampleBack2Buffer() override;
 
-  /// A second sample kept beside this one, neither owned nor released.
+  /// [alone] A second sample kept beside this one, neither owned nor released; null at first.
   virtual CZelSample* GetCompareFrame();
+  /// [alone] @return 0.
   virtual HRESULT SetCompareFrame(CZelSample* sample);
-  /// Deep copy of `src`'s frame and of its stream id, sample type, key-frame flag and time stamps
-  /// (not its duration). YUV planes are copied as packed blocks: a source's rows must lie without
-  /// gaps. The source's data may overlap this frame's. A frame that takes on an image format which
-  /// is not known loses its memory. REQUIRES: this sample has a frame.
-  /// @return 0; E_ZEL_STATE, with nothing changed, for itself, a sample without a frame or of
-  ///   another stream or data type, and a frame whose sizes are none (negative, above 2^31 - 1
-  ///   bytes, or a bitmap without pixels); E_ZEL_STATE, with all but the data copied, when the two
-  ///   frames differ in stream type.
+  /// [alone] Copies `src`'s frame, with its data, and `src`'s stream id, sample type, key-frame
+  /// flag and time stamps, but not its duration. Planes are copied as blocks: the rows of the
+  /// source must lie without gaps. The source's data may overlap this frame's. A frame that takes
+  /// on an unknown image format loses its memory.
+  ///
+  /// The frame keeps its block when the data fits into GetSampleSize() bytes and, for sound and
+  /// plain buffers, into the frame's own `nBufferSize`. Otherwise the sample allocates another one.
+  /// REQUIRES: this sample has a frame, and the block of a YUV or RGB frame has GetSampleSize()
+  /// bytes (see FrameAttach).
+  /// @return 0; E_ZEL_STATE, with nothing changed, for the sample itself, for a sample without a
+  ///   frame or of another stream or data type, and for a frame whose size is negative, above
+  ///   2^31 - 1 bytes, or that of a bitmap without pixels; E_ZEL_STATE, with all but the data
+  ///   copied, when the two frames differ in stream type.
   /// @throws std::bad_alloc with nothing changed.
   virtual HRESULT FrameCopy(CZelSample& src);
-  /// Deep copy of a bare frame; duration and time stamps of the sample follow it.
-  /// REQUIRES: this sample has a frame; `src` is audio, or video of a known image format.
-  /// @return 0; E_ZEL_STATE, with nothing changed, for null, the own frame, another type, and sizes
-  ///   that are none.
+  /// [alone] Copies a bare frame, with its data; duration and time stamps of the sample follow it.
+  /// The rest is as above.
+  /// REQUIRES: also, `src` is audio, or video of a known image format.
+  /// @return 0; E_ZEL_STATE, with nothing changed, for null, the sample's own frame, a frame of
+  ///   another stream or data type, and sizes as above.
   /// @throws std::bad_alloc with nothing changed.
   virtual HRESULT FrameCopy(const MEDIA_FRAME* src);
-  /// Makes `frame` the sample's frame, to be freed by it (see FreeMediaFrame); null detaches. The
-  /// frame before it is neither freed nor released, and the sample's sizes stay.
+  /// [alone] Makes `frame` the sample's frame, to be freed by it (see FreeMediaFrame); null
+  /// detaches. The previous frame is neither freed nor released, and GetSampleSize() stays.
+  ///
+  /// A YUV or RGB frame does not state how large its block is. To copy into one that was attached,
+  /// make the sample's size true first: FreeMediaFrame(), FrameAttach(frame), RefreshSampleInfo().
   /// @return 0.
   virtual HRESULT FrameAttach(MEDIA_FRAME* frame);
-  /// Brings time stamps, sizes and key-frame flag in line with a frame that someone filled.
-  /// REQUIRES: an audio sample, or a video sample whose frame is no RGB bitmap.
+  /// [alone] Brings time stamps, sizes and key-frame flag in line with a frame that someone filled.
+  /// For planes the size only rises.
+  /// REQUIRES: an audio sample, or a video sample whose frame is no RGB bitmap. The frame's block
+  /// has as many bytes as its record says.
   /// @return 0; E_ZEL_STATE without a frame, or, with the sizes as they were, for an unknown image
   ///   format and for sizes that are negative or above 2^31 - 1 bytes.
   virtual HRESULT RefreshSampleInfo();
-  /// Stores a packet table: entry 0 is the number of packets n, entries 1 to n are their sizes in
-  /// bytes. Null: no packets. The table may be this sample's own.
+  /// [alone] Stores a packet table: entry 0 is the number of packets n, entries 1 to n are their
+  /// sizes in bytes. Null: no packets. The table may be this sample's own.
   /// @return 0; E_ZEL_STATE, with nothing changed, for a negative count.
   /// @throws std::bad_alloc with nothing changed.
   virtual HRESULT SetAudioPacketInfo(const int* pInfo);
-  /// The packet table, owned by the sample. An empty one is first made to describe one packet that
-  /// covers the whole frame, if there is one.
+  /// [alone] The packet table, owned by the sample. An empty one is first made to describe one
+  /// packet that covers the whole frame, if there is one.
   virtual const int* GetAudioPakcetInfo();
 
-  /// Sets every member to its initial value, freeing nothing: for a sample that is being built.
+  /// [alone] Sets every member to its initial value and frees nothing. Every constructor calls it;
+  /// on a finished sample it loses the frame and the buffers.
   void InitClassMember();
-  /// Frees the frame and all that it points to (data blocks as arrays of bytes, the record as a
-  /// single object), and clears sizes, time stamps, duration and key-frame flag. Video of an
-  /// unknown image format keeps its memory: whoever set the format has it. REQUIRES: a frame, if
-  /// any, is audio or video.
+  /// [alone] Frees the frame and all that it points to (data blocks as arrays of bytes, the record
+  /// as a single object), and clears sizes, time stamps, duration and key-frame flag. The memory of
+  /// an unknown image format stays with whoever set that format.
+  /// REQUIRES: a frame, if any, is audio or video.
   void FreeMediaFrame();
-  /// Makes `pool` (one reference held) the pool that the sample goes back to.
+  /// [alone] Makes `pool` the pool that the sample goes back to, and holds one reference on it.
   /// @return 0; E_ZEL_STATE, with nothing changed, for null.
   HRESULT SetFrameBuffer(CFrameBuffer* pool);
-  /// Replaces the frame by a planar 4:2:0 frame of `nWidth` x `nHeight` luma pixels, time stamps
-  /// -1.
-  /// @return 0; E_ZEL_STATE, with nothing changed, unless the sample is decoded video, `eFormat`
-  ///   4:2:0, and the memory (twice the luma plane and one chroma plane) below 2^32 bytes.
+  /// [alone] Replaces the frame by a planar 4:2:0 frame of `nWidth` x `nHeight` luma pixels, time
+  /// stamps -1. Its block has room for twice the luma plane and one chroma plane.
+  /// @return 0; E_ZEL_STATE, with nothing changed, unless the sample is decoded video, `eFormat` is
+  ///   4:2:0, and the block is smaller than 2^32 bytes.
   /// @throws std::bad_alloc with nothing changed.
   HRESULT RemallocYUVFrame(unsigned long nWidth, unsigned long nHeight, YUV_IMAGE_FORMAT eFormat);
-  /// Chooses the layout that the next SetSampleSize allocates for video. @return 0.
+  /// [alone] Chooses the layout that the next SetSampleSize allocates for video. @return 0.
   HRESULT SetVideoImageFormat(IMAGE_FORMAT format);
-  /// Stores a copy of a zero-terminated text, which may be this sample's own; null empties it.
+  /// [alone] Stores a copy of a zero-terminated text, which may be this sample's own; null empties
+  /// it.
   /// @return 0; E_ZEL_STATE, with nothing changed, above 2^31 - 1025 characters.
   /// @throws std::bad_alloc with nothing changed.
   HRESULT SetSubStreamString(const wchar_t* text);
-  /// The text, owned by the sample; never null.
+  /// [alone] The text, owned by the sample; never null.
   const wchar_t* GetSubStreamString();
 
  private:
+  friend struct zel::Layout<CZelSample>;
+
   [[gnu::visibility("hidden")]] void AdoptFrame(std::unique_ptr<MEDIA_FRAME> frame,
-                                                std::unique_ptr<unsigned char[]> block,
                                                 std::uint32_t size);
   [[gnu::visibility("hidden")]] std::unique_ptr<unsigned char[]> MakeRoom(const MEDIA_FRAME& from,
                                                                           std::uint32_t size);
@@ -186,8 +213,26 @@ class ZEL_API CZelSample : public scombase::CUnknown, public IZelSample {
   std::int32_t m_nAudioPacketInfoSize;
   wchar_t* m_pSubStreamString;
   std::int32_t m_nSubStreamStringSize;
-  // What this sample itself allocated for its frame's data. FrameAttach and producers may put other
-  // memory there, of which only the record tells the size.
-  unsigned char* m_pBlock;
-  std::uint32_t m_nBlockSize;
 };
+
+#if defined(__i386__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Winvalid-offsetof"
+template <>
+struct zel::Layout<CZelSample> {
+  using T = CZelSample;
+  static_assert(sizeof(T) == 100);
+  static_assert(offsetof(T, m_bKeyFrame) == 16 && offsetof(T, m_nStreamID) == 20);
+  static_assert(offsetof(T, m_nSampleSize) == 24 && offsetof(T, m_nDataSize) == 28);
+  static_assert(offsetof(T, m_eSampleType) == 32 && offsetof(T, m_eFrameType) == 36);
+  static_assert(offsetof(T, m_eStreamType) == 40 && offsetof(T, m_eImageFormat) == 44);
+  static_assert(offsetof(T, m_pMediaFrame) == 48 && offsetof(T, m_llPTS) == 52);
+  static_assert(offsetof(T, m_llDTS) == 60 && offsetof(T, m_llDuration) == 68);
+  static_assert(offsetof(T, m_pCompareFrame) == 76 && offsetof(T, m_pFrameBuffer) == 80);
+  static_assert(offsetof(T, m_pAudioPacketInfo) == 84);
+  static_assert(offsetof(T, m_nAudioPacketInfoSize) == 88);
+  static_assert(offsetof(T, m_pSubStreamString) == 92);
+  static_assert(offsetof(T, m_nSubStreamStringSize) == 96);
+};
+#pragma GCC diagnostic pop
+#endif

@@ -1,0 +1,216 @@
+#include <algorithm>
+#include <cassert>
+#include <cstring>
+#include <memory>
+
+#include "zel/sample/Sample.h"
+#include "zel/sample/detail/FrameMemory.h"
+
+using namespace zel::sample;
+
+namespace {
+
+/// Bytes to allocate before `size` bytes of `from` are copied to `to`, a frame of the same stream
+/// type whose sample counts `sampleSize` bytes; 0 when they fit.
+std::uint32_t GetFreshSize(MEDIA_FRAME& to, const MEDIA_FRAME& from, std::uint32_t size,
+                           std::uint32_t sampleSize) {
+  const bool isVideo = from.nStreamType == AV_STREAM_VIDEO;
+  const bool isRgb = isVideo && from.video.nImageFormat == IMAGE_FORMAT_RGB;
+  // A reused sample takes later, larger bitmaps without another allocation.
+  if (size > sampleSize) return isRgb ? 2 * size : size;
+
+  unsigned char** const block = GetBlock(to);
+  // A copy of sound, planes or bytes leaves out what has no memory.
+  if (block != nullptr && *block == nullptr && !isRgb) return 0;
+  // Once the record does not state the block's size any more, the sample's must be true.
+  const bool losesSize = isVideo && to.video.nImageFormat == IMAGE_FORMAT_BUFFER &&
+                         from.video.nImageFormat != IMAGE_FORMAT_BUFFER;
+  return (losesSize ? sampleSize : size) > GetCapacity(to, sampleSize) ? sampleSize : 0;
+}
+
+/// True when `size` bytes at `data` lie within the `room` bytes at `block`.
+bool IsInside(const unsigned char* data, std::uint32_t size, const unsigned char* block,
+              std::uint32_t room) {
+  const auto from = reinterpret_cast<std::uintptr_t>(data);
+  const auto start = reinterpret_cast<std::uintptr_t>(block);
+  return data != nullptr && from >= start && from - start <= room && size <= room - (from - start);
+}
+
+bool Overlap(const unsigned char* a, std::uint32_t aSize, const unsigned char* b,
+             std::uint32_t bSize) {
+  const auto aStart = reinterpret_cast<std::uintptr_t>(a);
+  const auto bStart = reinterpret_cast<std::uintptr_t>(b);
+  return aStart < bStart + bSize && bStart < aStart + aSize;
+}
+
+/// Filling one plane of the `size` bytes at `target` must not destroy the source of the next one.
+/// If one of the `planes` lies there, this copies all of them to a block of their own, points
+/// `planes` to it and returns it.
+std::unique_ptr<unsigned char[]> StagePlanes(const unsigned char* (&planes)[3],
+                                             const std::uint32_t (&bytes)[3],
+                                             const unsigned char* target, std::uint32_t size) {
+  const auto overlaps = [&](int i) { return Overlap(planes[i], bytes[i], target, size); };
+  if (target == nullptr || !(overlaps(0) || overlaps(1) || overlaps(2))) return nullptr;
+  std::unique_ptr<unsigned char[]> staged(new unsigned char[size]);
+  unsigned char* at = staged.get();
+  for (int i = 0; i < 3; ++i) {
+    if (planes[i] == nullptr) continue;
+    std::memcpy(at, planes[i], bytes[i]);
+    planes[i] = at;
+    at += bytes[i];
+  }
+  return staged;
+}
+
+}  // namespace
+
+HRESULT CZelSample::FrameCopy(CZelSample& src) {
+  if (&src == this || src.m_eStreamType != m_eStreamType || src.m_eFrameType != m_eFrameType) {
+    return E_ZEL_STATE;
+  }
+  assert(m_pMediaFrame);
+  if (src.m_pMediaFrame == nullptr) return E_ZEL_STATE;
+  const MEDIA_FRAME& from = *src.m_pMediaFrame;
+  std::uint32_t size = 0;
+  if (!GetDataSize(from, size)) return E_ZEL_STATE;
+
+  HRESULT result = S_OK;
+  if (from.nStreamType != m_pMediaFrame->nStreamType ||
+      (from.nStreamType != AV_STREAM_AUDIO && from.nStreamType != AV_STREAM_VIDEO)) {
+    result = E_ZEL_STATE;
+  } else if (&from == m_pMediaFrame) {
+    m_nDataSize = size;
+  } else {
+    CopyData(from, size);
+  }
+  m_pMediaFrame->llDTS = from.llDTS;
+  m_pMediaFrame->llPTS = from.llPTS;
+  m_pMediaFrame->nDuration = from.nDuration;
+  m_nStreamID = src.m_nStreamID;
+  m_eSampleType = src.m_eSampleType;
+  m_bKeyFrame = src.m_bKeyFrame;
+  m_llPTS = src.m_llPTS;
+  m_llDTS = src.m_llDTS;
+  return result;
+}
+
+HRESULT CZelSample::FrameCopy(const MEDIA_FRAME* src) {
+  if (src == nullptr || src == m_pMediaFrame || src->nStreamType != m_eStreamType ||
+      src->nFrameType != m_eFrameType) {
+    return E_ZEL_STATE;
+  }
+  assert(m_pMediaFrame);
+  if (src->nStreamType == AV_STREAM_VIDEO) {
+    if (!IsKnownImageFormat(src->video.nImageFormat)) assert(0);
+  } else if (src->nStreamType != AV_STREAM_AUDIO) {
+    assert(0);
+  }
+  std::uint32_t size = 0;
+  if (m_pMediaFrame->nStreamType != src->nStreamType || !GetDataSize(*src, size)) {
+    return E_ZEL_STATE;
+  }
+
+  CopyData(*src, size);
+  MEDIA_FRAME& frame = *m_pMediaFrame;
+  frame.llDTS = src->llDTS;
+  frame.llPTS = src->llPTS;
+  frame.nDuration = src->nDuration;
+  if (frame.nStreamType == AV_STREAM_VIDEO) m_bKeyFrame = frame.bKeyFrame;
+  m_llDuration = frame.nDuration;
+  m_llPTS = frame.llPTS;
+  m_llDTS = frame.llDTS;
+  return S_OK;
+}
+
+// Gives this frame the image format of `from` and room for `size` bytes. Returns the block that it
+// replaced: the caller frees it after copying, because the source may lie in it.
+std::unique_ptr<unsigned char[]> CZelSample::MakeRoom(const MEDIA_FRAME& from, std::uint32_t size) {
+  MEDIA_FRAME& to = *m_pMediaFrame;
+  const std::uint32_t capacity = GetCapacity(to, m_nSampleSize);
+  const std::uint32_t freshSize = GetFreshSize(to, from, size, m_nSampleSize);
+  std::unique_ptr<unsigned char[]> fresh;
+  if (freshSize != 0) fresh.reset(new unsigned char[freshSize]);
+
+  if (to.nStreamType == AV_STREAM_VIDEO && to.video.nImageFormat != from.video.nImageFormat) {
+    ChangeImageFormat(to, from.video.nImageFormat, capacity);
+  }
+  if (fresh == nullptr) return nullptr;
+  m_nSampleSize = freshSize;
+  return ReplaceBlock(to, std::move(fresh), freshSize);
+}
+
+// Copies the data of `from`, `size` bytes, into this frame of the same stream type. Throws
+// std::bad_alloc with nothing changed.
+void CZelSample::CopyData(const MEDIA_FRAME& from, std::uint32_t size) {
+  MEDIA_FRAME& to = *m_pMediaFrame;
+  if (from.nStreamType == AV_STREAM_AUDIO) {
+    const auto replaced = MakeRoom(from, size);
+    if (from.audio.pData == nullptr || to.audio.pData == nullptr) return;
+    std::memmove(to.audio.pData, from.audio.pData, size);
+    to.audio.nDataSize = from.audio.nDataSize;
+    to.audio.nBitsPerSample = from.audio.nBitsPerSample;
+    to.audio.nChannels = from.audio.nChannels;
+    to.audio.nSampleRate = from.audio.nSampleRate;
+    m_nDataSize = size;
+    return;
+  }
+
+  switch (from.video.nImageFormat) {
+    case IMAGE_FORMAT_BUFFER: {
+      const auto replaced = MakeRoom(from, size);
+      const MEDIA_FRAME_BUFFER& source = from.video.buffer;
+      MEDIA_FRAME_BUFFER& target = to.video.buffer;
+      if (source.pData == nullptr || target.pData == nullptr) break;
+      std::memmove(target.pData, source.pData, size);
+      target.nDataSize = source.nDataSize;
+      m_nDataSize = size;
+      break;
+    }
+    case IMAGE_FORMAT_YUV:
+      CopyPlanes(from, size);
+      break;
+    case IMAGE_FORMAT_RGB: {
+      const auto replaced = MakeRoom(from, size);
+      m_nDataSize = size;
+      to.video.rgb.bmiHeader = from.video.rgb.bmiHeader;
+      if (size != 0) std::memmove(to.video.rgb.pBits, from.video.rgb.pBits, size);
+      break;
+    }
+    default:
+      // FreeMediaFrame does not free the memory of an unknown format.
+      if (unsigned char** block = GetBlock(to); block != nullptr) {
+        delete[] * block;
+        std::memset(&to.video, 0, sizeof(to.video));
+      }
+      to.video.nImageFormat = from.video.nImageFormat;
+      m_nDataSize = 0;
+      break;
+  }
+  to.bKeyFrame = from.bKeyFrame;
+}
+
+void CZelSample::CopyPlanes(const MEDIA_FRAME& from, std::uint32_t size) {
+  const MEDIA_FRAME_YUV& source = from.video.yuv;
+  PackedSizes sizes;
+  GetPackedSizes(source.nWidth, source.nHeight, sizes);
+  const std::uint32_t bytes[3] = {sizes.luma, sizes.chroma, sizes.chroma};
+  const unsigned char* planes[3] = {source.pPlane[0], source.pPlane[1], source.pPlane[2]};
+
+  unsigned char** const block = GetBlock(*m_pMediaFrame);
+  const auto staged = StagePlanes(planes, bytes, block != nullptr ? *block : nullptr, size);
+
+  const auto replaced = MakeRoom(from, size);
+  m_nDataSize = size;
+  MEDIA_FRAME_YUV& target = m_pMediaFrame->video.yuv;
+  target.nYuvFormat = source.nYuvFormat;
+  for (int i = 0; i < 3; ++i) {
+    unsigned char* const to = target.pPlane[i];
+    // A source without the plane before this one leaves it where an earlier picture had it.
+    if (planes[i] == nullptr || !IsInside(to, bytes[i], target.pPlane[0], m_nSampleSize)) continue;
+    std::memmove(to, planes[i], bytes[i]);
+    if (i < 2) target.pPlane[i + 1] = to + bytes[i];
+  }
+  target.nWidth = source.nWidth;
+  target.nHeight = source.nHeight;
+  std::copy_n(source.nStride, 3, target.nStride);
+}
