@@ -1,8 +1,17 @@
 // The records that describe programs and whole media files.
 //
-// They pass by address between separately built components, so their layout is part of the
-// interface; in 32-bit x86 it is pinned byte by byte below. Strings are zero-terminated UTF-32
-// inside fixed arrays. Lengths are in the producer's unit (seconds from the decoder manager).
+//   ProgramInfo program = {};
+//   program.audioStreams = streams;  // StreamInfo streams[2]
+//   program.audioStreamCount = 2;
+//   MEDIA_FILE_INFO file = {};
+//   file.programs = &program;
+//   file.programCount = 1;
+//   mediaInfo->Fill(&file);
+//
+// Records pass by address between separately built components, so their layout is part of the
+// interface: the assertions below fix it for 32-bit x86. Strings are UTF-32 in fixed arrays and
+// end with a zero. Lengths are in the producer's unit (seconds from the decoder manager). Threads:
+// records are plain data and lock nothing.
 #pragma once
 
 #include "zel/mediainfo/StreamRecords.h"

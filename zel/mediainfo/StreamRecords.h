@@ -1,8 +1,13 @@
 // The records that describe elementary streams.
 //
-// They pass by address between separately built components, so their layout is part of the
-// interface; in 32-bit x86 it is pinned byte by byte below. Strings are zero-terminated UTF-32
-// inside fixed arrays.
+//   StreamInfo stream = {};
+//   stream.type = AV_STREAM_AUDIO;
+//   stream.id = 1 << 16 | 2;  // stream 2 of program 1
+//   stream.audioInfo = {48000, 2, 16, {}};
+//
+// Records pass by address between separately built components, so their layout is part of the
+// interface: the assertions below fix it for 32-bit x86. Strings are UTF-32 in fixed arrays and
+// end with a zero. Threads: records are plain data and lock nothing.
 #pragma once
 
 #include <cstddef>

@@ -1,8 +1,14 @@
-// The frame record that flows through a stream chain, and its enumerations.
+// The record of one frame of audio or video, as it flows through a chain of streams.
+//
+//   MEDIA_FRAME frame = {};
+//   frame.nStreamType = AV_STREAM_AUDIO;
+//   frame.nFrameType = FRAME_DATA_DECODED;
+//   frame.audio = {48000, 2, 16, bytes, 4096, 4096};
+//   frame.llPTS = frame.llDTS = 0;
 //
 // Records pass by address between separately built components, so their layout is part of the
-// interface; in 32-bit x86 it is pinned byte by byte below. All times are in units of 100 ns, -1
-// for unknown.
+// interface: the assertions below fix it for 32-bit x86. All times are in 100-ns units, -1 for
+// unknown. Threads: a record is plain data and locks nothing.
 #pragma once
 
 #include <cstddef>

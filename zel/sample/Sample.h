@@ -36,7 +36,7 @@ class ZEL_API IZelSample : public IUnknown {
   virtual AV_STREAM_TYPE GetStreamType() = 0;  ///< [alone]
   virtual std::int32_t GetStreamID() = 0;      ///< -1 when none was given. [alone]
   virtual std::int32_t IsKeyFrame() = 0;       ///< 0 or 1. [alone]
-  /// [alone] @return 0.
+  /// [alone] Sets what the sample is used for. @return 0.
   virtual HRESULT SetSampleType(SAMPLE_TYPE type) = 0;
   /// [alone] Bytes allocated for the frame's data; the valid ones may be fewer. This is the
   /// sample's own count. FrameAttach does not change it, and it stays when the frame takes on an
@@ -111,7 +111,7 @@ class ZEL_API CZelSample : public scombase::CUnknown, public IZelSample {
 
   /// [alone] A second sample kept beside this one, neither owned nor released; null at first.
   virtual CZelSample* GetCompareFrame();
-  /// [alone] @return 0.
+  /// [alone] Stores that sample, which may be null. @return 0.
   virtual HRESULT SetCompareFrame(CZelSample* sample);
   /// [alone] Copies `src`'s frame, with its data, and `src`'s stream id, sample type, key-frame
   /// flag and time stamps, but not its duration. Planes are copied as blocks: the rows of the
