@@ -14,7 +14,7 @@ demo_packages=(
   ffmpeg
 )
 test_packages=(
-  clang clang-format clang-tidy python3
+  clang clang-format clang-tidy python3 abigail-tools
   googletest libbenchmark-dev
   # Peers that the benchmarks measure against.
   libsamplerate0-dev libsoxr-dev libspeexdsp-dev libyuv-dev

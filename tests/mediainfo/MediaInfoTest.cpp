@@ -2,7 +2,7 @@
 #include <cstring>
 #include <vector>
 
-#include "tests/mediainfo/LeakCheck.h"
+#include "tests/support/LeakCheck.h"
 #include "zel/base/Ids.h"
 #include "zel/base/Ref.h"
 #include "zel/mediainfo/MediaInfo.h"
@@ -10,49 +10,46 @@
 
 namespace {
 
-using ListTest = LeakCheck;
 using MediaInfoTest = LeakCheck;
-using ProgramInfoTest = LeakCheck;
 using zel::Ref;
+using IdList = std::vector<std::uint32_t>;
+
+template <class T>
+Ref<T> Make() {
+  return Ref<T>::Share(new T);
+}
 
 unsigned char kExtraData[] = {7, 8, 9};
 
-StreamInfo MakeStream(int type, std::uint32_t id) {
-  StreamInfo s{};
-  s.type = type;
-  s.id = id;
-  s.channelIndex = -1;
-  s.extraData = kExtraData;
-  s.extraDataLength = 3;
-  return s;
-}
-
-/// Program records over arrays of their own.
+/// A program's record over arrays of its own. Video ids begin at 1, audio at 11, subpictures at 21.
 struct Program {
   std::vector<StreamInfo> video, audio, subPic;
   ProgramInfo record{};
 
-  Program(std::uint32_t id, int videos, int audios, int subPics) {
-    const auto fill = [id](std::vector<StreamInfo>& streams, int type, int count,
-                           std::uint32_t at) {
-      for (int i = 0; i < count; ++i) {
-        streams.push_back(MakeStream(type, id << 16 | (at + static_cast<std::uint32_t>(i))));
-      }
-    };
-    fill(video, 2, videos, 1);
-    fill(audio, 3, audios, 11);
-    fill(subPic, 4, subPics, 21);
-    record = {static_cast<int>(id) + 100,
-              id,
-              2.5,
-              64000,
-              videos,
-              audios,
-              video.data(),
-              audio.data(),
-              id << 16 | 1,
-              subPics,
-              subPic.data()};
+  Program(std::uint32_t id, int videos, int audios, int subPics)
+      : video(Streams(2, videos, id << 16 | 1)),
+        audio(Streams(3, audios, id << 16 | 11)),
+        subPic(Streams(4, subPics, id << 16 | 21)),
+        record{static_cast<int>(id) + 100,
+               id,
+               2.5,
+               64000,
+               videos,
+               audios,
+               video.data(),
+               audio.data(),
+               id << 16 | 1,
+               subPics,
+               subPic.data()} {}
+  static std::vector<StreamInfo> Streams(int type, int count, std::uint32_t id) {
+    StreamInfo s{};
+    s.type = type;
+    s.channelIndex = -1;
+    s.extraData = kExtraData;
+    s.extraDataLength = 3;
+    std::vector<StreamInfo> streams(static_cast<std::size_t>(count), s);
+    for (StreamInfo& stream : streams) stream.id = id++;
+    return streams;
   }
 };
 
@@ -64,36 +61,57 @@ struct File {
     for (const Program* program : list) programs.push_back(program->record);
     record.fourCC = 0x34706D2E;
     std::wcscpy(record.fileName, L"/a/\x4E2D.mp4");
-    std::wcscpy(record.description, L"a file");
+    std::wmemset(record.description, L'x', 128);  // Without a terminator.
     record.mediaLength = 12.25;
     record.bitrate = 128000;
     record.programCount = static_cast<int>(programs.size());
     record.programs = programs.data();
-    record.frameRateConstant = 0;
   }
 };
 
-/// Ids of a program's streams of one kind; nothing when it has no such list.
-std::vector<std::uint32_t> Ids(IProgramInfo& program,
-                               HRESULT (IProgramInfo::*get)(IStreamInfos**)) {
-  std::vector<std::uint32_t> ids;
-  Ref<IStreamInfos> list;
-  if ((program.*get)(list.Receive()) != S_OK) return ids;
-  for (int i = 0; i < list->GetCount(); ++i) {
-    Ref<IStreamInfo> item;
+/// The ids of a list's items; none without a list.
+template <class Item, class List>
+IdList Ids(const Ref<List>& list) {
+  IdList ids;
+  for (int i = 0; list && i < list->GetCount(); ++i) {
+    Ref<Item> item;
     EXPECT_EQ(list->GetItem(i, item.Receive()), S_OK);
     ids.push_back(item->GetID());
   }
   return ids;
 }
 
-using IdList = std::vector<std::uint32_t>;
-constexpr auto kVideos = &IProgramInfo::GetVideoStreamInfos;
-constexpr auto kAudios = &IProgramInfo::GetAudioStreamInfos;
-constexpr auto kSubPics = &IProgramInfo::GetSubPicStreamInfos;
+constexpr HRESULT (IProgramInfo::*kLists[])(IStreamInfos**) = {&IProgramInfo::GetVideoStreamInfos,
+                                                               &IProgramInfo::GetAudioStreamInfos,
+                                                               &IProgramInfo::GetSubPicStreamInfos};
 
-TEST_F(ListTest, HoldsOneReferencePerItem) {
-  auto list = Ref<CStreamInfos>::Share(new CStreamInfos);
+/// The ids of a program's video, audio and subpicture streams.
+std::vector<IdList> Ids(IProgramInfo& program) {
+  std::vector<IdList> lists;
+  for (const auto get : kLists) {
+    Ref<IStreamInfos> list;
+    (program.*get)(list.Receive());
+    lists.push_back(Ids<IStreamInfo>(list));
+  }
+  return lists;
+}
+
+/// The ids of a file's programs.
+IdList Ids(CMediaInfo& info) {
+  Ref<IProgramInfos> programs;
+  info.GetIPrograms(programs.Receive());
+  return Ids<IProgramInfo>(programs);
+}
+
+/// What a program answers of itself.
+std::vector<double> Ask(IProgramInfo& p) {
+  return {static_cast<double>(p.GetNumber()), static_cast<double>(p.GetID()), p.GetMediaLength(),
+          static_cast<double>(p.GetBitrate()),
+          static_cast<double>(p.GetTimeStampReferenceStreamID())};
+}
+
+TEST_F(MediaInfoTest, ListsHoldOneReferencePerItem) {
+  const auto list = Make<CStreamInfos>();
   EXPECT_EQ(list->GetCount(), 0);
   EXPECT_EQ(list->Clear(), S_OK);
   CStreamInfo* items[3];
@@ -103,13 +121,13 @@ TEST_F(ListTest, HoldsOneReferencePerItem) {
     EXPECT_EQ(items[i]->GetRefCount(), 1);
   }
   EXPECT_EQ(list->Add(nullptr), -1);
-  IStreamInfo* item = nullptr;
-  ASSERT_EQ(list->GetItem(1, &item), S_OK);
-  EXPECT_EQ(item, static_cast<IStreamInfo*>(items[1]));
+  Ref<IStreamInfo> item;
+  ASSERT_EQ(list->GetItem(1, item.Receive()), S_OK);
+  EXPECT_EQ(item.get(), static_cast<IStreamInfo*>(items[1]));
   EXPECT_EQ(items[1]->GetRefCount(), 2);
   EXPECT_EQ(list->GetItem(0, nullptr), E_POINTER);
   for (const int index : {-1, 3, INT_MIN, INT_MAX}) {
-    IStreamInfo* none = item;
+    IStreamInfo* none = item.get();
     EXPECT_EQ(list->GetItem(index, &none), E_POINTER);
     EXPECT_EQ(none, nullptr);
   }
@@ -117,146 +135,135 @@ TEST_F(ListTest, HoldsOneReferencePerItem) {
   EXPECT_EQ(list->GetCount(), 0);
   EXPECT_EQ(items[1]->GetRefCount(), 1);
   EXPECT_EQ(list->Add(items[1]), 0);
-  EXPECT_EQ(item->Release(), 1U);
 }
 
-template <class List>
-void ExpectFace(const _GUID& own, const _GUID& ofItem) {
-  auto list = Ref<List>::Share(new List);
-  void* face = nullptr;
-  ASSERT_EQ(list->QueryInterface(own, &face), S_OK);
-  EXPECT_EQ(static_cast<IUnknown*>(face)->Release(), 1U);
-  ASSERT_EQ(list->QueryInterface(IID_IUnknown, &face), S_OK);
-  EXPECT_EQ(static_cast<IUnknown*>(face)->Release(), 1U);
-  EXPECT_EQ(list->QueryInterface(ofItem, &face), E_NOINTERFACE);
-  EXPECT_EQ(face, nullptr);
-  EXPECT_EQ(list->QueryInterface(own, nullptr), E_POINTER);
-}
-
-TEST_F(ListTest, ExposesItsOwnInterfaceAlone) {
-  ExpectFace<CStreamInfos>(IID_IStreamInfos, IID_IStreamInfo);
-  ExpectFace<CProgramInfos>(IID_IProgramInfos, IID_IProgramInfo);
-  ExpectFace<CSubPicStreamInfos>(IID_ISubPicStreamInfos, IID_ISubPicStreamInfo);
-}
-
-TEST_F(ListTest, AppendsCopiesOfRecords) {
-  auto streams = Ref<CStreamInfos>::Share(new CStreamInfos);
-  const StreamInfo record = MakeStream(2, 5);
+TEST_F(MediaInfoTest, ListsAppendCopiesOfRecords) {
+  const auto streams = Make<CStreamInfos>();
+  const auto subPics = Make<CSubPicStreamInfos>();
+  const StreamInfo record = Program::Streams(2, 1, 5)[0];
+  SubPicStreamInfo subPic{};
+  subPic.id = 8;
   EXPECT_EQ(streams->AddByStreamInfo(nullptr), E_POINTER);
-  EXPECT_EQ(streams->AddByStreamInfo(&record), S_OK);
+  EXPECT_EQ(subPics->AddBySubPicStreamInfo(nullptr), E_POINTER);
+  EXPECT_EQ(subPics->AddBySubPicStreamInfo(&subPic), S_OK);
   StreamInfo* fresh = streams->AddNewStream();
   EXPECT_EQ(fresh->id, 0xFFFFFFFF);
   fresh->id = 6;
-  ASSERT_EQ(streams->GetCount(), 2);
-  Ref<IStreamInfo> item;
-  streams->GetItem(1, item.Receive());
-  EXPECT_EQ(item->GetID(), 6U);
-
-  auto subPics = Ref<CSubPicStreamInfos>::Share(new CSubPicStreamInfos);
-  SubPicStreamInfo subPic{};
-  subPic.id = 8;
-  EXPECT_EQ(subPics->AddBySubPicStreamInfo(nullptr), E_POINTER);
-  EXPECT_EQ(subPics->AddBySubPicStreamInfo(&subPic), S_OK);
-  Ref<ISubPicStreamInfo> subPicItem;
-  ASSERT_EQ(subPics->GetItem(0, subPicItem.Receive()), S_OK);
-  EXPECT_EQ(subPicItem->GetID(), 8U);
-  EXPECT_EQ(subPicItem->AddRef(), 3U);
-  EXPECT_EQ(subPicItem->Release(), 2U);
-
-  for (int i = 0; i < 20; ++i) {
-    const int before = streams->GetCount();
-    FailEachAllocation([&] { return streams->AddByStreamInfo(&record) == S_OK; },
-                       [&] { EXPECT_EQ(streams->GetCount(), before); });
-    EXPECT_EQ(streams->GetCount(), before + 1);
+  for (int count = 1; count < 20; ++count) {
+    EXPECT_GE(FailEachAllocation([&] { return streams->AddByStreamInfo(&record) == S_OK; },
+                                 [&] { EXPECT_EQ(streams->GetCount(), count); }),
+              4);
+    EXPECT_EQ(streams->GetCount(), count + 1);
   }
+  Ref<IStreamInfo> first, second;
+  streams->GetItem(0, first.Receive());
+  streams->GetItem(1, second.Receive());
+  EXPECT_EQ(first->GetID(), 6U);
+  EXPECT_EQ(second->GetID(), 5U);
+  Ref<ISubPicStreamInfo> item;
+  ASSERT_EQ(subPics->GetItem(0, item.Receive()), S_OK);
+  EXPECT_EQ(item->GetID(), 8U);
 }
 
-TEST_F(ProgramInfoTest, IsEmptyWithoutARecord) {
-  auto program = Ref<CProgramInfo>::Share(new CProgramInfo);
-  EXPECT_EQ(program->GetNumber(), 0);
-  EXPECT_EQ(program->GetID(), 0U);
-  EXPECT_EQ(program->GetMediaLength(), 0.0);
-  EXPECT_EQ(program->GetBitrate(), 0U);
-  EXPECT_EQ(program->GetTimeStampReferenceStreamID(), 0U);
-  for (const auto get : {kVideos, kAudios, kSubPics}) {
+/// `C` hands out the faces with these ids, and IUnknown, but not the one of `other`.
+template <class C>
+void ExpectFaces(const std::vector<std::pair<_GUID, void* (*)(C*)>>& faces, const _GUID& other) {
+  const auto object = Make<C>();
+  for (const auto& [id, face] : faces) {
+    Ref<IUnknown> found;
+    ASSERT_EQ(object->QueryInterface(id, found.ReceiveVoid()), S_OK);
+    EXPECT_EQ(static_cast<void*>(found.get()), face(object.get()));
+    EXPECT_EQ(object->GetRefCount(), 2);
+  }
+  EXPECT_EQ(object->GetRefCount(), 1);
+  void* none = object.get();
+  EXPECT_EQ(object->QueryInterface(other, &none), E_NOINTERFACE);
+  EXPECT_EQ(none, nullptr);
+  EXPECT_EQ(object->QueryInterface(faces[0].first, nullptr), E_POINTER);
+}
+template <class C, class I>
+void* Face(C* object) {
+  return static_cast<I*>(object);
+}
+
+TEST_F(MediaInfoTest, ObjectsExposeTheirOwnInterfacesAlone) {
+  using Root = scombase::INonDelegatingUnknown;
+  ExpectFaces<CStreamInfos>({{IID_IStreamInfos, Face<CStreamInfos, IStreamInfos>},
+                             {IID_IUnknown, Face<CStreamInfos, Root>}},
+                            IID_IStreamInfo);
+  ExpectFaces<CProgramInfos>({{IID_IProgramInfos, Face<CProgramInfos, IProgramInfos>}},
+                             IID_IProgramInfo);
+  ExpectFaces<CSubPicStreamInfos>(
+      {{IID_ISubPicStreamInfos, Face<CSubPicStreamInfos, ISubPicStreamInfos>}},
+      IID_ISubPicStreamInfo);
+  ExpectFaces<CProgramInfo>({{IID_IProgramInfo, Face<CProgramInfo, IProgramInfo>}},
+                            IID_IProgramInfos);
+  ExpectFaces<CMediaInfo>({{IID_IMediaInfo, Face<CMediaInfo, IMediaInfo>},
+                           {IID_IMediaSetting, Face<CMediaInfo, IMediaSetting>},
+                           {IID_IMediaSettingInternal, Face<CMediaInfo, IMediaSettingInternal>},
+                           {IID_IUnknown, Face<CMediaInfo, Root>}},
+                          IID_IProgramInfos);
+}
+
+TEST_F(MediaInfoTest, ProgramsReplaceRecordAndListsTogether) {
+  const Program first(1, 2, 0, 1), second(2, 0, 1, 0);
+  const auto program = Make<CProgramInfo>();
+  const std::vector<IdList> none(3);
+  EXPECT_EQ(Ask(*program), std::vector<double>(5));
+  for (const auto get : kLists) {
     auto* out = reinterpret_cast<IStreamInfos*>(8);
     EXPECT_EQ((program.get()->*get)(&out), E_FAIL);
     EXPECT_EQ(out, nullptr);
     EXPECT_EQ((program.get()->*get)(nullptr), E_POINTER);
   }
-  void* face = nullptr;
-  ASSERT_EQ(program->QueryInterface(IID_IProgramInfo, &face), S_OK);
-  EXPECT_EQ(face, static_cast<IProgramInfo*>(program.get()));
-  EXPECT_EQ(program->Release(), 1U);
-  EXPECT_EQ(program->QueryInterface(IID_IProgramInfos, &face), E_NOINTERFACE);
-}
-
-TEST_F(ProgramInfoTest, ReplacesRecordAndListsTogether) {
-  const Program first(1, 2, 0, 1), second(2, 0, 1, 0);
-  auto program = Ref<CProgramInfo>::Share(new CProgramInfo);
   EXPECT_EQ(program->SetProgramInfo(&first.record), S_OK);
-  EXPECT_EQ(program->GetNumber(), 101);
-  EXPECT_EQ(program->GetID(), 1U);
-  EXPECT_EQ(program->GetMediaLength(), 2.5);
-  EXPECT_EQ(program->GetBitrate(), 64000U);
-  EXPECT_EQ(program->GetTimeStampReferenceStreamID(), 0x10001U);
-  EXPECT_EQ(Ids(*program.get(), kVideos), (IdList{0x10001, 0x10002}));
-  EXPECT_EQ(Ids(*program.get(), kAudios), IdList{});
-  EXPECT_EQ(Ids(*program.get(), kSubPics), IdList{0x10015});
+  EXPECT_EQ(Ask(*program), (std::vector<double>{101, 1, 2.5, 64000, 0x10001}));
+  EXPECT_EQ(Ids(*program), (std::vector<IdList>{{0x10001, 0x10002}, {}, {0x10015}}));
   Ref<IStreamInfos> old;
   ASSERT_EQ(program->GetVideoStreamInfos(old.Receive()), S_OK);
-
   EXPECT_EQ(program->SetProgramInfo(&second.record), S_OK);
-  EXPECT_EQ(Ids(*program.get(), kVideos), IdList{});
-  EXPECT_EQ(Ids(*program.get(), kAudios), IdList{0x2000B});
-  EXPECT_EQ(Ids(*program.get(), kSubPics), IdList{});
-  EXPECT_EQ(old->GetCount(), 2);
   EXPECT_EQ(program->SetProgramInfo(nullptr), E_POINTER);
   EXPECT_EQ(program->GetID(), 2U);
+  EXPECT_EQ(Ids(*program), (std::vector<IdList>{{}, {0x2000B}, {}}));
+  EXPECT_EQ(old->GetCount(), 2);
 
   ProgramInfo hostile = first.record;
   hostile.videoStreamCount = -3;
   hostile.subPicStreams = nullptr;
   EXPECT_EQ(program->SetProgramInfo(&hostile), S_OK);
-  for (const auto get : {kVideos, kAudios, kSubPics}) {
-    EXPECT_EQ(Ids(*program.get(), get), IdList{});
-  }
-}
+  EXPECT_EQ(Ids(*program), none);
 
-TEST_F(ProgramInfoTest, AddsStreamsOnRequest) {
-  auto program = Ref<CProgramInfo>::Share(new CProgramInfo);
-  StreamInfo* first = program->AddStream(AV_STREAM_VIDEO);
-  StreamInfo* second = program->AddStream(AV_STREAM_VIDEO);
-  ASSERT_NE(first, second);
-  EXPECT_EQ(first->id, 0xFFFFFFFF);
-  first->id = 1;
-  second->id = 2;
-  program->AddStream(AV_STREAM_AUDIO)->id = 3;
+  // Streams on request; the record stays.
+  StreamInfo* records[] = {program->AddStream(AV_STREAM_VIDEO), program->AddStream(AV_STREAM_VIDEO),
+                           program->AddStream(AV_STREAM_AUDIO)};
+  EXPECT_EQ(records[0]->id, 0xFFFFFFFF);
+  for (std::uint32_t i = 0; i < 3; ++i) records[i]->id = i;
   EXPECT_EQ(program->AddStream(static_cast<AV_STREAM_TYPE>(4)), nullptr);
-  EXPECT_EQ(Ids(*program.get(), kVideos), (IdList{1, 2}));
-  EXPECT_EQ(Ids(*program.get(), kAudios), IdList{3});
-  EXPECT_EQ(program->GetID(), 0U);
-  auto other = Ref<CProgramInfo>::Share(new CProgramInfo);
+  EXPECT_EQ(Ids(*program), (std::vector<IdList>{{0, 1}, {2}, {}}));
+  EXPECT_EQ(program->GetID(), 1U);
+  const auto other = Make<CProgramInfo>();
   EXPECT_GE(FailEachAllocation([&] { return other->AddStream(AV_STREAM_AUDIO) != nullptr; },
-                               [&] { EXPECT_EQ(Ids(*other.get(), kAudios), IdList{}); }),
+                               [&] { EXPECT_EQ(Ids(*other), none); }),
             2);
 }
 
-TEST_F(ProgramInfoTest, RecordsAreClonedDeeply) {
+TEST_F(MediaInfoTest, RecordsAreClonedDeeply) {
   Program program(1, 2, 1, 1);
   program.audio[0].extraData = nullptr;  // A length without data.
-  ProgramInfo* copy = CloneProgramInfo(&program.record);
-  ASSERT_NE(copy, nullptr);
-  EXPECT_EQ(copy->id, 1U);
-  ASSERT_EQ(copy->videoStreamCount, 2);
-  ASSERT_EQ(copy->audioStreamCount, 1);
-  ASSERT_EQ(copy->subPicStreamCount, 1);
+  ProgramInfo* copy = nullptr;
+  const long live = LiveAllocations();
+  EXPECT_EQ(
+      FailEachAllocation([&] { return (copy = CloneProgramInfo(&program.record)) != nullptr; },
+                         [&] { EXPECT_EQ(LiveAllocations(), live); }),
+      7);  // The record, three arrays, three blocks of extra data.
+  EXPECT_EQ((IdList{copy->id, copy->videoStreams[1].id, copy->audioStreams[0].extraDataLength}),
+            (IdList{1, 0x10002, 0}));
+  EXPECT_EQ((std::vector{copy->videoStreamCount, copy->audioStreamCount, copy->subPicStreamCount}),
+            (std::vector{2, 1, 1}));
   EXPECT_NE(copy->videoStreams, program.record.videoStreams);
-  EXPECT_EQ(copy->videoStreams[1].id, 0x10002U);
   EXPECT_NE(copy->subPicStreams[0].extraData, kExtraData);
   EXPECT_EQ(std::memcmp(copy->subPicStreams[0].extraData, kExtraData, 3), 0);
   EXPECT_EQ(copy->audioStreams[0].extraData, nullptr);
-  EXPECT_EQ(copy->audioStreams[0].extraDataLength, 0U);
   FreeProgramInfo(copy);
 
   EXPECT_EQ(CloneProgramInfo(nullptr), nullptr);
@@ -270,97 +277,62 @@ TEST_F(ProgramInfoTest, RecordsAreClonedDeeply) {
   EXPECT_EQ(copy->videoStreamCount, 0);
   EXPECT_EQ(copy->audioStreams, nullptr);
   FreeProgramInfo(copy);
-
-  copy = nullptr;
-  const long live = LiveAllocations();
-  const int failures =
-      FailEachAllocation([&] { return (copy = CloneProgramInfo(&program.record)) != nullptr; },
-                         [&] { EXPECT_EQ(LiveAllocations(), live); });
-  EXPECT_EQ(failures, 7);  // The record, three arrays, three blocks of extra data.
-  FreeProgramInfo(copy);
 }
 
-TEST_F(MediaInfoTest, IsEmptyWhenNew) {
+TEST_F(MediaInfoTest, TakesWhatItIsFilledWith) {
+  const Program first(1, 1, 1, 0), second(2, 0, 2, 1), third(3, 0, 0, 0);
+  const File file{&first, &second, &third};
   long result = 17;
-  auto* object = new CMediaInfo(nullptr, &result);
-  const auto info = Ref<CMediaInfo>::Share(object);
+  const auto info = Ref<CMediaInfo>::Share(new CMediaInfo(nullptr, &result));
   EXPECT_EQ(result, 17);
-  EXPECT_EQ(info->GetOjectReference(), 1);
   auto* out = reinterpret_cast<IProgramInfos*>(8);
   EXPECT_EQ(info->GetIPrograms(&out), S_FALSE);
   EXPECT_EQ(out, reinterpret_cast<IProgramInfos*>(8));
+  EXPECT_EQ(info->GetIPrograms(nullptr), E_POINTER);
+  EXPECT_EQ(info->GetOjectReference(), 1);
   EXPECT_EQ(info->GetSelectStreamNumber(0xFFFFFFFF), 0);
   EXPECT_EQ(info->SelectStream(0x10001, 0, 0), S_FALSE);
   EXPECT_EQ(info->UpdateAllStream(1), S_FALSE);
   EXPECT_EQ(info->FindStream(0), nullptr);
   EXPECT_EQ(info->GetStreamInfoObject(0), nullptr);
-  EXPECT_EQ(info->GetTrimSegmentNumber(), 0U);
-  EXPECT_EQ(info->IsFrameRateConstant(), 1);
-  EXPECT_EQ(info->GetSeekCapacity(), 0);
-  EXPECT_EQ(info->GetFourCC(), 0U);
   wchar_t* text = nullptr;
-  EXPECT_EQ(info->GetFileName(&text), S_OK);
-  EXPECT_EQ(Take(text), L"");
-  EXPECT_EQ(info->GetFileName(nullptr), E_POINTER);
-  EXPECT_EQ(info->GetDescription(nullptr), E_POINTER);
-  EXPECT_EQ(info->GetIPrograms(nullptr), E_POINTER);
-  wchar_t identifier[] = L"x";
-  EXPECT_EQ(info->SetStreamIdentifier(1, identifier), E_ZEL_NOTIMPL);
+  EXPECT_EQ(info->SetStreamIdentifier(1, text), E_ZEL_NOTIMPL);
   EXPECT_EQ(info->GetStreamIndentifier(1, &text), E_ZEL_NOTIMPL);
   EXPECT_EQ(info->UpdateTrimSetting(nullptr), E_ZEL_NOTIMPL);
 
-  const std::pair<const _GUID&, void*> faces[] = {
-      {IID_IMediaInfo, static_cast<IMediaInfo*>(object)},
-      {IID_IMediaSetting, static_cast<IMediaSetting*>(object)},
-      {IID_IMediaSettingInternal, static_cast<IMediaSettingInternal*>(object)},
-      {IID_IUnknown, static_cast<scombase::INonDelegatingUnknown*>(object)}};
-  for (const auto& [id, face] : faces) {
-    void* found = nullptr;
-    ASSERT_EQ(info->QueryInterface(id, &found), S_OK);
-    EXPECT_EQ(found, face);
-    EXPECT_EQ(info->GetOjectReference(), 2);
-    EXPECT_EQ(static_cast<IUnknown*>(found)->Release(), 1U);
-  }
-  void* none = object;
-  EXPECT_EQ(info->QueryInterface(IID_IProgramInfos, &none), E_NOINTERFACE);
-  EXPECT_EQ(none, nullptr);
-}
-
-TEST_F(MediaInfoTest, TakesWhatItIsFilledWith) {
-  const Program first(1, 1, 1, 0), second(2, 0, 2, 1), third(3, 0, 0, 0);
-  File file{&first, &second, &third};
-  std::wmemset(file.record.description, L'x', 128);  // Without a terminator.
-  auto info = Ref<CMediaInfo>::Share(new CMediaInfo);
+  const auto figures = [&] {
+    return std::vector<double>{static_cast<double>(info->GetFourCC()),
+                               info->GetMediaLength(),
+                               static_cast<double>(info->GetBitrate()),
+                               static_cast<double>(info->IsFrameRateConstant()),
+                               static_cast<double>(info->GetSeekCapacity()),
+                               static_cast<double>(info->GetTrimSegmentNumber())};
+  };
+  const auto expectTexts = [&](const std::wstring& name, const std::wstring& description) {
+    EXPECT_EQ(info->GetFileName(&text), S_OK);
+    EXPECT_EQ(Take(text), name);
+    EXPECT_EQ(info->GetDescription(&text), S_OK);
+    EXPECT_EQ(Take(text), description);
+    EXPECT_EQ(info->GetFileName(nullptr), E_POINTER);
+    EXPECT_EQ(info->GetDescription(nullptr), E_POINTER);
+  };
+  EXPECT_EQ(figures(), (std::vector<double>{0, 0, 0, 1, 0, 0}));
+  expectTexts(L"", L"");
   info->AddTrimSegment({}, 0, 0);
   EXPECT_EQ(info->Fill(&file.record), S_OK);
-  EXPECT_EQ(info->GetFourCC(), 0x34706D2EU);
-  EXPECT_EQ(info->GetMediaLength(), 12.25);
-  EXPECT_EQ(info->GetBitrate(), 128000U);
-  EXPECT_EQ(info->IsFrameRateConstant(), 0);
-  EXPECT_EQ(info->GetSeekCapacity(), 1);
-  EXPECT_EQ(info->GetTrimSegmentNumber(), 0U);
-  wchar_t* text = nullptr;
-  EXPECT_EQ(info->GetFileName(&text), S_OK);
-  EXPECT_EQ(Take(text), L"/a/\x4E2D.mp4");
-  EXPECT_EQ(info->GetDescription(&text), S_OK);
-  EXPECT_EQ(Take(text), std::wstring(128, L'x'));
+  EXPECT_EQ(figures(), (std::vector<double>{0x34706D2E, 12.25, 128000, 0, 1, 0}));
+  expectTexts(L"/a/\x4E2D.mp4", std::wstring(128, L'x'));
+  EXPECT_EQ(Ids(*info), (IdList{1, 2, 3}));
 
   Ref<IProgramInfos> programs;
-  ASSERT_EQ(info->GetIPrograms(programs.Receive()), S_OK);
-  ASSERT_EQ(programs->GetCount(), 3);
-  for (unsigned i = 0; i < 3; ++i) {
-    Ref<IProgramInfo> program;
-    ASSERT_EQ(programs->GetItem(static_cast<int>(i), program.Receive()), S_OK);
-    EXPECT_EQ(program->GetID(), i + 1);
-  }
-  EXPECT_EQ(info->Fill(nullptr), E_POINTER);
+  info->GetIPrograms(programs.Receive());
   MEDIA_FILE_INFO hostile = file.record;
   hostile.programs = nullptr;
+  EXPECT_EQ(info->Fill(nullptr), E_POINTER);
   EXPECT_EQ(info->Fill(&hostile), E_POINTER);
-  EXPECT_EQ(info->GetFourCC(), 0x34706D2EU);
   const auto unchanged = [&] {
     Ref<IProgramInfos> now;
-    EXPECT_EQ(info->GetIPrograms(now.Receive()), S_OK);
+    info->GetIPrograms(now.Receive());
     EXPECT_EQ(now.get(), programs.get());
   };
   unchanged();
@@ -369,19 +341,10 @@ TEST_F(MediaInfoTest, TakesWhatItIsFilledWith) {
 
   hostile.programCount = -1;
   EXPECT_EQ(info->Fill(&hostile), S_OK);
-  programs = Ref<IProgramInfos>();
-  ASSERT_EQ(info->GetIPrograms(programs.Receive()), S_OK);
-  EXPECT_EQ(programs->GetCount(), 0);
+  EXPECT_EQ(Ids(*info), IdList{});
   EXPECT_EQ(info->UpdateAllStream(1), S_OK);
-
-  info->Fill(&file.record);
   EXPECT_EQ(info->AddProgram(), S_OK);
-  programs = Ref<IProgramInfos>();
-  info->GetIPrograms(programs.Receive());
-  ASSERT_EQ(programs->GetCount(), 1);
-  Ref<IProgramInfo> program;
-  programs->GetItem(0, program.Receive());
-  EXPECT_EQ(program->GetID(), 0U);
+  EXPECT_EQ(Ids(*info), IdList{0});
 }
 
 TEST_F(MediaInfoTest, FindsStreamsByTwoRules) {
@@ -390,14 +353,13 @@ TEST_F(MediaInfoTest, FindsStreamsByTwoRules) {
   Program far(0x101, 1, 0, 0);
   far.video[0].id = 0x00050030;
   const File file{&far, &one, &twin};
-  auto info = Ref<CMediaInfo>::Share(new CMediaInfo);
+  const auto info = Make<CMediaInfo>();
   ASSERT_EQ(info->Fill(&file.record), S_OK);
   struct Case {
     unsigned long id;
-    std::uint32_t record;  ///< Id of the record that FindStream returns; 0: none.
-    std::uint32_t object;  ///< Id of the object that GetStreamInfoObject returns; 0: none.
+    std::uint32_t record, object;  ///< Ids of what FindStream and GetStreamInfoObject find; or 0.
   };
-  for (const Case& c : {
+  for (const auto& [id, record, object] : {
            Case{0x00010001, 0x00010001, 0x00010001},  // Video.
            Case{0x0001000B, 0x0001000B, 0x0001000B},  // Audio; the first program's one of two.
            Case{0x00010015, 0x00010015, 0x00010015},  // Subpictures.
@@ -408,46 +370,38 @@ TEST_F(MediaInfoTest, FindsStreamsByTwoRules) {
            Case{0x01050030, 0, 0x00050030},
            Case{0, 0, 0},
        }) {
-    const StreamInfo* record = info->FindStream(c.id);
-    EXPECT_EQ(record != nullptr ? record->id : 0, c.record) << c.id;
-    CStreamInfo* object = info->GetStreamInfoObject(c.id);
-    EXPECT_EQ(object != nullptr ? object->GetID() : 0, c.object) << c.id;
-    if (object != nullptr) {
-      EXPECT_EQ(object->GetRefCount(), 1);
-    }
+    const StreamInfo* foundRecord = info->FindStream(id);
+    EXPECT_EQ(foundRecord != nullptr ? foundRecord->id : 0, record) << id;
+    CStreamInfo* found = info->GetStreamInfoObject(id);
+    EXPECT_EQ(found != nullptr ? found->GetID() : 0, object) << id;
+    EXPECT_EQ(found != nullptr ? found->GetRefCount() : 1, 1);
   }
 }
 
 TEST_F(MediaInfoTest, KeepsChoicesInTheStreams) {
   const Program first(1, 1, 1, 1), second(2, 0, 2, 0);
   const File file{&first, &second};
-  auto info = Ref<CMediaInfo>::Share(new CMediaInfo);
+  const auto info = Make<CMediaInfo>();
   ASSERT_EQ(info->Fill(&file.record), S_OK);
-  IMediaSetting& setting = *info.get();
-  constexpr unsigned long kAudio = 0x1000B, kSubPic = 0x10015, kOther = 0x2000C;
-  unsigned int lossless = 44;
-  unsigned long channel = 55;
-  EXPECT_EQ(setting.IsStreamSelected(0x30001, &lossless, &channel), 0);
-  EXPECT_EQ(lossless, 44U);
-  EXPECT_EQ(channel, 55U);
-  EXPECT_EQ(setting.IsStreamSelected(kAudio, &lossless, &channel), 0);
-  EXPECT_EQ(lossless, 0U);
-  EXPECT_EQ(channel, static_cast<unsigned long>(-1));
-
+  constexpr unsigned long kAudio = 0x1000B, kSubPic = 0x10015, kOther = 0x2000C, kNone = 0x30001;
+  IMediaSetting& setting = *info;
+  const auto choices = [&](unsigned long id) {
+    unsigned int lossless = 44;
+    unsigned long channel = 55;
+    const std::int32_t selected = setting.IsStreamSelected(id, &lossless, &channel);
+    return std::vector<long>{selected, static_cast<long>(lossless), static_cast<long>(channel)};
+  };
+  using Choices = std::vector<long>;
+  EXPECT_EQ(choices(kNone), (Choices{0, 44, 55}));
+  EXPECT_EQ(choices(kAudio), (Choices{0, 0, -1}));
   EXPECT_EQ(setting.SelectStream(kAudio, 1, 3), S_OK);
-  EXPECT_EQ(setting.IsStreamSelected(kAudio, &lossless, &channel), 1);
-  EXPECT_EQ(lossless, 1U);
-  EXPECT_EQ(channel, 3U);
+  EXPECT_EQ(choices(kAudio), (Choices{1, 1, 3}));
   EXPECT_EQ(setting.IsStreamSelected(kAudio, nullptr, nullptr), 1);
   EXPECT_EQ(setting.ClearSelectStream(kAudio), S_OK);
-  EXPECT_EQ(setting.IsStreamSelected(kAudio, &lossless, &channel), 0);
-  EXPECT_EQ(lossless, 1U) << "clearing leaves the other choices";
-  EXPECT_EQ(channel, 3U);
+  EXPECT_EQ(choices(kAudio), (Choices{0, 1, 3})) << "clearing leaves the other choices";
   EXPECT_EQ(setting.UpdateStreamSetting(kAudio, 7), S_OK);
-  EXPECT_EQ(setting.IsStreamSelected(kAudio, &lossless, &channel), 1) << "updating selects";
-  EXPECT_EQ(lossless, 7U);
-  EXPECT_EQ(channel, 3U);
-  for (const unsigned long unknown : {0x20015UL, 0x30001UL}) {
+  EXPECT_EQ(choices(kAudio), (Choices{1, 7, 3})) << "updating selects";
+  for (const unsigned long unknown : {0x20015UL, kNone}) {
     EXPECT_EQ(setting.SelectStream(unknown, 0, 0), S_FALSE);
     EXPECT_EQ(setting.UpdateStreamSetting(unknown, 0), S_FALSE);
     EXPECT_EQ(setting.ClearSelectStream(unknown), S_FALSE);
@@ -455,33 +409,32 @@ TEST_F(MediaInfoTest, KeepsChoicesInTheStreams) {
 
   EXPECT_EQ(setting.SelectStream(kSubPic, 5, 0), S_OK);
   EXPECT_EQ(setting.SelectStream(kOther, 5, 0), S_OK);
-  IMediaSettingInternal& internal = *info.get();
   const std::pair<unsigned long, int> counts[] = {
       {0, 0}, {1, 1}, {2, 1}, {3, 0}, {0xFFFFFFFE, 0}, {0xFFFFFFFF, 2}, {ULONG_MAX, 2}};
   for (const auto& [number, count] : counts) {
-    EXPECT_EQ(internal.GetSelectStreamNumber(number), count) << number;
+    EXPECT_EQ(info->GetSelectStreamNumber(number), count) << number;
   }
-  EXPECT_EQ(internal.UpdateAllStream(9), S_OK);
-  EXPECT_EQ(info->FindStream(kAudio)->losslessProcess, 9);
-  EXPECT_EQ(info->FindStream(kOther)->losslessProcess, 9);
-  EXPECT_EQ(info->FindStream(kSubPic)->losslessProcess, 5) << "subpictures are left out";
-  EXPECT_EQ(info->FindStream(0x10001)->losslessProcess, 0) << "not selected";
+  EXPECT_EQ(info->UpdateAllStream(9), S_OK);
+  EXPECT_EQ(choices(kAudio)[1], 9);
+  EXPECT_EQ(choices(kOther)[1], 9);
+  EXPECT_EQ(choices(kSubPic)[1], 5) << "subpictures are left out";
+  EXPECT_EQ(choices(0x10001)[1], 0) << "not selected";
   EXPECT_EQ(info->GetStreamInfoObject(kAudio)->IsLosslessProcess(), 9);
 
   unsigned long length = 66;
-  EXPECT_EQ(setting.GetExtraData(0x30001, &length), nullptr);
-  EXPECT_EQ(setting.GetExtraData(kAudio, nullptr), nullptr);
   StreamInfo* audio = info->FindStream(kAudio);
   audio->extraDataLength = 0;
+  EXPECT_EQ(setting.GetExtraData(kNone, &length), nullptr);
+  EXPECT_EQ(setting.GetExtraData(kAudio, nullptr), nullptr);
   EXPECT_EQ(setting.GetExtraData(kAudio, &length), nullptr);
   EXPECT_EQ(length, 66U);
-  audio->extraDataLength = 3;
+  audio->extraDataLength = 1;
   EXPECT_EQ(setting.GetExtraData(kAudio, &length), audio->extraData);
-  EXPECT_EQ(length, 3U);
+  EXPECT_EQ(length, 1U);
 }
 
 TEST_F(MediaInfoTest, KeepsTrimSegmentsInOrder) {
-  auto info = Ref<CMediaInfo>::Share(new CMediaInfo);
+  const auto info = Make<CMediaInfo>();
   const STrimSegment first{{1, -2, INT64_MAX, 4}}, second{{5, 6, 7, INT64_MIN}}, none{};
   const auto equal = [](const STrimSegment& a, const STrimSegment& b) {
     return std::memcmp(&a, &b, sizeof(a)) == 0;
@@ -500,6 +453,7 @@ TEST_F(MediaInfoTest, KeepsTrimSegmentsInOrder) {
   EXPECT_TRUE(equal(info->GetTrimSegment(ULONG_MAX), none));
   EXPECT_EQ(info->RemoveAllTrimSegments(), S_OK);
   EXPECT_EQ(info->GetTrimSegmentNumber(), 0U);
+  info->AddTrimSegment(first, 0, 0);  // Freed with the object.
 }
 
 }  // namespace

@@ -1,3 +1,4 @@
+// Tests whose memory is counted: leaks, and each allocation failing in turn.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -12,11 +13,14 @@
 /// Every test ends with as many live allocations as it began with.
 class LeakCheck : public testing::Test {
  protected:
-  void SetUp() override { m_live = LiveAllocations(); }
-  void TearDown() override { EXPECT_EQ(LiveAllocations(), m_live); }
+  void SetUp() override {
+    { SCOPED_TRACE("The first one makes room for all."); }
+    live_ = LiveAllocations();
+  }
+  void TearDown() override { EXPECT_EQ(LiveAllocations(), live_); }
 
  private:
-  long m_live = 0;
+  long live_ = 0;
 };
 
 /// A string that an interface handed out, freed.
