@@ -22,6 +22,8 @@ for header in "${headers[@]}"; do
   fi
 done
 for compiler in $ZEL_COMPILERS; do
+  # Layouts do not depend on which of its two ABIs of the standard library a host has chosen.
+  ZEL_FLAGS="$ZEL_FLAGS -D_GLIBCXX_USE_CXX11_ABI=0" check "$compiler" zel/zel.h
   printf '%s\n' "${headers[@]}" | xargs -P "$(nproc)" -I{} bash -c 'check "$@"' - "$compiler" {}
 done
 echo "${#headers[@]} headers, each with: $ZEL_COMPILERS"
