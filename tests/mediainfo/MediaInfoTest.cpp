@@ -146,6 +146,7 @@ TEST_F(MediaInfoTest, ListsAppendCopiesOfRecords) {
   EXPECT_EQ(streams->AddByStreamInfo(nullptr), E_POINTER);
   EXPECT_EQ(subPics->AddBySubPicStreamInfo(nullptr), E_POINTER);
   EXPECT_EQ(subPics->AddBySubPicStreamInfo(&subPic), S_OK);
+  EXPECT_EQ(Make<CProgramInfos>()->AddNewProgram(), S_OK);
   StreamInfo* fresh = streams->AddNewStream();
   EXPECT_EQ(fresh->id, 0xFFFFFFFF);
   fresh->id = 6;
