@@ -47,7 +47,7 @@ void ReadText(Object* object, HRESULT (Object::*getter)(wchar_t**), std::size_t 
   wchar_t* text = nullptr;
   Require((object->*getter)(&text) == S_OK && text != nullptr, "a text");
   Require(std::wcslen(text) < room, "a text that fits its field");
-  g_sink = g_sink + static_cast<unsigned>(utf8::FromWide(text).size());
+  g_sink = g_sink + static_cast<unsigned>(media::ToUtf8(text).size());
   SysFreeString(text);
 }
 
@@ -154,7 +154,7 @@ int ReadFrames(IMediaStream* stream, AV_STREAM_TYPE type, unsigned variety) {
 
 Reading ReadMedia(IMediaDecoderMgr* manager, const std::string& path, unsigned variety) {
   Reading reading;
-  const std::wstring name = utf8::ToWide(path);
+  const std::wstring name = media::ToWide(path);
   if (const auto media = Obtain<IMediaInfo>(
           [&](auto out) { return manager->OpenMediaInfo(name.c_str(), 11, out); })) {
     reading.streams = ReadDescription(media.get());

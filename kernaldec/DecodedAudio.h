@@ -12,7 +12,7 @@
 // SetTimeOrigin(0).
 #pragma once
 
-#include "zel/platform/COMSupport.h"
+#include "zel/base/Component.h"
 
 /// 8A5ED067-A06E-4522-BFFC-475718C23979
 inline constexpr _GUID IID_IDecodedAudio = {
@@ -41,4 +41,10 @@ class ZEL_API IDecodedAudio : public IUnknown {
 
  protected:
   ~IDecodedAudio() = default;
+};
+
+/// Lets a zel::Component expose the interface.
+template <>
+struct zel::InterfaceId<IDecodedAudio> {
+  static bool Equals(const _GUID& id) { return ZelIsEqualGUID(id, IID_IDecodedAudio); }
 };

@@ -1,9 +1,7 @@
-// No exception crosses an interface, and no component outlives its references.
+// No exception crosses an interface.
 #pragma once
 
-#include <memory>
 #include <new>
-#include <utility>
 
 #include "zel/platform/Types.h"
 
@@ -24,23 +22,6 @@ Result Guarded(Body&& body, Result shortOfMemory, Result failed) noexcept {
 template <class Body>
 HRESULT Guarded(Body&& body) noexcept {
   return Guarded(body, E_OUTOFMEMORY, E_FAIL);
-}
-
-/// Holds one reference on a component of ours, taken and given back on its non-delegating face.
-struct ComponentRelease {
-  template <class T>
-  void operator()(T* component) const {
-    component->NonDelegatingRelease();
-  }
-};
-template <class T>
-using ComponentPtr = std::unique_ptr<T, ComponentRelease>;
-
-template <class T, class... Arguments>
-ComponentPtr<T> MakeComponent(Arguments&&... arguments) {
-  ComponentPtr<T> component(new T(std::forward<Arguments>(arguments)...));
-  component->NonDelegatingAddRef();
-  return component;
 }
 
 }  // namespace zel::kernaldec

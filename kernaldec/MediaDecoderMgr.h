@@ -11,21 +11,16 @@
 #include "kernaldec/picture/VideoStream.h"
 #include "kernaldec/sound/AudioStream.h"
 #include "media/MediaFile.h"
-#include "zel/base/Unknown.h"
+#include "zel/base/Component.h"
 #include "zel/compositor/MediaStream.h"
 #include "zel/platform/DecoderManager.h"
 
 namespace zel::kernaldec {
 
 /// Holds no state: every file is opened anew.
-class CMediaDecoderMgr final : public scombase::CUnknown, public IMediaDecoderMgr {
+class MediaDecoderMgr final : public Component<IMediaDecoderMgr> {
  public:
-  explicit CMediaDecoderMgr(IUnknown* pUnkOuter) : CUnknown(pUnkOuter) {}
-
-  HRESULT NonDelegatingQueryInterface(const _GUID& riid, void** ppv) override;
-  HRESULT QueryInterface(const _GUID& riid, void** ppv) override;
-  ULONG AddRef() override;
-  ULONG Release() override;
+  explicit MediaDecoderMgr(IUnknown* outer) : Component(outer) {}
 
   /// @return S_OK; E_POINTER; E_INVALIDARG when the file cannot be opened or has no stream of the
   ///   ids chosen; E_OUTOFMEMORY.
@@ -38,30 +33,26 @@ class CMediaDecoderMgr final : public scombase::CUnknown, public IMediaDecoderMg
 /// Each stream reads the file on its own, so that streams can be pulled at different speeds and on
 /// different threads. A stream is made when it is first asked for; asked again, a decoder hands out
 /// the same one. Any thread may call.
-class CMediaDecoder final : public scombase::CUnknown, public IMediaDecoder {
+class MediaDecoder final : public Component<IMediaDecoder> {
  public:
-  CMediaDecoder(std::unique_ptr<MediaFile> file, std::vector<Program> programs,
-                Selection selection);
-  ~CMediaDecoder() override;
-
-  HRESULT QueryInterface(const _GUID& riid, void** ppv) override;
-  ULONG AddRef() override;
-  ULONG Release() override;
+  MediaDecoder(std::unique_ptr<media::MediaFile> file, std::vector<Program> programs,
+               Selection selection);
+  ~MediaDecoder() override;
 
   HRESULT GetVideoStream(IMediaStream** ppStream) override;
   HRESULT GetAudioStream(IMediaStream** ppStream) override;
 
  private:
   /// The file opened at first, or opened again when a stream has taken that.
-  std::unique_ptr<MediaFile> TakeFile();
+  std::unique_ptr<media::MediaFile> TakeFile();
 
   const std::string m_path;
   const std::vector<Program> m_programs;
   const Selection m_selection;
   std::mutex m_mutex;
-  std::unique_ptr<MediaFile> m_file;
-  ComponentPtr<CAudioStream> m_audio;
-  ComponentPtr<CVideoStream> m_video;
+  std::unique_ptr<media::MediaFile> m_file;
+  Ref<AudioStream> m_audio;
+  Ref<VideoStream> m_video;
 };
 
 }  // namespace zel::kernaldec

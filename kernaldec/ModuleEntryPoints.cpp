@@ -22,7 +22,7 @@ void QuietFfmpeg() {
 }
 
 /// The one factory: it holds nothing, so it is never destroyed and its references are not counted.
-class CManagerFactory final : public IClassFactory {
+class ManagerFactory final : public IClassFactory {
  public:
   HRESULT QueryInterface(const _GUID& riid, void** ppv) override {
     if (ppv == nullptr) return E_POINTER;
@@ -43,7 +43,12 @@ class CManagerFactory final : public IClassFactory {
     if (pUnkOuter != nullptr && !ZelIsEqualGUID(riid, IID_IUnknown)) return CLASS_E_NOAGGREGATION;
     return Guarded([&] {
       QuietFfmpeg();
-      return MakeComponent<CMediaDecoderMgr>(pUnkOuter)->NonDelegatingQueryInterface(riid, ppv);
+      auto* manager = new MediaDecoderMgr(pUnkOuter);
+      // The manager may be aggregated: count and ask the object itself, not its outer object.
+      manager->NonDelegatingAddRef();
+      const HRESULT result = manager->NonDelegatingQueryInterface(riid, ppv);
+      manager->NonDelegatingRelease();
+      return result;
     });
   }
   HRESULT LockServer(BOOL /*fLock*/) override { return S_OK; }
@@ -58,7 +63,7 @@ HRESULT DllGetClassObject(const _GUID& rclsid, const _GUID& riid, void** ppv) {
   if (ppv == nullptr) return E_POINTER;
   *ppv = nullptr;
   if (!ZelIsEqualGUID(rclsid, CLSID_CMediaDecoderMgr)) return CLASS_E_CLASSNOTAVAILABLE;
-  static zel::kernaldec::CManagerFactory factory;
+  static zel::kernaldec::ManagerFactory factory;
   return factory.QueryInterface(riid, ppv);
 }
 

@@ -12,7 +12,7 @@ extern "C" {
 #include <cerrno>
 #include <new>
 
-namespace zel {
+namespace zel::media {
 namespace {
 
 constexpr int kInputBuffer = 64 * 1024;
@@ -149,4 +149,4 @@ std::int64_t MediaFile::Seek(void* self, std::int64_t offset, int whence) {
   return reached < 0 ? AVERROR(errno) : reached;
 }
 
-}  // namespace zel
+}  // namespace zel::media

@@ -16,7 +16,7 @@ extern "C" {
 #include <string>
 #include <utility>
 
-namespace zel {
+namespace zel::media {
 
 /// True for a picture that accompanies sound, such as an album's cover, and has no place in time.
 inline bool IsCover(const AVStream& stream) {
@@ -89,4 +89,4 @@ class MediaFile {
   AVFormatContext* m_format = nullptr;
 };
 
-}  // namespace zel
+}  // namespace zel::media

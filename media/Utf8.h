@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-namespace zel::utf8 {
+namespace zel::media {
 
 /// Decodes the first character of `text` (not empty).
 /// @param size receives the number of bytes that it takes, at least 1.
@@ -47,7 +47,7 @@ inline std::wstring ToWide(std::string_view text) {
 }
 
 /// Values that are no Unicode character become U+FFFD.
-inline std::string FromWide(std::wstring_view wide) {
+inline std::string ToUtf8(std::wstring_view wide) {
   std::string text;
   text.reserve(wide.size());
   for (const wchar_t c : wide) {
@@ -71,4 +71,4 @@ inline std::string FromWide(std::wstring_view wide) {
   return text;
 }
 
-}  // namespace zel::utf8
+}  // namespace zel::media

@@ -11,7 +11,7 @@ namespace {
 /// Reads numbers out of a file; past its end everything is 0.
 class Bytes {
  public:
-  explicit Bytes(const MediaFile& file) : m_file(file) {}
+  explicit Bytes(const media::MediaFile& file) : m_file(file) {}
 
   std::uint64_t size() const { return static_cast<std::uint64_t>(m_file.size()); }
   std::uint64_t Little(std::uint64_t at, int count) const { return Number(at, count, false); }
@@ -35,7 +35,7 @@ class Bytes {
     return value;
   }
 
-  const MediaFile& m_file;
+  const media::MediaFile& m_file;
 };
 
 // What stands for an unknown size: nothing, or close to the most that 31 or 32 bits can hold.
@@ -117,7 +117,7 @@ bool MatroskaIsCut(const Bytes& file) {
   return size >= 0 && file.Lacks(at, static_cast<std::uint64_t>(size));
 }
 
-bool OggIsCut(const MediaFile& file) {
+bool OggIsCut(const media::MediaFile& file) {
   // The last page begins within the size of the largest one.
   constexpr std::uint64_t largest = 27 + 255 + 255 * 255;
   const auto size = static_cast<std::uint64_t>(file.size());
@@ -138,7 +138,7 @@ bool OggIsCut(const MediaFile& file) {
 
 }  // namespace
 
-DeclaredLength FindDeclaredLength(const MediaFile& file, int index) {
+DeclaredLength FindDeclaredLength(const media::MediaFile& file, int index) {
   const AVStream& stream = *file.stream(index);
   const int rate = stream.codecpar->sample_rate;
   if (stream.duration == AV_NOPTS_VALUE || stream.duration <= 0 || rate <= 0 ||
@@ -154,7 +154,7 @@ DeclaredLength FindDeclaredLength(const MediaFile& file, int index) {
   return {};
 }
 
-bool IsCutOff(const MediaFile& file) {
+bool IsCutOff(const media::MediaFile& file) {
   const Bytes bytes(file);
   if (file.IsFormat("wav")) return WaveIsCut(bytes);
   if (file.IsFormat("w64")) return Wave64IsCut(bytes);
@@ -164,7 +164,7 @@ bool IsCutOff(const MediaFile& file) {
   return file.IsFormat("ogg") && OggIsCut(file);
 }
 
-bool MarksShortReads(const MediaFile& file) {
+bool MarksShortReads(const media::MediaFile& file) {
   for (const char* name : {"wav", "w64", "aiff", "au", "caf"}) {
     if (file.IsFormat(name)) return true;
   }

@@ -1,6 +1,7 @@
 #include "kernaldec/file/Describe.h"
 
 extern "C" {
+#include <libavutil/avstring.h>
 #include <libavutil/parseutils.h>
 #include <libavutil/pixdesc.h>
 }
@@ -17,6 +18,7 @@ extern "C" {
 #include <vector>
 
 #include "kernaldec/StreamExtras.h"
+#include "media/Ticks.h"
 #include "media/Utf8.h"
 #include "zel/sample/MediaFrame.h"
 
@@ -35,7 +37,7 @@ std::uint32_t CodeOfName(std::string_view name) {
 template <std::size_t N>
 void CopyText(wchar_t (&field)[N], const char* text) {
   if (text == nullptr) return;
-  const std::wstring wide = utf8::ToWide(text);
+  const std::wstring wide = media::ToWide(text);
   const std::size_t size = std::min(wide.size(), N - 1);
   std::wmemcpy(field, wide.data(), size);
   field[size] = L'\0';
@@ -68,9 +70,9 @@ std::uint32_t ToBitRate(std::int64_t rate) {
 std::uint32_t BitRate(const AVStream& stream) {
   std::int64_t rate = stream.codecpar->bit_rate;
   if (rate <= 0) {
-    rate =
-        Rounded(static_cast<long double>(av_get_exact_bits_per_sample(stream.codecpar->codec_id)) *
-                stream.codecpar->sample_rate * stream.codecpar->ch_layout.nb_channels);
+    rate = media::Rounded(
+        static_cast<long double>(av_get_exact_bits_per_sample(stream.codecpar->codec_id)) *
+        stream.codecpar->sample_rate * stream.codecpar->ch_layout.nb_channels);
   }
   // Matroska files often carry it as a tag.
   if (const auto* tag = StatisticTag(stream, "BPS"); rate <= 0 && tag != nullptr) {
@@ -92,7 +94,7 @@ VideoFormat SourceFormat(const AVFormatContext* format, const AVStream& stream) 
   video.layout = VideoFormat::kLayout;
   video.width = codec.width;
   video.height = codec.height;
-  video.isCover = IsCover(stream) ? 1 : 0;
+  video.isCover = media::IsCover(stream) ? 1 : 0;
   // A single picture has a length, but no rate.
   if (video.isCover == 0) {
     AVRational rate = stream.avg_frame_rate;
@@ -266,7 +268,7 @@ StreamInfo DescribeStream(const AVFormatContext* format, const Program& program,
     info.videoInfo = Pack(video);
   }
   if (stream.start_time != AV_NOPTS_VALUE) {
-    info.startPTS = ToTicks(stream.start_time, stream.time_base);
+    info.startPTS = media::ToTicks(stream.start_time, stream.time_base);
   }
   info.reserved0 = 2;
   info.sourceScanType = 2;
@@ -283,7 +285,7 @@ StreamInfo DescribeStream(const AVFormatContext* format, const Program& program,
   return info;
 }
 
-HRESULT FillMediaInfo(const MediaFile& file, CMediaInfo* info) {
+HRESULT FillMediaInfo(const media::MediaFile& file, CMediaInfo* info) {
   const AVFormatContext* format = file.format();
   const std::vector<Program> programs = ListPrograms(format);
   std::vector<ProgramStreams> streams(programs.size());

@@ -29,6 +29,6 @@ double StreamLength(const AVFormatContext* format, int index);
 /// program's from the start of its first stream to the end of its last.
 /// @return S_OK, or why the record was not taken; `info` is of no use then.
 /// @throws std::bad_alloc
-HRESULT FillMediaInfo(const MediaFile& file, CMediaInfo* info);
+HRESULT FillMediaInfo(const media::MediaFile& file, CMediaInfo* info);
 
 }  // namespace zel::kernaldec

@@ -34,7 +34,7 @@ int Program::FindStream(const AVFormatContext* format, AVMediaType type, int whi
   for (const int index : streams) {
     const AVStream* stream = format->streams[index];
     if (stream->codecpar->codec_type != type) continue;
-    if (type == AVMEDIA_TYPE_VIDEO && IsCover(*stream)) continue;
+    if (type == AVMEDIA_TYPE_VIDEO && media::IsCover(*stream)) continue;
     if (which-- == 0) return index;
   }
   return -1;

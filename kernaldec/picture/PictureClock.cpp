@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <cmath>
 
+#include "media/Ticks.h"
+
 namespace zel::kernaldec {
 namespace {
 
 // Leaves room for as many pictures as a decoder holds back.
-constexpr std::int64_t kLongest = kFarthest >> 8;
+constexpr std::int64_t kLongest = media::kFarthest >> 8;
 // As many times in a row show that each packet has one of its own.
 constexpr std::size_t kWithoutGaps = 8;
 // One picture in fifty lies like that in blocks of many pictures.
@@ -83,12 +85,12 @@ bool PictureClock::Settle(const std::vector<std::int64_t>& times, bool isAll,
       continue;
     }
     if (last > 0) {
-      const std::int64_t step = Bounded(times[i]) - Bounded(times[last]);
+      const std::int64_t step = media::Bounded(times[i]) - media::Bounded(times[last]);
       hasGaps = hasGaps || step <= 0;
       const long double wanted = length * static_cast<long double>(i - last);
       if (hasGaps && std::fabs(static_cast<long double>(step) - wanted) <= length / 2) {
         m_hasGaps = true;
-        m_decodeTime = static_cast<long double>(Bounded(times[last])) -
+        m_decodeTime = static_cast<long double>(media::Bounded(times[last])) -
                        length * static_cast<long double>(last + 1);
         m_packetsSince = 0;
         return true;
@@ -112,7 +114,7 @@ void PictureClock::Check(AVPacket* packet, const AVCodecContext& codec) {
   // Where the start code of a picture lies across the border of two blocks, FFmpeg's parser gives
   // it the time of the second block, which is the next picture's. A real gap stays, and is believed
   // after a while.
-  const auto time = static_cast<long double>(Bounded(packet->dts));
+  const auto time = static_cast<long double>(media::Bounded(packet->dts));
   bool isNext = false;
   if (m_hasGaps && m_decodeTime && m_doubts < kMostDoubts) {
     const long double length = DecodingLength(codec);
@@ -137,13 +139,13 @@ void PictureClock::Stamp(AVFrame* picture, const AVCodecContext& codec) {
       m_storesShowTimes && (m_isBlocks || m_showsOutOfOrder || codec.has_b_frames <= 0);
   std::optional<long double> time = m_end;
   if (hasShowTimes) {
-    if (picture->pts != AV_NOPTS_VALUE) time = Bounded(picture->pts);
+    if (picture->pts != AV_NOPTS_VALUE) time = media::Bounded(picture->pts);
   } else if (picture->pkt_dts != AV_NOPTS_VALUE) {
     // The time of the packet that made the decoder yield the picture, so many pictures later.
-    time = Bounded(picture->pkt_dts) - std::max(codec.has_b_frames, 0) * length;
+    time = media::Bounded(picture->pkt_dts) - std::max(codec.has_b_frames, 0) * length;
   }
-  picture->pts = time ? Rounded(*time) : AV_NOPTS_VALUE;
-  picture->pkt_duration = Rounded(length);
+  picture->pts = time ? media::Rounded(*time) : AV_NOPTS_VALUE;
+  picture->pkt_duration = media::Rounded(length);
   if (time) {
     m_end = *time + length;
   } else {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "media/Ffmpeg.h"
+#include "media/Ticks.h"
 
 namespace zel::kernaldec {
 
@@ -40,7 +41,7 @@ class PictureClock {
   /// True if any packet so far had a time.
   bool StoresTimes() const { return m_storesShowTimes || m_storesDecodeTimes; }
   /// For how long the pictures are shown that have come without a time since Lose.
-  std::int64_t UntimedLength() const { return Rounded(m_untimedLength); }
+  std::int64_t UntimedLength() const { return media::Rounded(m_untimedLength); }
 
  private:
   long double Length(const AVCodecContext& codec, int repeatedFields) const;

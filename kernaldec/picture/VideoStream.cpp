@@ -12,7 +12,7 @@ extern "C" {
 #include <vector>
 
 #include "kernaldec/file/Describe.h"
-#include "zel/base/Ids.h"
+#include "media/Ticks.h"
 #include "zel/mediainfo/StreamInfo.h"
 
 namespace zel::kernaldec {
@@ -34,17 +34,16 @@ bool IsIntraOnly(AVCodecID id) {
 
 }  // namespace
 
-ComponentPtr<CVideoStream> CVideoStream::Open(std::unique_ptr<MediaFile> file, int index,
-                                              const Program& program) {
+Ref<VideoStream> VideoStream::Open(std::unique_ptr<media::MediaFile> file, int index,
+                                   const Program& program) {
   if (index >= static_cast<int>(file->format()->nb_streams)) return nullptr;
-  auto stream = MakeComponent<CVideoStream>(std::move(file), index, program);
+  auto stream = MakeComponent<VideoStream>(std::move(file), index, program);
   if (!stream->Start()) return nullptr;
   return stream;
 }
 
-CVideoStream::CVideoStream(std::unique_ptr<MediaFile> file, int index, const Program& program)
-    : CUnknown(nullptr),
-      m_file(std::move(file)),
+VideoStream::VideoStream(std::unique_ptr<media::MediaFile> file, int index, const Program& program)
+    : m_file(std::move(file)),
       m_index(index),
       m_program(program),
       m_isBlocks(m_file->IsFormat("mpeg") || m_file->IsFormat("mpegts")),
@@ -59,7 +58,7 @@ CVideoStream::CVideoStream(std::unique_ptr<MediaFile> file, int index, const Pro
   }
 }
 
-bool CVideoStream::Start() {
+bool VideoStream::Start() {
   if (!Reopen()) return false;
   LookAhead();
   m_hasNext = DecodeFrame(m_next.get(), true);
@@ -83,10 +82,10 @@ bool CVideoStream::Start() {
   return true;
 }
 
-bool CVideoStream::Reopen() {
+bool VideoStream::Reopen() {
   m_state = State::kEnded;
   m_hasNext = false;
-  std::unique_ptr<MediaFile> input = MediaFile::Open(m_file->path(), m_flags);
+  std::unique_ptr<media::MediaFile> input = media::MediaFile::Open(m_file->path(), m_flags);
   if (input == nullptr) return false;
   const auto count = static_cast<int>(input->format()->nb_streams);
   if (m_index >= count) return false;
@@ -95,7 +94,7 @@ bool CVideoStream::Reopen() {
   }
   const AVStream& stream = *input->stream(m_index);
   if (av_cmp_q(stream.time_base, TimeBase()) != 0) return false;  // Another file by now.
-  FfmpegPtr<AVCodecContext> codec = OpenDecoder(stream);
+  media::CodecContext codec = media::OpenDecoder(stream);
   if (codec == nullptr) return false;
   m_ahead.clear();
   m_codec = std::move(codec);
@@ -107,13 +106,13 @@ bool CVideoStream::Reopen() {
   return true;
 }
 
-std::int64_t CVideoStream::FindFirstTime() {
+std::int64_t VideoStream::FindFirstTime() {
   if (!Reopen()) return 0;
   LookAhead();
-  return DecodeFrame(m_next.get()) ? Bounded(m_next->pts - m_clock.UntimedLength()) : 0;
+  return DecodeFrame(m_next.get()) ? media::Bounded(m_next->pts - m_clock.UntimedLength()) : 0;
 }
 
-bool CVideoStream::ReadFromBeginning() {
+bool VideoStream::ReadFromBeginning() {
   if (!Reopen()) return false;
   m_clock.StartAt(m_firstTime);
   LookAhead();
@@ -122,31 +121,12 @@ bool CVideoStream::ReadFromBeginning() {
   return m_hasNext;
 }
 
-HRESULT CVideoStream::NonDelegatingQueryInterface(const _GUID& riid, void** ppv) {
-  if (ppv == nullptr) return E_POINTER;
-  *ppv = nullptr;
-  if (ZelIsEqualGUID(riid, IID_IMediaStream)) {
-    return scombase::GetInterface(static_cast<IMediaStream*>(this), ppv);
-  }
-  return CUnknown::NonDelegatingQueryInterface(riid, ppv);
-}
-
-HRESULT CVideoStream::QueryInterface(const _GUID& riid, void** ppv) {
-  return GetOwner()->QueryInterface(riid, ppv);
-}
-ULONG CVideoStream::AddRef() {
-  return GetOwner()->AddRef();
-}
-ULONG CVideoStream::Release() {
-  return GetOwner()->Release();
-}
-
-HRESULT CVideoStream::GetStreamInfo(IStreamInfo** ppInfo) {
+HRESULT VideoStream::GetStreamInfo(IStreamInfo** ppInfo) {
   if (ppInfo == nullptr) return E_POINTER;
   *ppInfo = nullptr;
   return Guarded([&] {
     StreamInfo record = DescribeStream(m_file->format(), m_program, m_index);
-    record.startPTS = ToTicks(m_startTicks, TimeBase());
+    record.startPTS = media::ToTicks(m_startTicks, TimeBase());
     const auto info = MakeComponent<CStreamInfo>();
     info->SetStreamInfo(&record);
     return scombase::GetInterface(static_cast<IStreamInfo*>(info.get()),
@@ -154,23 +134,23 @@ HRESULT CVideoStream::GetStreamInfo(IStreamInfo** ppInfo) {
   });
 }
 
-HRESULT CVideoStream::ChangeStream(int index) {
+HRESULT VideoStream::ChangeStream(int index) {
   return index == 0 ? S_OK : E_INVALIDARG;
 }
 
-AVRational CVideoStream::TimeBase() const {
+AVRational VideoStream::TimeBase() const {
   return m_file->stream(m_index)->time_base;
 }
 
-std::int64_t CVideoStream::TimeOf(const AVFrame& frame) const {
-  return ToTicks(frame.pts - m_startTicks, TimeBase());
+std::int64_t VideoStream::TimeOf(const AVFrame& frame) const {
+  return media::ToTicks(frame.pts - m_startTicks, TimeBase());
 }
 
-std::int64_t CVideoStream::EndOf(const AVFrame& frame) const {
-  return ToTicks(frame.pts + frame.pkt_duration - m_startTicks, TimeBase());
+std::int64_t VideoStream::EndOf(const AVFrame& frame) const {
+  return media::ToTicks(frame.pts + frame.pkt_duration - m_startTicks, TimeBase());
 }
 
-int CVideoStream::ReadPacket(AVPacket* packet) {
+int VideoStream::ReadPacket(AVPacket* packet) {
   if (!m_ahead.empty()) {
     av_packet_move_ref(packet, m_ahead.front().get());
     m_ahead.pop_front();
@@ -184,13 +164,13 @@ int CVideoStream::ReadPacket(AVPacket* packet) {
   }
 }
 
-bool CVideoStream::LookAhead() {
+bool VideoStream::LookAhead() {
   if (!m_isBlocks) return true;
-  std::deque<FfmpegPtr<AVPacket>> packets;
+  std::deque<media::Packet> packets;
   std::vector<std::int64_t> times;
   bool isSettled = false;
   for (int i = 0; i < kLookAhead && !isSettled; ++i) {
-    FfmpegPtr<AVPacket> packet(av_packet_alloc());
+    media::Packet packet(av_packet_alloc());
     if (packet == nullptr) throw std::bad_alloc();
     const bool isEnd = ReadPacket(packet.get()) < 0;
     if (!isEnd) {
@@ -204,7 +184,7 @@ bool CVideoStream::LookAhead() {
   return isSettled;
 }
 
-bool CVideoStream::DecodeFrame(AVFrame* frame, bool untimedToo) {
+bool VideoStream::DecodeFrame(AVFrame* frame, bool untimedToo) {
   for (;;) {
     const int result = avcodec_receive_frame(m_codec.get(), frame);
     if (result >= 0) {
@@ -228,7 +208,7 @@ bool CVideoStream::DecodeFrame(AVFrame* frame, bool untimedToo) {
   }
 }
 
-bool CVideoStream::Next() {
+bool VideoStream::Next() {
   m_filled = false;
   m_state = State::kEnded;  // Also when decoding throws.
   if (!m_hasNext) return false;
@@ -240,12 +220,12 @@ bool CVideoStream::Next() {
   return true;
 }
 
-void CVideoStream::ConfirmEnd() {
+void VideoStream::ConfirmEnd() {
   const std::int64_t last = m_frame->pts;
   const std::int64_t from = m_readFrom;
   bool isEarlier = false;
   for (const std::int64_t margin : kMargins) {
-    const std::int64_t place = ToTicks(from - m_startTicks, TimeBase()) - 1 - margin;
+    const std::int64_t place = media::ToTicks(from - m_startTicks, TimeBase()) - 1 - margin;
     if (place <= 0) break;
     isEarlier = ReadFrom(place) && m_next->pts < from;
     if (isEarlier) break;
@@ -259,17 +239,17 @@ void CVideoStream::ConfirmEnd() {
   m_doubtsEnd = false;
 }
 
-int CVideoStream::Forward() {
+int VideoStream::Forward() {
   // Right after a seek the picture that was sought is still to be read.
   if (std::exchange(m_sought, false)) return 0;
   return Guarded([&] { return Next() ? 0 : -1; }, -1, -1);
 }
 
-int CVideoStream::Backward() {
+int VideoStream::Backward() {
   return -1;
 }
 
-bool CVideoStream::DropUntil(std::int64_t target) {
+bool VideoStream::DropUntil(std::int64_t target) {
   for (bool more = m_state == State::kAtFrame || Next(); more; more = Next()) {
     if (m_hasNext && TimeOf(*m_next) > target) return true;
     // The last picture has no successor to end it.
@@ -278,12 +258,13 @@ bool CVideoStream::DropUntil(std::int64_t target) {
   return false;
 }
 
-bool CVideoStream::ReadFrom(std::int64_t place) {
+bool VideoStream::ReadFrom(std::int64_t place) {
   m_state = State::kEnded;
   m_hasNext = false;
   m_ahead.clear();
   const std::int64_t ticks =
-      m_startTicks + Bounded(av_rescale_q_rnd(place, kTickBase, TimeBase(), AV_ROUND_DOWN));
+      m_startTicks +
+      media::Bounded(av_rescale_q_rnd(place, media::kTickBase, TimeBase(), AV_ROUND_DOWN));
   if (av_seek_frame(m_input->format(), m_index, ticks, AVSEEK_FLAG_BACKWARD) < 0) return false;
   avcodec_flush_buffers(m_codec.get());
   m_inputEnded = false;
@@ -299,7 +280,7 @@ bool CVideoStream::ReadFrom(std::int64_t place) {
   return true;
 }
 
-bool CVideoStream::SeekTo(std::int64_t target) {
+bool VideoStream::SeekTo(std::int64_t target) {
   m_filled = false;
   const bool isNew = m_state == State::kBeforeFirst;
   if (isNew || (m_state == State::kAtFrame && target >= TimeOf(*m_frame))) {
@@ -309,7 +290,7 @@ bool CVideoStream::SeekTo(std::int64_t target) {
   if (!m_clock.StoresTimes()) return ReadFromBeginning() && DropUntil(target);
   // Behind the end there is nothing to start at.
   const double length = StreamLength(m_file->format(), m_index);
-  const std::int64_t end = length > 0 ? Rounded(length * kTicksPerSecond) : target;
+  const std::int64_t end = length > 0 ? media::Rounded(length * kTicksPerSecond) : target;
   for (const std::int64_t margin : kMargins) {
     const std::int64_t place = std::min(target, end) - margin;
     if (place <= 0) break;
@@ -318,7 +299,7 @@ bool CVideoStream::SeekTo(std::int64_t target) {
   return ReadFromBeginning() && DropUntil(target);
 }
 
-double CVideoStream::Seek(double seconds, int /*mode*/) {
+double VideoStream::Seek(double seconds, int /*mode*/) {
   if (std::isnan(seconds)) return -1;
   constexpr double latest = 1e9;
   const auto target =
@@ -327,18 +308,18 @@ double CVideoStream::Seek(double seconds, int /*mode*/) {
   return m_sought ? static_cast<double>(TimeOf(*m_frame)) / kTicksPerSecond : -1;
 }
 
-CZelSample* CVideoStream::GetSampleEx() {
+CZelSample* VideoStream::GetSampleEx() {
   m_sought = false;
   if (m_state != State::kAtFrame) return nullptr;
   if (!m_filled) m_filled = Guarded([&] { return FillSample(); }, false, false);
   return m_filled ? m_sample.get() : nullptr;
 }
 
-CZelSample* CVideoStream::GetOriginSampleEx() {
+CZelSample* VideoStream::GetOriginSampleEx() {
   return GetSampleEx();
 }
 
-bool CVideoStream::FillSample() {
+bool VideoStream::FillSample() {
   const AVFrame& source = *m_frame;
   const int width = source.width;
   const int height = source.height;
@@ -381,7 +362,7 @@ bool CVideoStream::FillSample() {
   return true;
 }
 
-bool CVideoStream::Scale(const AVFrame& source, const ColourCoding& coding) {
+bool VideoStream::Scale(const AVFrame& source, const ColourCoding& coding) {
   if (m_scaled->width != source.width || m_scaled->height != source.height) {
     av_frame_unref(m_scaled.get());
     m_scaled->format = AV_PIX_FMT_YUV420P;
@@ -406,8 +387,8 @@ bool CVideoStream::Scale(const AVFrame& source, const ColourCoding& coding) {
                    m_scaled->linesize) == source.height;
 }
 
-HRESULT CVideoStream::NotifyStreamMessage(unsigned long /*msg*/, long long /*param*/, void* /*p1*/,
-                                          void* /*p2*/) {
+HRESULT VideoStream::NotifyStreamMessage(unsigned long /*msg*/, long long /*param*/, void* /*p1*/,
+                                         void* /*p2*/) {
   return S_FALSE;
 }
 

@@ -14,33 +14,24 @@ extern "C" {
 #include "kernaldec/picture/PictureClock.h"
 #include "kernaldec/picture/StudioColours.h"
 #include "media/MediaFile.h"
-#include "zel/base/Unknown.h"
+#include "zel/base/Component.h"
 #include "zel/compositor/MediaStream.h"
 #include "zel/sample/Sample.h"
 
 namespace zel::kernaldec {
-
-struct ScalerDeleter {
-  void operator()(SwsContext* scaler) const { sws_freeContext(scaler); }
-};
 
 /// Yields planar 4:2:0 pictures of 8 bits without gaps between rows, of the file's own size and as
 /// it stores them (not turned, pixels not made square). Colours are BT.601 with studio range, as
 /// the image routines take them; other formats, matrices and ranges are converted. A new stream is
 /// before its first picture. Time 0 is the first picture's. One thread at a time; the sample is
 /// reused.
-class CVideoStream final : public scombase::CUnknown, public IMediaStream {
+class VideoStream final : public Component<IMediaStream> {
  public:
   /// @return null when stream `index` of `file` cannot be decoded.
   /// @throws std::bad_alloc
-  static ComponentPtr<CVideoStream> Open(std::unique_ptr<MediaFile> file, int index,
-                                         const Program& program);
-  CVideoStream(std::unique_ptr<MediaFile> file, int index, const Program& program);
-
-  HRESULT NonDelegatingQueryInterface(const _GUID& riid, void** ppv) override;
-  HRESULT QueryInterface(const _GUID& riid, void** ppv) override;
-  ULONG AddRef() override;
-  ULONG Release() override;
+  static Ref<VideoStream> Open(std::unique_ptr<media::MediaFile> file, int index,
+                               const Program& program);
+  VideoStream(std::unique_ptr<media::MediaFile> file, int index, const Program& program);
 
   HRESULT GetStreamInfo(IStreamInfo** ppInfo) override;
   /// @return S_OK for 0, the stream that it is; else E_INVALIDARG.
@@ -72,7 +63,7 @@ class CVideoStream final : public scombase::CUnknown, public IMediaStream {
   bool ReadFrom(std::int64_t place);
   /// Reads packets until the clock knows which times to believe.
   bool LookAhead();
-  /// @return as MediaFile::ReadPacket, but of this stream only
+  /// @return as media::MediaFile::ReadPacket, but of this stream only
   int ReadPacket(AVPacket* packet);
   /// @param untimedToo whether a picture of unknown time will do
   bool DecodeFrame(AVFrame* frame, bool untimedToo = false);
@@ -88,7 +79,7 @@ class CVideoStream final : public scombase::CUnknown, public IMediaStream {
   std::int64_t TimeOf(const AVFrame& frame) const;
   std::int64_t EndOf(const AVFrame& frame) const;
 
-  const std::unique_ptr<MediaFile> m_file;  ///< For the description.
+  const std::unique_ptr<media::MediaFile> m_file;  ///< For the description.
   const int m_index;
   const Program m_program;
   const bool m_isBlocks;  ///< As PictureClock says.
@@ -96,18 +87,18 @@ class CVideoStream final : public scombase::CUnknown, public IMediaStream {
   std::int64_t m_firstTime = 0;  ///< Of the first picture, if it has none of its own.
   /// The clock needs times as they are stored, the description what FFmpeg makes of them.
   int m_flags = AVFMT_FLAG_NOFILLIN;
-  std::unique_ptr<MediaFile> m_input;       ///< For the packets.
-  std::deque<FfmpegPtr<AVPacket>> m_ahead;  ///< Read, but not yet decoded.
-  FfmpegPtr<AVCodecContext> m_codec;
-  FfmpegPtr<AVPacket> m_packet;
-  FfmpegPtr<AVFrame> m_frame;
-  FfmpegPtr<AVFrame> m_next;  ///< Decoded ahead: a picture is shown until the next one's time.
+  std::unique_ptr<media::MediaFile> m_input;  ///< For the packets.
+  std::deque<media::Packet> m_ahead;          ///< Read, but not yet decoded.
+  media::CodecContext m_codec;
+  media::Packet m_packet;
+  media::Frame m_frame;
+  media::Frame m_next;  ///< Decoded ahead: a picture is shown until the next one's time.
   bool m_hasNext = false;
-  std::unique_ptr<SwsContext, ScalerDeleter> m_scaler;
+  media::Scaler m_scaler;
   /// What the scaler writes. Its vector code needs aligned rows, with room behind them; the sample
   /// has neither.
-  FfmpegPtr<AVFrame> m_scaled;
-  ComponentPtr<CZelSample> m_sample;
+  media::Frame m_scaled;
+  Ref<CZelSample> m_sample;
   State m_state = State::kEnded;
   bool m_inputEnded = false;
   bool m_awaitsKey = false;  ///< What follows a seek cannot be decoded before the next key picture.

@@ -7,6 +7,7 @@
 #include <new>
 
 #include "kernaldec/file/Completeness.h"
+#include "media/Ticks.h"
 
 namespace zel::kernaldec {
 namespace {
@@ -24,14 +25,8 @@ std::string Seconds(long double seconds) {
   return text;
 }
 
-std::string ErrorText(int error) {
-  char text[AV_ERROR_MAX_STRING_SIZE] = {};
-  av_strerror(error, text, sizeof(text));
-  return text;
-}
-
 // Containers whose seeks land on, and stamp, packets as reading from the start does.
-bool HasReliableIndex(const MediaFile& file, AVCodecID codec) {
+bool HasReliableIndex(const media::MediaFile& file, AVCodecID codec) {
   for (const char* name :
        {"wav", "w64", "aiff", "au", "caf", "flac", "mp4", "matroska", "mpegts", "aac", "mp3"}) {
     if (file.IsFormat(name)) return true;
@@ -40,7 +35,7 @@ bool HasReliableIndex(const MediaFile& file, AVCodecID codec) {
 }
 
 // Bare elementary streams: their stamps are FFmpeg's own sums of rounded durations, which drift.
-bool HasMadeUpStamps(const MediaFile& file) {
+bool HasMadeUpStamps(const media::MediaFile& file) {
   for (const char* name : {"ac3", "eac3", "dts", "mlp", "truehd"}) {
     if (file.IsFormat(name)) return true;
   }
@@ -70,17 +65,16 @@ bool IsMpegAudio(AVCodecID id) {
 
 }  // namespace
 
-std::unique_ptr<AudioReader> AudioReader::Open(std::unique_ptr<MediaFile> file, int index) {
+std::unique_ptr<AudioReader> AudioReader::Open(std::unique_ptr<media::MediaFile> file, int index) {
   std::unique_ptr<AudioReader> reader(new AudioReader);
   reader->m_index = index;
-  reader->m_packet.reset(av_packet_alloc());
-  reader->m_frame.reset(av_frame_alloc());
-  if (reader->m_packet == nullptr || reader->m_frame == nullptr) throw std::bad_alloc();
+  reader->m_packet.reset(media::NotNull(av_packet_alloc()));
+  reader->m_frame.reset(media::NotNull(av_frame_alloc()));
   if (!reader->Start(std::move(file))) return nullptr;
   return reader;
 }
 
-bool AudioReader::Start(std::unique_ptr<MediaFile> file) {
+bool AudioReader::Start(std::unique_ptr<media::MediaFile> file) {
   m_codec.reset();
   m_file = std::move(file);
   m_state = State::kEnded;
@@ -89,7 +83,7 @@ bool AudioReader::Start(std::unique_ptr<MediaFile> file) {
   for (int i = 0; i < count; ++i) {
     m_file->stream(i)->discard = i == m_index ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
   }
-  m_codec = OpenDecoder(*stream());
+  m_codec = media::OpenDecoder(*stream());
   if (m_codec == nullptr) return false;
   m_madeUpStamps = HasMadeUpStamps(*m_file);
   m_shortReads = MarksShortReads(*m_file);
@@ -106,7 +100,7 @@ bool AudioReader::Start(std::unique_ptr<MediaFile> file) {
 }
 
 bool AudioReader::Reopen() {
-  std::unique_ptr<MediaFile> file = MediaFile::Open(m_file->path());
+  std::unique_ptr<media::MediaFile> file = media::MediaFile::Open(m_file->path());
   if (file != nullptr && Start(std::move(file))) return true;
   m_state = State::kEnded;
   Fail("the file cannot be read a second time");
@@ -114,13 +108,13 @@ bool AudioReader::Reopen() {
 }
 
 std::int64_t AudioReader::startPts() const {
-  return ToTicks(m_startTicks, stream()->time_base);
+  return media::ToTicks(m_startTicks, stream()->time_base);
 }
 
 std::int64_t AudioReader::timeStamp() const {
   // Whole samples are rounded once.
-  return Rounded(m_clock.offset * kTicksPerSecond) +
-         ToTicks(m_position + m_first, {1, m_clock.rate});
+  return media::Rounded(m_clock.offset * kTicksPerSecond) +
+         media::ToTicks(m_position + m_first, {1, m_clock.rate});
 }
 
 bool AudioReader::Next() {
@@ -165,7 +159,7 @@ bool AudioReader::SeekByIndex(double seconds) {
     const double from = seconds - settle - margin;
     if (from <= 0) break;
     const double tick = av_q2d(stream()->time_base);
-    const std::int64_t ticks = m_startTicks + Rounded(std::floor(from / tick));
+    const std::int64_t ticks = m_startTicks + media::Rounded(std::floor(from / tick));
     if (av_seek_frame(m_file->format(), m_index, ticks, AVSEEK_FLAG_BACKWARD) < 0) break;
     avcodec_flush_buffers(m_codec.get());
     m_fromStart = false;
@@ -224,7 +218,7 @@ bool AudioReader::FeedDecoder() {
     if (result < 0) {
       m_inputEnded = true;
       if (m_file->readError() != 0) {
-        Fail("reading failed: " + ErrorText(AVERROR(m_file->readError())));
+        Fail("reading failed: " + media::ErrorText(AVERROR(m_file->readError())));
       } else if (result != AVERROR_EOF) {
         // Whatever code it gives: an input/output error among them, without one of the disk's.
         Fail("the file is cut off or damaged");
@@ -251,11 +245,11 @@ bool AudioReader::Place() {
       m_frame->pts != AV_NOPTS_VALUE ? m_frame->pts : m_frame->best_effort_timestamp;
   const bool first = m_fromStart && m_framesRead == 0;
   const bool stamped = found != AV_NOPTS_VALUE && (first || !m_madeUpStamps);
-  const std::int64_t pts = Bounded(found);
+  const std::int64_t pts = media::Bounded(found);
 
   if (first) {
     m_startTicks = stamped                                  ? pts
-                   : stream()->start_time != AV_NOPTS_VALUE ? Bounded(stream()->start_time)
+                   : stream()->start_time != AV_NOPTS_VALUE ? media::Bounded(stream()->start_time)
                                                             : 0;
     m_firstRate = rate;
     m_firstChannels = m_frame->ch_layout.nb_channels;
@@ -283,7 +277,7 @@ bool AudioReader::Place() {
     const long double actual = ContainerTime(pts);
     if (std::fabs(actual - expected) > tolerance) {
       NoteGap(actual - expected);
-      m_clock.samples = Rounded((actual - m_clock.offset) * rate);
+      m_clock.samples = media::Rounded((actual - m_clock.offset) * rate);
     }
   }
 
@@ -307,10 +301,10 @@ std::int64_t AudioReader::Landing(long double time) const {
   const long double ticks = static_cast<long double>(av_q2d(stream()->time_base)) * m_firstRate;
   if (ticks > 1 && m_gridStep > 0) {
     const std::int64_t onGrid =
-        m_gridPhase + m_gridStep * Rounded((samples - m_gridPhase) / m_gridStep);
+        m_gridPhase + m_gridStep * media::Rounded((samples - m_gridPhase) / m_gridStep);
     if (std::fabs(samples - onGrid) <= ticks + 1) return onGrid;
   }
-  return Rounded(samples);
+  return media::Rounded(samples);
 }
 
 bool AudioReader::SeeksExactly() const {

@@ -26,9 +26,9 @@ class AudioReader {
   /// Opens stream `index` of `file` and decodes its first frame.
   /// @return null when there is no decoder for it or nothing can be decoded.
   /// @throws std::bad_alloc
-  static std::unique_ptr<AudioReader> Open(std::unique_ptr<MediaFile> file, int index);
+  static std::unique_ptr<AudioReader> Open(std::unique_ptr<media::MediaFile> file, int index);
 
-  const MediaFile& file() const { return *m_file; }
+  const media::MediaFile& file() const { return *m_file; }
   const AVStream* stream() const { return m_file->stream(m_index); }
   /// The container's stamp of the stream's first sample, in 100-ns units.
   std::int64_t startPts() const;
@@ -75,7 +75,7 @@ class AudioReader {
   };
 
   AudioReader() = default;
-  bool Start(std::unique_ptr<MediaFile> file);
+  bool Start(std::unique_ptr<media::MediaFile> file);
   bool Reopen();
   bool SeekByIndex(double seconds);
   bool DropUntil(double seconds);
@@ -92,11 +92,11 @@ class AudioReader {
   void CheckEnd();
   void Fail(const std::string& reason);
 
-  std::unique_ptr<MediaFile> m_file;
+  std::unique_ptr<media::MediaFile> m_file;
   int m_index = 0;
-  FfmpegPtr<AVCodecContext> m_codec;
-  FfmpegPtr<AVPacket> m_packet;
-  FfmpegPtr<AVFrame> m_frame;
+  media::CodecContext m_codec;
+  media::Packet m_packet;
+  media::Frame m_frame;
   State m_state = State::kEnded;
   bool m_madeUpStamps = false;  ///< Stamps after the first do not count.
   bool m_shortReads = false;    ///< Packets that are marked as damaged may be only short.

@@ -6,8 +6,8 @@
 #include <utility>
 
 #include "kernaldec/file/Describe.h"
+#include "media/Ticks.h"
 #include "media/Utf8.h"
-#include "zel/base/Ids.h"
 #include "zel/mediainfo/StreamInfo.h"
 
 namespace zel::kernaldec {
@@ -18,35 +18,12 @@ constexpr const char* kNotConverted = "a frame cannot be converted to 16-bit PCM
 
 }  // namespace
 
-CAudioStream::CAudioStream(std::unique_ptr<AudioReader> reader, Program program)
-    : CUnknown(nullptr),
-      m_reader(std::move(reader)),
+AudioStream::AudioStream(std::unique_ptr<AudioReader> reader, Program program)
+    : m_reader(std::move(reader)),
       m_program(std::move(program)),
       m_sample(MakeComponent<CZelSample>(AV_STREAM_AUDIO, FRAME_DATA_DECODED)) {}
 
-HRESULT CAudioStream::NonDelegatingQueryInterface(const _GUID& riid, void** ppv) {
-  if (ppv == nullptr) return E_POINTER;
-  *ppv = nullptr;
-  if (ZelIsEqualGUID(riid, IID_IMediaStream)) {
-    return scombase::GetInterface(static_cast<IMediaStream*>(this), ppv);
-  }
-  if (ZelIsEqualGUID(riid, IID_IDecodedAudio)) {
-    return scombase::GetInterface(static_cast<IDecodedAudio*>(this), ppv);
-  }
-  return CUnknown::NonDelegatingQueryInterface(riid, ppv);
-}
-
-HRESULT CAudioStream::QueryInterface(const _GUID& riid, void** ppv) {
-  return GetOwner()->QueryInterface(riid, ppv);
-}
-ULONG CAudioStream::AddRef() {
-  return GetOwner()->AddRef();
-}
-ULONG CAudioStream::Release() {
-  return GetOwner()->Release();
-}
-
-HRESULT CAudioStream::GetStreamInfo(IStreamInfo** ppInfo) {
+HRESULT AudioStream::GetStreamInfo(IStreamInfo** ppInfo) {
   if (ppInfo == nullptr) return E_POINTER;
   *ppInfo = nullptr;
   return Guarded([&] {
@@ -64,12 +41,12 @@ HRESULT CAudioStream::GetStreamInfo(IStreamInfo** ppInfo) {
   });
 }
 
-HRESULT CAudioStream::ChangeStream(int index) {
+HRESULT AudioStream::ChangeStream(int index) {
   if (index < 0) return E_INVALIDARG;
   return Guarded([&] {
     const int stream = m_program.FindStream(m_reader->file().format(), AVMEDIA_TYPE_AUDIO, index);
     if (stream < 0) return E_INVALIDARG;
-    std::unique_ptr<MediaFile> file = MediaFile::Open(m_reader->file().path());
+    std::unique_ptr<media::MediaFile> file = media::MediaFile::Open(m_reader->file().path());
     if (file == nullptr) return E_INVALIDARG;
     std::unique_ptr<AudioReader> reader = AudioReader::Open(std::move(file), stream);
     if (reader == nullptr) return E_INVALIDARG;
@@ -82,16 +59,16 @@ HRESULT CAudioStream::ChangeStream(int index) {
   });
 }
 
-CZelSample* CAudioStream::GetSampleEx() {
+CZelSample* AudioStream::GetSampleEx() {
   m_sought = false;
   return CurrentSample();
 }
 
-CZelSample* CAudioStream::GetOriginSampleEx() {
+CZelSample* AudioStream::GetOriginSampleEx() {
   return CurrentSample();
 }
 
-CZelSample* CAudioStream::CurrentSample() {
+CZelSample* AudioStream::CurrentSample() {
   if (m_reader->frame() == nullptr) return nullptr;
   if (!m_filled) {
     m_filled = Guarded([&] { return FillSample(); }, false, false);
@@ -100,7 +77,7 @@ CZelSample* CAudioStream::CurrentSample() {
   return m_filled ? m_sample.get() : nullptr;
 }
 
-bool CAudioStream::FillSample() {
+bool AudioStream::FillSample() {
   const AVFrame& source = *m_reader->frame();
   const int count = m_reader->sampleCount();
   const int channels = m_converter.ChannelsFor(source);
@@ -131,11 +108,11 @@ bool CAudioStream::FillSample() {
   return true;
 }
 
-std::int64_t CAudioStream::AxisOffset() const {
+std::int64_t AudioStream::AxisOffset() const {
   return m_originSet ? m_reader->startPts() - m_origin : 0;
 }
 
-int CAudioStream::Forward() {
+int AudioStream::Forward() {
   // Right after a seek the sample that was sought is still to be read.
   if (std::exchange(m_sought, false)) return 0;
   m_filled = false;
@@ -146,11 +123,11 @@ int CAudioStream::Forward() {
   return result == 0 ? 0 : -1;
 }
 
-int CAudioStream::Backward() {
+int AudioStream::Backward() {
   return -1;
 }
 
-double CAudioStream::Seek(double seconds, int /*mode*/) {
+double AudioStream::Seek(double seconds, int /*mode*/) {
   if (std::isnan(seconds)) return -1;
   m_filled = false;
   const double offset = static_cast<double>(AxisOffset()) / kTicksPerSecond;
@@ -162,12 +139,12 @@ double CAudioStream::Seek(double seconds, int /*mode*/) {
   return m_sought ? static_cast<double>(m_reader->time()) + offset : -1;
 }
 
-HRESULT CAudioStream::NotifyStreamMessage(unsigned long /*msg*/, long long /*param*/, void* /*p1*/,
-                                          void* /*p2*/) {
+HRESULT AudioStream::NotifyStreamMessage(unsigned long /*msg*/, long long /*param*/, void* /*p1*/,
+                                         void* /*p2*/) {
   return S_FALSE;
 }
 
-HRESULT CAudioStream::SetOutputChannels(int channels) {
+HRESULT AudioStream::SetOutputChannels(int channels) {
   constexpr int most = 8;
   if (channels < 0 || channels > most) return E_INVALIDARG;
   m_channels = channels;
@@ -176,20 +153,20 @@ HRESULT CAudioStream::SetOutputChannels(int channels) {
   return S_OK;
 }
 
-HRESULT CAudioStream::SetTimeOrigin(long long origin) {
+HRESULT AudioStream::SetTimeOrigin(long long origin) {
   m_originSet = true;
-  m_origin = Bounded(origin);
+  m_origin = media::Bounded(origin);
   m_filled = false;
   return S_OK;
 }
 
-HRESULT CAudioStream::GetStatus(wchar_t** text) {
+HRESULT AudioStream::GetStatus(wchar_t** text) {
   if (text != nullptr) *text = nullptr;
   const std::string& reading = m_reader->failure();
   if (reading.empty() && m_failure == nullptr) return S_OK;
   Guarded([&] {
     const std::string_view failure = reading.empty() ? std::string_view(m_failure) : reading;
-    if (text != nullptr) *text = SysAllocString(utf8::ToWide(failure).c_str());
+    if (text != nullptr) *text = SysAllocString(media::ToWide(failure).c_str());
     return S_OK;
   });
   return E_FAIL;

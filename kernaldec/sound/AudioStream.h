@@ -10,7 +10,7 @@
 #include "kernaldec/file/Programs.h"
 #include "kernaldec/sound/AudioReader.h"
 #include "kernaldec/sound/PcmConverter.h"
-#include "zel/base/Unknown.h"
+#include "zel/base/Component.h"
 #include "zel/compositor/MediaStream.h"
 #include "zel/sample/Sample.h"
 
@@ -19,15 +19,10 @@ namespace zel::kernaldec {
 /// Yields interleaved 16-bit PCM at the file's own rate and channel count, one decoded frame per
 /// sample; a frame whose format differs from the one before brings its own. A new stream is before
 /// its first sample. One thread at a time; the sample is reused.
-class CAudioStream final : public scombase::CUnknown, public IMediaStream, public IDecodedAudio {
+class AudioStream final : public Component<IMediaStream, IDecodedAudio> {
  public:
   /// @param program the program of the reader's stream.
-  CAudioStream(std::unique_ptr<AudioReader> reader, Program program);
-
-  HRESULT NonDelegatingQueryInterface(const _GUID& riid, void** ppv) override;
-  HRESULT QueryInterface(const _GUID& riid, void** ppv) override;
-  ULONG AddRef() override;
-  ULONG Release() override;
+  AudioStream(std::unique_ptr<AudioReader> reader, Program program);
 
   HRESULT GetStreamInfo(IStreamInfo** ppInfo) override;
   /// Selects the audio stream of that number within its program, before its first sample. What
@@ -63,7 +58,7 @@ class CAudioStream final : public scombase::CUnknown, public IMediaStream, publi
   std::unique_ptr<AudioReader> m_reader;
   Program m_program;
   PcmConverter m_converter;
-  ComponentPtr<CZelSample> m_sample;
+  Ref<CZelSample> m_sample;
   bool m_filled = false;  ///< m_sample holds the reader's current samples.
   bool m_sought = false;  // A seek has found a sample that nobody has read yet.
   int m_channels = 0;     ///< Wanted; 0: the file's.

@@ -31,7 +31,7 @@ class PcmConverter {
   bool Prepare(const AVFrame& frame);
 
   int m_channels = 0;
-  FfmpegPtr<SwrContext> m_swr;
+  media::Resampler m_swr;
   int m_inFormat = AV_SAMPLE_FMT_NONE;
   int m_outChannels = 0;
   AVChannelLayout m_inLayout{};

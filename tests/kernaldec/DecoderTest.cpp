@@ -260,7 +260,7 @@ TEST_F(Decoder, RefusesWhatIsNoPlainMediaFile) {
     SCOPED_TRACE(path);
     EXPECT_EQ(CreateDecoder(path, nullptr, &decoder), E_INVALIDARG);
     info = reinterpret_cast<IMediaInfo*>(1);
-    EXPECT_EQ(Manager()->OpenMediaInfo(utf8::ToWide(path).c_str(), 11, &info), E_INVALIDARG);
+    EXPECT_EQ(Manager()->OpenMediaInfo(media::ToWide(path).c_str(), 11, &info), E_INVALIDARG);
     EXPECT_EQ(info, nullptr);
   }
   EXPECT_EQ(Manager()->CreateDecoder(nullptr, 0, nullptr, 11, nullptr), E_POINTER);
@@ -311,7 +311,7 @@ TEST_F(Decoder, RemixesAndMovesTheOriginBetweenReads) {
 
 Ref<IMediaInfo> Describe(const std::string& path) {
   IMediaInfo* info = nullptr;
-  EXPECT_EQ(Manager()->OpenMediaInfo(utf8::ToWide(path).c_str(), 11, &info), S_OK) << path;
+  EXPECT_EQ(Manager()->OpenMediaInfo(media::ToWide(path).c_str(), 11, &info), S_OK) << path;
   return Ref<IMediaInfo>(info);
 }
 

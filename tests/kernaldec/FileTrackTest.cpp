@@ -62,7 +62,7 @@ class FileTrack : public testing::Test {
   }
 
   HRESULT Add(const std::string& name) const {
-    std::wstring path = utf8::ToWide(folder / name);
+    std::wstring path = media::ToWide(folder / name);
     return compositor->AddByFileName(path.data());
   }
 

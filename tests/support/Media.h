@@ -74,7 +74,7 @@ inline HRESULT CreateDecoder(const std::string& path, DecoderSelection* selectio
                              Ref<IMediaDecoder>* decoder) {
   IMediaDecoder* out = reinterpret_cast<IMediaDecoder*>(1);
   const HRESULT result =
-      Manager()->CreateDecoder(utf8::ToWide(path).c_str(), 0, selection, 11, &out);
+      Manager()->CreateDecoder(media::ToWide(path).c_str(), 0, selection, 11, &out);
   EXPECT_EQ(out != nullptr, result == S_OK);
   decoder->reset(out);
   return result;
@@ -122,7 +122,7 @@ struct Audio {
     wchar_t* text = nullptr;
     const HRESULT status = control->GetStatus(&text);
     EXPECT_EQ(text != nullptr, status != S_OK);
-    const std::string failure = text != nullptr ? utf8::FromWide(text) : "";
+    const std::string failure = text != nullptr ? media::ToUtf8(text) : "";
     SysFreeString(text);
     return failure;
   }
