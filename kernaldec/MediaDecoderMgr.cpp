@@ -46,31 +46,30 @@ HRESULT MediaDecoderMgr::OpenMediaInfo(const wchar_t* fileName, int /*kind*/, IM
 
 MediaDecoder::MediaDecoder(std::unique_ptr<media::MediaFile> file, std::vector<Program> programs,
                            Selection selection)
-    : m_path(file->path()),
-      m_programs(std::move(programs)),
-      m_selection(selection),
-      m_file(std::move(file)) {}
+    : path_(file->path()),
+      programs_(std::move(programs)),
+      selection_(selection),
+      file_(std::move(file)) {}
 
 MediaDecoder::~MediaDecoder() = default;
 
 std::unique_ptr<media::MediaFile> MediaDecoder::TakeFile() {
-  return m_file != nullptr ? std::move(m_file) : media::MediaFile::Open(m_path);
+  return file_ != nullptr ? std::move(file_) : media::MediaFile::Open(path_);
 }
 
 HRESULT MediaDecoder::GetVideoStream(IMediaStream** ppStream) {
   if (ppStream == nullptr) return E_POINTER;
   *ppStream = nullptr;
-  if (m_selection.video < 0) return E_FAIL;
+  if (selection_.video < 0) return E_FAIL;
   return Guarded([&] {
-    const std::lock_guard lock(m_mutex);
-    if (!m_video) {
+    const std::lock_guard lock(mutex_);
+    if (!video_) {
       std::unique_ptr<media::MediaFile> file = TakeFile();
       if (file == nullptr) return E_FAIL;
-      m_video =
-          VideoStream::Open(std::move(file), m_selection.video, m_programs[m_selection.program]);
-      if (!m_video) return E_FAIL;
+      video_ = VideoStream::Open(std::move(file), selection_.video, programs_[selection_.program]);
+      if (!video_) return E_FAIL;
     }
-    return scombase::GetInterface(static_cast<IMediaStream*>(m_video.get()),
+    return scombase::GetInterface(static_cast<IMediaStream*>(video_.get()),
                                   reinterpret_cast<void**>(ppStream));
   });
 }
@@ -78,17 +77,17 @@ HRESULT MediaDecoder::GetVideoStream(IMediaStream** ppStream) {
 HRESULT MediaDecoder::GetAudioStream(IMediaStream** ppStream) {
   if (ppStream == nullptr) return E_POINTER;
   *ppStream = nullptr;
-  if (m_selection.audio < 0) return E_FAIL;
+  if (selection_.audio < 0) return E_FAIL;
   return Guarded([&] {
-    const std::lock_guard lock(m_mutex);
-    if (!m_audio) {
+    const std::lock_guard lock(mutex_);
+    if (!audio_) {
       std::unique_ptr<media::MediaFile> file = TakeFile();
       if (file == nullptr) return E_FAIL;
-      std::unique_ptr<AudioReader> reader = AudioReader::Open(std::move(file), m_selection.audio);
+      std::unique_ptr<AudioReader> reader = AudioReader::Open(std::move(file), selection_.audio);
       if (reader == nullptr) return E_FAIL;
-      m_audio = MakeComponent<AudioStream>(std::move(reader), m_programs[m_selection.program]);
+      audio_ = MakeComponent<AudioStream>(std::move(reader), programs_[selection_.program]);
     }
-    return scombase::GetInterface(static_cast<IMediaStream*>(m_audio.get()),
+    return scombase::GetInterface(static_cast<IMediaStream*>(audio_.get()),
                                   reinterpret_cast<void**>(ppStream));
   });
 }

@@ -46,13 +46,13 @@ class MediaDecoder final : public Component<IMediaDecoder> {
   /// The file opened at first, or opened again when a stream has taken that.
   std::unique_ptr<media::MediaFile> TakeFile();
 
-  const std::string m_path;
-  const std::vector<Program> m_programs;
-  const Selection m_selection;
-  std::mutex m_mutex;
-  std::unique_ptr<media::MediaFile> m_file;
-  Ref<AudioStream> m_audio;
-  Ref<VideoStream> m_video;
+  const std::string path_;
+  const std::vector<Program> programs_;
+  const Selection selection_;
+  std::mutex mutex_;
+  std::unique_ptr<media::MediaFile> file_;
+  Ref<AudioStream> audio_;
+  Ref<VideoStream> video_;
 };
 
 }  // namespace zel::kernaldec

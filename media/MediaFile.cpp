@@ -41,66 +41,66 @@ std::unique_ptr<MediaFile> MediaFile::Open(const std::string& path, int flags) {
 }
 
 MediaFile::~MediaFile() {
-  avformat_close_input(&m_format);
-  if (m_io != nullptr) av_freep(&m_io->buffer);
-  avio_context_free(&m_io);
-  if (m_descriptor >= 0) close(m_descriptor);
+  avformat_close_input(&format_);
+  if (io_ != nullptr) av_freep(&io_->buffer);
+  avio_context_free(&io_);
+  if (descriptor_ >= 0) close(descriptor_);
 }
 
 int MediaFile::OpenFile() {
   // A fifo without a writer would stop an open that may wait.
-  m_descriptor = open(m_path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  descriptor_ = open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   struct stat info {};
-  if (m_descriptor < 0 || fstat(m_descriptor, &info) != 0) return errno;
+  if (descriptor_ < 0 || fstat(descriptor_, &info) != 0) return errno;
   if (S_ISDIR(info.st_mode)) return EISDIR;
   if (!S_ISREG(info.st_mode)) return ENXIO;
-  m_size = info.st_size;
+  size_ = info.st_size;
   return 0;
 }
 
 int MediaFile::OpenFormat(int flags) {
   auto* buffer = static_cast<unsigned char*>(av_malloc(kInputBuffer));
   if (buffer == nullptr) throw std::bad_alloc();
-  m_io = avio_alloc_context(buffer, kInputBuffer, 0, this, &MediaFile::Read, nullptr,
-                            &MediaFile::Seek);
-  if (m_io == nullptr) {
+  io_ = avio_alloc_context(buffer, kInputBuffer, 0, this, &MediaFile::Read, nullptr,
+                           &MediaFile::Seek);
+  if (io_ == nullptr) {
     av_free(buffer);
     throw std::bad_alloc();
   }
   // The last part of the name helps to recognise formats that have no signature.
-  std::string name = m_path.substr(m_path.rfind('/') + 1);
+  std::string name = path_.substr(path_.rfind('/') + 1);
   // A number pattern would stand for a series of pictures.
   std::replace(name.begin(), name.end(), '%', '_');
   const AVInputFormat* input = nullptr;
-  const int score = av_probe_input_buffer2(m_io, &input, name.c_str(), nullptr, 0, 0);
+  const int score = av_probe_input_buffer2(io_, &input, name.c_str(), nullptr, 0, 0);
   if (score < 0) return score;
   if (Is(*input, kTextAsFilm)) return AVERROR_INVALIDDATA;
-  m_recognised = score > AVPROBE_SCORE_EXTENSION;
+  recognised_ = score > AVPROBE_SCORE_EXTENSION;
 
-  m_format = avformat_alloc_context();
-  if (m_format == nullptr) throw std::bad_alloc();
-  m_format->flags |= flags;
-  m_format->opaque = this;
-  m_format->io_open = &MediaFile::RefuseFurtherFile;
+  format_ = avformat_alloc_context();
+  if (format_ == nullptr) throw std::bad_alloc();
+  format_->flags |= flags;
+  format_->opaque = this;
+  format_->io_open = &MediaFile::RefuseFurtherFile;
   // For demultiplexers that open a further file by themselves: they hand this on. An empty list
   // would allow everything; no protocol has this name.
-  m_format->protocol_whitelist = av_strdup("none");
-  if (m_format->protocol_whitelist == nullptr) throw std::bad_alloc();
-  for (const char* list : kLists) m_leadsElsewhere = m_leadsElsewhere || Is(*input, list);
+  format_->protocol_whitelist = av_strdup("none");
+  if (format_->protocol_whitelist == nullptr) throw std::bad_alloc();
+  for (const char* list : kLists) leadsElsewhere_ = leadsElsewhere_ || Is(*input, list);
   // Only from here on does FFmpeg know that the input is not its own to close.
-  m_format->pb = m_io;
-  const int result = avformat_open_input(&m_format, name.c_str(), input, nullptr);
+  format_->pb = io_;
+  const int result = avformat_open_input(&format_, name.c_str(), input, nullptr);
   return std::min(result, 0);
 }
 
 int MediaFile::FindStreams() {
-  return std::min(avformat_find_stream_info(m_format, nullptr), 0);
+  return std::min(avformat_find_stream_info(format_, nullptr), 0);
 }
 
 int MediaFile::ReadPacket(AVPacket* packet) {
   int result = AVERROR(EAGAIN);
   for (int i = 0; i < kMaxReadRetries && result == AVERROR(EAGAIN); ++i) {
-    result = av_read_frame(m_format, packet);
+    result = av_read_frame(format_, packet);
   }
   return result;
 }
@@ -109,19 +109,19 @@ int MediaFile::ReadPacket(AVPacket* packet) {
 int MediaFile::RefuseFurtherFile(AVFormatContext* format, AVIOContext** io, const char* /*url*/,
                                  int /*flags*/, AVDictionary** /*options*/) {
   // A demultiplexer may hand the callback on to a context that it makes for another file.
-  if (format->opaque != nullptr) static_cast<MediaFile*>(format->opaque)->m_leadsElsewhere = true;
+  if (format->opaque != nullptr) static_cast<MediaFile*>(format->opaque)->leadsElsewhere_ = true;
   *io = nullptr;
   return AVERROR(EACCES);
 }
 
 bool MediaFile::IsFormat(const char* name) const {
-  return Is(*m_format->iformat, name);
+  return Is(*format_->iformat, name);
 }
 
 void MediaFile::ReadAt(std::uint64_t offset, void* buffer, std::size_t size) const {
   auto* bytes = static_cast<char*>(buffer);
-  while (size > 0 && offset < static_cast<std::uint64_t>(m_size)) {
-    const ssize_t got = pread(m_descriptor, bytes, size, static_cast<off_t>(offset));
+  while (size > 0 && offset < static_cast<std::uint64_t>(size_)) {
+    const ssize_t got = pread(descriptor_, bytes, size, static_cast<off_t>(offset));
     if (got < 0 && errno == EINTR) continue;
     if (got <= 0) return;
     bytes += got;
@@ -134,18 +134,18 @@ int MediaFile::Read(void* self, std::uint8_t* buffer, int size) {
   auto* file = static_cast<MediaFile*>(self);
   ssize_t got = 0;
   do {
-    got = read(file->m_descriptor, buffer, static_cast<std::size_t>(size));
+    got = read(file->descriptor_, buffer, static_cast<std::size_t>(size));
   } while (got < 0 && errno == EINTR);
   if (got > 0) return static_cast<int>(got);
   if (got == 0) return AVERROR_EOF;
-  if (file->m_readError == 0) file->m_readError = errno;
+  if (file->readError_ == 0) file->readError_ = errno;
   return AVERROR(errno);
 }
 
 std::int64_t MediaFile::Seek(void* self, std::int64_t offset, int whence) {
   const auto* file = static_cast<MediaFile*>(self);
-  if (whence == AVSEEK_SIZE) return file->m_size;
-  const off_t reached = lseek(file->m_descriptor, offset, whence & ~AVSEEK_FORCE);
+  if (whence == AVSEEK_SIZE) return file->size_;
+  const off_t reached = lseek(file->descriptor_, offset, whence & ~AVSEEK_FORCE);
   return reached < 0 ? AVERROR(errno) : reached;
 }
 

@@ -35,7 +35,7 @@ class MediaFile {
 
   /// The same in steps, for those who want to know which one fails. Each needs the one before, and
   /// is for once.
-  explicit MediaFile(std::string path) : m_path(std::move(path)) {}
+  explicit MediaFile(std::string path) : path_(std::move(path)) {}
   /// @return 0, or the system's error number; EISDIR for a folder, ENXIO for another thing that is
   ///   no plain file.
   int OpenFile();
@@ -55,21 +55,21 @@ class MediaFile {
   MediaFile(const MediaFile&) = delete;
   MediaFile& operator=(const MediaFile&) = delete;
 
-  AVFormatContext* format() const { return m_format; }
-  AVStream* stream(int index) const { return m_format->streams[index]; }
-  const std::string& path() const { return m_path; }
+  AVFormatContext* format() const { return format_; }
+  AVStream* stream(int index) const { return format_->streams[index]; }
+  const std::string& path() const { return path_; }
   /// Bytes in the file when it was opened.
-  std::int64_t size() const { return m_size; }
+  std::int64_t size() const { return size_; }
   /// Copies bytes of the file from `offset` on, without moving the demultiplexer; what the file
   /// does not have is left as it is.
   void ReadAt(std::uint64_t offset, void* buffer, std::size_t size) const;
   /// The error number of the first read that failed, or 0.
-  int readError() const { return m_readError; }
+  int readError() const { return readError_; }
   /// True when the file's beginning, not only its name, speaks for the container's format.
   /// OpenFormat, even if it fails, finds out.
-  bool isRecognised() const { return m_recognised; }
+  bool isRecognised() const { return recognised_; }
   /// True when the file names further ones, which were not opened.
-  bool leadsElsewhere() const { return m_leadsElsewhere; }
+  bool leadsElsewhere() const { return leadsElsewhere_; }
   /// True when FFmpeg's name for the container is `name`, or has it in its list.
   bool IsFormat(const char* name) const;
 
@@ -79,14 +79,14 @@ class MediaFile {
   static int RefuseFurtherFile(AVFormatContext* format, AVIOContext** io, const char* url,
                                int flags, AVDictionary** options);
 
-  std::string m_path;
-  std::int64_t m_size = 0;
-  int m_descriptor = -1;
-  int m_readError = 0;
-  bool m_recognised = false;
-  bool m_leadsElsewhere = false;
-  AVIOContext* m_io = nullptr;
-  AVFormatContext* m_format = nullptr;
+  std::string path_;
+  std::int64_t size_ = 0;
+  int descriptor_ = -1;
+  int readError_ = 0;
+  bool recognised_ = false;
+  bool leadsElsewhere_ = false;
+  AVIOContext* io_ = nullptr;
+  AVFormatContext* format_ = nullptr;
 };
 
 }  // namespace zel::media

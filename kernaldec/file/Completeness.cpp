@@ -11,14 +11,14 @@ namespace {
 /// Reads numbers out of a file; past its end everything is 0.
 class Bytes {
  public:
-  explicit Bytes(const media::MediaFile& file) : m_file(file) {}
+  explicit Bytes(const media::MediaFile& file) : file_(file) {}
 
-  std::uint64_t size() const { return static_cast<std::uint64_t>(m_file.size()); }
+  std::uint64_t size() const { return static_cast<std::uint64_t>(file_.size()); }
   std::uint64_t Little(std::uint64_t at, int count) const { return Number(at, count, false); }
   std::uint64_t Big(std::uint64_t at, int count) const { return Number(at, count, true); }
   bool Is(std::uint64_t at, std::string_view text) const {
     char found[16] = {};
-    m_file.ReadAt(at, found, text.size());
+    file_.ReadAt(at, found, text.size());
     return text == std::string_view(found, text.size());
   }
   /// True when `length` bytes from `start` on are more than the file has.
@@ -29,13 +29,13 @@ class Bytes {
  private:
   std::uint64_t Number(std::uint64_t at, int count, bool bigEndian) const {
     unsigned char bytes[8] = {};
-    m_file.ReadAt(at, bytes, static_cast<std::size_t>(count));
+    file_.ReadAt(at, bytes, static_cast<std::size_t>(count));
     std::uint64_t value = 0;
     for (int i = 0; i < count; ++i) value = value << 8 | bytes[bigEndian ? i : count - 1 - i];
     return value;
   }
 
-  const media::MediaFile& m_file;
+  const media::MediaFile& file_;
 };
 
 // What stands for an unknown size: nothing, or close to the most that 31 or 32 bits can hold.

@@ -31,35 +31,34 @@ AVRational RateOf(const AVFormatContext* format, const AVStream& stream) {
 }  // namespace
 
 PictureClock::PictureClock(const AVFormatContext* format, const AVStream& stream, bool isBlocks)
-    : m_isBlocks(isBlocks),
-      m_base(stream.time_base),
-      m_rate(RateOf(format, stream)),
-      m_mostRate(stream.r_frame_rate) {}
+    : isBlocks_(isBlocks),
+      base_(stream.time_base),
+      rate_(RateOf(format, stream)),
+      mostRate_(stream.r_frame_rate) {}
 
 void PictureClock::StartAt(std::int64_t time) {
   Lose();
-  m_end = time;
+  end_ = time;
 }
 
 void PictureClock::Lose() {
-  m_end.reset();
-  m_untimedLength = 0;
-  m_decodeTime.reset();
-  m_packetsSince = 0;
-  m_doubts = 0;
+  end_.reset();
+  untimedLength_ = 0;
+  decodeTime_.reset();
+  packetsSince_ = 0;
+  doubts_ = 0;
 }
 
 long double PictureClock::Length(const AVCodecContext& codec, int repeatedFields) const {
-  AVRational rate = m_rate;
-  if ((m_storesShowTimes || !m_storesDecodeTimes) && IsPositive(codec.framerate)) {
+  AVRational rate = rate_;
+  if ((storesShowTimes_ || !storesDecodeTimes_) && IsPositive(codec.framerate)) {
     // Where times have gaps, FFmpeg's average is no good. The codec knows the rate, but for MPEG-4
     // and H.264 of varying rate, which tell that of a finer clock.
     const bool isClock = av_q2d(codec.framerate) > kHighestRate;
     if (!isClock) rate = codec.framerate;
-    if (isClock && IsPositive(m_mostRate)) rate = m_mostRate;
+    if (isClock && IsPositive(mostRate_)) rate = mostRate_;
   }
-  const long double picture =
-      static_cast<long double>(rate.den) / rate.num * m_base.den / m_base.num;
+  const long double picture = static_cast<long double>(rate.den) / rate.num * base_.den / base_.num;
   const long double length = picture * (2 + std::clamp(repeatedFields, 0, 4)) / 2;
   return std::clamp<long double>(length, 1, kLongest);
 }
@@ -67,7 +66,7 @@ long double PictureClock::Length(const AVCodecContext& codec, int repeatedFields
 long double PictureClock::DecodingLength(const AVCodecContext& codec) const {
   const long double length = Length(codec, 0);
   // A film, of whose pictures every second one repeats a field.
-  const double share = av_q2d(m_rate) / std::max(av_q2d(codec.framerate), 1e-9);
+  const double share = av_q2d(rate_) / std::max(av_q2d(codec.framerate), 1e-9);
   const bool isFilm = codec.codec_id == AV_CODEC_ID_MPEG2VIDEO && share > 0.79 && share < 0.81;
   return isFilm ? length * 5 / 4 : length;
 }
@@ -89,10 +88,10 @@ bool PictureClock::Settle(const std::vector<std::int64_t>& times, bool isAll,
       hasGaps = hasGaps || step <= 0;
       const long double wanted = length * static_cast<long double>(i - last);
       if (hasGaps && std::fabs(static_cast<long double>(step) - wanted) <= length / 2) {
-        m_hasGaps = true;
-        m_decodeTime = static_cast<long double>(media::Bounded(times[last])) -
-                       length * static_cast<long double>(last + 1);
-        m_packetsSince = 0;
+        hasGaps_ = true;
+        decodeTime_ = static_cast<long double>(media::Bounded(times[last])) -
+                      length * static_cast<long double>(last + 1);
+        packetsSince_ = 0;
         return true;
       }
     }
@@ -102,13 +101,13 @@ bool PictureClock::Settle(const std::vector<std::int64_t>& times, bool isAll,
 }
 
 void PictureClock::Check(AVPacket* packet, const AVCodecContext& codec) {
-  m_storesShowTimes = m_storesShowTimes || packet->pts != AV_NOPTS_VALUE;
-  m_storesDecodeTimes = m_storesDecodeTimes || packet->dts != AV_NOPTS_VALUE;
-  m_showsOutOfOrder =
-      m_showsOutOfOrder || (packet->pts != AV_NOPTS_VALUE && packet->pts != packet->dts);
-  m_packetsSince = std::min(m_packetsSince + 1, kFarAway);
+  storesShowTimes_ = storesShowTimes_ || packet->pts != AV_NOPTS_VALUE;
+  storesDecodeTimes_ = storesDecodeTimes_ || packet->dts != AV_NOPTS_VALUE;
+  showsOutOfOrder_ =
+      showsOutOfOrder_ || (packet->pts != AV_NOPTS_VALUE && packet->pts != packet->dts);
+  packetsSince_ = std::min(packetsSince_ + 1, kFarAway);
   if (packet->dts == AV_NOPTS_VALUE) {
-    m_hasGaps = m_hasGaps || m_storesDecodeTimes;
+    hasGaps_ = hasGaps_ || storesDecodeTimes_;
     return;
   }
   // Where the start code of a picture lies across the border of two blocks, FFmpeg's parser gives
@@ -116,18 +115,18 @@ void PictureClock::Check(AVPacket* packet, const AVCodecContext& codec) {
   // after a while.
   const auto time = static_cast<long double>(media::Bounded(packet->dts));
   bool isNext = false;
-  if (m_hasGaps && m_decodeTime && m_doubts < kMostDoubts) {
+  if (hasGaps_ && decodeTime_ && doubts_ < kMostDoubts) {
     const long double length = DecodingLength(codec);
-    const long double late = time - *m_decodeTime - length * m_packetsSince;
+    const long double late = time - *decodeTime_ - length * packetsSince_;
     isNext = late > length / 2 && late < length * 3 / 2;
   }
-  m_doubts = isNext ? m_doubts + 1 : 0;
+  doubts_ = isNext ? doubts_ + 1 : 0;
   if (isNext) {
     packet->pts = AV_NOPTS_VALUE;
     packet->dts = AV_NOPTS_VALUE;
   } else {
-    m_decodeTime = time;
-    m_packetsSince = 0;
+    decodeTime_ = time;
+    packetsSince_ = 0;
   }
 }
 
@@ -136,8 +135,8 @@ void PictureClock::Stamp(AVFrame* picture, const AVCodecContext& codec) {
                                                        : Length(codec, picture->repeat_pict);
   // Some writers store the time of decoding in the place of the other one.
   const bool hasShowTimes =
-      m_storesShowTimes && (m_isBlocks || m_showsOutOfOrder || codec.has_b_frames <= 0);
-  std::optional<long double> time = m_end;
+      storesShowTimes_ && (isBlocks_ || showsOutOfOrder_ || codec.has_b_frames <= 0);
+  std::optional<long double> time = end_;
   if (hasShowTimes) {
     if (picture->pts != AV_NOPTS_VALUE) time = media::Bounded(picture->pts);
   } else if (picture->pkt_dts != AV_NOPTS_VALUE) {
@@ -147,9 +146,9 @@ void PictureClock::Stamp(AVFrame* picture, const AVCodecContext& codec) {
   picture->pts = time ? media::Rounded(*time) : AV_NOPTS_VALUE;
   picture->pkt_duration = media::Rounded(length);
   if (time) {
-    m_end = *time + length;
+    end_ = *time + length;
   } else {
-    m_untimedLength += length;
+    untimedLength_ += length;
   }
 }
 

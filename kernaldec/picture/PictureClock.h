@@ -39,29 +39,29 @@ class PictureClock {
   void Stamp(AVFrame* picture, const AVCodecContext& codec);
 
   /// True if any packet so far had a time.
-  bool StoresTimes() const { return m_storesShowTimes || m_storesDecodeTimes; }
+  bool StoresTimes() const { return storesShowTimes_ || storesDecodeTimes_; }
   /// For how long the pictures are shown that have come without a time since Lose.
-  std::int64_t UntimedLength() const { return media::Rounded(m_untimedLength); }
+  std::int64_t UntimedLength() const { return media::Rounded(untimedLength_); }
 
  private:
   long double Length(const AVCodecContext& codec, int repeatedFields) const;
   long double DecodingLength(const AVCodecContext& codec) const;
 
-  const bool m_isBlocks;
-  const AVRational m_base;
-  const AVRational m_rate;      ///< Of pictures, on the average.
-  const AVRational m_mostRate;  ///< By which all times of the container can be told.
+  const bool isBlocks_;
+  const AVRational base_;
+  const AVRational rate_;      ///< Of pictures, on the average.
+  const AVRational mostRate_;  ///< By which all times of the container can be told.
   // What the file is like.
-  bool m_storesShowTimes = false;
-  bool m_storesDecodeTimes = false;
-  bool m_showsOutOfOrder = false;  ///< Some packet's two times differ.
-  bool m_hasGaps = false;          ///< Some pictures have times, others none.
+  bool storesShowTimes_ = false;
+  bool storesDecodeTimes_ = false;
+  bool showsOutOfOrder_ = false;  ///< Some packet's two times differ.
+  bool hasGaps_ = false;          ///< Some pictures have times, others none.
   // Where reading is. Lengths are not rounded before they are added.
-  std::optional<long double> m_end;  ///< Of the picture before, if known.
-  long double m_untimedLength = 0;
-  std::optional<long double> m_decodeTime;  ///< The last one that was stored and believed.
-  int m_packetsSince = 0;  ///< Not their length: the rate becomes known with the first picture.
-  int m_doubts = 0;        ///< As many of the last stored times were taken away.
+  std::optional<long double> end_;  ///< Of the picture before, if known.
+  long double untimedLength_ = 0;
+  std::optional<long double> decodeTime_;  ///< The last one that was stored and believed.
+  int packetsSince_ = 0;  ///< Not their length: the rate becomes known with the first picture.
+  int doubts_ = 0;        ///< As many of the last stored times were taken away.
 };
 
 }  // namespace zel::kernaldec

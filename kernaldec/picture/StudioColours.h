@@ -31,19 +31,19 @@ class StudioColours {
   explicit StudioColours(const ColourCoding& from);
 
   /// The picture has that coding already, or is none of Y'CbCr.
-  bool IsIdentity() const { return m_identity; }
+  bool IsIdentity() const { return identity_; }
   /// Maps a planar 4:2:0 picture of 8 bits in place; a chroma sample serves its four luma samples.
   /// Planes of odd sizes have rounded-up chroma.
   void Apply(std::uint8_t* const planes[3], const int pitches[3], int width, int height) const;
 
  private:
-  bool m_identity;
+  bool identity_;
   // Fixed-point numbers with 14 fractional bits. The offsets hold the rounding half.
-  std::int32_t m_lumaOfLuma = 0;
-  std::int32_t m_lumaOffset = 0;
-  std::array<std::int32_t, 2> m_lumaOf{};  ///< Of Cb, of Cr.
-  std::array<std::int32_t, 2> m_cbOf{};
-  std::array<std::int32_t, 2> m_crOf{};
+  std::int32_t lumaOfLuma_ = 0;
+  std::int32_t lumaOffset_ = 0;
+  std::array<std::int32_t, 2> lumaOf_{};  ///< Of Cb, of Cr.
+  std::array<std::int32_t, 2> cbOf_{};
+  std::array<std::int32_t, 2> crOf_{};
 };
 
 }  // namespace zel::kernaldec

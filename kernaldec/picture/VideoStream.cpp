@@ -43,17 +43,17 @@ Ref<VideoStream> VideoStream::Open(std::unique_ptr<media::MediaFile> file, int i
 }
 
 VideoStream::VideoStream(std::unique_ptr<media::MediaFile> file, int index, const Program& program)
-    : m_file(std::move(file)),
-      m_index(index),
-      m_program(program),
-      m_isBlocks(m_file->IsFormat("mpeg") || m_file->IsFormat("mpegts")),
-      m_clock(m_file->format(), *m_file->stream(index), m_isBlocks),
-      m_packet(av_packet_alloc()),
-      m_frame(av_frame_alloc()),
-      m_next(av_frame_alloc()),
-      m_scaled(av_frame_alloc()),
-      m_sample(MakeComponent<CZelSample>(AV_STREAM_VIDEO, FRAME_DATA_DECODED)) {
-  if (m_packet == nullptr || m_frame == nullptr || m_next == nullptr || m_scaled == nullptr) {
+    : file_(std::move(file)),
+      index_(index),
+      program_(program),
+      isBlocks_(file_->IsFormat("mpeg") || file_->IsFormat("mpegts")),
+      clock_(file_->format(), *file_->stream(index), isBlocks_),
+      packet_(av_packet_alloc()),
+      frame_(av_frame_alloc()),
+      next_(av_frame_alloc()),
+      scaled_(av_frame_alloc()),
+      sample_(MakeComponent<CZelSample>(AV_STREAM_VIDEO, FRAME_DATA_DECODED)) {
+  if (packet_ == nullptr || frame_ == nullptr || next_ == nullptr || scaled_ == nullptr) {
     throw std::bad_alloc();
   }
 }
@@ -61,72 +61,72 @@ VideoStream::VideoStream(std::unique_ptr<media::MediaFile> file, int index, cons
 bool VideoStream::Start() {
   if (!Reopen()) return false;
   LookAhead();
-  m_hasNext = DecodeFrame(m_next.get(), true);
-  if (!m_hasNext) return false;
-  if (m_next->pts == AV_NOPTS_VALUE) {
-    for (int i = 0; i < kLookAhead && !m_clock.StoresTimes(); ++i) {
-      if (ReadPacket(m_packet.get()) < 0) break;
-      m_clock.Check(m_packet.get(), *m_codec);
-      av_packet_unref(m_packet.get());
+  hasNext_ = DecodeFrame(next_.get(), true);
+  if (!hasNext_) return false;
+  if (next_->pts == AV_NOPTS_VALUE) {
+    for (int i = 0; i < kLookAhead && !clock_.StoresTimes(); ++i) {
+      if (ReadPacket(packet_.get()) < 0) break;
+      clock_.Check(packet_.get(), *codec_);
+      av_packet_unref(packet_.get());
     }
-    if (m_clock.StoresTimes()) {
-      m_firstTime = FindFirstTime();
-    } else if (IsIntraOnly(m_codec->codec_id)) {
+    if (clock_.StoresTimes()) {
+      firstTime_ = FindFirstTime();
+    } else if (IsIntraOnly(codec_->codec_id)) {
       // FFmpeg's counting of packets holds after a seek as well.
-      m_flags = 0;
+      flags_ = 0;
     }
     if (!ReadFromBeginning()) return false;
   }
-  m_startTicks = m_next->pts;
-  m_state = State::kBeforeFirst;
+  startTicks_ = next_->pts;
+  state_ = State::kBeforeFirst;
   return true;
 }
 
 bool VideoStream::Reopen() {
-  m_state = State::kEnded;
-  m_hasNext = false;
-  std::unique_ptr<media::MediaFile> input = media::MediaFile::Open(m_file->path(), m_flags);
+  state_ = State::kEnded;
+  hasNext_ = false;
+  std::unique_ptr<media::MediaFile> input = media::MediaFile::Open(file_->path(), flags_);
   if (input == nullptr) return false;
   const auto count = static_cast<int>(input->format()->nb_streams);
-  if (m_index >= count) return false;
+  if (index_ >= count) return false;
   for (int i = 0; i < count; ++i) {
-    input->stream(i)->discard = i == m_index ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
+    input->stream(i)->discard = i == index_ ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
   }
-  const AVStream& stream = *input->stream(m_index);
+  const AVStream& stream = *input->stream(index_);
   if (av_cmp_q(stream.time_base, TimeBase()) != 0) return false;  // Another file by now.
   media::CodecContext codec = media::OpenDecoder(stream);
   if (codec == nullptr) return false;
-  m_ahead.clear();
-  m_codec = std::move(codec);
-  m_input = std::move(input);
-  m_inputEnded = false;
-  m_awaitsKey = false;
-  m_doubtsEnd = false;
-  m_clock.Lose();
+  ahead_.clear();
+  codec_ = std::move(codec);
+  input_ = std::move(input);
+  inputEnded_ = false;
+  awaitsKey_ = false;
+  doubtsEnd_ = false;
+  clock_.Lose();
   return true;
 }
 
 std::int64_t VideoStream::FindFirstTime() {
   if (!Reopen()) return 0;
   LookAhead();
-  return DecodeFrame(m_next.get()) ? media::Bounded(m_next->pts - m_clock.UntimedLength()) : 0;
+  return DecodeFrame(next_.get()) ? media::Bounded(next_->pts - clock_.UntimedLength()) : 0;
 }
 
 bool VideoStream::ReadFromBeginning() {
   if (!Reopen()) return false;
-  m_clock.StartAt(m_firstTime);
+  clock_.StartAt(firstTime_);
   LookAhead();
-  m_hasNext = DecodeFrame(m_next.get());
-  m_state = State::kBeforeFirst;
-  return m_hasNext;
+  hasNext_ = DecodeFrame(next_.get());
+  state_ = State::kBeforeFirst;
+  return hasNext_;
 }
 
 HRESULT VideoStream::GetStreamInfo(IStreamInfo** ppInfo) {
   if (ppInfo == nullptr) return E_POINTER;
   *ppInfo = nullptr;
   return Guarded([&] {
-    StreamInfo record = DescribeStream(m_file->format(), m_program, m_index);
-    record.startPTS = media::ToTicks(m_startTicks, TimeBase());
+    StreamInfo record = DescribeStream(file_->format(), program_, index_);
+    record.startPTS = media::ToTicks(startTicks_, TimeBase());
     const auto info = MakeComponent<CStreamInfo>();
     info->SetStreamInfo(&record);
     return scombase::GetInterface(static_cast<IStreamInfo*>(info.get()),
@@ -139,33 +139,33 @@ HRESULT VideoStream::ChangeStream(int index) {
 }
 
 AVRational VideoStream::TimeBase() const {
-  return m_file->stream(m_index)->time_base;
+  return file_->stream(index_)->time_base;
 }
 
 std::int64_t VideoStream::TimeOf(const AVFrame& frame) const {
-  return media::ToTicks(frame.pts - m_startTicks, TimeBase());
+  return media::ToTicks(frame.pts - startTicks_, TimeBase());
 }
 
 std::int64_t VideoStream::EndOf(const AVFrame& frame) const {
-  return media::ToTicks(frame.pts + frame.pkt_duration - m_startTicks, TimeBase());
+  return media::ToTicks(frame.pts + frame.pkt_duration - startTicks_, TimeBase());
 }
 
 int VideoStream::ReadPacket(AVPacket* packet) {
-  if (!m_ahead.empty()) {
-    av_packet_move_ref(packet, m_ahead.front().get());
-    m_ahead.pop_front();
+  if (!ahead_.empty()) {
+    av_packet_move_ref(packet, ahead_.front().get());
+    ahead_.pop_front();
     return 0;
   }
   for (;;) {
-    const int result = m_input->ReadPacket(packet);
+    const int result = input_->ReadPacket(packet);
     if (result == AVERROR(ENOMEM)) throw std::bad_alloc();
-    if (result < 0 || packet->stream_index == m_index) return result;
+    if (result < 0 || packet->stream_index == index_) return result;
     av_packet_unref(packet);
   }
 }
 
 bool VideoStream::LookAhead() {
-  if (!m_isBlocks) return true;
+  if (!isBlocks_) return true;
   std::deque<media::Packet> packets;
   std::vector<std::int64_t> times;
   bool isSettled = false;
@@ -177,71 +177,71 @@ bool VideoStream::LookAhead() {
       times.push_back(packet->dts);
       packets.push_back(std::move(packet));
     }
-    isSettled = m_clock.Settle(times, isEnd, *m_codec);
+    isSettled = clock_.Settle(times, isEnd, *codec_);
     if (isEnd) break;
   }
-  m_ahead = std::move(packets);
+  ahead_ = std::move(packets);
   return isSettled;
 }
 
 bool VideoStream::DecodeFrame(AVFrame* frame, bool untimedToo) {
   for (;;) {
-    const int result = avcodec_receive_frame(m_codec.get(), frame);
+    const int result = avcodec_receive_frame(codec_.get(), frame);
     if (result >= 0) {
-      m_clock.Stamp(frame, *m_codec);
+      clock_.Stamp(frame, *codec_);
       if (untimedToo || frame->pts != AV_NOPTS_VALUE) return true;
       continue;
     }
     if (result == AVERROR(ENOMEM)) throw std::bad_alloc();
-    if (result == AVERROR_EOF || m_inputEnded) return false;
-    if (ReadPacket(m_packet.get()) < 0) {
-      m_inputEnded = true;
-      avcodec_send_packet(m_codec.get(), nullptr);
+    if (result == AVERROR_EOF || inputEnded_) return false;
+    if (ReadPacket(packet_.get()) < 0) {
+      inputEnded_ = true;
+      avcodec_send_packet(codec_.get(), nullptr);
       continue;
     }
-    m_clock.Check(m_packet.get(), *m_codec);
+    clock_.Check(packet_.get(), *codec_);
     // Some decoders make pictures of anything.
-    m_awaitsKey = m_awaitsKey && (m_packet->flags & AV_PKT_FLAG_KEY) == 0;
+    awaitsKey_ = awaitsKey_ && (packet_->flags & AV_PKT_FLAG_KEY) == 0;
     // A damaged packet costs its own picture only.
-    if (!m_awaitsKey) avcodec_send_packet(m_codec.get(), m_packet.get());
-    av_packet_unref(m_packet.get());
+    if (!awaitsKey_) avcodec_send_packet(codec_.get(), packet_.get());
+    av_packet_unref(packet_.get());
   }
 }
 
 bool VideoStream::Next() {
-  m_filled = false;
-  m_state = State::kEnded;  // Also when decoding throws.
-  if (!m_hasNext) return false;
-  std::swap(m_frame, m_next);
-  m_hasNext = false;
-  m_hasNext = DecodeFrame(m_next.get());
-  if (!m_hasNext && m_doubtsEnd) ConfirmEnd();
-  m_state = State::kAtFrame;
+  filled_ = false;
+  state_ = State::kEnded;  // Also when decoding throws.
+  if (!hasNext_) return false;
+  std::swap(frame_, next_);
+  hasNext_ = false;
+  hasNext_ = DecodeFrame(next_.get());
+  if (!hasNext_ && doubtsEnd_) ConfirmEnd();
+  state_ = State::kAtFrame;
   return true;
 }
 
 void VideoStream::ConfirmEnd() {
-  const std::int64_t last = m_frame->pts;
-  const std::int64_t from = m_readFrom;
+  const std::int64_t last = frame_->pts;
+  const std::int64_t from = readFrom_;
   bool isEarlier = false;
   for (const std::int64_t margin : kMargins) {
-    const std::int64_t place = media::ToTicks(from - m_startTicks, TimeBase()) - 1 - margin;
+    const std::int64_t place = media::ToTicks(from - startTicks_, TimeBase()) - 1 - margin;
     if (place <= 0) break;
-    isEarlier = ReadFrom(place) && m_next->pts < from;
+    isEarlier = ReadFrom(place) && next_->pts < from;
     if (isEarlier) break;
   }
   if (!isEarlier && !ReadFromBeginning()) return;
-  while (m_hasNext && m_next->pts <= last) {
-    std::swap(m_frame, m_next);
-    m_hasNext = false;
-    m_hasNext = DecodeFrame(m_next.get());
+  while (hasNext_ && next_->pts <= last) {
+    std::swap(frame_, next_);
+    hasNext_ = false;
+    hasNext_ = DecodeFrame(next_.get());
   }
-  m_doubtsEnd = false;
+  doubtsEnd_ = false;
 }
 
 int VideoStream::Forward() {
   // Right after a seek the picture that was sought is still to be read.
-  if (std::exchange(m_sought, false)) return 0;
+  if (std::exchange(sought_, false)) return 0;
   return Guarded([&] { return Next() ? 0 : -1; }, -1, -1);
 }
 
@@ -250,51 +250,50 @@ int VideoStream::Backward() {
 }
 
 bool VideoStream::DropUntil(std::int64_t target) {
-  for (bool more = m_state == State::kAtFrame || Next(); more; more = Next()) {
-    if (m_hasNext && TimeOf(*m_next) > target) return true;
+  for (bool more = state_ == State::kAtFrame || Next(); more; more = Next()) {
+    if (hasNext_ && TimeOf(*next_) > target) return true;
     // The last picture has no successor to end it.
-    if (!m_hasNext && target < EndOf(*m_frame)) return true;
+    if (!hasNext_ && target < EndOf(*frame_)) return true;
   }
   return false;
 }
 
 bool VideoStream::ReadFrom(std::int64_t place) {
-  m_state = State::kEnded;
-  m_hasNext = false;
-  m_ahead.clear();
-  const std::int64_t ticks =
-      m_startTicks +
-      media::Bounded(av_rescale_q_rnd(place, media::kTickBase, TimeBase(), AV_ROUND_DOWN));
-  if (av_seek_frame(m_input->format(), m_index, ticks, AVSEEK_FLAG_BACKWARD) < 0) return false;
-  avcodec_flush_buffers(m_codec.get());
-  m_inputEnded = false;
-  m_awaitsKey = true;
-  m_clock.Lose();
+  state_ = State::kEnded;
+  hasNext_ = false;
+  ahead_.clear();
+  const std::int64_t ticks = startTicks_ + media::Bounded(av_rescale_q_rnd(
+                                               place, media::kTickBase, TimeBase(), AV_ROUND_DOWN));
+  if (av_seek_frame(input_->format(), index_, ticks, AVSEEK_FLAG_BACKWARD) < 0) return false;
+  avcodec_flush_buffers(codec_.get());
+  inputEnded_ = false;
+  awaitsKey_ = true;
+  clock_.Lose();
   if (!LookAhead()) return false;
-  m_hasNext = DecodeFrame(m_next.get());
-  if (!m_hasNext) return false;
-  m_readFrom = m_next->pts;
+  hasNext_ = DecodeFrame(next_.get());
+  if (!hasNext_) return false;
+  readFrom_ = next_->pts;
   // Decoders that reorder may lose the last pictures when they start shortly before them.
-  m_doubtsEnd = m_codec->has_b_frames > 0;
-  m_state = State::kBeforeFirst;
+  doubtsEnd_ = codec_->has_b_frames > 0;
+  state_ = State::kBeforeFirst;
   return true;
 }
 
 bool VideoStream::SeekTo(std::int64_t target) {
-  m_filled = false;
-  const bool isNew = m_state == State::kBeforeFirst;
-  if (isNew || (m_state == State::kAtFrame && target >= TimeOf(*m_frame))) {
-    if (target <= TimeOf(isNew ? *m_next : *m_frame) + kTicksPerSecond) return DropUntil(target);
+  filled_ = false;
+  const bool isNew = state_ == State::kBeforeFirst;
+  if (isNew || (state_ == State::kAtFrame && target >= TimeOf(*frame_))) {
+    if (target <= TimeOf(isNew ? *next_ : *frame_) + kTicksPerSecond) return DropUntil(target);
   }
   // Without any times there are no places to find.
-  if (!m_clock.StoresTimes()) return ReadFromBeginning() && DropUntil(target);
+  if (!clock_.StoresTimes()) return ReadFromBeginning() && DropUntil(target);
   // Behind the end there is nothing to start at.
-  const double length = StreamLength(m_file->format(), m_index);
+  const double length = StreamLength(file_->format(), index_);
   const std::int64_t end = length > 0 ? media::Rounded(length * kTicksPerSecond) : target;
   for (const std::int64_t margin : kMargins) {
     const std::int64_t place = std::min(target, end) - margin;
     if (place <= 0) break;
-    if (ReadFrom(place) && TimeOf(*m_next) <= target) return DropUntil(target);
+    if (ReadFrom(place) && TimeOf(*next_) <= target) return DropUntil(target);
   }
   return ReadFromBeginning() && DropUntil(target);
 }
@@ -304,15 +303,15 @@ double VideoStream::Seek(double seconds, int /*mode*/) {
   constexpr double latest = 1e9;
   const auto target =
       static_cast<std::int64_t>(std::llround(std::clamp(seconds, 0.0, latest) * kTicksPerSecond));
-  m_sought = Guarded([&] { return SeekTo(target); }, false, false);
-  return m_sought ? static_cast<double>(TimeOf(*m_frame)) / kTicksPerSecond : -1;
+  sought_ = Guarded([&] { return SeekTo(target); }, false, false);
+  return sought_ ? static_cast<double>(TimeOf(*frame_)) / kTicksPerSecond : -1;
 }
 
 CZelSample* VideoStream::GetSampleEx() {
-  m_sought = false;
-  if (m_state != State::kAtFrame) return nullptr;
-  if (!m_filled) m_filled = Guarded([&] { return FillSample(); }, false, false);
-  return m_filled ? m_sample.get() : nullptr;
+  sought_ = false;
+  if (state_ != State::kAtFrame) return nullptr;
+  if (!filled_) filled_ = Guarded([&] { return FillSample(); }, false, false);
+  return filled_ ? sample_.get() : nullptr;
 }
 
 CZelSample* VideoStream::GetOriginSampleEx() {
@@ -320,27 +319,27 @@ CZelSample* VideoStream::GetOriginSampleEx() {
 }
 
 bool VideoStream::FillSample() {
-  const AVFrame& source = *m_frame;
+  const AVFrame& source = *frame_;
   const int width = source.width;
   const int height = source.height;
   if (width <= 0 || height <= 0 || width > kMaxSide || height > kMaxSide) return false;
-  const MEDIA_FRAME* held = m_sample->GetMediaFrame();
+  const MEDIA_FRAME* held = sample_->GetMediaFrame();
   if (held == nullptr || held->video.yuv.nWidth != width || held->video.yuv.nHeight != height) {
-    const HRESULT made = m_sample->RemallocYUVFrame(
+    const HRESULT made = sample_->RemallocYUVFrame(
         static_cast<unsigned long>(width), static_cast<unsigned long>(height), YUV_IMAGE_420P);
     if (made != S_OK) return false;
   }
-  MEDIA_FRAME& frame = *m_sample->GetMediaFrame();
+  MEDIA_FRAME& frame = *sample_->GetMediaFrame();
   MEDIA_FRAME_YUV& yuv = frame.video.yuv;
   const std::size_t luma = static_cast<std::size_t>(width) * height;
   const std::size_t chroma = static_cast<std::size_t>((width + 1) / 2) * ((height + 1) / 2);
   // The sample places the last plane for rounded-down chroma; the packed layout needs it here.
-  if (m_sample->GetSampleSize() < luma + 2 * chroma) return false;
+  if (sample_->GetSampleSize() < luma + 2 * chroma) return false;
   yuv.pPlane[2] = yuv.pPlane[1] + chroma;
   const ColourCoding coding = CodingOf(source);
   const bool planar = coding.format == AV_PIX_FMT_YUV420P;
   if (!planar && !Scale(source, coding)) return false;
-  const AVFrame& from = planar ? source : *m_scaled;
+  const AVFrame& from = planar ? source : *scaled_;
   for (int plane = 0; plane < 3; ++plane) {
     const int rows = plane == 0 ? height : (height + 1) / 2;
     for (int row = 0; row < rows; ++row) {
@@ -354,37 +353,37 @@ bool VideoStream::FillSample() {
   frame.bKeyFrame = source.key_frame;
   frame.llPTS = TimeOf(source);
   frame.llDTS = frame.llPTS;
-  const std::int64_t duration = (m_hasNext ? TimeOf(*m_next) : EndOf(source)) - frame.llPTS;
+  const std::int64_t duration = (hasNext_ ? TimeOf(*next_) : EndOf(source)) - frame.llPTS;
   frame.nDuration = static_cast<std::int32_t>(
       std::clamp<std::int64_t>(duration, 0, std::numeric_limits<std::int32_t>::max()));
-  m_sample->RefreshSampleInfo();
-  m_sample->SetDuration(frame.nDuration);
+  sample_->RefreshSampleInfo();
+  sample_->SetDuration(frame.nDuration);
   return true;
 }
 
 bool VideoStream::Scale(const AVFrame& source, const ColourCoding& coding) {
-  if (m_scaled->width != source.width || m_scaled->height != source.height) {
-    av_frame_unref(m_scaled.get());
-    m_scaled->format = AV_PIX_FMT_YUV420P;
-    m_scaled->width = source.width;
-    m_scaled->height = source.height;
-    if (av_frame_get_buffer(m_scaled.get(), 0) < 0) {
-      av_frame_unref(m_scaled.get());
+  if (scaled_->width != source.width || scaled_->height != source.height) {
+    av_frame_unref(scaled_.get());
+    scaled_->format = AV_PIX_FMT_YUV420P;
+    scaled_->width = source.width;
+    scaled_->height = source.height;
+    if (av_frame_get_buffer(scaled_.get(), 0) < 0) {
+      av_frame_unref(scaled_.get());
       throw std::bad_alloc();
     }
   }
   // The context is kept while size and format stay.
-  m_scaler.reset(sws_getCachedContext(m_scaler.release(), source.width, source.height,
-                                      coding.format, source.width, source.height,
-                                      AV_PIX_FMT_YUV420P, SWS_BICUBIC, nullptr, nullptr, nullptr));
-  if (m_scaler == nullptr) return false;
+  scaler_.reset(sws_getCachedContext(scaler_.release(), source.width, source.height, coding.format,
+                                     source.width, source.height, AV_PIX_FMT_YUV420P, SWS_BICUBIC,
+                                     nullptr, nullptr, nullptr));
+  if (scaler_ == nullptr) return false;
   // Range and matrix stay what they are; RGB becomes BT.601 with studio range.
   const int* matrix = sws_getCoefficients(SWS_CS_ITU601);
   const int range = coding.fullRange ? 1 : 0;
   constexpr int one = 1 << 16;
-  sws_setColorspaceDetails(m_scaler.get(), matrix, range, matrix, range, 0, one, one);
-  return sws_scale(m_scaler.get(), source.data, source.linesize, 0, source.height, m_scaled->data,
-                   m_scaled->linesize) == source.height;
+  sws_setColorspaceDetails(scaler_.get(), matrix, range, matrix, range, 0, one, one);
+  return sws_scale(scaler_.get(), source.data, source.linesize, 0, source.height, scaled_->data,
+                   scaled_->linesize) == source.height;
 }
 
 HRESULT VideoStream::NotifyStreamMessage(unsigned long /*msg*/, long long /*param*/, void* /*p1*/,

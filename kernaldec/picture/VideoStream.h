@@ -58,7 +58,7 @@ class VideoStream final : public Component<IMediaStream> {
   bool Reopen();
   /// The first picture's time, counted back from the first one that is stored.
   std::int64_t FindFirstTime();
-  /// These two leave m_next before its turn. Times here are in 100-ns units from the first picture.
+  /// These two leave next_ before its turn. Times here are in 100-ns units from the first picture.
   bool ReadFromBeginning();
   bool ReadFrom(std::int64_t place);
   /// Reads packets until the clock knows which times to believe.
@@ -79,34 +79,34 @@ class VideoStream final : public Component<IMediaStream> {
   std::int64_t TimeOf(const AVFrame& frame) const;
   std::int64_t EndOf(const AVFrame& frame) const;
 
-  const std::unique_ptr<media::MediaFile> m_file;  ///< For the description.
-  const int m_index;
-  const Program m_program;
-  const bool m_isBlocks;  ///< As PictureClock says.
-  PictureClock m_clock;
-  std::int64_t m_firstTime = 0;  ///< Of the first picture, if it has none of its own.
+  const std::unique_ptr<media::MediaFile> file_;  ///< For the description.
+  const int index_;
+  const Program program_;
+  const bool isBlocks_;  ///< As PictureClock says.
+  PictureClock clock_;
+  std::int64_t firstTime_ = 0;  ///< Of the first picture, if it has none of its own.
   /// The clock needs times as they are stored, the description what FFmpeg makes of them.
-  int m_flags = AVFMT_FLAG_NOFILLIN;
-  std::unique_ptr<media::MediaFile> m_input;  ///< For the packets.
-  std::deque<media::Packet> m_ahead;          ///< Read, but not yet decoded.
-  media::CodecContext m_codec;
-  media::Packet m_packet;
-  media::Frame m_frame;
-  media::Frame m_next;  ///< Decoded ahead: a picture is shown until the next one's time.
-  bool m_hasNext = false;
-  media::Scaler m_scaler;
+  int flags_ = AVFMT_FLAG_NOFILLIN;
+  std::unique_ptr<media::MediaFile> input_;  ///< For the packets.
+  std::deque<media::Packet> ahead_;          ///< Read, but not yet decoded.
+  media::CodecContext codec_;
+  media::Packet packet_;
+  media::Frame frame_;
+  media::Frame next_;  ///< Decoded ahead: a picture is shown until the next one's time.
+  bool hasNext_ = false;
+  media::Scaler scaler_;
   /// What the scaler writes. Its vector code needs aligned rows, with room behind them; the sample
   /// has neither.
-  media::Frame m_scaled;
-  Ref<CZelSample> m_sample;
-  State m_state = State::kEnded;
-  bool m_inputEnded = false;
-  bool m_awaitsKey = false;  ///< What follows a seek cannot be decoded before the next key picture.
-  bool m_doubtsEnd = false;  ///< The end has to be reached from an earlier place, too.
-  std::int64_t m_readFrom = 0;  ///< The first picture after the last seek, in the time base.
-  bool m_filled = false;
-  bool m_sought = false;          ///< A seek has found a picture that nobody has read yet.
-  std::int64_t m_startTicks = 0;  ///< In the stream's time base.
+  media::Frame scaled_;
+  Ref<CZelSample> sample_;
+  State state_ = State::kEnded;
+  bool inputEnded_ = false;
+  bool awaitsKey_ = false;  ///< What follows a seek cannot be decoded before the next key picture.
+  bool doubtsEnd_ = false;  ///< The end has to be reached from an earlier place, too.
+  std::int64_t readFrom_ = 0;  ///< The first picture after the last seek, in the time base.
+  bool filled_ = false;
+  bool sought_ = false;          ///< A seek has found a picture that nobody has read yet.
+  std::int64_t startTicks_ = 0;  ///< In the stream's time base.
 };
 
 }  // namespace zel::kernaldec

@@ -28,8 +28,8 @@ class AudioReader {
   /// @throws std::bad_alloc
   static std::unique_ptr<AudioReader> Open(std::unique_ptr<media::MediaFile> file, int index);
 
-  const media::MediaFile& file() const { return *m_file; }
-  const AVStream* stream() const { return m_file->stream(m_index); }
+  const media::MediaFile& file() const { return *file_; }
+  const AVStream* stream() const { return file_->stream(index_); }
   /// The container's stamp of the stream's first sample, in 100-ns units.
   std::int64_t startPts() const;
 
@@ -43,21 +43,19 @@ class AudioReader {
 
   /// The current frame, or null. Only samples firstSample() to firstSample() + sampleCount() - 1 of
   /// it are current.
-  const AVFrame* frame() const { return m_state == State::kAtFrame ? m_frame.get() : nullptr; }
-  int firstSample() const { return m_first; }
-  int sampleCount() const { return m_frame->nb_samples - m_first; }
+  const AVFrame* frame() const { return state_ == State::kAtFrame ? frame_.get() : nullptr; }
+  int firstSample() const { return first_; }
+  int sampleCount() const { return frame_->nb_samples - first_; }
   /// Time of the first current sample.
-  long double time() const {
-    return FrameTime() + static_cast<long double>(m_first) / m_clock.rate;
-  }
+  long double time() const { return FrameTime() + static_cast<long double>(first_) / clock_.rate; }
   /// The same in 100-ns units, rounded to the nearest.
   std::int64_t timeStamp() const;
   /// Rate and channels of the stream's first frame.
-  int firstRate() const { return m_firstRate; }
-  int firstChannels() const { return m_firstChannels; }
+  int firstRate() const { return firstRate_; }
+  int firstChannels() const { return firstChannels_; }
 
   /// What went wrong since the reader was opened, as one line; empty while all is well.
-  const std::string& failure() const { return m_failure; }
+  const std::string& failure() const { return failure_; }
 
  private:
   enum class State {
@@ -92,28 +90,28 @@ class AudioReader {
   void CheckEnd();
   void Fail(const std::string& reason);
 
-  std::unique_ptr<media::MediaFile> m_file;
-  int m_index = 0;
-  media::CodecContext m_codec;
-  media::Packet m_packet;
-  media::Frame m_frame;
-  State m_state = State::kEnded;
-  bool m_madeUpStamps = false;  ///< Stamps after the first do not count.
-  bool m_shortReads = false;    ///< Packets that are marked as damaged may be only short.
-  bool m_inputEnded = false;
-  int m_first = 0;
-  int m_firstRate = 0;
-  int m_firstChannels = 0;
-  std::int64_t m_startTicks = 0;  ///< In the stream's time base.
-  Clock m_clock;
-  std::int64_t m_position = 0;  ///< First sample of the frame, in the clock's terms.
+  std::unique_ptr<media::MediaFile> file_;
+  int index_ = 0;
+  media::CodecContext codec_;
+  media::Packet packet_;
+  media::Frame frame_;
+  State state_ = State::kEnded;
+  bool madeUpStamps_ = false;  ///< Stamps after the first do not count.
+  bool shortReads_ = false;    ///< Packets that are marked as damaged may be only short.
+  bool inputEnded_ = false;
+  int first_ = 0;
+  int firstRate_ = 0;
+  int firstChannels_ = 0;
+  std::int64_t startTicks_ = 0;  ///< In the stream's time base.
+  Clock clock_;
+  std::int64_t position_ = 0;  ///< First sample of the frame, in the clock's terms.
   // The grid of equal frames, for containers whose stamps are coarser than a sample.
-  bool m_fromStart = false;  ///< All frames since the start have been read.
-  std::int64_t m_framesRead = 0;
-  std::int64_t m_gridPhase = 0;
-  std::int64_t m_gridStep = 0;
-  int m_lostPackets = 0;  ///< Since the last good frame.
-  std::string m_failure;
+  bool fromStart_ = false;  ///< All frames since the start have been read.
+  std::int64_t framesRead_ = 0;
+  std::int64_t gridPhase_ = 0;
+  std::int64_t gridStep_ = 0;
+  int lostPackets_ = 0;  ///< Since the last good frame.
+  std::string failure_;
 };
 
 }  // namespace zel::kernaldec

@@ -55,16 +55,16 @@ class AudioStream final : public Component<IMediaStream, IDecodedAudio> {
   /// What turns a time since the stream's first sample into one on the outside's axis, 100 ns.
   std::int64_t AxisOffset() const;
 
-  std::unique_ptr<AudioReader> m_reader;
-  Program m_program;
-  PcmConverter m_converter;
-  Ref<CZelSample> m_sample;
-  bool m_filled = false;  ///< m_sample holds the reader's current samples.
-  bool m_sought = false;  // A seek has found a sample that nobody has read yet.
-  int m_channels = 0;     ///< Wanted; 0: the file's.
-  bool m_originSet = false;
-  std::int64_t m_origin = 0;
-  const char* m_failure = nullptr;  ///< What went wrong outside the reader.
+  std::unique_ptr<AudioReader> reader_;
+  Program program_;
+  PcmConverter converter_;
+  Ref<CZelSample> sample_;
+  bool filled_ = false;  ///< sample_ holds the reader's current samples.
+  bool sought_ = false;  // A seek has found a sample that nobody has read yet.
+  int channels_ = 0;     ///< Wanted; 0: the file's.
+  bool originSet_ = false;
+  std::int64_t origin_ = 0;
+  const char* failure_ = nullptr;  ///< What went wrong outside the reader.
 };
 
 }  // namespace zel::kernaldec

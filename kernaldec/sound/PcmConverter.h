@@ -18,9 +18,9 @@ class PcmConverter {
   PcmConverter& operator=(const PcmConverter&) = delete;
 
   /// Channels to deliver; 0: as many as the frame has.
-  void SetChannels(int channels) { m_channels = channels; }
+  void SetChannels(int channels) { channels_ = channels; }
   int ChannelsFor(const AVFrame& frame) const {
-    return m_channels != 0 ? m_channels : frame.ch_layout.nb_channels;
+    return channels_ != 0 ? channels_ : frame.ch_layout.nb_channels;
   }
   /// Writes samples `first` to `first + count - 1` of `frame`: `count` x ChannelsFor(frame) values.
   /// @return false when the format cannot be converted.
@@ -30,12 +30,12 @@ class PcmConverter {
  private:
   bool Prepare(const AVFrame& frame);
 
-  int m_channels = 0;
-  media::Resampler m_swr;
-  int m_inFormat = AV_SAMPLE_FMT_NONE;
-  int m_outChannels = 0;
-  AVChannelLayout m_inLayout{};
-  std::vector<const std::uint8_t*> m_planes;
+  int channels_ = 0;
+  media::Resampler swr_;
+  int inFormat_ = AV_SAMPLE_FMT_NONE;
+  int outChannels_ = 0;
+  AVChannelLayout inLayout_{};
+  std::vector<const std::uint8_t*> planes_;
 };
 
 }  // namespace zel::kernaldec

@@ -36,15 +36,15 @@ class Folder {
   Folder() {
     std::string name = (std::filesystem::temp_directory_path() / "zel-test-XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr) std::abort();
-    m_path = name;
+    path_ = name;
   }
-  ~Folder() { std::filesystem::remove_all(m_path); }
+  ~Folder() { std::filesystem::remove_all(path_); }
   Folder(const Folder&) = delete;
   Folder& operator=(const Folder&) = delete;
-  std::string operator/(const std::string& name) const { return (m_path / name).string(); }
+  std::string operator/(const std::string& name) const { return (path_ / name).string(); }
 
  private:
-  std::filesystem::path m_path;
+  std::filesystem::path path_;
 };
 
 /// Runs the ffmpeg command inside `folder`.
