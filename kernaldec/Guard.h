@@ -1,4 +1,8 @@
 // No exception crosses an interface.
+//
+//   HRESULT Stream::GetStreamInfo(IStreamInfo** info) {
+//     return Guarded([&] { return Describe(info); });  // E_OUTOFMEMORY when Describe runs short
+//   }
 #pragma once
 
 #include <new>
@@ -7,7 +11,8 @@
 
 namespace zel::kernaldec {
 
-/// What `body` returns; `shortOfMemory` or `failed` when it throws.
+/// Returns what `body` returns; `shortOfMemory` when it throws std::bad_alloc, `failed` when it
+/// throws anything else.
 template <class Body, class Result>
 Result Guarded(Body&& body, Result shortOfMemory, Result failed) noexcept {
   try {
@@ -19,6 +24,7 @@ Result Guarded(Body&& body, Result shortOfMemory, Result failed) noexcept {
   }
 }
 
+/// The same with E_OUTOFMEMORY and E_FAIL.
 template <class Body>
 HRESULT Guarded(Body&& body) noexcept {
   return Guarded(body, E_OUTOFMEMORY, E_FAIL);

@@ -1,11 +1,10 @@
 #include "kernaldec/MediaDecoderMgr.h"
 
-#include <cwchar>
 #include <utility>
 
 #include "kernaldec/Guard.h"
 #include "kernaldec/file/Describe.h"
-#include "kernaldec/sound/AudioReader.h"
+#include "kernaldec/picture/VideoStream.h"
 #include "kernaldec/sound/AudioStream.h"
 #include "media/Utf8.h"
 
@@ -21,12 +20,11 @@ HRESULT MediaDecoderMgr::CreateDecoder(const wchar_t* fileName, int /*reserved*/
     std::unique_ptr<media::MediaFile> file = media::MediaFile::Open(media::ToUtf8(fileName));
     if (file == nullptr) return E_INVALIDARG;
     std::vector<Program> programs = ListPrograms(file->format());
-    Selection selected;
-    if (!Select(file->format(), programs, selection, &selected)) return E_INVALIDARG;
-    const auto decoder =
-        MakeComponent<MediaDecoder>(std::move(file), std::move(programs), selected);
-    return scombase::GetInterface(static_cast<IMediaDecoder*>(decoder.get()),
-                                  reinterpret_cast<void**>(ppDecoder));
+    const std::optional<Selection> selected = Select(file->format(), programs, selection);
+    if (!selected) return E_INVALIDARG;
+    auto decoder = MakeComponent<MediaDecoder>(std::move(file), std::move(programs), *selected);
+    *ppDecoder = decoder.Detach();
+    return S_OK;
   });
 }
 
@@ -37,59 +35,52 @@ HRESULT MediaDecoderMgr::OpenMediaInfo(const wchar_t* fileName, int /*kind*/, IM
   return Guarded([&] {
     const std::unique_ptr<media::MediaFile> file = media::MediaFile::Open(media::ToUtf8(fileName));
     if (file == nullptr || file->format()->nb_streams == 0) return E_INVALIDARG;
-    const auto info = MakeComponent<CMediaInfo>();
-    if (const HRESULT result = FillMediaInfo(*file, info.get()); result != S_OK) return result;
-    return scombase::GetInterface(static_cast<IMediaInfo*>(info.get()),
-                                  reinterpret_cast<void**>(ppInfo));
+    auto info = MakeComponent<CMediaInfo>();
+    const HRESULT result = FillMediaInfo(*file, info.get());
+    if (result == S_OK) *ppInfo = info.Detach();
+    return result;
   });
 }
 
 MediaDecoder::MediaDecoder(std::unique_ptr<media::MediaFile> file, std::vector<Program> programs,
-                           Selection selection)
+                           const Selection& selection)
     : path_(file->path()),
       programs_(std::move(programs)),
       selection_(selection),
       file_(std::move(file)) {}
 
-MediaDecoder::~MediaDecoder() = default;
-
+/// The file that is already open, for the first stream that asks; another opening for the next.
 std::unique_ptr<media::MediaFile> MediaDecoder::TakeFile() {
   return file_ != nullptr ? std::move(file_) : media::MediaFile::Open(path_);
 }
 
-HRESULT MediaDecoder::GetVideoStream(IMediaStream** ppStream) {
+template <class Stream, class Reader>
+HRESULT MediaDecoder::GetStream(int index, Ref<IMediaStream>* stream, IMediaStream** ppStream) {
   if (ppStream == nullptr) return E_POINTER;
   *ppStream = nullptr;
-  if (selection_.video < 0) return E_FAIL;
+  if (index < 0) return E_FAIL;
   return Guarded([&] {
     const std::lock_guard lock(mutex_);
-    if (!video_) {
+    if (!*stream) {
       std::unique_ptr<media::MediaFile> file = TakeFile();
       if (file == nullptr) return E_FAIL;
-      video_ = VideoStream::Open(std::move(file), selection_.video, programs_[selection_.program]);
-      if (!video_) return E_FAIL;
+      std::unique_ptr<Reader> reader = Reader::Open(std::move(file), index);
+      if (reader == nullptr) return E_FAIL;
+      const Program& program = programs_[static_cast<std::size_t>(selection_.program)];
+      *stream =
+          Ref<IMediaStream>::Adopt(MakeComponent<Stream>(std::move(reader), program).Detach());
     }
-    return scombase::GetInterface(static_cast<IMediaStream*>(video_.get()),
-                                  reinterpret_cast<void**>(ppStream));
+    *ppStream = Ref<IMediaStream>(*stream).Detach();
+    return S_OK;
   });
 }
 
+HRESULT MediaDecoder::GetVideoStream(IMediaStream** ppStream) {
+  return GetStream<VideoStream, PictureReader>(selection_.video, &video_, ppStream);
+}
+
 HRESULT MediaDecoder::GetAudioStream(IMediaStream** ppStream) {
-  if (ppStream == nullptr) return E_POINTER;
-  *ppStream = nullptr;
-  if (selection_.audio < 0) return E_FAIL;
-  return Guarded([&] {
-    const std::lock_guard lock(mutex_);
-    if (!audio_) {
-      std::unique_ptr<media::MediaFile> file = TakeFile();
-      if (file == nullptr) return E_FAIL;
-      std::unique_ptr<AudioReader> reader = AudioReader::Open(std::move(file), selection_.audio);
-      if (reader == nullptr) return E_FAIL;
-      audio_ = MakeComponent<AudioStream>(std::move(reader), programs_[selection_.program]);
-    }
-    return scombase::GetInterface(static_cast<IMediaStream*>(audio_.get()),
-                                  reinterpret_cast<void**>(ppStream));
-  });
+  return GetStream<AudioStream, AudioReader>(selection_.audio, &audio_, ppStream);
 }
 
 }  // namespace zel::kernaldec

@@ -6,6 +6,7 @@
 
 extern "C" {
 #include <libavutil/avstring.h>
+#include <libavutil/mem.h>
 }
 
 #include <algorithm>
@@ -17,17 +18,25 @@ namespace {
 
 constexpr int kInputBuffer = 64 * 1024;
 
-// Demultiplexers that do not ask the callback for what their files name.
+// Demultiplexers that open the files named in theirs without asking the callback.
 constexpr const char* kLists[] = {"concat", "sdp", "vobsub"};
 
-// A demultiplexer may ask to be called again; one that only ever asks is given up.
+// A demultiplexer may ask to be called again. One that keeps asking is given up.
 constexpr int kMaxReadRetries = 1000;
 
-// Takes any text whose name ends in .txt, .nfo and the like for a film of a terminal.
+// Takes any text whose name ends in .txt, .nfo and the like for the recording of a terminal.
 constexpr const char* kTextAsFilm = "tty";
 
 bool Is(const AVInputFormat& format, const char* name) {
   return av_match_name(name, format.name) != 0;
+}
+
+/// The last part of a path, which helps to recognise formats that have no signature.
+std::string NameForProbing(const std::string& path) {
+  std::string name = path.substr(path.rfind('/') + 1);
+  // FFmpeg would take a number pattern for a series of pictures.
+  std::replace(name.begin(), name.end(), '%', '_');
+  return name;
 }
 
 }  // namespace
@@ -48,7 +57,7 @@ MediaFile::~MediaFile() {
 }
 
 int MediaFile::OpenFile() {
-  // A fifo without a writer would stop an open that may wait.
+  // Without O_NONBLOCK, a fifo that nobody writes to would block here.
   descriptor_ = open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   struct stat info {};
   if (descriptor_ < 0 || fstat(descriptor_, &info) != 0) return errno;
@@ -59,42 +68,61 @@ int MediaFile::OpenFile() {
 }
 
 int MediaFile::OpenFormat(int flags) {
-  auto* buffer = static_cast<unsigned char*>(av_malloc(kInputBuffer));
-  if (buffer == nullptr) throw std::bad_alloc();
+  MakeInput();
+  const std::string name = NameForProbing(path_);
+  int error = 0;
+  const AVInputFormat* input = Recognise(name, &error);
+  if (input == nullptr) return error;
+
+  format_ = NotNull(avformat_alloc_context());
+  format_->flags |= flags;
+  format_->opaque = this;
+  format_->io_open = &MediaFile::RefuseFurtherFile;
+  // Some demultiplexers open further files by themselves and pass this list on. No protocol has
+  // this name; an empty list would allow them all.
+  format_->protocol_whitelist = NotNull(av_strdup("none"));
+  for (const char* list : kLists) leadsElsewhere_ = leadsElsewhere_ || Is(*input, list);
+  // FFmpeg does not close an input that it is given here.
+  format_->pb = io_;
+  const int result = avformat_open_input(&format_, name.c_str(), input, nullptr);
+  return std::min(result, 0);
+}
+
+/// Makes FFmpeg's input on our descriptor.
+void MediaFile::MakeInput() {
+  auto* buffer = static_cast<unsigned char*>(NotNull(av_malloc(kInputBuffer)));
   io_ = avio_alloc_context(buffer, kInputBuffer, 0, this, &MediaFile::Read, nullptr,
                            &MediaFile::Seek);
   if (io_ == nullptr) {
     av_free(buffer);
     throw std::bad_alloc();
   }
-  // The last part of the name helps to recognise formats that have no signature.
-  std::string name = path_.substr(path_.rfind('/') + 1);
-  // A number pattern would stand for a series of pictures.
-  std::replace(name.begin(), name.end(), '%', '_');
+}
+
+/// Finds the demultiplexer for the file.
+/// @return null, with the reason in `error`, when there is none
+const AVInputFormat* MediaFile::Recognise(const std::string& name, int* error) {
   const AVInputFormat* input = nullptr;
   const int score = av_probe_input_buffer2(io_, &input, name.c_str(), nullptr, 0, 0);
-  if (score < 0) return score;
-  if (Is(*input, kTextAsFilm)) return AVERROR_INVALIDDATA;
-  recognised_ = score > AVPROBE_SCORE_EXTENSION;
-
-  format_ = avformat_alloc_context();
-  if (format_ == nullptr) throw std::bad_alloc();
-  format_->flags |= flags;
-  format_->opaque = this;
-  format_->io_open = &MediaFile::RefuseFurtherFile;
-  // For demultiplexers that open a further file by themselves: they hand this on. An empty list
-  // would allow everything; no protocol has this name.
-  format_->protocol_whitelist = av_strdup("none");
-  if (format_->protocol_whitelist == nullptr) throw std::bad_alloc();
-  for (const char* list : kLists) leadsElsewhere_ = leadsElsewhere_ || Is(*input, list);
-  // Only from here on does FFmpeg know that the input is not its own to close.
-  format_->pb = io_;
-  const int result = avformat_open_input(&format_, name.c_str(), input, nullptr);
-  return std::min(result, 0);
+  if (score < 0 || Is(*input, kTextAsFilm)) {
+    *error = score < 0 ? score : AVERROR_INVALIDDATA;
+    return nullptr;
+  }
+  isRecognised_ = score > AVPROBE_SCORE_EXTENSION;
+  return input;
 }
 
 int MediaFile::FindStreams() {
   return std::min(avformat_find_stream_info(format_, nullptr), 0);
+}
+
+bool MediaFile::SelectStream(int index) {
+  const auto count = static_cast<int>(format_->nb_streams);
+  if (index >= count) return false;
+  for (int i = 0; i < count; ++i) {
+    stream(i)->discard = i == index ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
+  }
+  return true;
 }
 
 int MediaFile::ReadPacket(AVPacket* packet) {
@@ -105,10 +133,19 @@ int MediaFile::ReadPacket(AVPacket* packet) {
   return result;
 }
 
-// What a demultiplexer calls to open the further files that its file names.
+int MediaFile::ReadPacketOf(int index, AVPacket* packet) {
+  for (;;) {
+    const int result = ReadPacket(packet);
+    if (result == AVERROR(ENOMEM)) throw std::bad_alloc();
+    if (result < 0 || packet->stream_index == index) return result;
+    av_packet_unref(packet);
+  }
+}
+
+/// Demultiplexers call this to open the files that theirs names.
 int MediaFile::RefuseFurtherFile(AVFormatContext* format, AVIOContext** io, const char* /*url*/,
                                  int /*flags*/, AVDictionary** /*options*/) {
-  // A demultiplexer may hand the callback on to a context that it makes for another file.
+  // The context that a demultiplexer makes for another file has the callback, but not `opaque`.
   if (format->opaque != nullptr) static_cast<MediaFile*>(format->opaque)->leadsElsewhere_ = true;
   *io = nullptr;
   return AVERROR(EACCES);

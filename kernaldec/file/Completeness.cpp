@@ -8,7 +8,7 @@
 namespace zel::kernaldec {
 namespace {
 
-/// Reads numbers out of a file; past its end everything is 0.
+/// Reads numbers from a file. Past its end, all bytes are 0.
 class Bytes {
  public:
   explicit Bytes(const media::MediaFile& file) : file_(file) {}
@@ -21,7 +21,7 @@ class Bytes {
     file_.ReadAt(at, found, text.size());
     return text == std::string_view(found, text.size());
   }
-  /// True when `length` bytes from `start` on are more than the file has.
+  /// True when the file ends before `start` + `length`.
   bool Lacks(std::uint64_t start, std::uint64_t length) const {
     return start > size() || length > size() - start;
   }
@@ -38,7 +38,7 @@ class Bytes {
   const media::MediaFile& file_;
 };
 
-// What stands for an unknown size: nothing, or close to the most that 31 or 32 bits can hold.
+// Sizes that mean "unknown": 0, or close to the most that 31 or 32 bits can hold.
 bool IsPlaceholder(std::uint64_t size) {
   return size == 0 || (size >= 0x7FFFF000 && size <= 0x7FFFFFFF) ||
          (size >= 0xFFFFF000 && size <= 0xFFFFFFFF);
@@ -58,7 +58,7 @@ bool WaveIsCut(const Bytes& file) {
   return false;
 }
 
-// Chunks of 128-bit ids; the sizes are of 64 bits and count the 24 bytes of id and size.
+// A chunk starts with a 128-bit id and a 64-bit size that includes these 24 bytes.
 bool Wave64IsCut(const Bytes& file) {
   for (std::uint64_t at = 40; at + 24 <= file.size();) {
     const std::uint64_t size = file.Little(at + 16, 8);
@@ -83,8 +83,8 @@ bool Mp4IsCut(const Bytes& file) {
   for (std::uint64_t at = 0; at + 8 <= file.size();) {
     std::uint64_t size = file.Big(at, 4);
     if (size == 1) size = file.Big(at + 8, 8);
-    if (size < 8) return false;  // 0: up to the end of the file.
-    // What is no box of these may be something that was appended.
+    if (size < 8) return false;  // 0 means up to the end of the file.
+    // Anything else may be data that was appended to the file.
     if (file.Lacks(at, size)) {
       return file.Is(at + 4, "mdat") || file.Is(at + 4, "moof") || file.Is(at + 4, "moov");
     }
@@ -93,7 +93,8 @@ bool Mp4IsCut(const Bytes& file) {
   return false;
 }
 
-/// A size of 1 to 8 bytes, whose leading zero bits tell how many; -1 when all its bits are 1.
+/// Reads a size of 1 to 8 bytes; its leading zero bits give the count of bytes. Moves `at` past it.
+/// @return -1 for an invalid size and for the unknown one, whose bits are all 1
 std::int64_t MatroskaSize(const Bytes& file, std::uint64_t* at) {
   const std::uint64_t first = file.Big(*at, 1);
   int length = 1;
@@ -118,14 +119,14 @@ bool MatroskaIsCut(const Bytes& file) {
 }
 
 bool OggIsCut(const media::MediaFile& file) {
-  // The last page begins within the size of the largest one.
+  // The last page is no larger than this, so it starts in the tail of that size.
   constexpr std::uint64_t largest = 27 + 255 + 255 * 255;
   const auto size = static_cast<std::uint64_t>(file.size());
   const std::uint64_t start = size > largest ? size - largest : 0;
   std::string tail(size - start, '\0');
   file.ReadAt(start, tail.data(), tail.size());
   const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(tail[i]); };
-  // The signature, version 0; the rest of a header may be missing, too.
+  // The signature and version 0. The rest of the header may be missing.
   const std::size_t page = tail.rfind(std::string_view("OggS\0", 5));
   if (page == std::string::npos) return false;
   if (page + 27 > tail.size()) return true;
@@ -147,9 +148,9 @@ DeclaredLength FindDeclaredLength(const media::MediaFile& file, int index) {
   }
   const long double length =
       static_cast<long double>(stream.duration) * stream.time_base.num / stream.time_base.den;
-  // These count samples; half of one for the rounding of `length`.
+  // These count samples. Half a sample allows for the rounding of `length`.
   if (file.IsFormat("flac") || file.IsFormat("aiff")) return {length, 0.5L / rate};
-  // The header in the first frame counts the frames, of which coders leave out a part.
+  // The header in the first frame counts all frames, but encoders leave out some samples.
   if (file.IsFormat("mp3")) return {length, 0.1L};
   return {};
 }

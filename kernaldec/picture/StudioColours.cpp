@@ -14,7 +14,7 @@ constexpr int kBits = 14;
 constexpr std::int32_t kOne = 1 << kBits;
 constexpr std::int32_t kHalf = kOne / 2;
 
-/// A matrix is told by the shares of red and blue in luma.
+/// The shares of red and blue in luma, which define a matrix.
 struct Weights {
   double red;
   double blue;
@@ -38,7 +38,7 @@ Weights WeightsOf(AVColorSpace matrix) {
   }
 }
 
-/// R'G'B' of a chroma value with luma 0. Adding luma adds the same to all three.
+/// R'G'B' of a chroma value at luma 0. Luma adds the same amount to all three.
 struct Rgb {
   double red;
   double green;
@@ -97,7 +97,7 @@ StudioColours::StudioColours(const ColourCoding& from) {
   for (const std::size_t i : {0U, 1U}) {
     const Rgb rgb = OfChroma(weights, i == 0 ? 1 : 0, i == 0 ? 0 : 1);
     const double luma = kBt601.red * rgb.red + kBt601.green() * rgb.green + kBt601.blue * rgb.blue;
-    // A step of luma has 219 levels where one of chroma has 224.
+    // Luma has 219 levels, chroma 224.
     lumaOf_[i] = Fixed(luma * chromaScale * 219 / 224);
     cbOf_[i] = Fixed((rgb.blue - luma) / (2 * (1 - kBt601.blue)) * chromaScale);
     crOf_[i] = Fixed((rgb.red - luma) / (2 * (1 - kBt601.red)) * chromaScale);

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "kernaldec/file/Completeness.h"
 #include "media/Ticks.h"
@@ -12,11 +13,11 @@
 namespace zel::kernaldec {
 namespace {
 
-// Reading on is cheaper than a seek over distances like this one.
+// Reading on is cheaper than a seek over distances up to this.
 constexpr double kReadOnSeconds = 1.0;
-// What decoders with memory (overlapping blocks, bit reservoirs) get to settle before a target.
+// A decoder with memory (overlapping blocks, a bit reservoir) starts this much before the target.
 constexpr double kPrerollSeconds = 0.3;
-// Longer than any sound; what is sought beyond it is past the end, too.
+// Beyond any sound; what is sought later is past the end, too.
 constexpr double kLatestSeconds = 1e9;
 
 std::string Seconds(long double seconds) {
@@ -25,7 +26,8 @@ std::string Seconds(long double seconds) {
   return text;
 }
 
-// Containers whose seeks land on, and stamp, packets as reading from the start does.
+// Containers in which a seek finds the same packets with the same time stamps as reading from the
+// start.
 bool HasReliableIndex(const media::MediaFile& file, AVCodecID codec) {
   for (const char* name :
        {"wav", "w64", "aiff", "au", "caf", "flac", "mp4", "matroska", "mpegts", "aac", "mp3"}) {
@@ -34,7 +36,8 @@ bool HasReliableIndex(const media::MediaFile& file, AVCodecID codec) {
   return file.IsFormat("ogg") && (codec == AV_CODEC_ID_VORBIS || codec == AV_CODEC_ID_OPUS);
 }
 
-// Bare elementary streams: their stamps are FFmpeg's own sums of rounded durations, which drift.
+// Bare elementary streams. FFmpeg makes up their time stamps by adding rounded durations: they
+// drift.
 bool HasMadeUpStamps(const media::MediaFile& file) {
   for (const char* name : {"ac3", "eac3", "dts", "mlp", "truehd"}) {
     if (file.IsFormat(name)) return true;
@@ -42,7 +45,7 @@ bool HasMadeUpStamps(const media::MediaFile& file) {
   return false;
 }
 
-// Codecs all of whose frames have the same number of samples.
+// Codecs whose frames all have the same number of samples.
 bool HasEqualFrames(const AVCodecParameters& codec) {
   switch (codec.codec_id) {
     case AV_CODEC_ID_AAC:
@@ -52,7 +55,7 @@ bool HasEqualFrames(const AVCodecParameters& codec) {
     case AV_CODEC_ID_OPUS:
       return true;
     case AV_CODEC_ID_FLAC:
-      // The stream header gives the smallest and the largest block.
+      // The stream header holds the sizes of the smallest and of the largest block.
       return codec.extradata_size >= 4 && std::memcmp(codec.extradata, codec.extradata + 2, 2) == 0;
     default:
       return false;
@@ -74,17 +77,15 @@ std::unique_ptr<AudioReader> AudioReader::Open(std::unique_ptr<media::MediaFile>
   return reader;
 }
 
+/// Reads `file` from its start.
+/// @return false when nothing can be decoded; the reader has ended then
 bool AudioReader::Start(std::unique_ptr<media::MediaFile> file) {
-  codec_.reset();
-  file_ = std::move(file);
   state_ = State::kEnded;
-  const auto count = static_cast<int>(file_->format()->nb_streams);
-  if (index_ >= count) return false;
-  for (int i = 0; i < count; ++i) {
-    file_->stream(i)->discard = i == index_ ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
-  }
-  codec_ = media::OpenDecoder(*stream());
-  if (codec_ == nullptr) return false;
+  if (!file->SelectStream(index_)) return false;
+  media::CodecContext codec = media::OpenDecoder(*file->stream(index_));
+  if (codec == nullptr) return false;
+  codec_ = std::move(codec);
+  file_ = std::move(file);
   madeUpStamps_ = HasMadeUpStamps(*file_);
   shortReads_ = MarksShortReads(*file_);
   inputEnded_ = false;
@@ -112,7 +113,7 @@ std::int64_t AudioReader::startPts() const {
 }
 
 std::int64_t AudioReader::timeStamp() const {
-  // Whole samples are rounded once.
+  // Count in whole samples, so that only one division is rounded.
   return media::Rounded(clock_.offset * kTicksPerSecond) +
          media::ToTicks(position_ + first_, {1, clock_.rate});
 }
@@ -143,9 +144,8 @@ bool AudioReader::Seek(double seconds) {
   return DropUntil(seconds);
 }
 
-/// Goes to a frame at or before `seconds` that is known to the sample.
-/// @return false when there is none, or only the start of the file is near enough: the position is
-///   then undefined.
+/// Seeks to a frame at or before `seconds` whose place in time is exact.
+/// @return false when only the start of the file will do; the position is then undefined
 bool AudioReader::SeekByIndex(double seconds) {
   const AVCodecDescriptor* codec = avcodec_descriptor_get(codec_->codec_id);
   const bool lossless = codec != nullptr && (codec->props & AV_CODEC_PROP_LOSSY) == 0;
@@ -154,7 +154,7 @@ bool AudioReader::SeekByIndex(double seconds) {
   if (declared > 0 && firstRate_ > 0) {
     settle = std::max(settle, static_cast<double>(declared) / firstRate_);
   }
-  // A demultiplexer that lands late is asked again for a place further ahead.
+  // A seek may land behind its target. It is then repeated some seconds earlier.
   for (const double margin : {0.0, 2.0, 10.0}) {
     const double from = seconds - settle - margin;
     if (from <= 0) break;
@@ -174,7 +174,7 @@ bool AudioReader::SeekByIndex(double seconds) {
   return false;
 }
 
-/// Reads on from the current or the next frame until `seconds` lies in the current one.
+/// Reads on until `seconds` lies in the current frame.
 bool AudioReader::DropUntil(double seconds) {
   for (bool more = state_ == State::kAtFrame || Next(); more; more = Next()) {
     const long double ahead = (static_cast<long double>(seconds) - FrameTime()) * clock_.rate;
@@ -202,7 +202,7 @@ bool AudioReader::ReceiveFrame() {
     if (result == AVERROR(ENOMEM)) throw std::bad_alloc();
     if (result != AVERROR(EAGAIN)) {
       NotePacketLost();
-      // A decoder that fails while it is being emptied may go on failing.
+      // A decoder that fails while it empties itself may fail forever.
       if (inputEnded_) return false;
     }
     if (!FeedDecoder()) return false;
@@ -212,22 +212,17 @@ bool AudioReader::ReceiveFrame() {
 /// Sends the decoder one packet, or, once the input has ended, the request to empty itself.
 bool AudioReader::FeedDecoder() {
   if (inputEnded_) return false;
-  for (;;) {
-    const int result = file_->ReadPacket(packet_.get());
-    if (result == AVERROR(ENOMEM)) throw std::bad_alloc();
-    if (result < 0) {
-      inputEnded_ = true;
-      if (file_->readError() != 0) {
-        Fail("reading failed: " + media::ErrorText(AVERROR(file_->readError())));
-      } else if (result != AVERROR_EOF) {
-        // Whatever code it gives: an input/output error among them, without one of the disk's.
-        Fail("the file is cut off or damaged");
-      }
-      avcodec_send_packet(codec_.get(), nullptr);
-      return true;
+  const int result = file_->ReadPacketOf(index_, packet_.get());
+  if (result < 0) {
+    inputEnded_ = true;
+    if (file_->readError() != 0) {
+      Fail("reading failed: " + media::ErrorText(AVERROR(file_->readError())));
+    } else if (result != AVERROR_EOF) {
+      // The code itself says nothing: demultiplexers report damage as, say, an input/output error.
+      Fail("the file is cut off or damaged");
     }
-    if (packet_->stream_index == index_) break;
-    av_packet_unref(packet_.get());
+    avcodec_send_packet(codec_.get(), nullptr);
+    return true;
   }
   const bool corrupt = !shortReads_ && (packet_->flags & AV_PKT_FLAG_CORRUPT) != 0;
   const int sent = avcodec_send_packet(codec_.get(), packet_.get());
@@ -238,64 +233,68 @@ bool AudioReader::FeedDecoder() {
 }
 
 /// Finds the frame's place in time.
-/// @return false when it has none: the first frames after a seek may come without stamps.
+/// @return false when it has none: the first frames after a seek may come without time stamps
 bool AudioReader::Place() {
-  const int rate = frame_->sample_rate;
   const std::int64_t found =
       frame_->pts != AV_NOPTS_VALUE ? frame_->pts : frame_->best_effort_timestamp;
-  const bool first = fromStart_ && framesRead_ == 0;
-  const bool stamped = found != AV_NOPTS_VALUE && (first || !madeUpStamps_);
-  const std::int64_t pts = media::Bounded(found);
-
-  if (first) {
-    startTicks_ = stamped                                  ? pts
-                  : stream()->start_time != AV_NOPTS_VALUE ? media::Bounded(stream()->start_time)
-                                                           : 0;
-    firstRate_ = rate;
-    firstChannels_ = frame_->ch_layout.nb_channels;
-    clock_ = {true, rate, 0, 0};
-  } else if (!clock_.known) {
-    if (!stamped) return false;
-    clock_ = {true, rate, 0, 0};
-    const long double time = ContainerTime(pts);
-    if (rate == firstRate_) {
-      clock_.samples = Landing(time);
-    } else {
-      clock_.offset = time;
-    }
-  } else if (rate != clock_.rate) {
-    clock_.offset += static_cast<long double>(clock_.samples) / clock_.rate;
-    clock_.rate = rate;
-    clock_.samples = 0;
+  const std::int64_t stamp = media::Bounded(found);
+  const bool isFirst = fromStart_ && framesRead_ == 0;
+  const bool isStamped = found != AV_NOPTS_VALUE && (isFirst || !madeUpStamps_);
+  if (isFirst) {
+    BeginStream(isStamped, stamp);
+  } else if (clock_.known) {
+    const int rate = frame_->sample_rate;
+    if (rate != clock_.rate) clock_ = {true, rate, clock_.time(), 0};
+  } else {
+    if (!isStamped) return false;
+    RestartClock(stamp);
   }
-  if (stamped && !first) {
-    // Two stamps, each rounded to a tick, may disagree by one; demultiplexers that derive stamps
-    // from bytes may be off by a sample more.
-    const long double tolerance =
-        1.5L * std::max<long double>(av_q2d(stream()->time_base), 1.0L / rate);
-    const long double expected = clock_.offset + static_cast<long double>(clock_.samples) / rate;
-    const long double actual = ContainerTime(pts);
-    if (std::fabs(actual - expected) > tolerance) {
-      NoteGap(actual - expected);
-      clock_.samples = media::Rounded((actual - clock_.offset) * rate);
-    }
-  }
+  if (isStamped && !isFirst) FollowStamp(stamp);
 
   if (fromStart_ && framesRead_ == 0) gridPhase_ = frame_->nb_samples;
   if (fromStart_ && framesRead_ == 1) gridStep_ = frame_->nb_samples;
   ++framesRead_;
-  if (lostPackets_ > 0) {
-    Fail("damaged data at " +
-         Seconds(clock_.offset + static_cast<long double>(clock_.samples) / rate));
-    lostPackets_ = 0;
-  }
+  if (lostPackets_ > 0) Fail("damaged data at " + Seconds(clock_.time()));
+  lostPackets_ = 0;
   position_ = clock_.samples;
   clock_.samples += frame_->nb_samples;
   first_ = 0;
   return true;
 }
 
-/// The sample at which a frame begins that the container stamps with `time`.
+/// Starts the clock with the stream's first frame.
+void AudioReader::BeginStream(bool isStamped, std::int64_t stamp) {
+  const std::int64_t declared = stream()->start_time;
+  startTicks_ = isStamped ? stamp : declared != AV_NOPTS_VALUE ? media::Bounded(declared) : 0;
+  firstRate_ = frame_->sample_rate;
+  firstChannels_ = frame_->ch_layout.nb_channels;
+  clock_ = {true, firstRate_, 0, 0};
+}
+
+/// Starts the clock with the first frame after a seek.
+void AudioReader::RestartClock(std::int64_t stamp) {
+  clock_ = {true, frame_->sample_rate, 0, 0};
+  const long double time = ContainerTime(stamp);
+  if (clock_.rate == firstRate_) {
+    clock_.samples = Landing(time);
+  } else {
+    clock_.offset = time;
+  }
+}
+
+/// Moves the clock to the frame's time stamp when the two disagree by more than the stamp's error.
+void AudioReader::FollowStamp(std::int64_t stamp) {
+  // Two stamps, each rounded to a tick, may differ by one tick. Demultiplexers that derive stamps
+  // from byte positions may be off by another sample.
+  const long double tolerance =
+      1.5L * std::max<long double>(av_q2d(stream()->time_base), 1.0L / clock_.rate);
+  const long double time = ContainerTime(stamp);
+  if (std::fabs(time - clock_.time()) <= tolerance) return;
+  NoteGap(time - clock_.time());
+  clock_.samples = media::Rounded((time - clock_.offset) * clock_.rate);
+}
+
+/// The first sample of a frame with time stamp `time`.
 std::int64_t AudioReader::Landing(long double time) const {
   const long double samples = time * firstRate_;
   const long double ticks = static_cast<long double>(av_q2d(stream()->time_base)) * firstRate_;
@@ -323,20 +322,20 @@ long double AudioReader::FrameTime() const {
 }
 
 void AudioReader::NotePacketLost() {
-  // What comes before the first sound, or before a decoder has settled after a seek, is no loss.
+  // Before the first sound, and until a decoder has settled after a seek, nothing is lost.
   if (clock_.known) ++lostPackets_;
 }
 
 void AudioReader::NoteGap(long double missing) {
-  // Elsewhere gaps are legitimate; a plain FLAC file counts its frames.
+  // A plain FLAC file numbers its frames. In other containers a gap may be meant.
   if (missing > 0 && file_->IsFormat("flac")) Fail(Seconds(missing) + " of sound are missing");
 }
 
 void AudioReader::CheckEnd() {
-  // Nothing has been decoded since a seek.
+  // Without a clock, nothing was decoded since a seek.
   if (!failure_.empty() || !clock_.known) return;
-  const long double end = clock_.offset + static_cast<long double>(clock_.samples) / clock_.rate;
-  // Tags at the end of such a file look like frames.
+  const long double end = clock_.time();
+  // FFmpeg may take tags at the end of such a file for frames.
   const int harmless = IsMpegAudio(codec_->codec_id) ? 2 : 0;
   const DeclaredLength declared = FindDeclaredLength(*file_, index_);
   if (declared.seconds - declared.slack > end) {

@@ -29,15 +29,15 @@ HRESULT AudioStream::GetStreamInfo(IStreamInfo** ppInfo) {
   return Guarded([&] {
     StreamInfo record =
         DescribeStream(reader_->file().format(), program_, reader_->stream()->index);
-    // The decoder knows better than the container what it yields.
+    // The container may be wrong about what the decoder outputs.
     record.audioInfo.sampleRate = reader_->firstRate();
     record.audioInfo.channels = channels_ != 0 ? channels_ : reader_->firstChannels();
     record.audioInfo.bitsPerSample = 16;
     record.startPTS = reader_->startPts();
-    const auto info = MakeComponent<CStreamInfo>();
+    Ref<CStreamInfo> info = MakeComponent<CStreamInfo>();
     info->SetStreamInfo(&record);
-    return scombase::GetInterface(static_cast<IStreamInfo*>(info.get()),
-                                  reinterpret_cast<void**>(ppInfo));
+    *ppInfo = info.Detach();
+    return S_OK;
   });
 }
 
@@ -50,7 +50,6 @@ HRESULT AudioStream::ChangeStream(int index) {
     if (file == nullptr) return E_INVALIDARG;
     std::unique_ptr<AudioReader> reader = AudioReader::Open(std::move(file), stream);
     if (reader == nullptr) return E_INVALIDARG;
-    // The streams of a program can only be told apart by their numbers: the file must be the same.
     reader_ = std::move(reader);
     filled_ = false;
     sought_ = false;
@@ -86,7 +85,7 @@ bool AudioStream::FillSample() {
     return false;
   }
   if (sample_->GetSampleSize() < size) {
-    // Frames of a stream differ a little in size: leave room for the next ones.
+    // Frames of a stream differ a little in size: make room for the next ones.
     sample_->SetSampleSize(static_cast<unsigned long>(size + size / 2));
   }
   MEDIA_FRAME& frame = *sample_->GetMediaFrame();
@@ -113,7 +112,7 @@ std::int64_t AudioStream::AxisOffset() const {
 }
 
 int AudioStream::Forward() {
-  // Right after a seek the sample that was sought is still to be read.
+  // Right after a seek, the sample found is still to be read.
   if (std::exchange(sought_, false)) return 0;
   filled_ = false;
   constexpr int shortOfMemory = -2;
@@ -121,10 +120,6 @@ int AudioStream::Forward() {
       Guarded([&] { return reader_->Next() ? 0 : -1; }, shortOfMemory, shortOfMemory);
   if (result == shortOfMemory) failure_ = kOutOfMemory;
   return result == 0 ? 0 : -1;
-}
-
-int AudioStream::Backward() {
-  return -1;
 }
 
 double AudioStream::Seek(double seconds, int /*mode*/) {
@@ -137,11 +132,6 @@ double AudioStream::Seek(double seconds, int /*mode*/) {
   if (result == kShortOfMemory) failure_ = kOutOfMemory;
   sought_ = result == kFound;
   return sought_ ? static_cast<double>(reader_->time()) + offset : -1;
-}
-
-HRESULT AudioStream::NotifyStreamMessage(unsigned long /*msg*/, long long /*param*/, void* /*p1*/,
-                                         void* /*p2*/) {
-  return S_FALSE;
 }
 
 HRESULT AudioStream::SetOutputChannels(int channels) {

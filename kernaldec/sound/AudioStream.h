@@ -16,33 +16,30 @@
 
 namespace zel::kernaldec {
 
-/// Yields interleaved 16-bit PCM at the file's own rate and channel count, one decoded frame per
-/// sample; a frame whose format differs from the one before brings its own. A new stream is before
-/// its first sample. One thread at a time; the sample is reused.
+/// Delivers interleaved 16-bit PCM at the file's own rate and channel count, one decoded frame per
+/// sample. Rate and count may change from frame to frame. A new stream stands before its first
+/// sample. One thread at a time; every call reuses the same sample.
 class AudioStream final : public Component<IMediaStream, IDecodedAudio> {
  public:
-  /// @param program the program of the reader's stream.
+  /// @param program the program of the reader's stream
   AudioStream(std::unique_ptr<AudioReader> reader, Program program);
 
   HRESULT GetStreamInfo(IStreamInfo** ppInfo) override;
-  /// Selects the audio stream of that number within its program, before its first sample. What
-  /// IDecodedAudio has set stays, but a time origin of the stream's own start moves with it.
+  /// Selects the audio stream of that number within its program and stands before its first sample.
+  /// Channel count and time origin that were set by IDecodedAudio stay; without an origin, time 0
+  /// is the new stream's own start.
   /// @return S_OK; E_INVALIDARG, with nothing changed, when there is no such stream or it cannot be
-  ///   decoded.
+  ///   decoded
   HRESULT ChangeStream(int index) override;
   CZelSample* GetSampleEx() override;
-  /// @return 0; -1 at the end.
+  /// @return 0; -1 at the end
   int Forward() override;
-  /// @return -1: decoded audio is read forward, or sought.
-  int Backward() override;
-  /// Makes the sample nearest to `seconds` the first one of the current sample: it can be read
+  /// Makes the audio sample nearest to `seconds` the first one of the current frame; it can be read
   /// without a Forward. Times before the stream's first sample mean the first sample.
-  /// @param mode of no effect.
-  /// @return the time of that sample; -1, with no current sample, past the end.
+  /// @param mode ignored
+  /// @return the time of that sample; -1, with no current frame, past the end
   double Seek(double seconds, int mode) override;
-  /// @return S_FALSE: it listens to none.
-  HRESULT NotifyStreamMessage(unsigned long msg, long long param, void* p1, void* p2) override;
-  /// As GetSampleEx: nothing is changed on the way.
+  /// As GetSampleEx. The first Forward after a seek still skips nothing.
   CZelSample* GetOriginSampleEx() override;
 
   HRESULT SetOutputChannels(int channels) override;
@@ -52,7 +49,8 @@ class AudioStream final : public Component<IMediaStream, IDecodedAudio> {
  private:
   CZelSample* CurrentSample();
   bool FillSample();
-  /// What turns a time since the stream's first sample into one on the outside's axis, 100 ns.
+  /// Add it to a time since the stream's first sample to get a time from the origin, in 100-ns
+  /// units.
   std::int64_t AxisOffset() const;
 
   std::unique_ptr<AudioReader> reader_;
@@ -60,11 +58,11 @@ class AudioStream final : public Component<IMediaStream, IDecodedAudio> {
   PcmConverter converter_;
   Ref<CZelSample> sample_;
   bool filled_ = false;  ///< sample_ holds the reader's current samples.
-  bool sought_ = false;  // A seek has found a sample that nobody has read yet.
-  int channels_ = 0;     ///< Wanted; 0: the file's.
+  bool sought_ = false;  ///< A seek found a sample that nobody has read yet.
+  int channels_ = 0;     ///< As SetOutputChannels set it; 0: the file's.
   bool originSet_ = false;
   std::int64_t origin_ = 0;
-  const char* failure_ = nullptr;  ///< What went wrong outside the reader.
+  const char* failure_ = nullptr;  ///< The last failure outside the reader, or null.
 };
 
 }  // namespace zel::kernaldec

@@ -47,11 +47,11 @@ bool PcmConverter::Prepare(const AVFrame& frame) {
   if (outChannels == in.nb_channels) {
     if (av_channel_layout_copy(&out, &in) < 0) throw std::bad_alloc();
   } else {
-    // Weights belong to speakers, so an unnamed layout is taken for the usual one of its count.
+    // Mixing weights depend on the speakers. A layout without names is taken for the usual one.
     if (in.order == AV_CHANNEL_ORDER_UNSPEC) av_channel_layout_default(&in, in.nb_channels);
     av_channel_layout_default(&out, outChannels);
   }
-  // Only the ratio of the rates counts.
+  // Both rates are the same; which one does not matter.
   constexpr int anyRate = 48000;
   SwrContext* swr = nullptr;
   const int made =
