@@ -1,6 +1,7 @@
 # What `cmake --install` puts where:
 #
 #   include/zel/...                 the public headers, under the names by which they are included here
+#   include/kernaldec/...           those of the decoder module that comes with the library
 #   lib/zel/                        everything that runs; library and command find the rest in their own folder
 #   bin/zel                         a link to the command
 #   lib/cmake/, lib/pkgconfig/      find_package(Zel_AudioCompositor CONFIG) and pkg-config Zel_AudioCompositor
@@ -32,6 +33,10 @@ endif()
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/zel"
   DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}"
   FILES_MATCHING PATTERN "*.h" PATTERN "detail" EXCLUDE)
+install(FILES
+  "${PROJECT_SOURCE_DIR}/kernaldec/DecodedAudio.h"
+  "${PROJECT_SOURCE_DIR}/kernaldec/StreamExtras.h"
+  DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/kernaldec")
 install(FILES "${PROJECT_SOURCE_DIR}/LICENSE" DESTINATION "${CMAKE_INSTALL_DOCDIR}")
 
 set(zel_package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/Zel_AudioCompositor")

@@ -10,14 +10,14 @@
 #include <string>
 
 #include "fuzz/ReadMedia.h"
-#include "zel/base/Ids.h"
+#include "zel/base/Component.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static IMediaDecoderMgr* const manager = [] {
-    void* out = nullptr;
-    ZelCreateInstance(CLSID_CMediaDecoderMgr, nullptr, 0, IID_IMediaDecoderMgr, &out);
-    if (out == nullptr) std::abort();
-    return static_cast<IMediaDecoderMgr*>(out);
+  static const zel::Ref<IMediaDecoderMgr> manager = [] {
+    zel::Ref<IMediaDecoderMgr> made;
+    ZelCreateInstance(CLSID_CMediaDecoderMgr, nullptr, 0, IID_IMediaDecoderMgr, made.ReceiveVoid());
+    if (!made) std::abort();
+    return made;
   }();
   if (size == 0) return 0;
   const int file = memfd_create("media", MFD_CLOEXEC);
@@ -27,7 +27,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (written <= 0) std::abort();
     at += static_cast<std::size_t>(written);
   }
-  zel::fuzz::ReadMedia(manager, "/proc/self/fd/" + std::to_string(file), data[0]);
+  zel::fuzz::ReadMedia(manager.get(), "/proc/self/fd/" + std::to_string(file), data[0]);
   close(file);
   return 0;
 }

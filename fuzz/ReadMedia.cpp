@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
-#include <memory>
 
 #include "kernaldec/DecodedAudio.h"
 #include "media/Utf8.h"
@@ -19,19 +18,13 @@ void Require(bool kept, const char* promise) {
   std::abort();
 }
 
-struct Releaser {
-  void operator()(IUnknown* object) const { object->Release(); }
-};
-template <class T>
-using Ref = std::unique_ptr<T, Releaser>;
-
 /// Calls `get(T**)`, which hands out an object or fails.
 template <class T, class Get>
 Ref<T> Obtain(Get&& get) {
-  T* object = nullptr;
-  const HRESULT result = get(&object);
-  Require((object != nullptr) == (result == S_OK), "an object if, and only if, S_OK");
-  return Ref<T>(object);
+  Ref<T> object;
+  const HRESULT result = get(object.Receive());
+  Require(static_cast<bool>(object) == (result == S_OK), "an object if, and only if, S_OK");
+  return object;
 }
 
 // Every byte of it, so that a sanitizer sees what is not there.
@@ -47,7 +40,7 @@ void ReadText(Object* object, HRESULT (Object::*getter)(wchar_t**), std::size_t 
   wchar_t* text = nullptr;
   Require((object->*getter)(&text) == S_OK && text != nullptr, "a text");
   Require(std::wcslen(text) < room, "a text that fits its field");
-  g_sink = g_sink + static_cast<unsigned>(utf8::FromWide(text).size());
+  g_sink = g_sink + static_cast<unsigned>(media::ToUtf8(text).size());
   SysFreeString(text);
 }
 
@@ -75,7 +68,7 @@ int ReadDescription(IMediaInfo* media) {
   Require(media->GetMediaLength() >= 0 && std::isfinite(media->GetMediaLength()), "a length");
   int count = 0;
   const auto programs = Obtain<IProgramInfos>([&](auto out) { return media->GetIPrograms(out); });
-  Require(programs != nullptr && programs->GetCount() > 0, "a program");
+  Require(programs && programs->GetCount() > 0, "a program");
   for (int p = 0; p < programs->GetCount(); ++p) {
     const auto program = Obtain<IProgramInfo>([&](auto out) { return programs->GetItem(p, out); });
     Require(program->GetID() >= 1 && program->GetID() <= 255, "a program's id");
@@ -84,7 +77,7 @@ int ReadDescription(IMediaInfo* media) {
           &IProgramInfo::GetSubPicStreamInfos}) {
       const auto streams =
           Obtain<IStreamInfos>([&](auto out) { return (program.get()->*getter)(out); });
-      for (int s = 0; streams != nullptr && s < streams->GetCount(); ++s) {
+      for (int s = 0; streams && s < streams->GetCount(); ++s) {
         const auto stream = Obtain<IStreamInfo>([&](auto out) { return streams->GetItem(s, out); });
         Require((stream->GetID() >> 16) == program->GetID(), "a stream's id");
         ReadStream(stream.get());
@@ -128,7 +121,7 @@ bool ReadFrame(IMediaStream* stream, AV_STREAM_TYPE type) {
 
 int ReadFrames(IMediaStream* stream, AV_STREAM_TYPE type, unsigned variety) {
   const auto info = Obtain<IStreamInfo>([&](auto out) { return stream->GetStreamInfo(out); });
-  Require(info != nullptr, "a description of an open stream");
+  Require(static_cast<bool>(info), "a description of an open stream");
   ReadStream(info.get());
   int frames = 0;
   const auto pull = [&](int most) {
@@ -154,14 +147,14 @@ int ReadFrames(IMediaStream* stream, AV_STREAM_TYPE type, unsigned variety) {
 
 Reading ReadMedia(IMediaDecoderMgr* manager, const std::string& path, unsigned variety) {
   Reading reading;
-  const std::wstring name = utf8::ToWide(path);
+  const std::wstring name = media::ToWide(path);
   if (const auto media = Obtain<IMediaInfo>(
           [&](auto out) { return manager->OpenMediaInfo(name.c_str(), 11, out); })) {
     reading.streams = ReadDescription(media.get());
   }
   const auto decoder = Obtain<IMediaDecoder>(
       [&](auto out) { return manager->CreateDecoder(name.c_str(), 0, nullptr, 11, out); });
-  if (decoder == nullptr) return reading;
+  if (!decoder) return reading;
   if (const auto sound =
           Obtain<IMediaStream>([&](auto out) { return decoder->GetAudioStream(out); })) {
     reading.sounds = ReadFrames(sound.get(), AV_STREAM_AUDIO, variety);

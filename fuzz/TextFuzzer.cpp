@@ -30,8 +30,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   } catch (const zel::tool::Failure&) {
   }
 
-  const std::wstring wide = zel::utf8::ToWide(text);
-  Require(zel::utf8::FromWide(wide) == text);
+  const std::wstring wide = zel::media::ToWide(text);
+  Require(zel::media::ToUtf8(wide) == text);
   const std::string shown = zel::tool::Printable(text);
   for (const char c : shown) Require(static_cast<unsigned char>(c) >= 0x20 && c != 0x7F);
   Require(zel::tool::Printable(shown) == shown);

@@ -1,44 +1,64 @@
-// What the decoder module's audio streams can do beyond IMediaStream.
+// What the decoder module's audio streams can do beyond IMediaStream: mix to another number of
+// channels, move the origin of time, and tell a clean end from a failure.
 //
-// A host obtains this interface from a decoded audio stream with QueryInterface(IID_IDecodedAudio);
-// a stream of another decoder does not have it.
+//   zel::Ref<IDecodedAudio> control;
+//   if (stream->QueryInterface(IID_IDecodedAudio, control.ReceiveVoid()) == S_OK) {
+//     control->SetOutputChannels(2);
+//   }
+//   while (stream->Forward() == 0) Play(stream->GetSampleEx());
+//   wchar_t* reason = nullptr;
+//   if (control && control->GetStatus(&reason) != S_OK) Report(reason);
+//   SysFreeString(reason);
 //
-// Time of a decoded audio stream. One axis serves `llPTS` and Seek: 100-ns units there, seconds
-// here. Its time 0 is the container's time stamp `origin`. Without a call of SetTimeOrigin the
-// origin is the stream's own start, IStreamInfo::GetStartPTS(): the first sample that the stream
-// yields (after the priming samples of its codec, which are never heard) has time 0, wherever the
-// container's stamps begin. That is what a track wants whose first sound is to be heard at a given
-// delay. An input whose other streams keep their time stamps wants the container's axis:
-// SetTimeOrigin(0).
+// Streams of another decoder do not have this interface.
+//
+// Time of a decoded audio stream: `llPTS` counts 100-ns units and Seek takes seconds, both from the
+// container's time stamp `origin`. By default that is the stream's own start,
+// IStreamInfo::GetStartPTS(). The first sample that the stream delivers (after the codec's priming
+// samples, which nobody hears) then has time 0, wherever the container's time stamps begin. Keep
+// the default for a track whose first sound shall be heard at a given delay. For an input whose
+// other streams keep the container's time stamps, call SetTimeOrigin(0).
 #pragma once
 
-#include "zel/platform/COMSupport.h"
+#include "zel/base/Component.h"
 
 /// 8A5ED067-A06E-4522-BFFC-475718C23979
 inline constexpr _GUID IID_IDecodedAudio = {
     0x8A5ED067, 0xA06E, 0x4522, {0xBF, 0xFC, 0x47, 0x57, 0x18, 0xC2, 0x39, 0x79}};
 
-/// Controls one decoded audio stream. Calls come from the thread that pulls the stream.
+/// Controls one decoded audio stream.
 class ZEL_API IDecodedAudio : public IUnknown {
  public:
-  /// Asks for frames of `channels` interleaved channels (1 to 8; 0: the file's own count, as at the
-  /// start), remixed by the usual weights of the file's speaker layout. From the next GetSampleEx
-  /// on; GetStreamInfo describes the new count at once.
-  /// @return S_OK; E_INVALIDARG, with nothing changed, for another count.
+  /// Sets the number of interleaved channels that the stream delivers: 1 to 8, or 0 for the file's
+  /// own number, which is the default. Other numbers than the file's are mixed with the usual
+  /// weights of its speaker layout. Applies from the next GetSampleEx on; GetStreamInfo describes
+  /// the new number at once.
+  ///
+  /// Thread: as the stream's calls, one at a time.
+  /// @return S_OK; E_INVALIDARG, with nothing changed, for another number
   virtual HRESULT SetOutputChannels(int channels) = 0;
-  /// Makes the container's time stamp `origin` (100-ns units) time 0 of the stream. From the next
-  /// GetSampleEx and Seek on; the stream's position in the file stays.
-  /// @return S_OK.
+  /// Makes the container's time stamp `origin` (100-ns units) time 0 of the stream. Applies from
+  /// the next GetSampleEx and Seek on; the stream's position in the file stays.
+  ///
+  /// Thread: as the stream's calls, one at a time.
+  /// @return S_OK
   virtual HRESULT SetTimeOrigin(long long origin) = 0;
-  /// Tells, once GetSampleEx is null, a clean end from a failure. Everything since the stream was
-  /// opened counts: a stream that lost sound once does not turn sound again by a Seek.
-  /// @param text receives null with S_OK, and with E_FAIL one line that says what is wrong, without
-  ///   the file's name ("the file ends after 12.3 s of 20.0 s"), to be freed with SysFreeString.
+  /// Tells whether reading has gone well so far. Call it when GetSampleEx has returned null, to
+  /// tell a clean end from a failure. A failure is remembered: a later Seek does not clear it.
+  ///
+  /// Thread: as the stream's calls, one at a time.
+  /// @param text receives one line with the reason, without the file's name ("the file ends after
+  ///   12.3 s of 20.0 s"), to be freed with SysFreeString; null with S_OK, or when memory is short.
   ///   May be null.
-  /// @return S_OK: all is well so far, or the end is clean. E_FAIL: reading or decoding failed, or
-  ///   the file is shorter than it says.
+  /// @return S_OK; E_FAIL when reading or decoding failed, or the file is shorter than it claims
   virtual HRESULT GetStatus(wchar_t** text) = 0;
 
  protected:
   ~IDecodedAudio() = default;
+};
+
+/// Lets a zel::Component expose the interface.
+template <>
+struct zel::InterfaceId<IDecodedAudio> {
+  static bool Equals(const _GUID& id) { return ZelIsEqualGUID(id, IID_IDecodedAudio); }
 };

@@ -1,15 +1,18 @@
-// No exception crosses an interface, and no component outlives its references.
+// No exception crosses an interface.
+//
+//   HRESULT Stream::GetStreamInfo(IStreamInfo** info) {
+//     return Guarded([&] { return Describe(info); });  // E_OUTOFMEMORY when Describe runs short
+//   }
 #pragma once
 
-#include <memory>
 #include <new>
-#include <utility>
 
 #include "zel/platform/Types.h"
 
 namespace zel::kernaldec {
 
-/// What `body` returns; `shortOfMemory` or `failed` when it throws.
+/// Returns what `body` returns; `shortOfMemory` when it throws std::bad_alloc, `failed` when it
+/// throws anything else.
 template <class Body, class Result>
 Result Guarded(Body&& body, Result shortOfMemory, Result failed) noexcept {
   try {
@@ -21,26 +24,10 @@ Result Guarded(Body&& body, Result shortOfMemory, Result failed) noexcept {
   }
 }
 
+/// The same with E_OUTOFMEMORY and E_FAIL.
 template <class Body>
 HRESULT Guarded(Body&& body) noexcept {
   return Guarded(body, E_OUTOFMEMORY, E_FAIL);
-}
-
-/// Holds one reference on a component of ours, taken and given back on its non-delegating face.
-struct ComponentRelease {
-  template <class T>
-  void operator()(T* component) const {
-    component->NonDelegatingRelease();
-  }
-};
-template <class T>
-using ComponentPtr = std::unique_ptr<T, ComponentRelease>;
-
-template <class T, class... Arguments>
-ComponentPtr<T> MakeComponent(Arguments&&... arguments) {
-  ComponentPtr<T> component(new T(std::forward<Arguments>(arguments)...));
-  component->NonDelegatingAddRef();
-  return component;
 }
 
 }  // namespace zel::kernaldec

@@ -1,128 +1,86 @@
 #include "kernaldec/MediaDecoderMgr.h"
 
-#include <cwchar>
 #include <utility>
 
 #include "kernaldec/Guard.h"
 #include "kernaldec/file/Describe.h"
-#include "kernaldec/sound/AudioReader.h"
+#include "kernaldec/picture/VideoStream.h"
 #include "kernaldec/sound/AudioStream.h"
 #include "media/Utf8.h"
-#include "zel/base/Ids.h"
 
 namespace zel::kernaldec {
 
-HRESULT CMediaDecoderMgr::NonDelegatingQueryInterface(const _GUID& riid, void** ppv) {
-  if (ppv == nullptr) return E_POINTER;
-  *ppv = nullptr;
-  if (ZelIsEqualGUID(riid, IID_IMediaDecoderMgr)) {
-    return scombase::GetInterface(static_cast<IMediaDecoderMgr*>(this), ppv);
-  }
-  return CUnknown::NonDelegatingQueryInterface(riid, ppv);
-}
-
-HRESULT CMediaDecoderMgr::QueryInterface(const _GUID& riid, void** ppv) {
-  return GetOwner()->QueryInterface(riid, ppv);
-}
-ULONG CMediaDecoderMgr::AddRef() {
-  return GetOwner()->AddRef();
-}
-ULONG CMediaDecoderMgr::Release() {
-  return GetOwner()->Release();
-}
-
-HRESULT CMediaDecoderMgr::CreateDecoder(const wchar_t* fileName, int /*reserved*/,
-                                        DecoderSelection* selection, int /*kind*/,
-                                        IMediaDecoder** ppDecoder) {
+HRESULT MediaDecoderMgr::CreateDecoder(const wchar_t* fileName, int /*reserved*/,
+                                       DecoderSelection* selection, int /*kind*/,
+                                       IMediaDecoder** ppDecoder) {
   if (ppDecoder == nullptr) return E_POINTER;
   *ppDecoder = nullptr;
   if (fileName == nullptr) return E_POINTER;
   return Guarded([&] {
-    std::unique_ptr<MediaFile> file = MediaFile::Open(utf8::FromWide(fileName));
+    std::unique_ptr<media::MediaFile> file = media::MediaFile::Open(media::ToUtf8(fileName));
     if (file == nullptr) return E_INVALIDARG;
     std::vector<Program> programs = ListPrograms(file->format());
-    Selection selected;
-    if (!Select(file->format(), programs, selection, &selected)) return E_INVALIDARG;
-    const auto decoder =
-        MakeComponent<CMediaDecoder>(std::move(file), std::move(programs), selected);
-    return scombase::GetInterface(static_cast<IMediaDecoder*>(decoder.get()),
-                                  reinterpret_cast<void**>(ppDecoder));
+    const std::optional<Selection> selected = Select(file->format(), programs, selection);
+    if (!selected) return E_INVALIDARG;
+    auto decoder = MakeComponent<MediaDecoder>(std::move(file), std::move(programs), *selected);
+    *ppDecoder = decoder.Detach();
+    return S_OK;
   });
 }
 
-HRESULT CMediaDecoderMgr::OpenMediaInfo(const wchar_t* fileName, int /*kind*/,
-                                        IMediaInfo** ppInfo) {
+HRESULT MediaDecoderMgr::OpenMediaInfo(const wchar_t* fileName, int /*kind*/, IMediaInfo** ppInfo) {
   if (ppInfo == nullptr) return E_POINTER;
   *ppInfo = nullptr;
   if (fileName == nullptr) return E_POINTER;
   return Guarded([&] {
-    const std::unique_ptr<MediaFile> file = MediaFile::Open(utf8::FromWide(fileName));
+    const std::unique_ptr<media::MediaFile> file = media::MediaFile::Open(media::ToUtf8(fileName));
     if (file == nullptr || file->format()->nb_streams == 0) return E_INVALIDARG;
-    const auto info = MakeComponent<CMediaInfo>();
-    if (const HRESULT result = FillMediaInfo(*file, info.get()); result != S_OK) return result;
-    return scombase::GetInterface(static_cast<IMediaInfo*>(info.get()),
-                                  reinterpret_cast<void**>(ppInfo));
+    auto info = MakeComponent<CMediaInfo>();
+    const HRESULT result = FillMediaInfo(*file, info.get());
+    if (result == S_OK) *ppInfo = info.Detach();
+    return result;
   });
 }
 
-CMediaDecoder::CMediaDecoder(std::unique_ptr<MediaFile> file, std::vector<Program> programs,
-                             Selection selection)
-    : CUnknown(nullptr),
-      m_path(file->path()),
-      m_programs(std::move(programs)),
-      m_selection(selection),
-      m_file(std::move(file)) {}
+MediaDecoder::MediaDecoder(std::unique_ptr<media::MediaFile> file, std::vector<Program> programs,
+                           const Selection& selection)
+    : path_(file->path()),
+      programs_(std::move(programs)),
+      selection_(selection),
+      file_(std::move(file)) {}
 
-CMediaDecoder::~CMediaDecoder() = default;
-
-HRESULT CMediaDecoder::QueryInterface(const _GUID& riid, void** ppv) {
-  return GetOwner()->QueryInterface(riid, ppv);
-}
-ULONG CMediaDecoder::AddRef() {
-  return GetOwner()->AddRef();
-}
-ULONG CMediaDecoder::Release() {
-  return GetOwner()->Release();
+/// The file that is already open, for the first stream that asks; another opening for the next.
+std::unique_ptr<media::MediaFile> MediaDecoder::TakeFile() {
+  return file_ != nullptr ? std::move(file_) : media::MediaFile::Open(path_);
 }
 
-std::unique_ptr<MediaFile> CMediaDecoder::TakeFile() {
-  return m_file != nullptr ? std::move(m_file) : MediaFile::Open(m_path);
-}
-
-HRESULT CMediaDecoder::GetVideoStream(IMediaStream** ppStream) {
+template <class Stream, class Reader>
+HRESULT MediaDecoder::GetStream(int index, Ref<IMediaStream>* stream, IMediaStream** ppStream) {
   if (ppStream == nullptr) return E_POINTER;
   *ppStream = nullptr;
-  if (m_selection.video < 0) return E_FAIL;
+  if (index < 0) return E_FAIL;
   return Guarded([&] {
-    const std::lock_guard lock(m_mutex);
-    if (m_video == nullptr) {
-      std::unique_ptr<MediaFile> file = TakeFile();
+    const std::lock_guard lock(mutex_);
+    if (!*stream) {
+      std::unique_ptr<media::MediaFile> file = TakeFile();
       if (file == nullptr) return E_FAIL;
-      m_video =
-          CVideoStream::Open(std::move(file), m_selection.video, m_programs[m_selection.program]);
-      if (m_video == nullptr) return E_FAIL;
-    }
-    return scombase::GetInterface(static_cast<IMediaStream*>(m_video.get()),
-                                  reinterpret_cast<void**>(ppStream));
-  });
-}
-
-HRESULT CMediaDecoder::GetAudioStream(IMediaStream** ppStream) {
-  if (ppStream == nullptr) return E_POINTER;
-  *ppStream = nullptr;
-  if (m_selection.audio < 0) return E_FAIL;
-  return Guarded([&] {
-    const std::lock_guard lock(m_mutex);
-    if (m_audio == nullptr) {
-      std::unique_ptr<MediaFile> file = TakeFile();
-      if (file == nullptr) return E_FAIL;
-      std::unique_ptr<AudioReader> reader = AudioReader::Open(std::move(file), m_selection.audio);
+      std::unique_ptr<Reader> reader = Reader::Open(std::move(file), index);
       if (reader == nullptr) return E_FAIL;
-      m_audio = MakeComponent<CAudioStream>(std::move(reader), m_programs[m_selection.program]);
+      const Program& program = programs_[static_cast<std::size_t>(selection_.program)];
+      *stream =
+          Ref<IMediaStream>::Adopt(MakeComponent<Stream>(std::move(reader), program).Detach());
     }
-    return scombase::GetInterface(static_cast<IMediaStream*>(m_audio.get()),
-                                  reinterpret_cast<void**>(ppStream));
+    *ppStream = Ref<IMediaStream>(*stream).Detach();
+    return S_OK;
   });
+}
+
+HRESULT MediaDecoder::GetVideoStream(IMediaStream** ppStream) {
+  return GetStream<VideoStream, PictureReader>(selection_.video, &video_, ppStream);
+}
+
+HRESULT MediaDecoder::GetAudioStream(IMediaStream** ppStream) {
+  return GetStream<AudioStream, AudioReader>(selection_.audio, &audio_, ppStream);
 }
 
 }  // namespace zel::kernaldec

@@ -1,4 +1,5 @@
-// The decoder manager and the decoders it makes.
+// The decoder manager, which is what the module's class factory makes, and the decoders that it
+// hands out.
 #pragma once
 
 #include <memory>
@@ -6,62 +7,54 @@
 #include <string>
 #include <vector>
 
-#include "kernaldec/Guard.h"
 #include "kernaldec/file/Programs.h"
-#include "kernaldec/picture/VideoStream.h"
-#include "kernaldec/sound/AudioStream.h"
 #include "media/MediaFile.h"
-#include "zel/base/Unknown.h"
+#include "zel/base/Component.h"
 #include "zel/compositor/MediaStream.h"
 #include "zel/platform/DecoderManager.h"
 
 namespace zel::kernaldec {
 
-/// Holds no state: every file is opened anew.
-class CMediaDecoderMgr final : public scombase::CUnknown, public IMediaDecoderMgr {
+/// Opens every file anew and holds no state. Any thread may call, several at once.
+class MediaDecoderMgr final : public Component<IMediaDecoderMgr> {
  public:
-  explicit CMediaDecoderMgr(IUnknown* pUnkOuter) : CUnknown(pUnkOuter) {}
-
-  HRESULT NonDelegatingQueryInterface(const _GUID& riid, void** ppv) override;
-  HRESULT QueryInterface(const _GUID& riid, void** ppv) override;
-  ULONG AddRef() override;
-  ULONG Release() override;
+  using Component::Component;
 
   /// @return S_OK; E_POINTER; E_INVALIDARG when the file cannot be opened or has no stream of the
-  ///   ids chosen; E_OUTOFMEMORY.
+  ///   ids chosen; E_OUTOFMEMORY
   HRESULT CreateDecoder(const wchar_t* fileName, int reserved, DecoderSelection* selection,
                         int kind, IMediaDecoder** ppDecoder) override;
-  /// @return S_OK; E_POINTER; E_INVALIDARG when the file cannot be opened; E_OUTOFMEMORY.
+  /// @return S_OK; E_POINTER; E_INVALIDARG when the file cannot be opened; E_OUTOFMEMORY
   HRESULT OpenMediaInfo(const wchar_t* fileName, int kind, IMediaInfo** ppInfo) override;
 };
 
-/// Each stream reads the file on its own, so that streams can be pulled at different speeds and on
-/// different threads. A stream is made when it is first asked for; asked again, a decoder hands out
-/// the same one. Any thread may call.
-class CMediaDecoder final : public scombase::CUnknown, public IMediaDecoder {
+/// An opened file. Each stream opens the file for itself, so that streams can be pulled at
+/// different speeds and on different threads. A stream is made on the first request; later requests
+/// get the same one. Any thread may call, several at once.
+class MediaDecoder final : public Component<IMediaDecoder> {
  public:
-  CMediaDecoder(std::unique_ptr<MediaFile> file, std::vector<Program> programs,
-                Selection selection);
-  ~CMediaDecoder() override;
+  /// @param programs those of `file`; `selection` refers to them
+  MediaDecoder(std::unique_ptr<media::MediaFile> file, std::vector<Program> programs,
+               const Selection& selection);
 
-  HRESULT QueryInterface(const _GUID& riid, void** ppv) override;
-  ULONG AddRef() override;
-  ULONG Release() override;
-
+  /// @return S_OK; E_POINTER; E_FAIL when the file has no such stream or cannot decode it;
+  ///   E_OUTOFMEMORY
   HRESULT GetVideoStream(IMediaStream** ppStream) override;
+  /// As GetVideoStream.
   HRESULT GetAudioStream(IMediaStream** ppStream) override;
 
  private:
-  /// The file opened at first, or opened again when a stream has taken that.
-  std::unique_ptr<MediaFile> TakeFile();
+  std::unique_ptr<media::MediaFile> TakeFile();
+  template <class Stream, class Reader>
+  HRESULT GetStream(int index, Ref<IMediaStream>* stream, IMediaStream** ppStream);
 
-  const std::string m_path;
-  const std::vector<Program> m_programs;
-  const Selection m_selection;
-  std::mutex m_mutex;
-  std::unique_ptr<MediaFile> m_file;
-  ComponentPtr<CAudioStream> m_audio;
-  ComponentPtr<CVideoStream> m_video;
+  const std::string path_;
+  const std::vector<Program> programs_;
+  const Selection selection_;
+  std::mutex mutex_;  ///< Of the members below.
+  std::unique_ptr<media::MediaFile> file_;
+  Ref<IMediaStream> video_;
+  Ref<IMediaStream> audio_;
 };
 
 }  // namespace zel::kernaldec

@@ -1,4 +1,5 @@
-// The module's two exports: the class factory of the decoder manager, and whether it may go.
+// The module's two exports: one hands out the class factory of the decoder manager, the other tells
+// whether the module may be unloaded.
 
 #include <new>
 
@@ -11,8 +12,8 @@
 namespace zel::kernaldec {
 namespace {
 
-/// FFmpeg writes to the standard error output unless it is told otherwise, and has one setting for
-/// the whole process. A host that has made a choice of its own keeps it.
+/// By default FFmpeg writes to standard error. The setting belongs to the whole process: if the
+/// host has changed it, the host's choice stays.
 void QuietFfmpeg() {
   static const bool done = [] {
     if (av_log_get_level() == AV_LOG_INFO) av_log_set_level(AV_LOG_QUIET);
@@ -21,8 +22,8 @@ void QuietFfmpeg() {
   static_cast<void>(done);
 }
 
-/// The one factory: it holds nothing, so it is never destroyed and its references are not counted.
-class CManagerFactory final : public IClassFactory {
+/// A static object without state: it is never destroyed, and its references are not counted.
+class ManagerFactory final : public IClassFactory {
  public:
   HRESULT QueryInterface(const _GUID& riid, void** ppv) override {
     if (ppv == nullptr) return E_POINTER;
@@ -39,11 +40,16 @@ class CManagerFactory final : public IClassFactory {
   HRESULT CreateInstance(IUnknown* pUnkOuter, const _GUID& riid, void** ppv) override {
     if (ppv == nullptr) return E_POINTER;
     *ppv = nullptr;
-    // An aggregating object needs the inner object's own face to hold it by.
+    // An aggregating object must hold the inner object by its non-delegating IUnknown.
     if (pUnkOuter != nullptr && !ZelIsEqualGUID(riid, IID_IUnknown)) return CLASS_E_NOAGGREGATION;
     return Guarded([&] {
       QuietFfmpeg();
-      return MakeComponent<CMediaDecoderMgr>(pUnkOuter)->NonDelegatingQueryInterface(riid, ppv);
+      auto* manager = new MediaDecoderMgr(pUnkOuter);
+      // The manager may be aggregated: count and ask the object itself, not its outer object.
+      manager->NonDelegatingAddRef();
+      const HRESULT result = manager->NonDelegatingQueryInterface(riid, ppv);
+      manager->NonDelegatingRelease();
+      return result;
     });
   }
   HRESULT LockServer(BOOL /*fLock*/) override { return S_OK; }
@@ -58,11 +64,11 @@ HRESULT DllGetClassObject(const _GUID& rclsid, const _GUID& riid, void** ppv) {
   if (ppv == nullptr) return E_POINTER;
   *ppv = nullptr;
   if (!ZelIsEqualGUID(rclsid, CLSID_CMediaDecoderMgr)) return CLASS_E_CLASSNOTAVAILABLE;
-  static zel::kernaldec::CManagerFactory factory;
+  static zel::kernaldec::ManagerFactory factory;
   return factory.QueryInterface(riid, ppv);
 }
 
-/// S_FALSE: objects of the module may live anywhere in the process.
+/// @return S_FALSE, always: objects of the module may still live anywhere in the process
 HRESULT DllCanUnloadNow() {
   return S_FALSE;
 }

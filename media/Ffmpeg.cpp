@@ -1,20 +1,62 @@
 #include "media/Ffmpeg.h"
 
-#include <new>
+extern "C" {
+#include <libavutil/error.h>
+#include <libavutil/log.h>
+}
 
-namespace zel::kernaldec {
+#include <cstdarg>
+#include <cstdio>
+#include <mutex>
+#include <utility>
 
-FfmpegPtr<AVCodecContext> OpenDecoder(const AVStream& stream) {
+namespace zel::media {
+namespace {
+
+std::mutex g_logMutex;
+std::string g_lastMessage;
+
+void KeepMessage(void*, int level, const char* format, va_list arguments) {
+  if (level > AV_LOG_ERROR) return;
+  char text[256];
+  std::vsnprintf(text, sizeof(text), format, arguments);
+  std::string message = text;
+  while (!message.empty() && (message.back() == '\n' || message.back() == '.')) message.pop_back();
+  if (message.empty()) return;
+  const std::lock_guard lock(g_logMutex);
+  g_lastMessage = std::move(message);
+}
+
+/// True for the codes that FFmpeg returns for many different faults.
+bool IsVague(int error) {
+  return error == AVERROR(EINVAL) || error == AVERROR_INVALIDDATA || error == AVERROR_UNKNOWN ||
+         error == AVERROR_EXTERNAL;
+}
+
+}  // namespace
+
+CodecContext OpenDecoder(const AVStream& stream) {
   const AVCodec* codec = avcodec_find_decoder(stream.codecpar->codec_id);
   if (codec == nullptr) return nullptr;
-  FfmpegPtr<AVCodecContext> context(avcodec_alloc_context3(codec));
-  if (context == nullptr) throw std::bad_alloc();
+  CodecContext context(NotNull(avcodec_alloc_context3(codec)));
   if (avcodec_parameters_to_context(context.get(), stream.codecpar) < 0) return nullptr;
-  // Needed for time stamps that follow when priming samples are cut off.
+  // The decoder needs it to move a frame's time stamp when it cuts off priming samples.
   context->pkt_timebase = stream.time_base;
   context->thread_count = 1;
   if (avcodec_open2(context.get(), codec, nullptr) < 0) return nullptr;
   return context;
 }
 
-}  // namespace zel::kernaldec
+std::string ErrorText(int error) {
+  char text[AV_ERROR_MAX_STRING_SIZE] = {};
+  av_strerror(error, text, sizeof(text));
+  const std::lock_guard lock(g_logMutex);
+  if (!IsVague(error) || g_lastMessage.empty()) return text;
+  return std::string(text) + " (" + g_lastMessage + ")";
+}
+
+void CaptureLog() {
+  av_log_set_callback(KeepMessage);
+}
+
+}  // namespace zel::media

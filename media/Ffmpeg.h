@@ -1,61 +1,65 @@
-// FFmpeg's C interface, and owners for the objects it hands out.
+// FFmpeg's C interface, owners for the objects that it hands out, and its errors as text.
+//
+//   const media::Packet packet(media::NotNull(av_packet_alloc()));
+//   const int result = av_read_frame(format, packet.get());
+//   if (result < 0) std::cerr << media::ErrorText(result);
 #pragma once
 
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
-#include <libavutil/avstring.h>
+#include <libavutil/audio_fifo.h>
 #include <libavutil/channel_layout.h>
 #include <libavutil/frame.h>
-#include <libavutil/mathematics.h>
 #include <libswresample/swresample.h>
+#include <libswscale/swscale.h>
 }
 
-#include <algorithm>
-#include <cmath>
-#include <cstdint>
 #include <memory>
+#include <new>
+#include <string>
 
-namespace zel::kernaldec {
+namespace zel::media {
 
+/// Frees an object with the one of FFmpeg's functions that is made for it.
 struct FfmpegDeleter {
   void operator()(AVCodecContext* codec) const { avcodec_free_context(&codec); }
   void operator()(AVFrame* frame) const { av_frame_free(&frame); }
   void operator()(AVPacket* packet) const { av_packet_free(&packet); }
-  void operator()(SwrContext* swr) const { swr_free(&swr); }
+  void operator()(AVAudioFifo* fifo) const { av_audio_fifo_free(fifo); }
+  void operator()(SwrContext* resampler) const { swr_free(&resampler); }
+  void operator()(SwsContext* scaler) const { sws_freeContext(scaler); }
+  /// An input's or output's own context. MediaFile closes inputs by itself.
+  void operator()(AVFormatContext* muxer) const { avformat_free_context(muxer); }
 };
 
+using CodecContext = std::unique_ptr<AVCodecContext, FfmpegDeleter>;
+using Frame = std::unique_ptr<AVFrame, FfmpegDeleter>;
+using Packet = std::unique_ptr<AVPacket, FfmpegDeleter>;
+using Fifo = std::unique_ptr<AVAudioFifo, FfmpegDeleter>;
+using Resampler = std::unique_ptr<SwrContext, FfmpegDeleter>;
+using Scaler = std::unique_ptr<SwsContext, FfmpegDeleter>;
+using Muxer = std::unique_ptr<AVFormatContext, FfmpegDeleter>;
+
+/// Passes on what an allocation function returned.
+/// @throws std::bad_alloc when it is null
 template <class T>
-using FfmpegPtr = std::unique_ptr<T, FfmpegDeleter>;
-
-/// One second in the unit of every time stamp that crosses an interface.
-inline constexpr int kTicksPerSecond = 10'000'000;
-inline constexpr AVRational kTickBase = {1, kTicksPerSecond};
-
-// A file may hold any number for a time. What is taken from one is kept within bounds that leave
-// room for the sum of a few.
-inline constexpr std::int64_t kFarthest = std::int64_t{1} << 60;
-
-inline std::int64_t Bounded(std::int64_t time) {
-  return std::clamp(time, -kFarthest, kFarthest);
+T* NotNull(T* object) {
+  if (object == nullptr) throw std::bad_alloc();
+  return object;
 }
 
-/// The nearest integer, bounded.
-inline std::int64_t Rounded(long double value) {
-  constexpr auto farthest = static_cast<long double>(kFarthest);
-  return std::isnan(value) ? 0 : std::llround(std::clamp(value, -farthest, farthest));
-}
-
-/// `time`, in units of `base`, in 100-ns units; bounded.
-inline std::int64_t ToTicks(std::int64_t time, AVRational base) {
-  const std::int64_t ticks = av_rescale_q(time, base, kTickBase);
-  if (ticks == INT64_MIN) return time < 0 ? -kFarthest : kFarthest;  // Out of range.
-  return Bounded(ticks);
-}
-
-/// Opens a decoder, with one thread of its own, for a stream.
-/// @return null when there is none, or it cannot take the stream.
+/// Opens a decoder for a stream. It works on the calling thread only.
+/// @return null when FFmpeg has no decoder for the stream, or the decoder rejects it
 /// @throws std::bad_alloc
-FfmpegPtr<AVCodecContext> OpenDecoder(const AVStream& stream);
+CodecContext OpenDecoder(const AVStream& stream);
 
-}  // namespace zel::kernaldec
+/// Describes `error`, a negative result of FFmpeg. Where the code alone says little, the last
+/// message that CaptureLog kept is added. Any thread.
+std::string ErrorText(int error);
+
+/// Keeps FFmpeg's messages off standard error, for ErrorText. Affects the whole process; call it
+/// once, at the start.
+void CaptureLog();
+
+}  // namespace zel::media

@@ -6,28 +6,37 @@
 
 extern "C" {
 #include <libavutil/avstring.h>
+#include <libavutil/mem.h>
 }
 
 #include <algorithm>
 #include <cerrno>
 #include <new>
 
-namespace zel {
+namespace zel::media {
 namespace {
 
 constexpr int kInputBuffer = 64 * 1024;
 
-// Demultiplexers that do not ask the callback for what their files name.
+// Demultiplexers that open the files named in theirs without asking the callback.
 constexpr const char* kLists[] = {"concat", "sdp", "vobsub"};
 
-// A demultiplexer may ask to be called again; one that only ever asks is given up.
+// A demultiplexer may ask to be called again. One that keeps asking is given up.
 constexpr int kMaxReadRetries = 1000;
 
-// Takes any text whose name ends in .txt, .nfo and the like for a film of a terminal.
+// Takes any text whose name ends in .txt, .nfo and the like for the recording of a terminal.
 constexpr const char* kTextAsFilm = "tty";
 
 bool Is(const AVInputFormat& format, const char* name) {
   return av_match_name(name, format.name) != 0;
+}
+
+/// The last part of a path, which helps to recognise formats that have no signature.
+std::string NameForProbing(const std::string& path) {
+  std::string name = path.substr(path.rfind('/') + 1);
+  // FFmpeg would take a number pattern for a series of pictures.
+  std::replace(name.begin(), name.end(), '%', '_');
+  return name;
 }
 
 }  // namespace
@@ -41,87 +50,115 @@ std::unique_ptr<MediaFile> MediaFile::Open(const std::string& path, int flags) {
 }
 
 MediaFile::~MediaFile() {
-  avformat_close_input(&m_format);
-  if (m_io != nullptr) av_freep(&m_io->buffer);
-  avio_context_free(&m_io);
-  if (m_descriptor >= 0) close(m_descriptor);
+  avformat_close_input(&format_);
+  if (io_ != nullptr) av_freep(&io_->buffer);
+  avio_context_free(&io_);
+  if (descriptor_ >= 0) close(descriptor_);
 }
 
 int MediaFile::OpenFile() {
-  // A fifo without a writer would stop an open that may wait.
-  m_descriptor = open(m_path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  // Without O_NONBLOCK, a fifo that nobody writes to would block here.
+  descriptor_ = open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   struct stat info {};
-  if (m_descriptor < 0 || fstat(m_descriptor, &info) != 0) return errno;
+  if (descriptor_ < 0 || fstat(descriptor_, &info) != 0) return errno;
   if (S_ISDIR(info.st_mode)) return EISDIR;
   if (!S_ISREG(info.st_mode)) return ENXIO;
-  m_size = info.st_size;
+  size_ = info.st_size;
   return 0;
 }
 
 int MediaFile::OpenFormat(int flags) {
-  auto* buffer = static_cast<unsigned char*>(av_malloc(kInputBuffer));
-  if (buffer == nullptr) throw std::bad_alloc();
-  m_io = avio_alloc_context(buffer, kInputBuffer, 0, this, &MediaFile::Read, nullptr,
-                            &MediaFile::Seek);
-  if (m_io == nullptr) {
-    av_free(buffer);
-    throw std::bad_alloc();
-  }
-  // The last part of the name helps to recognise formats that have no signature.
-  std::string name = m_path.substr(m_path.rfind('/') + 1);
-  // A number pattern would stand for a series of pictures.
-  std::replace(name.begin(), name.end(), '%', '_');
-  const AVInputFormat* input = nullptr;
-  const int score = av_probe_input_buffer2(m_io, &input, name.c_str(), nullptr, 0, 0);
-  if (score < 0) return score;
-  if (Is(*input, kTextAsFilm)) return AVERROR_INVALIDDATA;
-  m_recognised = score > AVPROBE_SCORE_EXTENSION;
+  MakeInput();
+  const std::string name = NameForProbing(path_);
+  int error = 0;
+  const AVInputFormat* input = Recognise(name, &error);
+  if (input == nullptr) return error;
 
-  m_format = avformat_alloc_context();
-  if (m_format == nullptr) throw std::bad_alloc();
-  m_format->flags |= flags;
-  m_format->opaque = this;
-  m_format->io_open = &MediaFile::RefuseFurtherFile;
-  // For demultiplexers that open a further file by themselves: they hand this on. An empty list
-  // would allow everything; no protocol has this name.
-  m_format->protocol_whitelist = av_strdup("none");
-  if (m_format->protocol_whitelist == nullptr) throw std::bad_alloc();
-  for (const char* list : kLists) m_leadsElsewhere = m_leadsElsewhere || Is(*input, list);
-  // Only from here on does FFmpeg know that the input is not its own to close.
-  m_format->pb = m_io;
-  const int result = avformat_open_input(&m_format, name.c_str(), input, nullptr);
+  format_ = NotNull(avformat_alloc_context());
+  format_->flags |= flags;
+  format_->opaque = this;
+  format_->io_open = &MediaFile::RefuseFurtherFile;
+  // Some demultiplexers open further files by themselves and pass this list on. No protocol has
+  // this name; an empty list would allow them all.
+  format_->protocol_whitelist = NotNull(av_strdup("none"));
+  for (const char* list : kLists) leadsElsewhere_ = leadsElsewhere_ || Is(*input, list);
+  // FFmpeg does not close an input that it is given here.
+  format_->pb = io_;
+  const int result = avformat_open_input(&format_, name.c_str(), input, nullptr);
   return std::min(result, 0);
 }
 
+/// Makes FFmpeg's input on our descriptor.
+void MediaFile::MakeInput() {
+  auto* buffer = static_cast<unsigned char*>(NotNull(av_malloc(kInputBuffer)));
+  io_ = avio_alloc_context(buffer, kInputBuffer, 0, this, &MediaFile::Read, nullptr,
+                           &MediaFile::Seek);
+  if (io_ == nullptr) {
+    av_free(buffer);
+    throw std::bad_alloc();
+  }
+}
+
+/// Finds the demultiplexer for the file.
+/// @return null, with the reason in `error`, when there is none
+const AVInputFormat* MediaFile::Recognise(const std::string& name, int* error) {
+  const AVInputFormat* input = nullptr;
+  const int score = av_probe_input_buffer2(io_, &input, name.c_str(), nullptr, 0, 0);
+  if (score < 0 || Is(*input, kTextAsFilm)) {
+    *error = score < 0 ? score : AVERROR_INVALIDDATA;
+    return nullptr;
+  }
+  isRecognised_ = score > AVPROBE_SCORE_EXTENSION;
+  return input;
+}
+
 int MediaFile::FindStreams() {
-  return std::min(avformat_find_stream_info(m_format, nullptr), 0);
+  return std::min(avformat_find_stream_info(format_, nullptr), 0);
+}
+
+bool MediaFile::SelectStream(int index) {
+  const auto count = static_cast<int>(format_->nb_streams);
+  if (index >= count) return false;
+  for (int i = 0; i < count; ++i) {
+    stream(i)->discard = i == index ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
+  }
+  return true;
 }
 
 int MediaFile::ReadPacket(AVPacket* packet) {
   int result = AVERROR(EAGAIN);
   for (int i = 0; i < kMaxReadRetries && result == AVERROR(EAGAIN); ++i) {
-    result = av_read_frame(m_format, packet);
+    result = av_read_frame(format_, packet);
   }
   return result;
 }
 
-// What a demultiplexer calls to open the further files that its file names.
+int MediaFile::ReadPacketOf(int index, AVPacket* packet) {
+  for (;;) {
+    const int result = ReadPacket(packet);
+    if (result == AVERROR(ENOMEM)) throw std::bad_alloc();
+    if (result < 0 || packet->stream_index == index) return result;
+    av_packet_unref(packet);
+  }
+}
+
+/// Demultiplexers call this to open the files that theirs names.
 int MediaFile::RefuseFurtherFile(AVFormatContext* format, AVIOContext** io, const char* /*url*/,
                                  int /*flags*/, AVDictionary** /*options*/) {
-  // A demultiplexer may hand the callback on to a context that it makes for another file.
-  if (format->opaque != nullptr) static_cast<MediaFile*>(format->opaque)->m_leadsElsewhere = true;
+  // The context that a demultiplexer makes for another file has the callback, but not `opaque`.
+  if (format->opaque != nullptr) static_cast<MediaFile*>(format->opaque)->leadsElsewhere_ = true;
   *io = nullptr;
   return AVERROR(EACCES);
 }
 
 bool MediaFile::IsFormat(const char* name) const {
-  return Is(*m_format->iformat, name);
+  return Is(*format_->iformat, name);
 }
 
 void MediaFile::ReadAt(std::uint64_t offset, void* buffer, std::size_t size) const {
   auto* bytes = static_cast<char*>(buffer);
-  while (size > 0 && offset < static_cast<std::uint64_t>(m_size)) {
-    const ssize_t got = pread(m_descriptor, bytes, size, static_cast<off_t>(offset));
+  while (size > 0 && offset < static_cast<std::uint64_t>(size_)) {
+    const ssize_t got = pread(descriptor_, bytes, size, static_cast<off_t>(offset));
     if (got < 0 && errno == EINTR) continue;
     if (got <= 0) return;
     bytes += got;
@@ -134,19 +171,19 @@ int MediaFile::Read(void* self, std::uint8_t* buffer, int size) {
   auto* file = static_cast<MediaFile*>(self);
   ssize_t got = 0;
   do {
-    got = read(file->m_descriptor, buffer, static_cast<std::size_t>(size));
+    got = read(file->descriptor_, buffer, static_cast<std::size_t>(size));
   } while (got < 0 && errno == EINTR);
   if (got > 0) return static_cast<int>(got);
   if (got == 0) return AVERROR_EOF;
-  if (file->m_readError == 0) file->m_readError = errno;
+  if (file->readError_ == 0) file->readError_ = errno;
   return AVERROR(errno);
 }
 
 std::int64_t MediaFile::Seek(void* self, std::int64_t offset, int whence) {
   const auto* file = static_cast<MediaFile*>(self);
-  if (whence == AVSEEK_SIZE) return file->m_size;
-  const off_t reached = lseek(file->m_descriptor, offset, whence & ~AVSEEK_FORCE);
+  if (whence == AVSEEK_SIZE) return file->size_;
+  const off_t reached = lseek(file->descriptor_, offset, whence & ~AVSEEK_FORCE);
   return reached < 0 ? AVERROR(errno) : reached;
 }
 
-}  // namespace zel
+}  // namespace zel::media

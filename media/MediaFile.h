@@ -1,14 +1,14 @@
 // A media file opened for reading: FFmpeg's demultiplexer on a file descriptor of our own. The
-// decoder module and the tool both read through it, so that what one refuses the other does, too.
+// decoder module and the command both read through it, so that both accept the same files.
 //
-// Only plain files are opened, whatever their names look like, and a file never leads to another
-// one: a playlist, or a movie whose samples are elsewhere, is refused. Opening never waits (a fifo
-// is refused, too).
+//   const auto file = media::MediaFile::Open("film.mkv");
+//   if (file == nullptr || !file->SelectStream(0)) return;
+//   while (file->ReadPacketOf(0, packet) == 0) { ... av_packet_unref(packet); }
+//
+// It opens regular files only, whatever their names look like, and never follows a file to another
+// one: it refuses a playlist, or a movie whose samples are elsewhere. Opening never waits: a fifo
+// is refused, too.
 #pragma once
-
-extern "C" {
-#include <libavformat/avformat.h>
-}
 
 #include <cstddef>
 #include <cstdint>
@@ -16,7 +16,9 @@ extern "C" {
 #include <string>
 #include <utility>
 
-namespace zel {
+#include "media/Ffmpeg.h"
+
+namespace zel::media {
 
 /// True for a picture that accompanies sound, such as an album's cover, and has no place in time.
 inline bool IsCover(const AVStream& stream) {
@@ -27,50 +29,58 @@ inline bool IsCover(const AVStream& stream) {
 class MediaFile {
  public:
   /// Opens a file and finds its streams.
-  /// @param path the file's name, any bytes but 0.
+  /// @param path the file's name: any bytes but 0
   /// @param flags AVFMT_FLAG_...
-  /// @return null when it is not a plain file, cannot be read, or no demultiplexer knows it.
+  /// @return null when it is no regular file, cannot be read, or no demultiplexer knows it
   /// @throws std::bad_alloc
   static std::unique_ptr<MediaFile> Open(const std::string& path, int flags = 0);
 
-  /// The same in steps, for those who want to know which one fails. Each needs the one before, and
-  /// is for once.
-  explicit MediaFile(std::string path) : m_path(std::move(path)) {}
-  /// @return 0, or the system's error number; EISDIR for a folder, ENXIO for another thing that is
-  ///   no plain file.
+  /// Open in steps, for callers that want to know which one fails. Call each step once, and only
+  /// after the one before has succeeded.
+  explicit MediaFile(std::string path) : path_(std::move(path)) {}
+  /// @return 0, or the system's error number: EISDIR for a folder, ENXIO for anything else that is
+  ///   no regular file
   int OpenFile();
-  /// Finds the container's format and reads its head.
+  /// Finds the container's format and reads its header.
   /// @param flags AVFMT_FLAG_...
-  /// @return 0, or FFmpeg's error, after which there is no format().
+  /// @return 0, or FFmpeg's error; after an error there is no format()
   /// @throws std::bad_alloc
   int OpenFormat(int flags);
-  /// Reads and decodes as much as it takes to tell the streams' formats.
-  /// @return 0, or FFmpeg's error.
+  /// Reads and decodes as much as it takes to find the streams' formats.
+  /// @return 0, or FFmpeg's error
   int FindStreams();
-  /// Reads the next packet of whatever stream; the caller unrefs it.
-  /// @return 0, or FFmpeg's error, AVERROR_EOF at the end.
+
+  /// Makes the demultiplexer skip the packets of all streams but `index`, where it can.
+  /// @return false when there is no such stream
+  bool SelectStream(int index);
+  /// Reads the next packet of any stream; the caller unrefs it.
+  /// @return 0, or FFmpeg's error: AVERROR_EOF at the end
   int ReadPacket(AVPacket* packet);
+  /// Reads the next packet of stream `index`; the caller unrefs it.
+  /// @return as ReadPacket
+  /// @throws std::bad_alloc
+  int ReadPacketOf(int index, AVPacket* packet);
 
   ~MediaFile();
   MediaFile(const MediaFile&) = delete;
   MediaFile& operator=(const MediaFile&) = delete;
 
-  AVFormatContext* format() const { return m_format; }
-  AVStream* stream(int index) const { return m_format->streams[index]; }
-  const std::string& path() const { return m_path; }
-  /// Bytes in the file when it was opened.
-  std::int64_t size() const { return m_size; }
-  /// Copies bytes of the file from `offset` on, without moving the demultiplexer; what the file
-  /// does not have is left as it is.
+  AVFormatContext* format() const { return format_; }
+  AVStream* stream(int index) const { return format_->streams[index]; }
+  const std::string& path() const { return path_; }
+  /// Size of the file in bytes when it was opened.
+  std::int64_t size() const { return size_; }
+  /// Copies the file's bytes from `offset` on without moving the demultiplexer. Past the end of the
+  /// file, `buffer` stays as it is.
   void ReadAt(std::uint64_t offset, void* buffer, std::size_t size) const;
   /// The error number of the first read that failed, or 0.
-  int readError() const { return m_readError; }
-  /// True when the file's beginning, not only its name, speaks for the container's format.
-  /// OpenFormat, even if it fails, finds out.
-  bool isRecognised() const { return m_recognised; }
-  /// True when the file names further ones, which were not opened.
-  bool leadsElsewhere() const { return m_leadsElsewhere; }
-  /// True when FFmpeg's name for the container is `name`, or has it in its list.
+  int readError() const { return readError_; }
+  /// True when the format was recognised by the file's content, not only by its name. Set by
+  /// OpenFormat, even when that fails.
+  bool isRecognised() const { return isRecognised_; }
+  /// True when the file names other files. They were not opened.
+  bool leadsElsewhere() const { return leadsElsewhere_; }
+  /// True when `name` is one of FFmpeg's names for the container.
   bool IsFormat(const char* name) const;
 
  private:
@@ -78,15 +88,17 @@ class MediaFile {
   static std::int64_t Seek(void* self, std::int64_t offset, int whence);
   static int RefuseFurtherFile(AVFormatContext* format, AVIOContext** io, const char* url,
                                int flags, AVDictionary** options);
+  void MakeInput();
+  const AVInputFormat* Recognise(const std::string& name, int* error);
 
-  std::string m_path;
-  std::int64_t m_size = 0;
-  int m_descriptor = -1;
-  int m_readError = 0;
-  bool m_recognised = false;
-  bool m_leadsElsewhere = false;
-  AVIOContext* m_io = nullptr;
-  AVFormatContext* m_format = nullptr;
+  std::string path_;
+  std::int64_t size_ = 0;
+  int descriptor_ = -1;
+  int readError_ = 0;
+  bool isRecognised_ = false;
+  bool leadsElsewhere_ = false;
+  AVIOContext* io_ = nullptr;
+  AVFormatContext* format_ = nullptr;
 };
 
-}  // namespace zel
+}  // namespace zel::media

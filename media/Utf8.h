@@ -1,8 +1,10 @@
-// File names and texts between UTF-8 (files, terminals, FFmpeg) and UTF-32 wide strings
+// Converts file names and texts between UTF-8 (files, terminals, FFmpeg) and UTF-32 wide strings
 // (interfaces).
 //
-// A byte that belongs to no UTF-8 sequence becomes U+DC80 to U+DCFF and turns back into that byte,
-// so that every file name of the system survives the way there and back.
+//   manager->OpenMediaInfo(media::ToWide(path).c_str(), 11, info.Receive());
+//
+// A byte that belongs to no UTF-8 sequence becomes U+DC80 to U+DCFF and turns back into that byte.
+// So every file name of the system survives the way there and back. Any thread may call.
 #pragma once
 
 #include <cstddef>
@@ -10,10 +12,10 @@
 #include <string>
 #include <string_view>
 
-namespace zel::utf8 {
+namespace zel::media {
 
 /// Decodes the first character of `text` (not empty).
-/// @param size receives the number of bytes that it takes, at least 1.
+/// @param size receives the number of bytes decoded, at least 1
 inline wchar_t DecodeFirst(std::string_view text, std::size_t& size) {
   const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
   const unsigned char lead = byte(0);
@@ -35,6 +37,7 @@ inline wchar_t DecodeFirst(std::string_view text, std::size_t& size) {
   return static_cast<wchar_t>(value);
 }
 
+/// Converts UTF-8 to UTF-32.
 inline std::wstring ToWide(std::string_view text) {
   std::wstring wide;
   wide.reserve(text.size());
@@ -46,8 +49,8 @@ inline std::wstring ToWide(std::string_view text) {
   return wide;
 }
 
-/// Values that are no Unicode character become U+FFFD.
-inline std::string FromWide(std::wstring_view wide) {
+/// Converts UTF-32 to UTF-8. Values that are no Unicode character become U+FFFD.
+inline std::string ToUtf8(std::wstring_view wide) {
   std::string text;
   text.reserve(wide.size());
   for (const wchar_t c : wide) {
@@ -71,4 +74,4 @@ inline std::string FromWide(std::wstring_view wide) {
   return text;
 }
 
-}  // namespace zel::utf8
+}  // namespace zel::media

@@ -8,20 +8,20 @@
 namespace zel::kernaldec {
 namespace {
 
-/// Reads numbers out of a file; past its end everything is 0.
+/// Reads numbers from a file. Past its end, all bytes are 0.
 class Bytes {
  public:
-  explicit Bytes(const MediaFile& file) : m_file(file) {}
+  explicit Bytes(const media::MediaFile& file) : file_(file) {}
 
-  std::uint64_t size() const { return static_cast<std::uint64_t>(m_file.size()); }
+  std::uint64_t size() const { return static_cast<std::uint64_t>(file_.size()); }
   std::uint64_t Little(std::uint64_t at, int count) const { return Number(at, count, false); }
   std::uint64_t Big(std::uint64_t at, int count) const { return Number(at, count, true); }
   bool Is(std::uint64_t at, std::string_view text) const {
     char found[16] = {};
-    m_file.ReadAt(at, found, text.size());
+    file_.ReadAt(at, found, text.size());
     return text == std::string_view(found, text.size());
   }
-  /// True when `length` bytes from `start` on are more than the file has.
+  /// True when the file ends before `start` + `length`.
   bool Lacks(std::uint64_t start, std::uint64_t length) const {
     return start > size() || length > size() - start;
   }
@@ -29,16 +29,16 @@ class Bytes {
  private:
   std::uint64_t Number(std::uint64_t at, int count, bool bigEndian) const {
     unsigned char bytes[8] = {};
-    m_file.ReadAt(at, bytes, static_cast<std::size_t>(count));
+    file_.ReadAt(at, bytes, static_cast<std::size_t>(count));
     std::uint64_t value = 0;
     for (int i = 0; i < count; ++i) value = value << 8 | bytes[bigEndian ? i : count - 1 - i];
     return value;
   }
 
-  const MediaFile& m_file;
+  const media::MediaFile& file_;
 };
 
-// What stands for an unknown size: nothing, or close to the most that 31 or 32 bits can hold.
+// Sizes that mean "unknown": 0, or close to the most that 31 or 32 bits can hold.
 bool IsPlaceholder(std::uint64_t size) {
   return size == 0 || (size >= 0x7FFFF000 && size <= 0x7FFFFFFF) ||
          (size >= 0xFFFFF000 && size <= 0xFFFFFFFF);
@@ -58,7 +58,7 @@ bool WaveIsCut(const Bytes& file) {
   return false;
 }
 
-// Chunks of 128-bit ids; the sizes are of 64 bits and count the 24 bytes of id and size.
+// A chunk starts with a 128-bit id and a 64-bit size that includes these 24 bytes.
 bool Wave64IsCut(const Bytes& file) {
   for (std::uint64_t at = 40; at + 24 <= file.size();) {
     const std::uint64_t size = file.Little(at + 16, 8);
@@ -83,8 +83,8 @@ bool Mp4IsCut(const Bytes& file) {
   for (std::uint64_t at = 0; at + 8 <= file.size();) {
     std::uint64_t size = file.Big(at, 4);
     if (size == 1) size = file.Big(at + 8, 8);
-    if (size < 8) return false;  // 0: up to the end of the file.
-    // What is no box of these may be something that was appended.
+    if (size < 8) return false;  // 0 means up to the end of the file.
+    // Anything else may be data that was appended to the file.
     if (file.Lacks(at, size)) {
       return file.Is(at + 4, "mdat") || file.Is(at + 4, "moof") || file.Is(at + 4, "moov");
     }
@@ -93,7 +93,8 @@ bool Mp4IsCut(const Bytes& file) {
   return false;
 }
 
-/// A size of 1 to 8 bytes, whose leading zero bits tell how many; -1 when all its bits are 1.
+/// Reads a size of 1 to 8 bytes; its leading zero bits give the count of bytes. Moves `at` past it.
+/// @return -1 for an invalid size and for the unknown one, whose bits are all 1
 std::int64_t MatroskaSize(const Bytes& file, std::uint64_t* at) {
   const std::uint64_t first = file.Big(*at, 1);
   int length = 1;
@@ -117,15 +118,15 @@ bool MatroskaIsCut(const Bytes& file) {
   return size >= 0 && file.Lacks(at, static_cast<std::uint64_t>(size));
 }
 
-bool OggIsCut(const MediaFile& file) {
-  // The last page begins within the size of the largest one.
+bool OggIsCut(const media::MediaFile& file) {
+  // The last page is no larger than this, so it starts in the tail of that size.
   constexpr std::uint64_t largest = 27 + 255 + 255 * 255;
   const auto size = static_cast<std::uint64_t>(file.size());
   const std::uint64_t start = size > largest ? size - largest : 0;
   std::string tail(size - start, '\0');
   file.ReadAt(start, tail.data(), tail.size());
   const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(tail[i]); };
-  // The signature, version 0; the rest of a header may be missing, too.
+  // The signature and version 0. The rest of the header may be missing.
   const std::size_t page = tail.rfind(std::string_view("OggS\0", 5));
   if (page == std::string::npos) return false;
   if (page + 27 > tail.size()) return true;
@@ -138,7 +139,7 @@ bool OggIsCut(const MediaFile& file) {
 
 }  // namespace
 
-DeclaredLength FindDeclaredLength(const MediaFile& file, int index) {
+DeclaredLength FindDeclaredLength(const media::MediaFile& file, int index) {
   const AVStream& stream = *file.stream(index);
   const int rate = stream.codecpar->sample_rate;
   if (stream.duration == AV_NOPTS_VALUE || stream.duration <= 0 || rate <= 0 ||
@@ -147,14 +148,14 @@ DeclaredLength FindDeclaredLength(const MediaFile& file, int index) {
   }
   const long double length =
       static_cast<long double>(stream.duration) * stream.time_base.num / stream.time_base.den;
-  // These count samples; half of one for the rounding of `length`.
+  // These count samples. Half a sample allows for the rounding of `length`.
   if (file.IsFormat("flac") || file.IsFormat("aiff")) return {length, 0.5L / rate};
-  // The header in the first frame counts the frames, of which coders leave out a part.
+  // The header in the first frame counts all frames, but encoders leave out some samples.
   if (file.IsFormat("mp3")) return {length, 0.1L};
   return {};
 }
 
-bool IsCutOff(const MediaFile& file) {
+bool IsCutOff(const media::MediaFile& file) {
   const Bytes bytes(file);
   if (file.IsFormat("wav")) return WaveIsCut(bytes);
   if (file.IsFormat("w64")) return Wave64IsCut(bytes);
@@ -164,7 +165,7 @@ bool IsCutOff(const MediaFile& file) {
   return file.IsFormat("ogg") && OggIsCut(file);
 }
 
-bool MarksShortReads(const MediaFile& file) {
+bool MarksShortReads(const media::MediaFile& file) {
   for (const char* name : {"wav", "w64", "aiff", "au", "caf"}) {
     if (file.IsFormat(name)) return true;
   }

@@ -1,6 +1,7 @@
 #include "kernaldec/file/Describe.h"
 
 extern "C" {
+#include <libavutil/avstring.h>
 #include <libavutil/parseutils.h>
 #include <libavutil/pixdesc.h>
 }
@@ -17,6 +18,7 @@ extern "C" {
 #include <vector>
 
 #include "kernaldec/StreamExtras.h"
+#include "media/Ticks.h"
 #include "media/Utf8.h"
 #include "zel/sample/MediaFrame.h"
 
@@ -35,7 +37,7 @@ std::uint32_t CodeOfName(std::string_view name) {
 template <std::size_t N>
 void CopyText(wchar_t (&field)[N], const char* text) {
   if (text == nullptr) return;
-  const std::wstring wide = utf8::ToWide(text);
+  const std::wstring wide = media::ToWide(text);
   const std::size_t size = std::min(wide.size(), N - 1);
   std::wmemcpy(field, wide.data(), size);
   field[size] = L'\0';
@@ -46,7 +48,7 @@ const char* Tag(const AVDictionary* tags, const char* key) {
   return entry != nullptr ? entry->value : nullptr;
 }
 
-/// A tag that states a fact of its stream. Some writers give these a language, too ("BPS-eng").
+/// Finds a tag that states a fact about its stream. Some writers append a language ("BPS-eng").
 const AVDictionaryEntry* StatisticTag(const AVStream& stream, const std::string& key) {
   const AVDictionaryEntry* plain = av_dict_get(stream.metadata, key.c_str(), nullptr, 0);
   return plain != nullptr
@@ -54,9 +56,8 @@ const AVDictionaryEntry* StatisticTag(const AVStream& stream, const std::string&
              : av_dict_get(stream.metadata, (key + '-').c_str(), nullptr, AV_DICT_IGNORE_SUFFIX);
 }
 
-/// A difference of times as a length: not negative, in whole microseconds as the container's, since
-/// the digits beyond mean nothing.
-double Whole(double seconds) {
+/// Rounds a length in seconds to microseconds, FFmpeg's own precision; negative ones become 0.
+double ToMicroseconds(double seconds) {
   return std::round(std::max(seconds, 0.0) * AV_TIME_BASE) / AV_TIME_BASE;
 }
 
@@ -68,18 +69,18 @@ std::uint32_t ToBitRate(std::int64_t rate) {
 std::uint32_t BitRate(const AVStream& stream) {
   std::int64_t rate = stream.codecpar->bit_rate;
   if (rate <= 0) {
-    rate =
-        Rounded(static_cast<long double>(av_get_exact_bits_per_sample(stream.codecpar->codec_id)) *
-                stream.codecpar->sample_rate * stream.codecpar->ch_layout.nb_channels);
+    rate = media::Rounded(
+        static_cast<long double>(av_get_exact_bits_per_sample(stream.codecpar->codec_id)) *
+        stream.codecpar->sample_rate * stream.codecpar->ch_layout.nb_channels);
   }
-  // Matroska files often carry it as a tag.
+  // Matroska files often have it as a tag.
   if (const auto* tag = StatisticTag(stream, "BPS"); rate <= 0 && tag != nullptr) {
     rate = std::strtoll(tag->value, nullptr, 10);
   }
   return ToBitRate(rate);
 }
 
-/// The width of the samples in the file; 16, as decoded here, for codecs that have none.
+/// Bits per sample in the file; for codecs that have no such number 16, as decoded here.
 int BitsPerSample(const AVCodecParameters& codec) {
   if (codec.bits_per_raw_sample > 0) return codec.bits_per_raw_sample;
   const int exact = av_get_exact_bits_per_sample(codec.codec_id);
@@ -92,8 +93,8 @@ VideoFormat SourceFormat(const AVFormatContext* format, const AVStream& stream) 
   video.layout = VideoFormat::kLayout;
   video.width = codec.width;
   video.height = codec.height;
-  video.isCover = IsCover(stream) ? 1 : 0;
-  // A single picture has a length, but no rate.
+  video.isCover = media::IsCover(stream) ? 1 : 0;
+  // A cover is a single picture and has no rate.
   if (video.isCover == 0) {
     AVRational rate = stream.avg_frame_rate;
     if (rate.num <= 0 || rate.den <= 0) rate = stream.r_frame_rate;
@@ -113,12 +114,36 @@ VideoFormat SourceFormat(const AVFormatContext* format, const AVStream& stream) 
   return video;
 }
 
-/// Backs the arrays of a program's record.
+/// Holds the arrays that a program's record points to.
 struct ProgramStreams {
   std::vector<StreamInfo> video;
   std::vector<StreamInfo> audio;
   std::vector<StreamInfo> subPic;
+
+  /// The list for streams of `type`; null for kinds that are not described.
+  std::vector<StreamInfo>* ListFor(AVMediaType type) {
+    switch (type) {
+      case AVMEDIA_TYPE_VIDEO:
+        return &video;
+      case AVMEDIA_TYPE_AUDIO:
+        return &audio;
+      case AVMEDIA_TYPE_SUBTITLE:
+        return &subPic;
+      default:
+        return nullptr;
+    }
+  }
 };
+
+/// The id of the stream that carries a program's clock. Without one it is the first video stream,
+/// else the first audio stream; 0 without those.
+std::uint32_t ReferenceStreamId(const AVFormatContext* format, const Program& program) {
+  int reference = program.referenceStream;
+  for (const AVMediaType type : {AVMEDIA_TYPE_VIDEO, AVMEDIA_TYPE_AUDIO}) {
+    if (reference < 0) reference = program.FindStream(format, type);
+  }
+  return reference >= 0 ? program.StreamId(reference) : 0;
+}
 
 ProgramInfo DescribeProgram(const AVFormatContext* format, const Program& program,
                             ProgramStreams* streams) {
@@ -129,21 +154,16 @@ ProgramInfo DescribeProgram(const AVFormatContext* format, const Program& progra
   double first = std::numeric_limits<double>::infinity();
   double end = 0;
   for (const int index : program.streams) {
-    const AVMediaType type = format->streams[index]->codecpar->codec_type;
-    std::vector<StreamInfo>* list = type == AVMEDIA_TYPE_VIDEO      ? &streams->video
-                                    : type == AVMEDIA_TYPE_AUDIO    ? &streams->audio
-                                    : type == AVMEDIA_TYPE_SUBTITLE ? &streams->subPic
-                                                                    : nullptr;
+    std::vector<StreamInfo>* list = streams->ListFor(format->streams[index]->codecpar->codec_type);
     if (list == nullptr) continue;
-    list->push_back(DescribeStream(format, program, index));
-    const StreamInfo& stream = list->back();
+    const StreamInfo& stream = list->emplace_back(DescribeStream(format, program, index));
     rate += stream.bitRate;
     if (stream.length <= 0) continue;
     const double start = static_cast<double>(stream.startPTS) / kTicksPerSecond;
     first = std::min(first, start);
     end = std::max(end, start + stream.length);
   }
-  info.mediaLength = Whole(end - first);
+  info.mediaLength = ToMicroseconds(end - first);
   info.bitrate = ToBitRate(static_cast<std::int64_t>(rate));
   info.videoStreamCount = static_cast<std::int32_t>(streams->video.size());
   info.videoStreams = streams->video.data();
@@ -151,29 +171,26 @@ ProgramInfo DescribeProgram(const AVFormatContext* format, const Program& progra
   info.audioStreams = streams->audio.data();
   info.subPicStreamCount = static_cast<std::int32_t>(streams->subPic.size());
   info.subPicStreams = streams->subPic.data();
-  // Without a clock of its own, a program goes by its picture.
-  int reference = program.referenceStream;
-  for (const AVMediaType type : {AVMEDIA_TYPE_VIDEO, AVMEDIA_TYPE_AUDIO}) {
-    if (reference < 0) reference = program.FindStream(format, type);
-  }
-  if (reference >= 0) info.timeStampReferenceStreamID = program.StreamId(reference);
+  info.timeStampReferenceStreamID = ReferenceStreamId(format, program);
   return info;
 }
 
+/// Seconds; 0 when it is not known.
 double Start(const AVStream& stream) {
   return stream.start_time == AV_NOPTS_VALUE
              ? 0
              : static_cast<double>(stream.start_time) * av_q2d(stream.time_base);
 }
 
-/// Seconds of a Matroska stream that starts at `start`, by its DURATION tag; 0 without one.
+/// The length in seconds of a Matroska stream that starts at `start`, by its DURATION tag; 0
+/// without one.
 double TaggedLength(const AVStream& stream, double start) {
   const AVDictionaryEntry* tag = StatisticTag(stream, "DURATION");
   std::int64_t microseconds = 0;
   if (tag == nullptr || av_parse_time(&microseconds, tag->value, 1) < 0) return 0;
   double seconds = static_cast<double>(microseconds) / AV_TIME_BASE;
-  // mkvmerge tells the length, and after it lists what it has told. FFmpeg's muxer tells the time
-  // of the end, after all tags that it copied, and counts from before what the decoder is to drop.
+  // mkvmerge writes the length, and then a tag that lists its statistics. FFmpeg's muxer writes the
+  // time of the end, behind all tags that it copied, and counts the samples that decoders drop.
   if (av_dict_get(stream.metadata, "_STATISTICS_TAGS", tag, AV_DICT_IGNORE_SUFFIX) == nullptr) {
     seconds -= start;
     const AVCodecParameters& codec = *stream.codecpar;
@@ -181,7 +198,7 @@ double TaggedLength(const AVStream& stream, double start) {
       seconds -= static_cast<double>(codec.initial_padding) / codec.sample_rate;
     }
   }
-  return Whole(seconds);
+  return ToMicroseconds(seconds);
 }
 
 bool HasConstantFrameRate(const AVFormatContext* format) {
@@ -214,7 +231,7 @@ std::uint32_t FourCC(const AVCodecParameters& codec) {
 double StreamLength(const AVFormatContext* format, int index) {
   const AVStream& stream = *format->streams[index];
   const bool isMatroska = av_match_name("matroska", format->iformat->name) != 0;
-  // Matroska has no lengths of streams; where FFmpeg gives one, it is the container's.
+  // Matroska stores no lengths of streams; FFmpeg gives the container's.
   if (!isMatroska && stream.duration != AV_NOPTS_VALUE && stream.duration > 0) {
     return static_cast<double>(stream.duration) * av_q2d(stream.time_base);
   }
@@ -225,7 +242,7 @@ double StreamLength(const AVFormatContext* format, int index) {
   if (format->start_time != AV_NOPTS_VALUE) {
     end += static_cast<double>(format->start_time) / AV_TIME_BASE;
   }
-  const double rest = Whole(end - start);
+  const double rest = ToMicroseconds(end - start);
   return tagged > 0 ? std::min(tagged, rest) : rest;
 }
 
@@ -266,7 +283,7 @@ StreamInfo DescribeStream(const AVFormatContext* format, const Program& program,
     info.videoInfo = Pack(video);
   }
   if (stream.start_time != AV_NOPTS_VALUE) {
-    info.startPTS = ToTicks(stream.start_time, stream.time_base);
+    info.startPTS = media::ToTicks(stream.start_time, stream.time_base);
   }
   info.reserved0 = 2;
   info.sourceScanType = 2;
@@ -278,12 +295,12 @@ StreamInfo DescribeStream(const AVFormatContext* format, const Program& program,
   info.channelIndex = -1;
   info.profileValue = codec.profile == FF_PROFILE_UNKNOWN ? 0 : codec.profile;
   info.levelValue = codec.level == FF_LEVEL_UNKNOWN ? 0 : codec.level;
-  // Only decoding would tell. How far pictures are reordered is the least that it can be.
+  // The exact count would take decoding. There are at least as many as pictures are reordered by.
   info.maxBFrames = codec.video_delay;
   return info;
 }
 
-HRESULT FillMediaInfo(const MediaFile& file, CMediaInfo* info) {
+HRESULT FillMediaInfo(const media::MediaFile& file, CMediaInfo* info) {
   const AVFormatContext* format = file.format();
   const std::vector<Program> programs = ListPrograms(format);
   std::vector<ProgramStreams> streams(programs.size());
@@ -291,7 +308,7 @@ HRESULT FillMediaInfo(const MediaFile& file, CMediaInfo* info) {
   for (std::size_t i = 0; i < programs.size(); ++i) {
     records[i] = DescribeProgram(format, programs[i], &streams[i]);
   }
-  // Two kilobytes of name: not on a thread's stack.
+  // The file name alone takes two kilobytes: too much for a thread's stack.
   const auto record = std::make_unique<MEDIA_FILE_INFO>();
   const std::string_view names = format->iformat->name;
   record->fourCC = CodeOfName(names.substr(0, names.find(',')));
@@ -310,7 +327,7 @@ HRESULT FillMediaInfo(const MediaFile& file, CMediaInfo* info) {
     std::vector<unsigned char> name(program.name.begin(), program.name.end());
     for (const int index : program.streams) {
       CStreamInfo* stream = info->GetStreamInfoObject(program.StreamId(index));
-      if (stream == nullptr) continue;  // Of a kind that is not described.
+      if (stream == nullptr) continue;  // A kind that is not described.
       stream->AddExtraData(kProgramNameBlock, name.size(), name.data());
       break;
     }

@@ -1,4 +1,4 @@
-// What FFmpeg reports about a stream, as the records of the media information model.
+// Describes streams and files with the records of the media information model.
 #pragma once
 
 #include <cstdint>
@@ -11,24 +11,24 @@
 
 namespace zel::kernaldec {
 
-/// A four-character code, first character in the lowest byte: the container's tag where it is four
-/// printable characters, else the beginning of FFmpeg's name for the codec, in capitals and padded
-/// with spaces ("AAC ", "MP3 "; of PCM the part that tells the sample format, "S16L").
+/// A four-character code, first character in the lowest byte. It is the container's tag if that
+/// consists of printable characters. Otherwise it is the beginning of FFmpeg's name for the codec,
+/// in capitals and padded with spaces ("AAC ", "MP3 "), without the prefix of PCM ("S16L").
 std::uint32_t FourCC(const AVCodecParameters& codec);
 
 /// Describes stream `index` as a member of `program`. Texts longer than their fields are cut.
-/// @return a record whose `extraData` belongs to `format`.
+/// @return a record whose `extraData` belongs to `format`
 StreamInfo DescribeStream(const AVFormatContext* format, const Program& program, int index);
 
-/// Length of a stream in seconds, as the file states it: its own, else from its start to the end of
-/// the container; 0 when neither is known.
+/// The length of a stream in seconds as the file states it: the stream's own, else from its start
+/// to the end of the container; 0 when neither is known.
 double StreamLength(const AVFormatContext* format, int index);
 
 /// Describes a whole file: its programs with their video, audio and subpicture streams. The file's
-/// four-character code is made of FFmpeg's name for the container, lengths are in seconds, a
-/// program's from the start of its first stream to the end of its last.
-/// @return S_OK, or why the record was not taken; `info` is of no use then.
+/// four-character code comes from FFmpeg's name for the container. Lengths are in seconds; a
+/// program's runs from the start of its first stream to the end of its last.
+/// @return S_OK, or CMediaInfo's reason to reject the record; `info` is of no use then
 /// @throws std::bad_alloc
-HRESULT FillMediaInfo(const MediaFile& file, CMediaInfo* info);
+HRESULT FillMediaInfo(const media::MediaFile& file, CMediaInfo* info);
 
 }  // namespace zel::kernaldec

@@ -14,7 +14,7 @@ constexpr int kBits = 14;
 constexpr std::int32_t kOne = 1 << kBits;
 constexpr std::int32_t kHalf = kOne / 2;
 
-/// A matrix is told by the shares of red and blue in luma.
+/// The shares of red and blue in luma, which define a matrix.
 struct Weights {
   double red;
   double blue;
@@ -38,7 +38,7 @@ Weights WeightsOf(AVColorSpace matrix) {
   }
 }
 
-/// R'G'B' of a chroma value with luma 0. Adding luma adds the same to all three.
+/// R'G'B' of a chroma value at luma 0. Luma adds the same amount to all three.
 struct Rgb {
   double red;
   double green;
@@ -88,19 +88,19 @@ ColourCoding CodingOf(const AVFrame& frame) {
 
 StudioColours::StudioColours(const ColourCoding& from) {
   const Weights weights = WeightsOf(from.matrix);
-  m_identity = !from.fullRange && weights.red == kBt601.red && weights.blue == kBt601.blue;
-  if (m_identity) return;
+  identity_ = !from.fullRange && weights.red == kBt601.red && weights.blue == kBt601.blue;
+  if (identity_) return;
   const double lumaScale = from.fullRange ? 219.0 / 255 : 1;
   const double chromaScale = from.fullRange ? 224.0 / 255 : 1;
-  m_lumaOfLuma = Fixed(lumaScale);
-  m_lumaOffset = 16 * kOne - (from.fullRange ? 0 : 16 * m_lumaOfLuma) + kHalf;
+  lumaOfLuma_ = Fixed(lumaScale);
+  lumaOffset_ = 16 * kOne - (from.fullRange ? 0 : 16 * lumaOfLuma_) + kHalf;
   for (const std::size_t i : {0U, 1U}) {
     const Rgb rgb = OfChroma(weights, i == 0 ? 1 : 0, i == 0 ? 0 : 1);
     const double luma = kBt601.red * rgb.red + kBt601.green() * rgb.green + kBt601.blue * rgb.blue;
-    // A step of luma has 219 levels where one of chroma has 224.
-    m_lumaOf[i] = Fixed(luma * chromaScale * 219 / 224);
-    m_cbOf[i] = Fixed((rgb.blue - luma) / (2 * (1 - kBt601.blue)) * chromaScale);
-    m_crOf[i] = Fixed((rgb.red - luma) / (2 * (1 - kBt601.red)) * chromaScale);
+    // Luma has 219 levels, chroma 224.
+    lumaOf_[i] = Fixed(luma * chromaScale * 219 / 224);
+    cbOf_[i] = Fixed((rgb.blue - luma) / (2 * (1 - kBt601.blue)) * chromaScale);
+    crOf_[i] = Fixed((rgb.red - luma) / (2 * (1 - kBt601.red)) * chromaScale);
   }
 }
 
@@ -115,16 +115,16 @@ void StudioColours::Apply(std::uint8_t* const planes[3], const int pitches[3], i
     for (int column = 0; column < (width + 1) / 2; ++column) {
       const std::int32_t cb = cbRow[column] - 128;
       const std::int32_t cr = crRow[column] - 128;
-      const std::int32_t shift = m_lumaOf[0] * cb + m_lumaOf[1] * cr + m_lumaOffset;
+      const std::int32_t shift = lumaOf_[0] * cb + lumaOf_[1] * cr + lumaOffset_;
       for (std::uint8_t* line : luma) {
         if (line == nullptr) continue;
         for (int x = 2 * column; x < std::min(2 * column + 2, width); ++x) {
-          line[x] = ToByte(m_lumaOfLuma * line[x] + shift);
+          line[x] = ToByte(lumaOfLuma_ * line[x] + shift);
         }
       }
       constexpr std::int32_t middle = 128 * kOne + kHalf;
-      cbRow[column] = ToByte(m_cbOf[0] * cb + m_cbOf[1] * cr + middle);
-      crRow[column] = ToByte(m_crOf[0] * cb + m_crOf[1] * cr + middle);
+      cbRow[column] = ToByte(cbOf_[0] * cb + cbOf_[1] * cr + middle);
+      crRow[column] = ToByte(crOf_[0] * cb + crOf_[1] * cr + middle);
     }
   }
 }

@@ -1,121 +1,49 @@
-// The decoded video stream as the outside sees it.
+// The decoded video stream as the outside sees it: IMediaStream over a PictureReader.
 #pragma once
 
-extern "C" {
-#include <libswscale/swscale.h>
-}
-
 #include <cstdint>
-#include <deque>
 #include <memory>
 
-#include "kernaldec/Guard.h"
 #include "kernaldec/file/Programs.h"
-#include "kernaldec/picture/PictureClock.h"
-#include "kernaldec/picture/StudioColours.h"
-#include "media/MediaFile.h"
-#include "zel/base/Unknown.h"
+#include "kernaldec/picture/PictureConverter.h"
+#include "kernaldec/picture/PictureReader.h"
+#include "zel/base/Component.h"
 #include "zel/compositor/MediaStream.h"
 #include "zel/sample/Sample.h"
 
 namespace zel::kernaldec {
 
-struct ScalerDeleter {
-  void operator()(SwsContext* scaler) const { sws_freeContext(scaler); }
-};
-
-/// Yields planar 4:2:0 pictures of 8 bits without gaps between rows, of the file's own size and as
-/// it stores them (not turned, pixels not made square). Colours are BT.601 with studio range, as
-/// the image routines take them; other formats, matrices and ranges are converted. A new stream is
-/// before its first picture. Time 0 is the first picture's. One thread at a time; the sample is
-/// reused.
-class CVideoStream final : public scombase::CUnknown, public IMediaStream {
+/// Delivers planar 4:2:0 pictures of 8 bits without gaps between rows. They have the file's own
+/// size and orientation, and pixels are not made square. Colours are BT.601 with studio range, as
+/// the image routines expect them. Time 0 is that of the first picture, before which a new stream
+/// stands. One thread at a time; every call reuses the same sample.
+class VideoStream final : public Component<IMediaStream> {
  public:
-  /// @return null when stream `index` of `file` cannot be decoded.
-  /// @throws std::bad_alloc
-  static ComponentPtr<CVideoStream> Open(std::unique_ptr<MediaFile> file, int index,
-                                         const Program& program);
-  CVideoStream(std::unique_ptr<MediaFile> file, int index, const Program& program);
-
-  HRESULT NonDelegatingQueryInterface(const _GUID& riid, void** ppv) override;
-  HRESULT QueryInterface(const _GUID& riid, void** ppv) override;
-  ULONG AddRef() override;
-  ULONG Release() override;
+  /// @param program the program of the reader's stream
+  VideoStream(std::unique_ptr<PictureReader> reader, Program program);
 
   HRESULT GetStreamInfo(IStreamInfo** ppInfo) override;
-  /// @return S_OK for 0, the stream that it is; else E_INVALIDARG.
+  /// @return S_OK for 0, the only stream on offer; else E_INVALIDARG
   HRESULT ChangeStream(int index) override;
   CZelSample* GetSampleEx() override;
-  /// @return 0; -1 at the end.
+  /// @return 0; -1 at the end
   int Forward() override;
-  /// @return -1: not possible.
-  int Backward() override;
   /// Makes the picture that is shown at `seconds` the current one; it can be read without a
   /// Forward. Times before the first picture mean the first.
-  /// @param mode of no effect.
-  /// @return the picture's time; -1, with no current picture, past the end.
+  /// @param mode ignored
+  /// @return the picture's time; -1, with no current picture, past the end
   double Seek(double seconds, int mode) override;
-  /// @return S_FALSE: it listens to none.
-  HRESULT NotifyStreamMessage(unsigned long msg, long long param, void* p1, void* p2) override;
-  CZelSample* GetOriginSampleEx() override;
 
  private:
-  enum class State { kBeforeFirst, kAtFrame, kEnded };
-
-  bool Start();
-  /// Replaces input and decoder by new ones, or leaves them as they are and returns false.
-  bool Reopen();
-  /// The first picture's time, counted back from the first one that is stored.
-  std::int64_t FindFirstTime();
-  /// These two leave m_next before its turn. Times here are in 100-ns units from the first picture.
-  bool ReadFromBeginning();
-  bool ReadFrom(std::int64_t place);
-  /// Reads packets until the clock knows which times to believe.
-  bool LookAhead();
-  /// @return as MediaFile::ReadPacket, but of this stream only
-  int ReadPacket(AVPacket* packet);
-  /// @param untimedToo whether a picture of unknown time will do
-  bool DecodeFrame(AVFrame* frame, bool untimedToo = false);
-  bool Next();
-  /// Reaches the last picture once more, from an earlier place, and finds what may follow it.
-  void ConfirmEnd();
-  /// Goes on to the picture that is shown at `target`.
-  bool DropUntil(std::int64_t target);
-  bool SeekTo(std::int64_t target);
   bool FillSample();
-  bool Scale(const AVFrame& source, const ColourCoding& coding);
-  AVRational TimeBase() const;
-  std::int64_t TimeOf(const AVFrame& frame) const;
-  std::int64_t EndOf(const AVFrame& frame) const;
+  bool MakeRoom(int width, int height);
 
-  const std::unique_ptr<MediaFile> m_file;  ///< For the description.
-  const int m_index;
-  const Program m_program;
-  const bool m_isBlocks;  ///< As PictureClock says.
-  PictureClock m_clock;
-  std::int64_t m_firstTime = 0;  ///< Of the first picture, if it has none of its own.
-  /// The clock needs times as they are stored, the description what FFmpeg makes of them.
-  int m_flags = AVFMT_FLAG_NOFILLIN;
-  std::unique_ptr<MediaFile> m_input;       ///< For the packets.
-  std::deque<FfmpegPtr<AVPacket>> m_ahead;  ///< Read, but not yet decoded.
-  FfmpegPtr<AVCodecContext> m_codec;
-  FfmpegPtr<AVPacket> m_packet;
-  FfmpegPtr<AVFrame> m_frame;
-  FfmpegPtr<AVFrame> m_next;  ///< Decoded ahead: a picture is shown until the next one's time.
-  bool m_hasNext = false;
-  std::unique_ptr<SwsContext, ScalerDeleter> m_scaler;
-  /// What the scaler writes. Its vector code needs aligned rows, with room behind them; the sample
-  /// has neither.
-  FfmpegPtr<AVFrame> m_scaled;
-  ComponentPtr<CZelSample> m_sample;
-  State m_state = State::kEnded;
-  bool m_inputEnded = false;
-  bool m_awaitsKey = false;  ///< What follows a seek cannot be decoded before the next key picture.
-  bool m_doubtsEnd = false;  ///< The end has to be reached from an earlier place, too.
-  std::int64_t m_readFrom = 0;  ///< The first picture after the last seek, in the time base.
-  bool m_filled = false;
-  bool m_sought = false;          ///< A seek has found a picture that nobody has read yet.
-  std::int64_t m_startTicks = 0;  ///< In the stream's time base.
+  const std::unique_ptr<PictureReader> reader_;
+  const Program program_;
+  PictureConverter converter_;
+  const Ref<CZelSample> sample_;
+  bool filled_ = false;  ///< sample_ holds the reader's current picture.
+  bool sought_ = false;  ///< A seek found a picture that nobody has read yet.
 };
 
 }  // namespace zel::kernaldec

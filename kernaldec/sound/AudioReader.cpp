@@ -5,17 +5,19 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "kernaldec/file/Completeness.h"
+#include "media/Ticks.h"
 
 namespace zel::kernaldec {
 namespace {
 
-// Reading on is cheaper than a seek over distances like this one.
+// Reading on is cheaper than a seek over distances up to this.
 constexpr double kReadOnSeconds = 1.0;
-// What decoders with memory (overlapping blocks, bit reservoirs) get to settle before a target.
+// A decoder with memory (overlapping blocks, a bit reservoir) starts this much before the target.
 constexpr double kPrerollSeconds = 0.3;
-// Longer than any sound; what is sought beyond it is past the end, too.
+// Beyond any sound; what is sought later is past the end, too.
 constexpr double kLatestSeconds = 1e9;
 
 std::string Seconds(long double seconds) {
@@ -24,14 +26,9 @@ std::string Seconds(long double seconds) {
   return text;
 }
 
-std::string ErrorText(int error) {
-  char text[AV_ERROR_MAX_STRING_SIZE] = {};
-  av_strerror(error, text, sizeof(text));
-  return text;
-}
-
-// Containers whose seeks land on, and stamp, packets as reading from the start does.
-bool HasReliableIndex(const MediaFile& file, AVCodecID codec) {
+// Containers in which a seek finds the same packets with the same time stamps as reading from the
+// start.
+bool HasReliableIndex(const media::MediaFile& file, AVCodecID codec) {
   for (const char* name :
        {"wav", "w64", "aiff", "au", "caf", "flac", "mp4", "matroska", "mpegts", "aac", "mp3"}) {
     if (file.IsFormat(name)) return true;
@@ -39,15 +36,16 @@ bool HasReliableIndex(const MediaFile& file, AVCodecID codec) {
   return file.IsFormat("ogg") && (codec == AV_CODEC_ID_VORBIS || codec == AV_CODEC_ID_OPUS);
 }
 
-// Bare elementary streams: their stamps are FFmpeg's own sums of rounded durations, which drift.
-bool HasMadeUpStamps(const MediaFile& file) {
+// Bare elementary streams. FFmpeg makes up their time stamps by adding rounded durations: they
+// drift.
+bool HasMadeUpStamps(const media::MediaFile& file) {
   for (const char* name : {"ac3", "eac3", "dts", "mlp", "truehd"}) {
     if (file.IsFormat(name)) return true;
   }
   return false;
 }
 
-// Codecs all of whose frames have the same number of samples.
+// Codecs whose frames all have the same number of samples.
 bool HasEqualFrames(const AVCodecParameters& codec) {
   switch (codec.codec_id) {
     case AV_CODEC_ID_AAC:
@@ -57,7 +55,7 @@ bool HasEqualFrames(const AVCodecParameters& codec) {
     case AV_CODEC_ID_OPUS:
       return true;
     case AV_CODEC_ID_FLAC:
-      // The stream header gives the smallest and the largest block.
+      // The stream header holds the sizes of the smallest and of the largest block.
       return codec.extradata_size >= 4 && std::memcmp(codec.extradata, codec.extradata + 2, 2) == 0;
     default:
       return false;
@@ -70,65 +68,62 @@ bool IsMpegAudio(AVCodecID id) {
 
 }  // namespace
 
-std::unique_ptr<AudioReader> AudioReader::Open(std::unique_ptr<MediaFile> file, int index) {
+std::unique_ptr<AudioReader> AudioReader::Open(std::unique_ptr<media::MediaFile> file, int index) {
   std::unique_ptr<AudioReader> reader(new AudioReader);
-  reader->m_index = index;
-  reader->m_packet.reset(av_packet_alloc());
-  reader->m_frame.reset(av_frame_alloc());
-  if (reader->m_packet == nullptr || reader->m_frame == nullptr) throw std::bad_alloc();
+  reader->index_ = index;
+  reader->packet_.reset(media::NotNull(av_packet_alloc()));
+  reader->frame_.reset(media::NotNull(av_frame_alloc()));
   if (!reader->Start(std::move(file))) return nullptr;
   return reader;
 }
 
-bool AudioReader::Start(std::unique_ptr<MediaFile> file) {
-  m_codec.reset();
-  m_file = std::move(file);
-  m_state = State::kEnded;
-  const auto count = static_cast<int>(m_file->format()->nb_streams);
-  if (m_index >= count) return false;
-  for (int i = 0; i < count; ++i) {
-    m_file->stream(i)->discard = i == m_index ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
-  }
-  m_codec = OpenDecoder(*stream());
-  if (m_codec == nullptr) return false;
-  m_madeUpStamps = HasMadeUpStamps(*m_file);
-  m_shortReads = MarksShortReads(*m_file);
-  m_inputEnded = false;
-  m_lostPackets = 0;
-  m_clock = {};
-  m_fromStart = true;
-  m_framesRead = 0;
-  m_gridPhase = 0;
-  m_gridStep = 0;
+/// Reads `file` from its start.
+/// @return false when nothing can be decoded; the reader has ended then
+bool AudioReader::Start(std::unique_ptr<media::MediaFile> file) {
+  state_ = State::kEnded;
+  if (!file->SelectStream(index_)) return false;
+  media::CodecContext codec = media::OpenDecoder(*file->stream(index_));
+  if (codec == nullptr) return false;
+  codec_ = std::move(codec);
+  file_ = std::move(file);
+  madeUpStamps_ = HasMadeUpStamps(*file_);
+  shortReads_ = MarksShortReads(*file_);
+  inputEnded_ = false;
+  lostPackets_ = 0;
+  clock_ = {};
+  fromStart_ = true;
+  framesRead_ = 0;
+  gridPhase_ = 0;
+  gridStep_ = 0;
   if (!DecodeFrame()) return false;
-  m_state = State::kBeforeFirst;
+  state_ = State::kBeforeFirst;
   return true;
 }
 
 bool AudioReader::Reopen() {
-  std::unique_ptr<MediaFile> file = MediaFile::Open(m_file->path());
+  std::unique_ptr<media::MediaFile> file = media::MediaFile::Open(file_->path());
   if (file != nullptr && Start(std::move(file))) return true;
-  m_state = State::kEnded;
+  state_ = State::kEnded;
   Fail("the file cannot be read a second time");
   return false;
 }
 
 std::int64_t AudioReader::startPts() const {
-  return ToTicks(m_startTicks, stream()->time_base);
+  return media::ToTicks(startTicks_, stream()->time_base);
 }
 
 std::int64_t AudioReader::timeStamp() const {
-  // Whole samples are rounded once.
-  return Rounded(m_clock.offset * kTicksPerSecond) +
-         ToTicks(m_position + m_first, {1, m_clock.rate});
+  // Count in whole samples, so that only one division is rounded.
+  return media::Rounded(clock_.offset * kTicksPerSecond) +
+         media::ToTicks(position_ + first_, {1, clock_.rate});
 }
 
 bool AudioReader::Next() {
-  const State before = m_state;
+  const State before = state_;
   if (before == State::kEnded) return false;
-  m_state = State::kEnded;  // Also when decoding throws.
+  state_ = State::kEnded;  // Also when decoding throws.
   if (before == State::kBeforeFirst || DecodeFrame()) {
-    m_state = State::kAtFrame;
+    state_ = State::kAtFrame;
     return true;
   }
   CheckEnd();
@@ -137,79 +132,78 @@ bool AudioReader::Next() {
 
 bool AudioReader::Seek(double seconds) {
   seconds = std::clamp(seconds, 0.0, kLatestSeconds);
-  const bool hasFrame = m_state != State::kEnded;
+  const bool hasFrame = state_ != State::kEnded;
   const bool ahead = hasFrame && seconds >= static_cast<double>(FrameTime());
   if (ahead && seconds <= static_cast<double>(FrameTime()) + kReadOnSeconds) {
     return DropUntil(seconds);
   }
   if (SeeksExactly() && SeekByIndex(seconds)) return DropUntil(seconds);
-  if (!ahead || !m_fromStart) {
+  if (!ahead || !fromStart_) {
     if (!Reopen()) return false;
   }
   return DropUntil(seconds);
 }
 
-/// Goes to a frame at or before `seconds` that is known to the sample.
-/// @return false when there is none, or only the start of the file is near enough: the position is
-///   then undefined.
+/// Seeks to a frame at or before `seconds` whose place in time is exact.
+/// @return false when only the start of the file will do; the position is then undefined
 bool AudioReader::SeekByIndex(double seconds) {
-  const AVCodecDescriptor* codec = avcodec_descriptor_get(m_codec->codec_id);
+  const AVCodecDescriptor* codec = avcodec_descriptor_get(codec_->codec_id);
   const bool lossless = codec != nullptr && (codec->props & AV_CODEC_PROP_LOSSY) == 0;
   double settle = lossless ? 0.0 : kPrerollSeconds;
   const int declared = stream()->codecpar->seek_preroll;
-  if (declared > 0 && m_firstRate > 0) {
-    settle = std::max(settle, static_cast<double>(declared) / m_firstRate);
+  if (declared > 0 && firstRate_ > 0) {
+    settle = std::max(settle, static_cast<double>(declared) / firstRate_);
   }
-  // A demultiplexer that lands late is asked again for a place further ahead.
+  // A seek may land behind its target. It is then repeated some seconds earlier.
   for (const double margin : {0.0, 2.0, 10.0}) {
     const double from = seconds - settle - margin;
     if (from <= 0) break;
     const double tick = av_q2d(stream()->time_base);
-    const std::int64_t ticks = m_startTicks + Rounded(std::floor(from / tick));
-    if (av_seek_frame(m_file->format(), m_index, ticks, AVSEEK_FLAG_BACKWARD) < 0) break;
-    avcodec_flush_buffers(m_codec.get());
-    m_fromStart = false;
-    m_inputEnded = false;
-    m_lostPackets = 0;
-    m_clock = {};
+    const std::int64_t ticks = startTicks_ + media::Rounded(std::floor(from / tick));
+    if (av_seek_frame(file_->format(), index_, ticks, AVSEEK_FLAG_BACKWARD) < 0) break;
+    avcodec_flush_buffers(codec_.get());
+    fromStart_ = false;
+    inputEnded_ = false;
+    lostPackets_ = 0;
+    clock_ = {};
     if (!DecodeFrame()) break;
-    m_state = State::kBeforeFirst;
+    state_ = State::kBeforeFirst;
     if (static_cast<double>(FrameTime()) <= seconds) return true;
   }
-  m_fromStart = false;
+  fromStart_ = false;
   return false;
 }
 
-/// Reads on from the current or the next frame until `seconds` lies in the current one.
+/// Reads on until `seconds` lies in the current frame.
 bool AudioReader::DropUntil(double seconds) {
-  for (bool more = m_state == State::kAtFrame || Next(); more; more = Next()) {
-    const long double ahead = (static_cast<long double>(seconds) - FrameTime()) * m_clock.rate;
-    const auto size = static_cast<long double>(m_frame->nb_samples);
-    m_first = static_cast<int>(std::llround(std::clamp(ahead, 0.0L, size)));
-    if (m_first < m_frame->nb_samples) return true;
+  for (bool more = state_ == State::kAtFrame || Next(); more; more = Next()) {
+    const long double ahead = (static_cast<long double>(seconds) - FrameTime()) * clock_.rate;
+    const auto size = static_cast<long double>(frame_->nb_samples);
+    first_ = static_cast<int>(std::llround(std::clamp(ahead, 0.0L, size)));
+    if (first_ < frame_->nb_samples) return true;
   }
   return false;
 }
 
-/// Decodes the next frame that has samples and a place in time into m_frame.
+/// Decodes the next frame that has samples and a place in time into frame_.
 /// @return false at the end of the input, or when reading has failed.
 bool AudioReader::DecodeFrame() {
   while (ReceiveFrame()) {
-    if (m_frame->nb_samples > 0 && m_frame->sample_rate > 0 && Place()) return true;
+    if (frame_->nb_samples > 0 && frame_->sample_rate > 0 && Place()) return true;
   }
   return false;
 }
 
 bool AudioReader::ReceiveFrame() {
   for (;;) {
-    const int result = avcodec_receive_frame(m_codec.get(), m_frame.get());
+    const int result = avcodec_receive_frame(codec_.get(), frame_.get());
     if (result >= 0) return true;
     if (result == AVERROR_EOF) return false;
     if (result == AVERROR(ENOMEM)) throw std::bad_alloc();
     if (result != AVERROR(EAGAIN)) {
       NotePacketLost();
-      // A decoder that fails while it is being emptied may go on failing.
-      if (m_inputEnded) return false;
+      // A decoder that fails while it empties itself may fail forever.
+      if (inputEnded_) return false;
     }
     if (!FeedDecoder()) return false;
   }
@@ -217,145 +211,144 @@ bool AudioReader::ReceiveFrame() {
 
 /// Sends the decoder one packet, or, once the input has ended, the request to empty itself.
 bool AudioReader::FeedDecoder() {
-  if (m_inputEnded) return false;
-  for (;;) {
-    const int result = m_file->ReadPacket(m_packet.get());
-    if (result == AVERROR(ENOMEM)) throw std::bad_alloc();
-    if (result < 0) {
-      m_inputEnded = true;
-      if (m_file->readError() != 0) {
-        Fail("reading failed: " + ErrorText(AVERROR(m_file->readError())));
-      } else if (result != AVERROR_EOF) {
-        // Whatever code it gives: an input/output error among them, without one of the disk's.
-        Fail("the file is cut off or damaged");
-      }
-      avcodec_send_packet(m_codec.get(), nullptr);
-      return true;
+  if (inputEnded_) return false;
+  const int result = file_->ReadPacketOf(index_, packet_.get());
+  if (result < 0) {
+    inputEnded_ = true;
+    if (file_->readError() != 0) {
+      Fail("reading failed: " + media::ErrorText(AVERROR(file_->readError())));
+    } else if (result != AVERROR_EOF) {
+      // The code itself says nothing: demultiplexers report damage as, say, an input/output error.
+      Fail("the file is cut off or damaged");
     }
-    if (m_packet->stream_index == m_index) break;
-    av_packet_unref(m_packet.get());
+    avcodec_send_packet(codec_.get(), nullptr);
+    return true;
   }
-  const bool corrupt = !m_shortReads && (m_packet->flags & AV_PKT_FLAG_CORRUPT) != 0;
-  const int sent = avcodec_send_packet(m_codec.get(), m_packet.get());
-  av_packet_unref(m_packet.get());
+  const bool corrupt = !shortReads_ && (packet_->flags & AV_PKT_FLAG_CORRUPT) != 0;
+  const int sent = avcodec_send_packet(codec_.get(), packet_.get());
+  av_packet_unref(packet_.get());
   if (sent == AVERROR(ENOMEM)) throw std::bad_alloc();
   if (corrupt || (sent < 0 && sent != AVERROR(EAGAIN) && sent != AVERROR_EOF)) NotePacketLost();
   return true;
 }
 
 /// Finds the frame's place in time.
-/// @return false when it has none: the first frames after a seek may come without stamps.
+/// @return false when it has none: the first frames after a seek may come without time stamps
 bool AudioReader::Place() {
-  const int rate = m_frame->sample_rate;
   const std::int64_t found =
-      m_frame->pts != AV_NOPTS_VALUE ? m_frame->pts : m_frame->best_effort_timestamp;
-  const bool first = m_fromStart && m_framesRead == 0;
-  const bool stamped = found != AV_NOPTS_VALUE && (first || !m_madeUpStamps);
-  const std::int64_t pts = Bounded(found);
+      frame_->pts != AV_NOPTS_VALUE ? frame_->pts : frame_->best_effort_timestamp;
+  const std::int64_t stamp = media::Bounded(found);
+  const bool isFirst = fromStart_ && framesRead_ == 0;
+  const bool isStamped = found != AV_NOPTS_VALUE && (isFirst || !madeUpStamps_);
+  if (isFirst) {
+    BeginStream(isStamped, stamp);
+  } else if (clock_.known) {
+    const int rate = frame_->sample_rate;
+    if (rate != clock_.rate) clock_ = {true, rate, clock_.time(), 0};
+  } else {
+    if (!isStamped) return false;
+    RestartClock(stamp);
+  }
+  if (isStamped && !isFirst) FollowStamp(stamp);
 
-  if (first) {
-    m_startTicks = stamped                                  ? pts
-                   : stream()->start_time != AV_NOPTS_VALUE ? Bounded(stream()->start_time)
-                                                            : 0;
-    m_firstRate = rate;
-    m_firstChannels = m_frame->ch_layout.nb_channels;
-    m_clock = {true, rate, 0, 0};
-  } else if (!m_clock.known) {
-    if (!stamped) return false;
-    m_clock = {true, rate, 0, 0};
-    const long double time = ContainerTime(pts);
-    if (rate == m_firstRate) {
-      m_clock.samples = Landing(time);
-    } else {
-      m_clock.offset = time;
-    }
-  } else if (rate != m_clock.rate) {
-    m_clock.offset += static_cast<long double>(m_clock.samples) / m_clock.rate;
-    m_clock.rate = rate;
-    m_clock.samples = 0;
-  }
-  if (stamped && !first) {
-    // Two stamps, each rounded to a tick, may disagree by one; demultiplexers that derive stamps
-    // from bytes may be off by a sample more.
-    const long double tolerance =
-        1.5L * std::max<long double>(av_q2d(stream()->time_base), 1.0L / rate);
-    const long double expected = m_clock.offset + static_cast<long double>(m_clock.samples) / rate;
-    const long double actual = ContainerTime(pts);
-    if (std::fabs(actual - expected) > tolerance) {
-      NoteGap(actual - expected);
-      m_clock.samples = Rounded((actual - m_clock.offset) * rate);
-    }
-  }
-
-  if (m_fromStart && m_framesRead == 0) m_gridPhase = m_frame->nb_samples;
-  if (m_fromStart && m_framesRead == 1) m_gridStep = m_frame->nb_samples;
-  ++m_framesRead;
-  if (m_lostPackets > 0) {
-    Fail("damaged data at " +
-         Seconds(m_clock.offset + static_cast<long double>(m_clock.samples) / rate));
-    m_lostPackets = 0;
-  }
-  m_position = m_clock.samples;
-  m_clock.samples += m_frame->nb_samples;
-  m_first = 0;
+  if (fromStart_ && framesRead_ == 0) gridPhase_ = frame_->nb_samples;
+  if (fromStart_ && framesRead_ == 1) gridStep_ = frame_->nb_samples;
+  ++framesRead_;
+  if (lostPackets_ > 0) Fail("damaged data at " + Seconds(clock_.time()));
+  lostPackets_ = 0;
+  position_ = clock_.samples;
+  clock_.samples += frame_->nb_samples;
+  first_ = 0;
   return true;
 }
 
-/// The sample at which a frame begins that the container stamps with `time`.
+/// Starts the clock with the stream's first frame.
+void AudioReader::BeginStream(bool isStamped, std::int64_t stamp) {
+  const std::int64_t declared = stream()->start_time;
+  startTicks_ = isStamped ? stamp : declared != AV_NOPTS_VALUE ? media::Bounded(declared) : 0;
+  firstRate_ = frame_->sample_rate;
+  firstChannels_ = frame_->ch_layout.nb_channels;
+  clock_ = {true, firstRate_, 0, 0};
+}
+
+/// Starts the clock with the first frame after a seek.
+void AudioReader::RestartClock(std::int64_t stamp) {
+  clock_ = {true, frame_->sample_rate, 0, 0};
+  const long double time = ContainerTime(stamp);
+  if (clock_.rate == firstRate_) {
+    clock_.samples = Landing(time);
+  } else {
+    clock_.offset = time;
+  }
+}
+
+/// Moves the clock to the frame's time stamp when the two disagree by more than the stamp's error.
+void AudioReader::FollowStamp(std::int64_t stamp) {
+  // Two stamps, each rounded to a tick, may differ by one tick. Demultiplexers that derive stamps
+  // from byte positions may be off by another sample.
+  const long double tolerance =
+      1.5L * std::max<long double>(av_q2d(stream()->time_base), 1.0L / clock_.rate);
+  const long double time = ContainerTime(stamp);
+  if (std::fabs(time - clock_.time()) <= tolerance) return;
+  NoteGap(time - clock_.time());
+  clock_.samples = media::Rounded((time - clock_.offset) * clock_.rate);
+}
+
+/// The first sample of a frame with time stamp `time`.
 std::int64_t AudioReader::Landing(long double time) const {
-  const long double samples = time * m_firstRate;
-  const long double ticks = static_cast<long double>(av_q2d(stream()->time_base)) * m_firstRate;
-  if (ticks > 1 && m_gridStep > 0) {
+  const long double samples = time * firstRate_;
+  const long double ticks = static_cast<long double>(av_q2d(stream()->time_base)) * firstRate_;
+  if (ticks > 1 && gridStep_ > 0) {
     const std::int64_t onGrid =
-        m_gridPhase + m_gridStep * Rounded((samples - m_gridPhase) / m_gridStep);
+        gridPhase_ + gridStep_ * media::Rounded((samples - gridPhase_) / gridStep_);
     if (std::fabs(samples - onGrid) <= ticks + 1) return onGrid;
   }
-  return Rounded(samples);
+  return media::Rounded(samples);
 }
 
 bool AudioReader::SeeksExactly() const {
-  if (!HasReliableIndex(*m_file, m_codec->codec_id)) return false;
-  const bool stampsCountSamples = av_q2d(stream()->time_base) * m_firstRate <= 1.0;
-  return stampsCountSamples || (m_gridStep > 0 && HasEqualFrames(*stream()->codecpar));
+  if (!HasReliableIndex(*file_, codec_->codec_id)) return false;
+  const bool stampsCountSamples = av_q2d(stream()->time_base) * firstRate_ <= 1.0;
+  return stampsCountSamples || (gridStep_ > 0 && HasEqualFrames(*stream()->codecpar));
 }
 
 long double AudioReader::ContainerTime(std::int64_t pts) const {
   const AVRational base = stream()->time_base;
-  return static_cast<long double>(pts - m_startTicks) * base.num / base.den;
+  return static_cast<long double>(pts - startTicks_) * base.num / base.den;
 }
 
 long double AudioReader::FrameTime() const {
-  return m_clock.offset + static_cast<long double>(m_position) / m_clock.rate;
+  return clock_.offset + static_cast<long double>(position_) / clock_.rate;
 }
 
 void AudioReader::NotePacketLost() {
-  // What comes before the first sound, or before a decoder has settled after a seek, is no loss.
-  if (m_clock.known) ++m_lostPackets;
+  // Before the first sound, and until a decoder has settled after a seek, nothing is lost.
+  if (clock_.known) ++lostPackets_;
 }
 
 void AudioReader::NoteGap(long double missing) {
-  // Elsewhere gaps are legitimate; a plain FLAC file counts its frames.
-  if (missing > 0 && m_file->IsFormat("flac")) Fail(Seconds(missing) + " of sound are missing");
+  // A plain FLAC file numbers its frames. In other containers a gap may be meant.
+  if (missing > 0 && file_->IsFormat("flac")) Fail(Seconds(missing) + " of sound are missing");
 }
 
 void AudioReader::CheckEnd() {
-  // Nothing has been decoded since a seek.
-  if (!m_failure.empty() || !m_clock.known) return;
-  const long double end = m_clock.offset + static_cast<long double>(m_clock.samples) / m_clock.rate;
-  // Tags at the end of such a file look like frames.
-  const int harmless = IsMpegAudio(m_codec->codec_id) ? 2 : 0;
-  const DeclaredLength declared = FindDeclaredLength(*m_file, m_index);
+  // Without a clock, nothing was decoded since a seek.
+  if (!failure_.empty() || !clock_.known) return;
+  const long double end = clock_.time();
+  // FFmpeg may take tags at the end of such a file for frames.
+  const int harmless = IsMpegAudio(codec_->codec_id) ? 2 : 0;
+  const DeclaredLength declared = FindDeclaredLength(*file_, index_);
   if (declared.seconds - declared.slack > end) {
     Fail("the file ends after " + Seconds(end) + " of " + Seconds(declared.seconds));
-  } else if (IsCutOff(*m_file)) {
+  } else if (IsCutOff(*file_)) {
     Fail("the file is cut off after " + Seconds(end));
-  } else if (m_lostPackets > harmless) {
+  } else if (lostPackets_ > harmless) {
     Fail("the sound ends with damaged data at " + Seconds(end));
   }
 }
 
 void AudioReader::Fail(const std::string& reason) {
-  if (m_failure.empty()) m_failure = reason;
+  if (failure_.empty()) failure_ = reason;
 }
 
 }  // namespace zel::kernaldec

@@ -1,14 +1,14 @@
-// Reads one audio stream of a file frame by frame, knows where on the time axis each sample lies,
-// and finds any sample again.
+// Reads one audio stream of a file frame by frame, places each sample in time, and finds any sample
+// again.
 //
-// Time here is in seconds since the stream's first sample (the first that a decoder yields, priming
-// samples excluded).
+// Times are in seconds from the stream's first sample. That is the first one that the decoder
+// outputs; priming samples do not count.
 //
-// 1. Samples are counted. A frame continues the count of the frames before it as long as its
-//    container's stamp agrees within what that stamp can express; otherwise the stamp counts: the
-//    container has a gap.
-// 2. Seek lands on the sample that reading from the start would have found at that time. Where a
-//    container's index or stamps are not good enough for that, the file is read from its start.
+// 1. Samples are counted. A frame follows the frame before it as long as the container's time stamp
+//    agrees to within its own precision. Otherwise the container has a gap, and the stamp is taken.
+// 2. Seek finds the same sample that reading from the start would have found at that time. If a
+//    container's index or time stamps are not good enough for that, the file is read from its
+//    start.
 #pragma once
 
 #include <cstdint>
@@ -24,58 +24,60 @@ namespace zel::kernaldec {
 class AudioReader {
  public:
   /// Opens stream `index` of `file` and decodes its first frame.
-  /// @return null when there is no decoder for it or nothing can be decoded.
+  /// @return null when there is no such stream, no decoder for it, or nothing that can be decoded
   /// @throws std::bad_alloc
-  static std::unique_ptr<AudioReader> Open(std::unique_ptr<MediaFile> file, int index);
+  static std::unique_ptr<AudioReader> Open(std::unique_ptr<media::MediaFile> file, int index);
 
-  const MediaFile& file() const { return *m_file; }
-  const AVStream* stream() const { return m_file->stream(m_index); }
-  /// The container's stamp of the stream's first sample, in 100-ns units.
+  const media::MediaFile& file() const { return *file_; }
+  const AVStream* stream() const { return file_->stream(index_); }
+  /// The container's time stamp of the first sample, in 100-ns units.
   std::int64_t startPts() const;
 
-  /// Advances to the next frame. A new reader is before its first.
-  /// @return false at the end, or when reading fails; then there is no current frame.
+  /// Advances to the next frame. A new reader stands before its first.
+  /// @return false at the end, or when reading fails; then there is no current frame
+  /// @throws std::bad_alloc, with no current frame
   bool Next();
-  /// Makes the sample nearest to `seconds` the first current one; times before the first sample
+  /// Makes the sample nearest to `seconds` the first current one. Times before the first sample
   /// mean the first sample.
-  /// @return false when the stream ends before.
+  /// @return false when the stream ends before that
+  /// @throws std::bad_alloc
   bool Seek(double seconds);
 
-  /// The current frame, or null. Only samples firstSample() to firstSample() + sampleCount() - 1 of
-  /// it are current.
-  const AVFrame* frame() const { return m_state == State::kAtFrame ? m_frame.get() : nullptr; }
-  int firstSample() const { return m_first; }
-  int sampleCount() const { return m_frame->nb_samples - m_first; }
+  /// The current frame, or null. Of its samples, those from firstSample() on are current:
+  /// sampleCount() of them.
+  const AVFrame* frame() const { return state_ == State::kAtFrame ? frame_.get() : nullptr; }
+  int firstSample() const { return first_; }
+  int sampleCount() const { return frame_->nb_samples - first_; }
   /// Time of the first current sample.
-  long double time() const {
-    return FrameTime() + static_cast<long double>(m_first) / m_clock.rate;
-  }
+  long double time() const { return FrameTime() + static_cast<long double>(first_) / clock_.rate; }
   /// The same in 100-ns units, rounded to the nearest.
   std::int64_t timeStamp() const;
-  /// Rate and channels of the stream's first frame.
-  int firstRate() const { return m_firstRate; }
-  int firstChannels() const { return m_firstChannels; }
+  /// Sample rate and channel count of the stream's first frame.
+  int firstRate() const { return firstRate_; }
+  int firstChannels() const { return firstChannels_; }
 
   /// What went wrong since the reader was opened, as one line; empty while all is well.
-  const std::string& failure() const { return m_failure; }
+  const std::string& failure() const { return failure_; }
 
  private:
   enum class State {
-    kBeforeFirst,  ///< The first frame is decoded and not yet current.
+    kBeforeFirst,  ///< frame_ is decoded and not yet current.
     kAtFrame,
     kEnded,
   };
 
-  /// Where the next sample lies: `samples` after `offset`.
+  /// The time of the next sample to be decoded: `samples` samples after `offset`.
   struct Clock {
     bool known = false;
-    int rate = 0;
-    long double offset = 0;
+    int rate = 0;            ///< Samples per second since `offset`.
+    long double offset = 0;  ///< Seconds.
     std::int64_t samples = 0;
+
+    long double time() const { return offset + static_cast<long double>(samples) / rate; }
   };
 
   AudioReader() = default;
-  bool Start(std::unique_ptr<MediaFile> file);
+  bool Start(std::unique_ptr<media::MediaFile> file);
   bool Reopen();
   bool SeekByIndex(double seconds);
   bool DropUntil(double seconds);
@@ -83,6 +85,9 @@ class AudioReader {
   bool ReceiveFrame();
   bool FeedDecoder();
   bool Place();
+  void BeginStream(bool isStamped, std::int64_t stamp);
+  void RestartClock(std::int64_t stamp);
+  void FollowStamp(std::int64_t stamp);
   std::int64_t Landing(long double time) const;
   bool SeeksExactly() const;
   long double ContainerTime(std::int64_t pts) const;
@@ -92,28 +97,29 @@ class AudioReader {
   void CheckEnd();
   void Fail(const std::string& reason);
 
-  std::unique_ptr<MediaFile> m_file;
-  int m_index = 0;
-  FfmpegPtr<AVCodecContext> m_codec;
-  FfmpegPtr<AVPacket> m_packet;
-  FfmpegPtr<AVFrame> m_frame;
-  State m_state = State::kEnded;
-  bool m_madeUpStamps = false;  ///< Stamps after the first do not count.
-  bool m_shortReads = false;    ///< Packets that are marked as damaged may be only short.
-  bool m_inputEnded = false;
-  int m_first = 0;
-  int m_firstRate = 0;
-  int m_firstChannels = 0;
-  std::int64_t m_startTicks = 0;  ///< In the stream's time base.
-  Clock m_clock;
-  std::int64_t m_position = 0;  ///< First sample of the frame, in the clock's terms.
-  // The grid of equal frames, for containers whose stamps are coarser than a sample.
-  bool m_fromStart = false;  ///< All frames since the start have been read.
-  std::int64_t m_framesRead = 0;
-  std::int64_t m_gridPhase = 0;
-  std::int64_t m_gridStep = 0;
-  int m_lostPackets = 0;  ///< Since the last good frame.
-  std::string m_failure;
+  std::unique_ptr<media::MediaFile> file_;
+  int index_ = 0;
+  media::CodecContext codec_;
+  media::Packet packet_;
+  media::Frame frame_;
+  State state_ = State::kEnded;
+  bool madeUpStamps_ = false;  ///< Only the first time stamp counts.
+  bool shortReads_ = false;    ///< FFmpeg marks packets as damaged that are only short.
+  bool inputEnded_ = false;
+  int first_ = 0;
+  int firstRate_ = 0;
+  int firstChannels_ = 0;
+  std::int64_t startTicks_ = 0;  ///< In the stream's time base.
+  Clock clock_;
+  std::int64_t position_ = 0;  ///< First sample of frame_, counted as Clock::samples.
+  // Frames of equal size start on a grid. It gives the exact sample where a container's time stamps
+  // are coarser than a sample.
+  bool fromStart_ = false;  ///< Every frame since the start has been read.
+  std::int64_t framesRead_ = 0;
+  std::int64_t gridPhase_ = 0;  ///< Samples in the first frame.
+  std::int64_t gridStep_ = 0;   ///< Samples in the second frame.
+  int lostPackets_ = 0;         ///< Since the last good frame.
+  std::string failure_;
 };
 
 }  // namespace zel::kernaldec

@@ -10,44 +10,36 @@
 #include "kernaldec/file/Programs.h"
 #include "kernaldec/sound/AudioReader.h"
 #include "kernaldec/sound/PcmConverter.h"
-#include "zel/base/Unknown.h"
+#include "zel/base/Component.h"
 #include "zel/compositor/MediaStream.h"
 #include "zel/sample/Sample.h"
 
 namespace zel::kernaldec {
 
-/// Yields interleaved 16-bit PCM at the file's own rate and channel count, one decoded frame per
-/// sample; a frame whose format differs from the one before brings its own. A new stream is before
-/// its first sample. One thread at a time; the sample is reused.
-class CAudioStream final : public scombase::CUnknown, public IMediaStream, public IDecodedAudio {
+/// Delivers interleaved 16-bit PCM at the file's own rate and channel count, one decoded frame per
+/// sample. Rate and count may change from frame to frame. A new stream stands before its first
+/// sample. One thread at a time; every call reuses the same sample.
+class AudioStream final : public Component<IMediaStream, IDecodedAudio> {
  public:
-  /// @param program the program of the reader's stream.
-  CAudioStream(std::unique_ptr<AudioReader> reader, Program program);
-
-  HRESULT NonDelegatingQueryInterface(const _GUID& riid, void** ppv) override;
-  HRESULT QueryInterface(const _GUID& riid, void** ppv) override;
-  ULONG AddRef() override;
-  ULONG Release() override;
+  /// @param program the program of the reader's stream
+  AudioStream(std::unique_ptr<AudioReader> reader, Program program);
 
   HRESULT GetStreamInfo(IStreamInfo** ppInfo) override;
-  /// Selects the audio stream of that number within its program, before its first sample. What
-  /// IDecodedAudio has set stays, but a time origin of the stream's own start moves with it.
+  /// Selects the audio stream of that number within its program and stands before its first sample.
+  /// Channel count and time origin that were set by IDecodedAudio stay; without an origin, time 0
+  /// is the new stream's own start.
   /// @return S_OK; E_INVALIDARG, with nothing changed, when there is no such stream or it cannot be
-  ///   decoded.
+  ///   decoded
   HRESULT ChangeStream(int index) override;
   CZelSample* GetSampleEx() override;
-  /// @return 0; -1 at the end.
+  /// @return 0; -1 at the end
   int Forward() override;
-  /// @return -1: decoded audio is read forward, or sought.
-  int Backward() override;
-  /// Makes the sample nearest to `seconds` the first one of the current sample: it can be read
+  /// Makes the audio sample nearest to `seconds` the first one of the current frame; it can be read
   /// without a Forward. Times before the stream's first sample mean the first sample.
-  /// @param mode of no effect.
-  /// @return the time of that sample; -1, with no current sample, past the end.
+  /// @param mode ignored
+  /// @return the time of that sample; -1, with no current frame, past the end
   double Seek(double seconds, int mode) override;
-  /// @return S_FALSE: it listens to none.
-  HRESULT NotifyStreamMessage(unsigned long msg, long long param, void* p1, void* p2) override;
-  /// As GetSampleEx: nothing is changed on the way.
+  /// As GetSampleEx. The first Forward after a seek still skips nothing.
   CZelSample* GetOriginSampleEx() override;
 
   HRESULT SetOutputChannels(int channels) override;
@@ -57,19 +49,20 @@ class CAudioStream final : public scombase::CUnknown, public IMediaStream, publi
  private:
   CZelSample* CurrentSample();
   bool FillSample();
-  /// What turns a time since the stream's first sample into one on the outside's axis, 100 ns.
+  /// Add it to a time since the stream's first sample to get a time from the origin, in 100-ns
+  /// units.
   std::int64_t AxisOffset() const;
 
-  std::unique_ptr<AudioReader> m_reader;
-  Program m_program;
-  PcmConverter m_converter;
-  ComponentPtr<CZelSample> m_sample;
-  bool m_filled = false;  ///< m_sample holds the reader's current samples.
-  bool m_sought = false;  // A seek has found a sample that nobody has read yet.
-  int m_channels = 0;     ///< Wanted; 0: the file's.
-  bool m_originSet = false;
-  std::int64_t m_origin = 0;
-  const char* m_failure = nullptr;  ///< What went wrong outside the reader.
+  std::unique_ptr<AudioReader> reader_;
+  Program program_;
+  PcmConverter converter_;
+  Ref<CZelSample> sample_;
+  bool filled_ = false;  ///< sample_ holds the reader's current samples.
+  bool sought_ = false;  ///< A seek found a sample that nobody has read yet.
+  int channels_ = 0;     ///< As SetOutputChannels set it; 0: the file's.
+  bool originSet_ = false;
+  std::int64_t origin_ = 0;
+  const char* failure_ = nullptr;  ///< The last failure outside the reader, or null.
 };
 
 }  // namespace zel::kernaldec

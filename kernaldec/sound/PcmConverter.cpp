@@ -6,7 +6,7 @@
 namespace zel::kernaldec {
 
 PcmConverter::~PcmConverter() {
-  av_channel_layout_uninit(&m_inLayout);
+  av_channel_layout_uninit(&inLayout_);
 }
 
 bool PcmConverter::Convert(const AVFrame& frame, int first, int count, std::uint8_t* pcm) {
@@ -27,46 +27,46 @@ bool PcmConverter::Convert(const AVFrame& frame, int first, int count, std::uint
   }
 
   if (!Prepare(frame)) return false;
-  m_planes.resize(planar ? channels : 1);
-  for (std::size_t i = 0; i < m_planes.size(); ++i) {
-    m_planes[i] = frame.extended_data[i] + skipped;
+  planes_.resize(planar ? channels : 1);
+  for (std::size_t i = 0; i < planes_.size(); ++i) {
+    planes_[i] = frame.extended_data[i] + skipped;
   }
-  return swr_convert(m_swr.get(), &pcm, count, m_planes.data(), count) == count;
+  return swr_convert(swr_.get(), &pcm, count, planes_.data(), count) == count;
 }
 
 bool PcmConverter::Prepare(const AVFrame& frame) {
   const int outChannels = ChannelsFor(frame);
-  if (m_swr != nullptr && m_inFormat == frame.format && m_outChannels == outChannels &&
-      av_channel_layout_compare(&m_inLayout, &frame.ch_layout) == 0) {
+  if (swr_ != nullptr && inFormat_ == frame.format && outChannels_ == outChannels &&
+      av_channel_layout_compare(&inLayout_, &frame.ch_layout) == 0) {
     return true;
   }
-  m_swr.reset();
+  swr_.reset();
   AVChannelLayout in{};
   AVChannelLayout out{};
   if (av_channel_layout_copy(&in, &frame.ch_layout) < 0) throw std::bad_alloc();
   if (outChannels == in.nb_channels) {
     if (av_channel_layout_copy(&out, &in) < 0) throw std::bad_alloc();
   } else {
-    // Weights belong to speakers, so an unnamed layout is taken for the usual one of its count.
+    // Mixing weights depend on the speakers. A layout without names is taken for the usual one.
     if (in.order == AV_CHANNEL_ORDER_UNSPEC) av_channel_layout_default(&in, in.nb_channels);
     av_channel_layout_default(&out, outChannels);
   }
-  // Only the ratio of the rates counts.
+  // Both rates are the same; which one does not matter.
   constexpr int anyRate = 48000;
   SwrContext* swr = nullptr;
   const int made =
       swr_alloc_set_opts2(&swr, &out, AV_SAMPLE_FMT_S16, anyRate, &in,
                           static_cast<AVSampleFormat>(frame.format), anyRate, 0, nullptr);
-  m_swr.reset(swr);
+  swr_.reset(swr);
   av_channel_layout_uninit(&in);
   av_channel_layout_uninit(&out);
   if (made < 0 || swr_init(swr) < 0) {
-    m_swr.reset();
+    swr_.reset();
     return false;
   }
-  if (av_channel_layout_copy(&m_inLayout, &frame.ch_layout) < 0) throw std::bad_alloc();
-  m_inFormat = frame.format;
-  m_outChannels = outChannels;
+  if (av_channel_layout_copy(&inLayout_, &frame.ch_layout) < 0) throw std::bad_alloc();
+  inFormat_ = frame.format;
+  outChannels_ = outChannels;
   return true;
 }
 

@@ -1,4 +1,4 @@
-// Decoded frames of any sample format to interleaved 16-bit PCM.
+// Converts decoded frames of any sample format to interleaved 16-bit PCM.
 #pragma once
 
 #include <cstdint>
@@ -8,8 +8,9 @@
 
 namespace zel::kernaldec {
 
-/// Rounds wider formats as FFmpeg does, without dither. The rate stays; the channel count can
-/// change, with the usual weights. Reuses its state while the format of the frames stays.
+/// Rounds wider formats as FFmpeg does, without dither. Keeps the sample rate. Mixes channels with
+/// the usual weights when their count changes. Keeps its state while the format of the frames
+/// stays. One thread at a time.
 class PcmConverter {
  public:
   ~PcmConverter();
@@ -17,25 +18,26 @@ class PcmConverter {
   PcmConverter(const PcmConverter&) = delete;
   PcmConverter& operator=(const PcmConverter&) = delete;
 
-  /// Channels to deliver; 0: as many as the frame has.
-  void SetChannels(int channels) { m_channels = channels; }
+  /// Sets the count of channels to deliver; 0: as many as the frame has.
+  void SetChannels(int channels) { channels_ = channels; }
   int ChannelsFor(const AVFrame& frame) const {
-    return m_channels != 0 ? m_channels : frame.ch_layout.nb_channels;
+    return channels_ != 0 ? channels_ : frame.ch_layout.nb_channels;
   }
-  /// Writes samples `first` to `first + count - 1` of `frame`: `count` x ChannelsFor(frame) values.
-  /// @return false when the format cannot be converted.
+  /// Writes samples `first` to `first + count - 1` of `frame` to `pcm`, which has room for `count`
+  /// x ChannelsFor(frame) 16-bit values.
+  /// @return false when the format cannot be converted
   /// @throws std::bad_alloc
   bool Convert(const AVFrame& frame, int first, int count, std::uint8_t* pcm);
 
  private:
   bool Prepare(const AVFrame& frame);
 
-  int m_channels = 0;
-  FfmpegPtr<SwrContext> m_swr;
-  int m_inFormat = AV_SAMPLE_FMT_NONE;
-  int m_outChannels = 0;
-  AVChannelLayout m_inLayout{};
-  std::vector<const std::uint8_t*> m_planes;
+  int channels_ = 0;
+  media::Resampler swr_;
+  int inFormat_ = AV_SAMPLE_FMT_NONE;
+  int outChannels_ = 0;
+  AVChannelLayout inLayout_{};
+  std::vector<const std::uint8_t*> planes_;
 };
 
 }  // namespace zel::kernaldec

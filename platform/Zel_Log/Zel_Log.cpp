@@ -21,7 +21,7 @@ extern "C" void GetAppPath(wchar_t* buffer, int capacity) {
   folder = folder.substr(0, slash);
 
   try {
-    const std::wstring wide = zel::utf8::ToWide(folder);
+    const std::wstring wide = zel::media::ToWide(folder);
     if (wide.size() >= static_cast<std::size_t>(capacity)) return;
     std::wmemcpy(buffer, wide.c_str(), wide.size() + 1);
   } catch (const std::bad_alloc&) {

@@ -81,7 +81,7 @@ TEST(CreateInstance, LoadsTheDecoderModuleOnManyThreadsAtOnce) {
   for (int i = 0; i < 8; ++i) {
     threads.emplace_back([] {
       const Ref<IMediaDecoderMgr> manager = Manager();
-      ASSERT_NE(manager, nullptr);
+      ASSERT_TRUE(manager);
       void* same = nullptr;
       EXPECT_EQ(manager->QueryInterface(IID_IMediaDecoderMgr, &same), S_OK);
       EXPECT_EQ(manager->Release(), 1U);

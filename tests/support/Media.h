@@ -1,18 +1,15 @@
-// Media files made by the ffmpeg command, and decoded streams of them obtained as a host does.
+// Media files made by the ffmpeg command, and what a host obtains from them.
 #pragma once
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
-#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <memory>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "kernaldec/DecodedAudio.h"
 #include "media/Utf8.h"
@@ -20,31 +17,21 @@
 
 namespace zel::test {
 
-/// One reference on an interface.
-struct InterfaceRelease {
-  template <class I>
-  void operator()(I* face) const {
-    face->Release();
-  }
-};
-template <class I>
-using Ref = std::unique_ptr<I, InterfaceRelease>;
-
-/// A folder that goes when the test program ends.
+/// A folder that is removed when the test ends.
 class Folder {
  public:
   Folder() {
     std::string name = (std::filesystem::temp_directory_path() / "zel-test-XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr) std::abort();
-    m_path = name;
+    path_ = name;
   }
-  ~Folder() { std::filesystem::remove_all(m_path); }
+  ~Folder() { std::filesystem::remove_all(path_); }
   Folder(const Folder&) = delete;
   Folder& operator=(const Folder&) = delete;
-  std::string operator/(const std::string& name) const { return (m_path / name).string(); }
+  std::string operator/(const std::string& name) const { return (path_ / name).string(); }
 
  private:
-  std::filesystem::path m_path;
+  std::filesystem::path path_;
 };
 
 /// Runs the ffmpeg command inside `folder`.
@@ -63,39 +50,46 @@ inline void WriteFile(const std::string& path, const std::string& bytes) {
   std::ofstream(path, std::ios::binary) << bytes;
 }
 
-inline Ref<IMediaDecoderMgr> Manager() {
-  void* manager = nullptr;
-  EXPECT_EQ(ZelCreateInstance(CLSID_CMediaDecoderMgr, nullptr, 0, IID_IMediaDecoderMgr, &manager),
-            S_OK);
-  return Ref<IMediaDecoderMgr>(static_cast<IMediaDecoderMgr*>(manager));
+/// Calls `get(T**)`, which must hand out an object if, and only if, it returns S_OK.
+template <class T, class Get>
+Ref<T> Obtain(Get&& get, HRESULT expected = S_OK) {
+  T* object = reinterpret_cast<T*>(1);
+  EXPECT_EQ(get(&object), expected);
+  EXPECT_EQ(object != nullptr, expected == S_OK);
+  return Ref<T>::Adopt(expected == S_OK ? object : nullptr);
 }
 
-inline HRESULT CreateDecoder(const std::string& path, DecoderSelection* selection,
-                             Ref<IMediaDecoder>* decoder) {
-  IMediaDecoder* out = reinterpret_cast<IMediaDecoder*>(1);
-  const HRESULT result =
-      Manager()->CreateDecoder(utf8::ToWide(path).c_str(), 0, selection, 11, &out);
-  EXPECT_EQ(out != nullptr, result == S_OK);
-  decoder->reset(out);
-  return result;
+inline Ref<IMediaDecoderMgr> Manager() {
+  Ref<IMediaDecoderMgr> manager;
+  EXPECT_EQ(ZelCreateInstance(CLSID_CMediaDecoderMgr, nullptr, 0, IID_IMediaDecoderMgr,
+                              manager.ReceiveVoid()),
+            S_OK);
+  return manager;
+}
+
+inline Ref<IMediaDecoder> OpenFile(const std::string& path, DecoderSelection* selection = nullptr,
+                                   HRESULT expected = S_OK) {
+  return Obtain<IMediaDecoder>(
+      [&](IMediaDecoder** out) {
+        return Manager()->CreateDecoder(media::ToWide(path).c_str(), 0, selection, 11, out);
+      },
+      expected);
+}
+
+inline Ref<IMediaInfo> Describe(const std::string& path, HRESULT expected = S_OK) {
+  const std::wstring name = media::ToWide(path);
+  return Obtain<IMediaInfo>(
+      [&](auto out) { return Manager()->OpenMediaInfo(name.c_str(), 11, out); }, expected);
 }
 
 /// The audio stream of a file.
 struct Audio {
   explicit Audio(const std::string& path, DecoderSelection* selection = nullptr) {
-    Ref<IMediaDecoder> decoder;
-    if (CreateDecoder(path, selection, &decoder) != S_OK) return;
-    IMediaStream* out = nullptr;
-    const HRESULT result = decoder->GetAudioStream(&out);
-    EXPECT_EQ(out != nullptr, result == S_OK);
-    if (out == nullptr) return;
-    stream.reset(out);
-    void* face = nullptr;
-    EXPECT_EQ(stream->QueryInterface(IID_IDecodedAudio, &face), S_OK);
-    control.reset(static_cast<IDecodedAudio*>(face));
+    const Ref<IMediaDecoder> decoder = OpenFile(path, selection);
+    if (!decoder) return;
+    stream = Obtain<IMediaStream>([&](auto out) { return decoder->GetAudioStream(out); });
+    EXPECT_EQ(stream->QueryInterface(IID_IDecodedAudio, control.ReceiveVoid()), S_OK);
   }
-
-  explicit operator bool() const { return stream != nullptr; }
 
   /// The current frame, or null.
   const MEDIA_FRAME* Frame() const {
@@ -103,7 +97,7 @@ struct Audio {
     return sample != nullptr ? sample->GetMediaFrame() : nullptr;
   }
 
-  /// The bytes of the current sample and all that follow.
+  /// The bytes of the current frame and all that follow.
   std::string Rest() const {
     std::string pcm;
     for (const MEDIA_FRAME* frame = Frame(); frame != nullptr; stream->Forward(), frame = Frame()) {
@@ -122,7 +116,7 @@ struct Audio {
     wchar_t* text = nullptr;
     const HRESULT status = control->GetStatus(&text);
     EXPECT_EQ(text != nullptr, status != S_OK);
-    const std::string failure = text != nullptr ? utf8::FromWide(text) : "";
+    const std::string failure = text != nullptr ? media::ToUtf8(text) : "";
     SysFreeString(text);
     return failure;
   }

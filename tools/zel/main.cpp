@@ -7,7 +7,7 @@
 #include <iterator>
 #include <new>
 
-#include "media/AvErrors.h"
+#include "media/Ffmpeg.h"
 #include "tools/zel/commands/CommandLine.h"
 #include "tools/zel/commands/Commands.h"
 #include "tools/zel/files/PendingFile.h"
@@ -86,7 +86,7 @@ void PrintOut(const std::string& text) {
 int main(int argc, char** argv) {
   using namespace zel::tool;
   InstallSignalHandlers();
-  CaptureAvLog();
+  zel::media::CaptureLog();
   try {
     return Run(argc, argv);
   } catch (const UsageError& error) {

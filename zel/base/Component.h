@@ -20,9 +20,7 @@
 #include "zel/base/Ids.h"
 #include "zel/base/Ref.h"
 #include "zel/base/Unknown.h"
-
-class ZEL_API IMediaDecoder;
-class ZEL_API IMediaDecoderMgr;
+#include "zel/platform/DecoderManager.h"
 
 namespace zel {
 

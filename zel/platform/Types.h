@@ -57,6 +57,13 @@ constexpr HRESULT CLASS_E_CLASSNOTAVAILABLE = static_cast<HRESULT>(0x80040111U);
 /// A wait ended because its time was over.
 constexpr std::uint32_t WAIT_TIMEOUT = 0x102;
 
+namespace zel {
+
+/// 100-ns units in a second: the unit of time stamps and durations.
+inline constexpr long long kTicksPerSecond = 10'000'000;
+
+}  // namespace zel
+
 /// True for results that are not failures.
 constexpr bool ZelSucceeded(HRESULT hr) {
   return hr >= 0;

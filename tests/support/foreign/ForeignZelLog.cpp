@@ -14,7 +14,7 @@ void GetAppPath(wchar_t* buffer, int capacity) {
   ++GetAppPath_calls;
   Dl_info self = {};
   dladdr(reinterpret_cast<void*>(&GetAppPath), &self);
-  std::wstring path = zel::utf8::ToWide(self.dli_fname);
+  std::wstring path = zel::media::ToWide(self.dli_fname);
   path.resize(path.rfind(L'/'));
   if (path.size() < static_cast<std::size_t>(capacity)) {
     std::copy_n(path.c_str(), path.size() + 1, buffer);

@@ -8,6 +8,7 @@
 #include <memory>
 #include <vector>
 
+#include "media/Ticks.h"
 #include "tools/zel/commands/CommandLine.h"
 #include "tools/zel/commands/Commands.h"
 #include "tools/zel/commands/Progress.h"
@@ -110,8 +111,8 @@ class Dub {
       const std::string what = "#" + std::to_string(i) + " " +
                                (kind != nullptr ? kind : "unknown") + " (" +
                                avcodec_get_name(codec.codec_id) + ")";
-      const bool picture = codec.codec_type == AVMEDIA_TYPE_VIDEO && !IsCover(stream);
-      if (container_.soundOnly || IsCover(stream) || !writer_->Holds(stream)) {
+      const bool picture = codec.codec_type == AVMEDIA_TYPE_VIDEO && !media::IsCover(stream);
+      if (container_.soundOnly || media::IsCover(stream) || !writer_->Holds(stream)) {
         if (picture && !container_.soundOnly) {
           throw Failure(options_.output.path, std::string(container_.title) +
                                                   " holds no video of codec " +
@@ -261,10 +262,11 @@ class Dub {
       }
       const AVRational base = source_.stream(packet_->stream_index).time_base;
       const std::int64_t stamp = packet_->dts != AV_NOPTS_VALUE ? packet_->dts : packet_->pts;
-      if (stamp != AV_NOPTS_VALUE && av_rescale_q(stamp, base, kZelTimeBase) - origin_ > until) {
+      if (stamp != AV_NOPTS_VALUE &&
+          av_rescale_q(stamp, base, media::kTickBase) - origin_ > until) {
         return;
       }
-      const std::int64_t shift = av_rescale_q(shift_, kZelTimeBase, base);
+      const std::int64_t shift = av_rescale_q(shift_, media::kTickBase, base);
       if (packet_->pts != AV_NOPTS_VALUE) packet_->pts += shift;
       if (packet_->dts != AV_NOPTS_VALUE) packet_->dts += shift;
       writer_->WriteCopy(packet_.get(), copies_.at(packet_->stream_index), base);
@@ -286,7 +288,7 @@ class Dub {
   std::map<int, int> copies_;  ///< Copied streams: index in the input, index in the output.
   std::string copied_;
   std::string leftOut_;
-  Packet packet_{NotNull(av_packet_alloc())};  ///< The next one to copy.
+  media::Packet packet_{media::NotNull(av_packet_alloc())};  ///< The next one to copy.
   bool copyEnded_ = false;
 };
 

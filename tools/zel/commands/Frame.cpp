@@ -250,7 +250,7 @@ class FrameGrab {
 
   void Open() {
     manager_ = MakeDecoderManager();
-    manager_->CreateDecoder(utf8::ToWide(options_.video).c_str(), 0, nullptr, 11,
+    manager_->CreateDecoder(media::ToWide(options_.video).c_str(), 0, nullptr, 11,
                             decoder_.Receive());
     if (decoder_) decoder_->GetVideoStream(stream_.Receive());
     if (!stream_) throw Failure(options_.video, source_.WhyNone(AVMEDIA_TYPE_VIDEO));

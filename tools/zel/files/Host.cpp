@@ -23,7 +23,7 @@ std::string HexText(HRESULT result) {
 std::string InOwnFolder(const char* name) {
   wchar_t folder[4096] = L"";
   GetAppPath(folder, 4096);
-  return utf8::FromWide(folder) + "/" + name;
+  return media::ToUtf8(folder) + "/" + name;
 }
 
 /// Loads a library that is never closed: the objects' code stays for as long as the process.
@@ -53,7 +53,7 @@ ComPtr<IMediaStream> StreamOf(IMediaDecoderMgr* manager, const std::string& path
                               DecoderSelection selection) {
   ComPtr<IMediaDecoder> decoder;
   ComPtr<IMediaStream> stream;
-  manager->CreateDecoder(utf8::ToWide(path).c_str(), 0, &selection, 11, decoder.Receive());
+  manager->CreateDecoder(media::ToWide(path).c_str(), 0, &selection, 11, decoder.Receive());
   if (decoder) decoder->GetAudioStream(stream.Receive());
   return stream;
 }
@@ -100,7 +100,7 @@ ComPtr<IMediaDecoderMgr> MakeDecoderManager() {
 
 ComPtr<IMediaInfo> OpenMedia(IMediaDecoderMgr* manager, const std::string& path) {
   ComPtr<IMediaInfo> media;
-  manager->OpenMediaInfo(utf8::ToWide(path).c_str(), 11, media.Receive());
+  manager->OpenMediaInfo(media::ToWide(path).c_str(), 11, media.Receive());
   if (!media) throw Failure(path, WhyNotOpened(path));
   return media;
 }
@@ -215,7 +215,7 @@ void DecodedSound::CheckStatus() const {
 }
 
 std::string TakeText(wchar_t* text) {
-  std::string narrow = text != nullptr ? utf8::FromWide(text) : "unknown";
+  std::string narrow = text != nullptr ? media::ToUtf8(text) : "unknown";
   SysFreeString(text);
   return narrow;
 }

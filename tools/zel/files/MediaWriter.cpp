@@ -9,6 +9,7 @@ extern "C" {
 #include <libavutil/mem.h>
 }
 
+#include "media/Ticks.h"
 #include "tools/zel/text/Failure.h"
 
 namespace zel::tool {
@@ -72,7 +73,7 @@ bool MediaWriter::Holds(const AVStream& stream) const {
 }
 
 int MediaWriter::AddCopy(const AVStream& stream) {
-  AVStream* copy = NotNull(avformat_new_stream(muxer_.get(), nullptr));
+  AVStream* copy = media::NotNull(avformat_new_stream(muxer_.get(), nullptr));
   Check(avcodec_parameters_copy(copy->codecpar, stream.codecpar));
   copy->codecpar->codec_tag = UsableTag(*muxer_->oformat, *stream.codecpar);
   copy->time_base = stream.time_base;
@@ -83,7 +84,8 @@ int MediaWriter::AddCopy(const AVStream& stream) {
   CopyTexts(&copy->metadata, stream.metadata);
   for (int i = 0; i < stream.nb_side_data; ++i) {
     const AVPacketSideData& data = stream.side_data[i];
-    std::memcpy(NotNull(av_stream_new_side_data(copy, data.type, data.size)), data.data, data.size);
+    std::memcpy(media::NotNull(av_stream_new_side_data(copy, data.type, data.size)), data.data,
+                data.size);
   }
   return copy->index;
 }
@@ -92,7 +94,7 @@ void MediaWriter::AddSound(SoundFormat format, const AVChannelLayout& layout,
                            const AVStream* like) {
   const bool globalHeader = (muxer_->oformat->flags & AVFMT_GLOBALHEADER) != 0;
   sound_ = std::make_unique<SoundEncoder>(path_, container_, format, layout, globalHeader);
-  soundStream_ = NotNull(avformat_new_stream(muxer_.get(), nullptr));
+  soundStream_ = media::NotNull(avformat_new_stream(muxer_.get(), nullptr));
   soundStream_->time_base = sound_->TimeBase();
   sound_->Describe(soundStream_->codecpar);
   if (like != nullptr) {
@@ -111,11 +113,11 @@ void MediaWriter::AddDescription(const AVFormatContext& source, std::int64_t shi
   if (source.nb_chapters == 0) return;
   // NOLINTNEXTLINE(bugprone-sizeof-expression): the array holds pointers.
   void* const chapters = av_calloc(source.nb_chapters, sizeof(AVChapter*));
-  muxer_->chapters = static_cast<AVChapter**>(NotNull(chapters));
+  muxer_->chapters = static_cast<AVChapter**>(media::NotNull(chapters));
   for (unsigned i = 0; i < source.nb_chapters; ++i) {
     const AVChapter& from = *source.chapters[i];
-    auto* chapter = static_cast<AVChapter*>(NotNull(av_mallocz(sizeof(AVChapter))));
-    const std::int64_t offset = av_rescale_q(shift, kZelTimeBase, from.time_base);
+    auto* chapter = static_cast<AVChapter*>(media::NotNull(av_mallocz(sizeof(AVChapter))));
+    const std::int64_t offset = av_rescale_q(shift, media::kTickBase, from.time_base);
     chapter->id = from.id;
     chapter->time_base = from.time_base;
     chapter->start = from.start + offset;
@@ -127,7 +129,7 @@ void MediaWriter::AddDescription(const AVFormatContext& source, std::int64_t shi
 
 void MediaWriter::Start(bool overwrite, std::int64_t soundStart) {
   file_ = std::make_unique<PendingFile>(path_, overwrite);
-  auto* buffer = static_cast<std::uint8_t*>(NotNull(av_malloc(kIoBufferSize)));
+  auto* buffer = static_cast<std::uint8_t*>(media::NotNull(av_malloc(kIoBufferSize)));
   io_.reset(
       avio_alloc_context(buffer, kIoBufferSize, 1, file_.get(), nullptr, WriteFile, SeekFile));
   if (!io_) {
@@ -196,7 +198,7 @@ void MediaWriter::Check(int result) {
   if (result >= 0) return;
   // The system's own reason is better than what became of it on the way.
   if (file_ && file_->Error() != 0) throw Failure(path_, std::strerror(file_->Error()));
-  throw Failure(path_, AvText(result));
+  throw Failure(path_, media::ErrorText(result));
 }
 
 }  // namespace zel::tool

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "media/AvErrors.h"
+#include "media/Ffmpeg.h"
 #include "tools/zel/files/Container.h"
 #include "tools/zel/files/PendingFile.h"
 #include "tools/zel/files/SoundEncoder.h"
@@ -59,7 +59,7 @@ class MediaWriter {
   const Container& container_;
   std::unique_ptr<PendingFile> file_;
   std::unique_ptr<AVIOContext, FreeIo> io_;
-  Muxer muxer_;
+  media::Muxer muxer_;
   std::unique_ptr<SoundEncoder> sound_;
   SoundEncoder::Sink soundSink_;
   AVStream* soundStream_ = nullptr;

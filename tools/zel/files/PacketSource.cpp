@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 
+#include "media/Ticks.h"
 #include "tools/zel/text/Failure.h"
 
 namespace zel::tool {
@@ -12,7 +13,7 @@ namespace {
 
 /// What FFmpeg's `result` means for a file that opened. Its demultiplexers report what they find
 /// wrong in a file by all kinds of codes, those of broken disks and full memories among them.
-std::string WhyNotRead(const MediaFile& file, int result) {
+std::string WhyNotRead(const media::MediaFile& file, int result) {
   if (file.readError() != 0) return std::strerror(file.readError());
   if (file.leadsElsewhere()) return "leads to other files, which are not opened";
   switch (result) {
@@ -23,20 +24,20 @@ std::string WhyNotRead(const MediaFile& file, int result) {
     case AVERROR_PATCHWELCOME:
     case AVERROR_DEMUXER_NOT_FOUND:
     case AVERROR_EXTERNAL:
-      return AvText(result);
+      return media::ErrorText(result);
     default:
       return "the file is cut off or damaged";
   }
 }
 
-std::string WhyNoStreams(const MediaFile& file, int result) {
+std::string WhyNoStreams(const media::MediaFile& file, int result) {
   if (file.isRecognised() || file.readError() != 0 || file.leadsElsewhere()) {
     return WhyNotRead(file, result);
   }
   return "the file is cut off, or in no known media format";
 }
 
-std::string WhyNoFormat(const MediaFile& file, int result) {
+std::string WhyNoFormat(const media::MediaFile& file, int result) {
   if (result == AVERROR_INVALIDDATA && file.readError() == 0 && !file.leadsElsewhere()) {
     // The index of such a file stands at its end.
     char head[8] = {};
@@ -99,12 +100,12 @@ std::string WhyNotOpened(const std::string& path) {
 std::int64_t PacketSource::BeginningWith(std::int64_t first) const {
   for (int i = 0; i < streamCount(); ++i) {
     const AVStream& picture = stream(i);
-    if (picture.codecpar->codec_type != AVMEDIA_TYPE_VIDEO || IsCover(picture) ||
+    if (picture.codecpar->codec_type != AVMEDIA_TYPE_VIDEO || media::IsCover(picture) ||
         picture.start_time == AV_NOPTS_VALUE) {
       continue;
     }
     first = std::min<std::int64_t>(
-        first, av_rescale_q(picture.start_time, picture.time_base, kZelTimeBase));
+        first, av_rescale_q(picture.start_time, picture.time_base, media::kTickBase));
   }
   return first;
 }
@@ -115,7 +116,7 @@ std::string PacketSource::WhyNone(AVMediaType type) {
   for (int i = 0; i < streamCount(); ++i) {
     const AVCodecParameters& codec = *stream(i).codecpar;
     if (codec.codec_type != type) continue;
-    if (IsCover(stream(i))) {
+    if (media::IsCover(stream(i))) {
       ++covers;
     } else if (!HasPackets(i)) {
       return "its " + what + " is empty";
@@ -135,7 +136,7 @@ std::string PacketSource::WhyNone(AVMediaType type) {
 /// Reads on, up to the stream's first packet with something in it.
 bool PacketSource::HasPackets(int index) {
   for (int i = 0; i < streamCount(); ++i) Want(i, i == index);
-  const Packet packet(NotNull(av_packet_alloc()));
+  const media::Packet packet(media::NotNull(av_packet_alloc()));
   try {
     while (Read(packet.get())) {
       const bool found = packet->stream_index == index && packet->size > 0;

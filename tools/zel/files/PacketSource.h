@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "media/AvErrors.h"
+#include "media/Ffmpeg.h"
 #include "media/MediaFile.h"
 
 namespace zel::tool {
@@ -35,7 +35,7 @@ class PacketSource {
   /// May read up to the end.
   bool HasPackets(int index);
 
-  MediaFile file_;
+  media::MediaFile file_;
 };
 
 /// Why `path` cannot be opened, for a file that a decoder refused.

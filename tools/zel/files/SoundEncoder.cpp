@@ -7,6 +7,7 @@ extern "C" {
 #include <libavutil/avutil.h>
 }
 
+#include "media/Ticks.h"
 #include "tools/zel/text/Failure.h"
 
 namespace zel::tool {
@@ -51,7 +52,7 @@ SoundEncoder::SoundEncoder(const std::string& file, const Container& container, 
       format_(format),
       outRate_(format.sampleRate),
       layout_(layout),
-      packet_(NotNull(av_packet_alloc())) {
+      packet_(media::NotNull(av_packet_alloc())) {
   if (std::strcmp(container.encoder, "pcm_s16le") == 0) return;
 
   const AVCodec* codec = avcodec_find_encoder_by_name(container.encoder);
@@ -65,7 +66,7 @@ SoundEncoder::SoundEncoder(const std::string& file, const Container& container, 
                             std::to_string(format.channels) + " channels");
   }
 
-  encoder_.reset(NotNull(avcodec_alloc_context3(codec)));
+  encoder_.reset(media::NotNull(avcodec_alloc_context3(codec)));
   encoder_->sample_fmt = UsableFormat(codec);
   encoder_->sample_rate = outRate_;
   encoder_->time_base = TimeBase();
@@ -82,7 +83,7 @@ SoundEncoder::SoundEncoder(const std::string& file, const Container& container, 
   }
   if (const int result = avcodec_open2(encoder_.get(), codec, nullptr); result < 0) {
     throw Failure(file, std::string(container.title) + " (" + codec->name + ") holds no sound of " +
-                            FormatText(format) + ": " + AvText(result));
+                            FormatText(format) + ": " + media::ErrorText(result));
   }
 
   if (encoder_->sample_fmt != AV_SAMPLE_FMT_S16 || outRate_ != format.sampleRate) {
@@ -93,10 +94,10 @@ SoundEncoder::SoundEncoder(const std::string& file, const Container& container, 
                               AV_SAMPLE_FMT_S16, format.sampleRate, 0, nullptr));
     resampler_.reset(resampler);
     Check(swr_init(resampler));
-    converted_.reset(NotNull(av_frame_alloc()));
+    converted_.reset(media::NotNull(av_frame_alloc()));
   }
-  frame_.reset(NotNull(av_frame_alloc()));
-  fifo_.reset(NotNull(
+  frame_.reset(media::NotNull(av_frame_alloc()));
+  fifo_.reset(media::NotNull(
       av_audio_fifo_alloc(encoder_->sample_fmt, format.channels, encoder_->frame_size + 65536)));
 }
 
@@ -116,7 +117,7 @@ void SoundEncoder::Describe(AVCodecParameters* parameters) const {
 }
 
 void SoundEncoder::Start(std::int64_t time) {
-  next_ = av_rescale_q(time, kZelTimeBase, TimeBase());
+  next_ = av_rescale_q(time, media::kTickBase, TimeBase());
 }
 
 void SoundEncoder::Write(const std::uint8_t* pcm, int frames, const Sink& sink) {
@@ -199,7 +200,7 @@ void SoundEncoder::Drain(const Sink& sink) {
 }
 
 void SoundEncoder::Check(int result) const {
-  if (result < 0) throw Failure(file_, "encoding: " + AvText(result));
+  if (result < 0) throw Failure(file_, "encoding: " + media::ErrorText(result));
 }
 
 }  // namespace zel::tool

@@ -5,7 +5,7 @@
 #include <functional>
 #include <string>
 
-#include "media/AvErrors.h"
+#include "media/Ffmpeg.h"
 #include "tools/zel/files/Container.h"
 #include "tools/zel/files/SoundFormat.h"
 
@@ -46,14 +46,14 @@ class SoundEncoder {
   std::string file_;
   SoundFormat format_;
   int outRate_;
-  CodecContext encoder_;  ///< Null: PCM.
+  media::CodecContext encoder_;  ///< Null: PCM.
   AVChannelLayout layout_;
-  Resampler resampler_;  ///< Null: the encoder takes interleaved 16-bit at this rate.
-  Frame converted_;
+  media::Resampler resampler_;  ///< Null: the encoder takes interleaved 16-bit at this rate.
+  media::Frame converted_;
   int convertedRoom_ = 0;
-  Fifo fifo_;
-  Frame frame_;
-  Packet packet_;
+  media::Fifo fifo_;
+  media::Frame frame_;
+  media::Packet packet_;
   std::int64_t next_ = 0;  ///< Time of the next frame, in units of TimeBase().
 };
 

@@ -31,7 +31,7 @@ std::string ReplaceCharacters(std::string_view text, Replace&& replace) {
   result.reserve(text.size());
   while (!text.empty()) {
     std::size_t size = 0;
-    const auto c = static_cast<std::uint32_t>(utf8::DecodeFirst(text, size));
+    const auto c = static_cast<std::uint32_t>(media::DecodeFirst(text, size));
     const std::string escape = replace(c);
     result += escape.empty() ? text.substr(0, size) : std::string_view(escape);
     text.remove_prefix(size);
