@@ -7,7 +7,7 @@
 #include <random>
 #include <vector>
 
-#include "tools/zel/sound/Envelope.h"
+#include "tools/zel/picture/Envelope.h"
 
 namespace zel::tool {
 namespace {

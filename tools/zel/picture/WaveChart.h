@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "tools/zel/picture/PictureFile.h"
-#include "tools/zel/sound/Envelope.h"
+#include "tools/zel/picture/Envelope.h"
 
 namespace zel::tool {
 

@@ -1,4 +1,4 @@
-#include "tools/zel/sound/Envelope.h"
+#include "tools/zel/picture/Envelope.h"
 
 #include <algorithm>
 #include <cmath>
