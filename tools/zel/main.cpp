@@ -1,17 +1,15 @@
 // The `zel` command: picks the subcommand and reports how it ended.
 
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <exception>
-#include <iterator>
 #include <new>
 
 #include "media/Ffmpeg.h"
 #include "tools/zel/commands/CommandLine.h"
 #include "tools/zel/commands/Commands.h"
-#include "tools/zel/files/PendingFile.h"
+#include "tools/zel/files/Interruption.h"
 #include "tools/zel/text/Failure.h"
+#include "tools/zel/text/Output.h"
 #include "tools/zel/text/Text.h"
 
 namespace zel::tool {
@@ -68,19 +66,6 @@ int Run(int argc, char** argv) {
 }
 
 }  // namespace
-
-void Report(const std::exception& failure) {
-  std::fprintf(stderr, "zel: %s\n", Printable(failure.what()).c_str());
-}
-
-void PrintOut(const std::string& text) {
-  errno = 0;
-  if (std::fputs(text.c_str(), stdout) < 0 || std::fflush(stdout) != 0) {
-    if (errno == EPIPE) throw ClosedPipe();
-    throw Failure("standard output", std::strerror(errno));
-  }
-}
-
 }  // namespace zel::tool
 
 int main(int argc, char** argv) {

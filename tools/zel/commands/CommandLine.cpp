@@ -3,8 +3,8 @@
 #include <CLI/CLI.hpp>
 #include <charconv>
 
-#include "tools/zel/commands/Commands.h"
 #include "tools/zel/text/Failure.h"
+#include "tools/zel/text/Output.h"
 
 namespace zel::tool {
 namespace {

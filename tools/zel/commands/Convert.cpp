@@ -3,6 +3,7 @@
 #include "tools/zel/commands/CommandLine.h"
 #include "tools/zel/commands/Commands.h"
 #include "tools/zel/commands/SoundFile.h"
+#include "tools/zel/files/Modules.h"
 #include "tools/zel/files/PacketSource.h"
 #include "tools/zel/sound/ConvertedSound.h"
 #include "tools/zel/text/Failure.h"
@@ -40,10 +41,10 @@ int RunConvert(int argc, char** argv) {
   const Container& container = ContainerOf(output.path);
 
   const PacketSource source(input);
-  const ComPtr<IMediaDecoderMgr> manager = MakeDecoderManager();
+  const Ref<IMediaDecoderMgr> manager = MakeDecoderManager();
   DecodedSound sound = audioStream > 0 ? OpenNumberedSound(manager.get(), input, audioStream)
                                        : selection.Open(manager.get(), input);
-  const ComPtr<IStreamInfo> info = sound.info;
+  const Ref<IStreamInfo> info = sound.info;
   if (wanted.sampleRate == 0) wanted.sampleRate = sound.format().sampleRate;
   if (wanted.channels == 0) wanted.channels = sound.format().channels;
   ConvertedSound converted(std::move(sound), wanted);

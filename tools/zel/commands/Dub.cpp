@@ -2,25 +2,27 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <limits>
-#include <map>
 #include <memory>
+#include <optional>
 #include <vector>
 
-#include "media/Ticks.h"
 #include "tools/zel/commands/CommandLine.h"
 #include "tools/zel/commands/Commands.h"
 #include "tools/zel/commands/Progress.h"
 #include "tools/zel/commands/SoundFile.h"
-#include "tools/zel/files/Host.h"
+#include "tools/zel/files/DecodedSound.h"
 #include "tools/zel/files/MediaWriter.h"
+#include "tools/zel/files/Modules.h"
 #include "tools/zel/files/PacketSource.h"
+#include "tools/zel/files/StreamCopies.h"
 #include "tools/zel/sound/ConvertedSound.h"
 #include "tools/zel/sound/SteadyStream.h"
 #include "tools/zel/text/Delay.h"
 #include "tools/zel/text/Failure.h"
+#include "tools/zel/text/Output.h"
 #include "tools/zel/text/Text.h"
+#include "zel/platform/Types.h"
 #include "zel/sample/Sample.h"
 
 namespace zel::tool {
@@ -38,18 +40,6 @@ struct Options {
 
 std::string LengthText(double seconds) {
   return seconds > 0 ? ClockText(seconds) : "unknown length";
-}
-
-/// Tells whether enough is known of a stream to store it.
-bool IsDescribed(const AVCodecParameters& codec) {
-  switch (codec.codec_type) {
-    case AVMEDIA_TYPE_AUDIO:
-      return codec.sample_rate > 0 && codec.ch_layout.nb_channels > 0;
-    case AVMEDIA_TYPE_VIDEO:
-      return codec.width > 0 && codec.height > 0;
-    default:
-      return true;
-  }
 }
 
 /// One run of the command, from opening to the last line.
@@ -83,10 +73,10 @@ class Dub {
     input_ = OpenNumberedSound(manager_.get(), options_.input, options_.audioStream);
     soundIndex_ = static_cast<int>(input_.info->GetStreamIndex());
 
-    // Time 0 is where the input begins, be it with sound or with a picture.
+    // Time 0 is where the input begins, with sound or with a picture.
     origin_ = source_.BeginningWith(input_.info->GetStartPTS());
     input_.controls->SetTimeOrigin(origin_);
-    // The clocks of broadcasts start anywhere; other containers' time stamps are meant.
+    // The clock of a broadcast may start anywhere. In other containers, time stamps are on purpose.
     const bool anyClock = (source_.context().iformat->flags & AVFMT_TS_DISCONT) != 0;
     shift_ = anyClock ? -origin_ : 0;
   }
@@ -100,37 +90,14 @@ class Dub {
   /// Decides what the output holds.
   void Plan() {
     writer_ = std::make_unique<MediaWriter>(options_.output.path, container_);
+    copies_ =
+        std::make_unique<StreamCopies>(&source_, writer_.get(), container_, options_.output.path);
     for (int i = 0; i < source_.streamCount(); ++i) {
-      const AVStream& stream = source_.stream(i);
       if (i == soundIndex_) {
-        AddSoundLike(writer_.get(), input_.format(), stream, true);
-        continue;
+        AddSoundLike(writer_.get(), input_.format(), source_.stream(i), true);
+      } else {
+        copies_->Add(i);
       }
-      const AVCodecParameters& codec = *stream.codecpar;
-      const char* kind = av_get_media_type_string(codec.codec_type);
-      const std::string what = "#" + std::to_string(i) + " " +
-                               (kind != nullptr ? kind : "unknown") + " (" +
-                               avcodec_get_name(codec.codec_id) + ")";
-      const bool picture = codec.codec_type == AVMEDIA_TYPE_VIDEO && !media::IsCover(stream);
-      if (container_.soundOnly || media::IsCover(stream) || !writer_->Holds(stream)) {
-        if (picture && !container_.soundOnly) {
-          throw Failure(options_.output.path, std::string(container_.title) +
-                                                  " holds no video of codec " +
-                                                  avcodec_get_name(codec.codec_id));
-        }
-        leftOut_ += (leftOut_.empty() ? "" : ", ") + what;
-        continue;
-      }
-      // No container takes what a file that is cut off leaves unknown.
-      if (!IsDescribed(codec)) {
-        if (picture) throw Failure(options_.input, "nothing is known of its stream " + what);
-        leftOut_ += (leftOut_.empty() ? "" : ", ") + what + " of unknown format";
-        continue;
-      }
-      copies_[i] = writer_->AddCopy(stream);
-      copied_ += (copied_.empty() ? "" : ", ") + what;
-      // An attachment has no packets.
-      if (codec.codec_type != AVMEDIA_TYPE_ATTACHMENT) source_.Want(i, true);
     }
     writer_->AddDescription(source_.context(), shift_);
   }
@@ -138,7 +105,8 @@ class Dub {
   std::string Description() const {
     const double length = input_.info->GetLength();
     const double trackLength = track_.info->GetLength();
-    const double start = static_cast<double>(input_.info->GetStartPTS() - origin_) / 1e7;
+    const double start =
+        static_cast<double>(input_.info->GetStartPTS() - origin_) / kTicksPerSecond;
     std::string text = "input:   " + Printable(options_.input) + ", stream #" +
                        std::to_string(soundIndex_) + ": " + FormatText(input_.format()) + ", " +
                        LengthText(length) + "\n";
@@ -153,8 +121,8 @@ class Dub {
     if (writer_->sound().OutRate() != input_.format().sampleRate) {
       text += " at " + std::to_string(writer_->sound().OutRate()) + " Hz";
     }
-    if (!copied_.empty()) text += "; copied: " + copied_;
-    if (!leftOut_.empty()) text += "; left out: " + leftOut_;
+    if (!copies_->Copied().empty()) text += "; copied: " + copies_->Copied();
+    if (!copies_->LeftOut().empty()) text += "; left out: " + copies_->LeftOut();
     text += "\nsilence: " + SilenceText(start, length, trackLength) + "\n";
     return text + "Nothing was written.\n";
   }
@@ -175,30 +143,30 @@ class Dub {
     return text.empty() ? "none" : text;
   }
 
-  /// The delay, moved by at most half a sample to where a sample of the input is: between two of
-  /// them the track would lose its first sample.
+  /// The delay, moved by at most half a sample to the nearest sample of the input. Between two
+  /// samples, the track would lose its first one.
   double DelayOnAnInputSample() const {
-    constexpr std::int64_t kTicks = 10'000'000;  // Time stamps count 100-ns units.
     const std::int64_t start = input_.info->GetStartPTS() - origin_;
     const std::int64_t rate = input_.format().sampleRate;
-    const double ahead = options_.delay - static_cast<double>(start) / kTicks;
+    const double ahead = options_.delay - static_cast<double>(start) / kTicksPerSecond;
     constexpr double kLongest = 1e9;  // Beyond any file, and within reach of the integers below.
     if (ahead < 0 || ahead > kLongest) return options_.delay;
     const std::int64_t sample = std::llround(ahead * static_cast<double>(rate));
-    const std::int64_t time =
-        start + sample / rate * kTicks + (sample % rate * kTicks + rate / 2) / rate;
-    return static_cast<double>(time) / kTicks;
+    const std::int64_t time = start + sample / rate * kTicksPerSecond +
+                              (sample % rate * kTicksPerSecond + rate / 2) / rate;
+    return static_cast<double>(time) / kTicksPerSecond;
   }
 
-  void Pull() {
-    const ComPtr<IAudioCompositor> compositor = MakeCompositor();
-    const ComPtr<SteadyStream> input(new SteadyStream(input_.stream));
-    const ComPtr<SteadyStream> track(new SteadyStream(track_.stream));
+  /// Makes a stream of the input's sound, replaced.
+  Ref<IMediaStream> Compose() {
+    const Ref<IAudioCompositor> compositor = MakeCompositor();
+    const auto input = MakeComponent<SteadyStream>(input_.stream);
+    const auto track = MakeComponent<SteadyStream>(track_.stream);
     const double delay = DelayOnAnInputSample();
     input->SplitAt(delay);
     track->RegroupFor(input_.format().sampleRate);
     track->PadFor(input.get());
-    ComPtr<IMediaStream> output;
+    Ref<IMediaStream> output;
     if (compositor->SetInputAudioStream(input.get()) != S_OK) {
       throw Failure(options_.input, "the compositor does not take its sound");
     }
@@ -207,76 +175,59 @@ class Dub {
     }
     compositor->SetDelayTime(delay);
     compositor->GetOutPutAudioStream(output.Receive());
+    return output;
+  }
 
-    const double length = input_.info->GetLength();
-    Progress progress(length, options_.output.quiet);
-    const int bytesPerSample = 2 * input_.format().channels;
+  void Pull() {
+    const Ref<IMediaStream> output = Compose();
+    Progress progress(input_.info->GetLength(), options_.output.quiet);
     long long frames = 0;
     long long samples = 0;
-    for (;;) {
+    for (;; ++frames) {
       output->Forward();
       CZelSample* sample = output->GetSampleEx();
       if (sample == nullptr) break;
       const MEDIA_FRAME& frame = *sample->GetMediaFrame();
-      if (frame.audio.nChannels * 2 != bytesPerSample ||
-          frame.audio.nSampleRate != input_.format().sampleRate) {
-        throw Failure(options_.input, "the format of its sound changes on the way");
-      }
-      if (frames++ == 0) {
+      if (frames == 0) {
         writer_->Start(options_.output.overwrite, frame.llPTS + origin_ + shift_);
       }
-      CopyUntil(frame.llPTS);
-      const int count = frame.audio.nDataSize / bytesPerSample;
-      writer_->WriteSound(frame.audio.pData, count);
-      samples += count;
+      samples += Write(frame);
       progress.Update(static_cast<double>(samples) / frame.audio.nSampleRate);
     }
     input_.CheckStatus();
     track_.CheckStatus();
     if (frames == 0) throw Failure(options_.input, "its sound is empty");
-    CopyUntil(std::numeric_limits<std::int64_t>::max());
+    copies_->CopyUntil(std::numeric_limits<std::int64_t>::max(), shift_);
     writer_->Finish();
     progress.Clear();
-    if (options_.output.quiet) return;
-
-    const double seconds = static_cast<double>(samples) / input_.format().sampleRate;
-    PrintOut(Printable(options_.output.path) + ": sound of " + Printable(options_.input) +
-             " replaced by " + Printable(options_.track) + " from " + ClockText(options_.delay) +
-             ": " + std::to_string(frames) + " frames, " + progress.Summary(seconds) +
-             (leftOut_.empty() ? "" : "; left out: " + leftOut_) + "\n");
+    if (!options_.output.quiet) PrintOut(ClosingLine(frames, samples, progress));
   }
 
-  /// Copies the packets that come before time `until` (100-ns units).
-  void CopyUntil(std::int64_t until) {
-    while (!copies_.empty() && !copyEnded_) {
-      if (packet_->buf == nullptr) {
-        if (!source_.Read(packet_.get())) {
-          copyEnded_ = true;
-          return;
-        }
-        // A stream that appears on the way has no place in the output.
-        if (!copies_.contains(packet_->stream_index)) {
-          av_packet_unref(packet_.get());
-          continue;
-        }
-      }
-      const AVRational base = source_.stream(packet_->stream_index).time_base;
-      const std::int64_t stamp = packet_->dts != AV_NOPTS_VALUE ? packet_->dts : packet_->pts;
-      if (stamp != AV_NOPTS_VALUE &&
-          av_rescale_q(stamp, base, media::kTickBase) - origin_ > until) {
-        return;
-      }
-      const std::int64_t shift = av_rescale_q(shift_, media::kTickBase, base);
-      if (packet_->pts != AV_NOPTS_VALUE) packet_->pts += shift;
-      if (packet_->dts != AV_NOPTS_VALUE) packet_->dts += shift;
-      writer_->WriteCopy(packet_.get(), copies_.at(packet_->stream_index), base);
+  /// Writes a frame of sound, after the packets that come before it.
+  /// @return the number of its samples
+  int Write(const MEDIA_FRAME& frame) {
+    const SoundFormat format = input_.format();
+    if (frame.audio.nChannels != format.channels || frame.audio.nSampleRate != format.sampleRate) {
+      throw Failure(options_.input, "the format of its sound changes on the way");
     }
+    copies_->CopyUntil(frame.llPTS + origin_, shift_);
+    const int count = frame.audio.nDataSize / (2 * format.channels);
+    writer_->WriteSound(frame.audio.pData, count);
+    return count;
+  }
+
+  std::string ClosingLine(long long frames, long long samples, const Progress& progress) const {
+    const double seconds = static_cast<double>(samples) / input_.format().sampleRate;
+    return Printable(options_.output.path) + ": sound of " + Printable(options_.input) +
+           " replaced by " + Printable(options_.track) + " from " + ClockText(options_.delay) +
+           ": " + std::to_string(frames) + " frames, " + progress.Summary(seconds) +
+           (copies_->LeftOut().empty() ? "" : "; left out: " + copies_->LeftOut()) + "\n";
   }
 
   const Options& options_;
   const Container& container_;
   PacketSource source_;
-  ComPtr<IMediaDecoderMgr> manager_;
+  Ref<IMediaDecoderMgr> manager_;
   DecodedSound input_;
   DecodedSound track_;
   SoundFormat fileFormat_ = {};  ///< The track's own format.
@@ -285,11 +236,7 @@ class Dub {
   std::int64_t shift_ = 0;   ///< From the input's time stamps to the output's.
 
   std::unique_ptr<MediaWriter> writer_;
-  std::map<int, int> copies_;  ///< Copied streams: index in the input, index in the output.
-  std::string copied_;
-  std::string leftOut_;
-  media::Packet packet_{media::NotNull(av_packet_alloc())};  ///< The next one to copy.
-  bool copyEnded_ = false;
+  std::unique_ptr<StreamCopies> copies_;
 };
 
 }  // namespace

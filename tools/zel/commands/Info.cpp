@@ -13,9 +13,11 @@
 #include "media/Utf8.h"
 #include "tools/zel/commands/CommandLine.h"
 #include "tools/zel/commands/Commands.h"
-#include "tools/zel/files/Host.h"
+#include "tools/zel/files/MediaPrograms.h"
+#include "tools/zel/files/Modules.h"
 #include "tools/zel/text/Delay.h"
 #include "tools/zel/text/Failure.h"
+#include "tools/zel/text/Output.h"
 #include "tools/zel/text/Text.h"
 
 namespace zel::tool {
@@ -45,7 +47,7 @@ std::string TextOf(Object* object, HRESULT (Object::*getter)(wchar_t**)) {
 
 std::string ProgramName(IProgramInfo* program) {
   for (const StreamKind kind : kStreamKinds) {
-    for (const ComPtr<IStreamInfo>& stream : StreamsOf(program, kind)) {
+    for (const Ref<IStreamInfo>& stream : StreamsOf(program, kind)) {
       for (unsigned long i = 0; i < stream->GetExtraDataCount(); ++i) {
         const SStreamExtraData* block = stream->GetExtraData(i);
         if (block == nullptr || block->type != kernaldec::kProgramNameBlock) continue;
@@ -85,7 +87,7 @@ double FrameRate(const VideoFormat& video) {
 }
 
 double StartSeconds(IStreamInfo* stream) {
-  return static_cast<double>(stream->GetStartPTS()) / 1e7;
+  return static_cast<double>(stream->GetStartPTS()) / kTicksPerSecond;
 }
 
 // ---- For programs -------------------------------------------------------------------------------
@@ -138,10 +140,10 @@ Json StreamJson(IStreamInfo* stream, StreamKind kind) {
 
 Json FileJson(const std::string& path, std::int64_t size, IMediaInfo* media) {
   Json programs = Json::array();
-  for (const ComPtr<IProgramInfo>& program : ProgramsOf(media)) {
+  for (const Ref<IProgramInfo>& program : ProgramsOf(media)) {
     Json streams = Json::array();
     for (const StreamKind kind : kStreamKinds) {
-      for (const ComPtr<IStreamInfo>& stream : StreamsOf(program.get(), kind)) {
+      for (const Ref<IStreamInfo>& stream : StreamsOf(program.get(), kind)) {
         streams.push_back(StreamJson(stream.get(), kind));
       }
     }
@@ -275,7 +277,7 @@ std::string FileText(const std::string& path, std::int64_t size, IMediaInfo* med
       .Add(SizeText(size))
       .Add(RateText(media->GetBitrate()));
   std::string text = Printable(path) + "\n  " + file.text() + "\n";
-  for (const ComPtr<IProgramInfo>& program : ProgramsOf(media)) {
+  for (const Ref<IProgramInfo>& program : ProgramsOf(media)) {
     text += "  program " + std::to_string(program->GetID());
     const std::int32_t number = program->GetNumber();
     if (static_cast<std::uint32_t>(number) != program->GetID()) {
@@ -286,7 +288,7 @@ std::string FileText(const std::string& path, std::int64_t size, IMediaInfo* med
     }
     text += "\n";
     for (const StreamKind kind : kStreamKinds) {
-      for (const ComPtr<IStreamInfo>& stream : StreamsOf(program.get(), kind)) {
+      for (const Ref<IStreamInfo>& stream : StreamsOf(program.get(), kind)) {
         text += StreamText(stream.get(), kind);
       }
     }
@@ -309,14 +311,14 @@ int RunInfo(int argc, char** argv) {
   line.AddFlag("--json", &json, "Write JSON, with the keys that the manual lists");
   if (!line.Parse(argc, argv)) return kDone;
 
-  const ComPtr<IMediaDecoderMgr> manager = MakeDecoderManager();
+  const Ref<IMediaDecoderMgr> manager = MakeDecoderManager();
   Json all = Json::array();
   bool failed = false;
   bool first = true;
   for (const std::string& path : files) {
     std::string text;
     try {
-      const ComPtr<IMediaInfo> media = OpenMedia(manager.get(), path);
+      const Ref<IMediaInfo> media = OpenMedia(manager.get(), path);
       if (json) {
         all.push_back(FileJson(path, SizeOf(path), media.get()));
       } else {

@@ -5,6 +5,7 @@
 #include "tools/zel/commands/CommandLine.h"
 #include "tools/zel/commands/Commands.h"
 #include "tools/zel/commands/SoundFile.h"
+#include "tools/zel/files/Modules.h"
 #include "tools/zel/files/PacketSource.h"
 #include "tools/zel/sound/BlockMixer.h"
 #include "tools/zel/sound/ConvertedSound.h"
@@ -37,7 +38,7 @@ int RunMix(int argc, char** argv) {
   const Container& container = ContainerOf(output.path);
 
   const PacketSource first(inputs[0]);
-  const ComPtr<IMediaDecoderMgr> manager = MakeDecoderManager();
+  const Ref<IMediaDecoderMgr> manager = MakeDecoderManager();
   SoundFormat format;
   int firstIndex = 0;
   double length = 0;

@@ -6,7 +6,6 @@
 
 #include "tools/zel/files/Container.h"
 #include "tools/zel/files/PendingFile.h"
-#include "tools/zel/picture/PictureFile.h"
 #include "tools/zel/text/Failure.h"
 
 namespace zel::tool {
@@ -61,10 +60,6 @@ void SelectionOptions::AddTo(CommandLine* line, const std::string& file) {
 
 DecodedSound SelectionOptions::Open(IMediaDecoderMgr* manager, const std::string& path) const {
   return OpenSound(manager, path, SelectSound(manager, path, program, stream));
-}
-
-std::string SizeText(const PictureSize& size) {
-  return std::to_string(size.width) + "x" + std::to_string(size.height);
 }
 
 PictureSize ParseSize(const std::string& option, const std::string& text,

@@ -9,7 +9,8 @@
 #include <vector>
 
 #include "tools/zel/commands/CommandLine.h"
-#include "tools/zel/files/Host.h"
+#include "tools/zel/files/DecodedSound.h"
+#include "tools/zel/picture/PictureFile.h"
 
 namespace zel::tool {
 
@@ -44,15 +45,6 @@ struct SelectionOptions {
   /// Opens what was chosen of `path`. @throws Failure
   DecodedSound Open(IMediaDecoderMgr* manager, const std::string& path) const;
 };
-
-/// Width and height in pixels.
-struct PictureSize {
-  int width;
-  int height;
-};
-
-/// "640x360".
-std::string SizeText(const PictureSize& size);
 
 /// Parses the value of `option`, a size of `least` to kMaxPictureSide in both directions.
 /// @throws UsageError

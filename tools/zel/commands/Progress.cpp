@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "tools/zel/files/PendingFile.h"
+#include "tools/zel/files/Interruption.h"
 #include "tools/zel/text/Delay.h"
 
 namespace zel::tool {
@@ -45,8 +45,7 @@ void Progress::Update(double done) {
 
 void Progress::Clear() {
   if (!shown_) return;
-  constexpr char clear[] = "\r\033[K";
-  [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, clear, sizeof(clear) - 1);
+  [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, kClearLine, sizeof(kClearLine) - 1);
   shown_ = false;
   SetLineToClear(false);
 }

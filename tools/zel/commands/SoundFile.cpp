@@ -3,6 +3,7 @@
 #include "tools/zel/commands/Commands.h"
 #include "tools/zel/commands/Progress.h"
 #include "tools/zel/text/Failure.h"
+#include "tools/zel/text/Output.h"
 #include "tools/zel/text/Text.h"
 
 namespace zel::tool {

@@ -9,13 +9,15 @@
 #include "tools/zel/commands/Options.h"
 #include "tools/zel/commands/Progress.h"
 #include "tools/zel/commands/SoundFile.h"
-#include "tools/zel/files/Host.h"
+#include "tools/zel/files/DecodedSound.h"
+#include "tools/zel/files/Modules.h"
 #include "tools/zel/files/PacketSource.h"
 #include "tools/zel/picture/PictureFile.h"
 #include "tools/zel/picture/WaveChart.h"
 #include "tools/zel/sound/SteadyStream.h"
 #include "tools/zel/text/Delay.h"
 #include "tools/zel/text/Failure.h"
+#include "tools/zel/text/Output.h"
 #include "tools/zel/text/Text.h"
 #include "zel/sample/Sample.h"
 
@@ -49,7 +51,7 @@ Source Open(IMediaDecoderMgr* manager, const std::string& path) {
 Wave Read(const Source& source, double before, Progress* progress) {
   const SoundFormat format = source.sound.format();
   Wave wave{Printable(source.path), "", 0, format.sampleRate, Envelope(format.channels)};
-  const ComPtr<SteadyStream> stream(new SteadyStream(source.sound.stream));
+  const auto stream = MakeComponent<SteadyStream>(source.sound.stream);
   for (;;) {
     stream->Forward();
     CZelSample* sample = stream->GetSampleEx();
@@ -58,7 +60,8 @@ Wave Read(const Source& source, double before, Progress* progress) {
     if (frame.audio.nChannels != format.channels || frame.audio.nSampleRate != format.sampleRate) {
       throw Failure(source.path, "the format of its sound changes on the way");
     }
-    if (wave.envelope.frames() == 0) wave.start = static_cast<double>(frame.llPTS) / 1e7;
+    if (wave.envelope.frames() == 0)
+      wave.start = static_cast<double>(frame.llPTS) / kTicksPerSecond;
     wave.envelope.Add(reinterpret_cast<const short*>(frame.audio.pData),
                       frame.audio.nDataSize / (2 * format.channels));
     progress->Update(before + static_cast<double>(wave.envelope.frames()) / format.sampleRate);
@@ -73,7 +76,7 @@ void Run(const Options& options) {
   PictureFormatOf(options.output.path);
   options.output.Check(options.files);
 
-  const ComPtr<IMediaDecoderMgr> manager = MakeDecoderManager();
+  const Ref<IMediaDecoderMgr> manager = MakeDecoderManager();
   std::vector<Source> sources;
   double total = 0;
   for (const std::string& path : options.files) {

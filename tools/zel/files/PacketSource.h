@@ -14,34 +14,34 @@ class PacketSource {
   /// @throws Failure
   explicit PacketSource(const std::string& path);
 
+  const std::string& path() const { return file_.path(); }
   const AVFormatContext& context() const { return *file_.format(); }
   const AVStream& stream(int index) const { return *file_.stream(index); }
   int streamCount() const { return static_cast<int>(context().nb_streams); }
 
-  /// The time stamp, in 100-ns units, of where the file begins: with `first`, the first sound, or
-  /// with a picture that comes before it.
+  /// The time stamp, in 100-ns units, at which the file begins: `first`, that of its first sound,
+  /// or the time stamp of an earlier picture.
   std::int64_t BeginningWith(std::int64_t first) const;
-  /// Why there is no stream of `type` to be had, for a file whose decoder gave none. Reads on to
-  /// find out: what Want chose, and the place in the file, are lost.
+  /// Says why a file's decoder gave no stream of `type`. Reads the file to find out: afterwards
+  /// another stream may be wanted, and the position in the file is another one.
   std::string WhyNone(AVMediaType type);
 
-  /// Chooses whether Read yields packets of a stream; at first none does.
+  /// Chooses whether Read yields packets of a stream. At first it yields none.
   void Want(int index, bool wanted);
   /// Reads the next packet of a wanted stream.
   /// @return false at the file's end. @throws Failure
   bool Read(AVPacket* packet);
 
  private:
-  /// May read up to the end.
   bool HasPackets(int index);
 
   media::MediaFile file_;
 };
 
-/// Why `path` cannot be opened, for a file that a decoder refused.
+/// Says why a decoder refused to open `path`.
 std::string WhyNotOpened(const std::string& path);
 
-/// Why `path` cannot be used as a source of sound, for a file that a decoder refused.
+/// Says why a decoder found no sound in `path`.
 std::string WhyNoSound(const std::string& path);
 
 }  // namespace zel::tool

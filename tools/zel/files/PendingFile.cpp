@@ -2,12 +2,10 @@
 
 #include <fcntl.h>
 #include <linux/fs.h>
-#include <signal.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -15,116 +13,101 @@
 #include <cstring>
 #include <random>
 
+#include "tools/zel/files/Interruption.h"
 #include "tools/zel/text/Failure.h"
 
 namespace zel::tool {
 namespace {
 
-// What the signal handler reads: an array, because a handler can take no lock to follow a string.
-char g_pending[PATH_MAX + 16];
-std::atomic<bool> g_hasPending = false;
-std::atomic<bool> g_lineToClear = false;
-
-/// Blocks all signals for as long as it lives.
-class SignalsHeld {
- public:
-  SignalsHeld() {
-    sigset_t all;
-    sigfillset(&all);
-    sigprocmask(SIG_BLOCK, &all, &before_);
-  }
-  ~SignalsHeld() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
-  SignalsHeld(const SignalsHeld&) = delete;
-  SignalsHeld& operator=(const SignalsHeld&) = delete;
-
- private:
-  sigset_t before_;
-};
-
-extern "C" void EndBySignal(int signal) {
-  if (g_hasPending.load()) unlink(g_pending);
-  if (g_lineToClear.load()) {
-    constexpr char clear[] = "\r\033[K";
-    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, clear, sizeof(clear) - 1);
-  }
-  _exit(128 + signal);
-}
-
 Failure SystemFailure(const std::string& path, int error) {
   return {path, std::strerror(error)};
 }
 
-/// Gives the pending file the name `target`, which somebody may have given to a file meanwhile:
-/// that must not be replaced.
+Failure ExistsAlready(const std::string& path) {
+  return {path, "exists already (--overwrite replaces it)"};
+}
+
+/// Renames a file, unless there is one of the name `target`: somebody may have made one meanwhile,
+/// and it must stay.
 /// @return 0 or an errno.
-int MoveToNewName(const char* target) {
-  if (syscall(SYS_renameat2, AT_FDCWD, g_pending, AT_FDCWD, target, RENAME_NOREPLACE) == 0)
-    return 0;
+int MoveToNewName(const char* file, const char* target) {
+  if (syscall(SYS_renameat2, AT_FDCWD, file, AT_FDCWD, target, RENAME_NOREPLACE) == 0) return 0;
   if (errno == EEXIST) return EEXIST;
-  // File systems without that way mostly have hard links, and any can create a file only where
-  // there is none.
-  if (link(g_pending, target) == 0) {
-    unlink(g_pending);
+  // File systems without this call mostly have hard links.
+  if (link(file, target) == 0) {
+    unlink(file);
     return 0;
   }
   if (errno == EEXIST) return EEXIST;
-  // A signal in between would leave the empty file behind.
+  // All can create a file only where there is none. A signal before the rename would leave the
+  // empty file behind.
   const SignalsHeld held;
   const int placeholder = open(target, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
   if (placeholder < 0) return errno;
   close(placeholder);
-  if (rename(g_pending, target) == 0) return 0;
+  if (rename(file, target) == 0) return 0;
   const int error = errno;
   unlink(target);
   return error;
 }
 
+/// Where a new file goes, and the mode that it gets.
 struct Place {
   std::string target;
   std::string folder;
   mode_t mode;
 };
 
-/// Where `path` leads, after all the checks that can be made before anything is written.
+mode_t ModeOfNewFiles() {
+  const mode_t mask = umask(0);
+  umask(mask);
+  return 0666 & ~mask;
+}
+
+/// Follows the link `path`.
+/// @throws Failure
+std::string TargetOfLink(const std::string& path) {
+  char resolved[PATH_MAX];
+  if (realpath(path.c_str(), resolved) != nullptr) return resolved;
+  if (errno == ENOENT) throw Failure(path, "is a link that leads nowhere");
+  throw SystemFailure(path, errno);
+}
+
+/// Finds out what is at `path` now, and whether it may be replaced. Leaves the folder empty.
+/// @throws Failure
+Place FindTarget(const std::string& path, bool overwrite) {
+  struct stat there = {};
+  if (lstat(path.c_str(), &there) != 0) {
+    if (errno != ENOENT) throw SystemFailure(path, errno);
+    return {path, {}, ModeOfNewFiles()};
+  }
+  Place place{path, {}, 0};
+  if (S_ISLNK(there.st_mode)) {
+    place.target = TargetOfLink(path);
+    if (stat(place.target.c_str(), &there) != 0) throw SystemFailure(path, errno);
+  }
+  if (S_ISDIR(there.st_mode)) throw SystemFailure(path, EISDIR);
+  if (!S_ISREG(there.st_mode)) throw Failure(path, "not a regular file");
+  if (!overwrite) throw ExistsAlready(path);
+  if (access(place.target.c_str(), W_OK) != 0) throw SystemFailure(path, errno);
+  place.mode = there.st_mode & 0777;
+  return place;
+}
+
+/// Makes all checks that can be made before anything is written.
+/// @throws Failure
 Place FindPlace(const std::string& path, bool overwrite) {
   if (path.empty()) throw Failure("", "a file needs a name");
-  Place place{path, {}, 0};
-  struct stat there = {};
-  if (lstat(path.c_str(), &there) == 0) {
-    if (S_ISLNK(there.st_mode)) {
-      char resolved[PATH_MAX];
-      if (realpath(path.c_str(), resolved) == nullptr) {
-        if (errno == ENOENT) throw Failure(path, "is a link that leads nowhere");
-        throw SystemFailure(path, errno);
-      }
-      place.target = resolved;
-      if (stat(resolved, &there) != 0) throw SystemFailure(path, errno);
-    }
-    if (S_ISDIR(there.st_mode)) throw SystemFailure(path, EISDIR);
-    if (!S_ISREG(there.st_mode)) throw Failure(path, "not a regular file");
-    if (!overwrite) throw Failure(path, "exists already (--overwrite replaces it)");
-    if (access(place.target.c_str(), W_OK) != 0) throw SystemFailure(path, errno);
-    place.mode = there.st_mode & 0777;
-  } else if (errno != ENOENT) {
-    throw SystemFailure(path, errno);
-  } else {
-    const mode_t mask = umask(0);
-    umask(mask);
-    place.mode = 0666 & ~mask;
-  }
-  const std::size_t slash = place.target.rfind('/');
-  place.folder = slash == std::string::npos ? "." : place.target.substr(0, slash + 1);
-  if (slash != std::string::npos && slash + 1 == place.target.size()) {
-    throw SystemFailure(path, EISDIR);
-  }
+  Place place = FindTarget(path, overwrite);
+  const std::size_t name = place.target.rfind('/') + 1;  // 0 without a slash.
+  place.folder = name == 0 ? "." : place.target.substr(0, name);
+  if (name == place.target.size()) throw SystemFailure(path, EISDIR);
   struct stat folder = {};
   if (stat(place.folder.c_str(), &folder) != 0) {
     throw Failure(path, errno == ENOENT ? "its folder does not exist" : std::strerror(errno));
   }
   if (access(place.folder.c_str(), W_OK | X_OK) != 0) throw SystemFailure(path, errno);
-  if (place.target.size() - (slash == std::string::npos ? 0 : slash + 1) > NAME_MAX) {
-    throw SystemFailure(path, ENAMETOOLONG);
-  }
+  if (place.target.size() - name > NAME_MAX) throw SystemFailure(path, ENAMETOOLONG);
   return place;
 }
 
@@ -134,28 +117,34 @@ PendingFile::PendingFile(const std::string& path, bool overwrite)
     : path_(path), overwrite_(overwrite) {
   const Place place = FindPlace(path, overwrite);
   target_ = place.target;
-  std::random_device random;
-  int error;
-  do {
-    char name[32];
-    std::snprintf(name, sizeof(name), ".zel-%08x", random());
-    const std::string pending = place.folder + "/" + name;
-    if (pending.size() >= sizeof(g_pending)) throw SystemFailure(path, ENAMETOOLONG);
-    std::memcpy(g_pending, pending.c_str(), pending.size() + 1);
-
-    // A signal between the two steps would leave the file behind.
-    const SignalsHeld held;
-    fd_ = open(g_pending, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, place.mode | 0600);
-    error = errno;
-    g_hasPending = fd_ >= 0;
-  } while (fd_ < 0 && error == EEXIST);
-  if (fd_ < 0) throw SystemFailure(path, error);
-  // A file system without modes does without.
-  [[maybe_unused]] const int ignored = fchmod(fd_, place.mode);
+  Create(place.folder, place.mode);
 }
 
 PendingFile::~PendingFile() {
-  Discard();
+  if (fd_ >= 0) close(fd_);
+  if (!pending_.empty()) unlink(pending_.c_str());
+  SetFileToRemove(nullptr);
+}
+
+void PendingFile::Create(const std::string& folder, unsigned mode) {
+  std::random_device random;
+  int error = EEXIST;
+  while (fd_ < 0 && error == EEXIST) {
+    char name[32];
+    std::snprintf(name, sizeof(name), "/.zel-%08x", random());
+    const std::string pending = folder + name;
+    if (pending.size() >= PATH_MAX) throw SystemFailure(path_, ENAMETOOLONG);
+    // A signal between the two steps would leave the file behind.
+    const SignalsHeld held;
+    fd_ = open(pending.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode | 0600);
+    error = errno;
+    if (fd_ < 0) continue;
+    SetFileToRemove(pending.c_str());
+    pending_ = pending;
+  }
+  if (fd_ < 0) throw SystemFailure(path_, error);
+  // Some file systems have no modes.
+  [[maybe_unused]] const int ignored = fchmod(fd_, mode);
 }
 
 void PendingFile::Check(const std::string& path, bool overwrite) {
@@ -191,40 +180,16 @@ void PendingFile::Commit() {
   fd_ = -1;
   // Network file systems report a full disk only now.
   if (closed != 0) throw SystemFailure(path_, errno);
-  if (overwrite_) {
-    if (rename(g_pending, target_.c_str()) != 0) throw SystemFailure(path_, errno);
-    g_hasPending = false;
-    return;
+  int error = 0;
+  if (!overwrite_) {
+    error = MoveToNewName(pending_.c_str(), target_.c_str());
+  } else if (rename(pending_.c_str(), target_.c_str()) != 0) {
+    error = errno;
   }
-  if (const int error = MoveToNewName(target_.c_str()); error != 0) {
-    if (error == EEXIST) throw Failure(path_, "exists already (--overwrite replaces it)");
-    throw SystemFailure(path_, error);
-  }
-  g_hasPending = false;
-}
-
-void PendingFile::Discard() {
-  if (fd_ >= 0) close(fd_);
-  fd_ = -1;
-  if (g_hasPending.load()) unlink(g_pending);
-  g_hasPending = false;
-}
-
-void InstallSignalHandlers() {
-  for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
-    struct sigaction action = {};
-    if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) continue;
-    action = {};
-    action.sa_handler = EndBySignal;
-    action.sa_flags = SA_RESTART;
-    sigaction(signal, &action, nullptr);
-  }
-  signal(SIGPIPE, SIG_IGN);
-  signal(SIGXFSZ, SIG_IGN);
-}
-
-void SetLineToClear(bool set) {
-  g_lineToClear = set;
+  if (error == EEXIST && !overwrite_) throw ExistsAlready(path_);
+  if (error != 0) throw SystemFailure(path_, error);
+  pending_.clear();
+  SetFileToRemove(nullptr);
 }
 
 }  // namespace zel::tool

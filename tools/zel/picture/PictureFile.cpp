@@ -109,9 +109,9 @@ void PutPng(PendingFile* file, const std::string& path, const PackedPicture& pic
   png.image.height = static_cast<png_uint_32>(picture.height);
   png.image.format = PNG_FORMAT_BGR;
   png_alloc_size_t size = PNG_IMAGE_PNG_SIZE_MAX(png.image);
-  // Not a vector: of this much, most is never touched.
+  // Not a vector, which would touch all of it; most stays unused.
   const std::unique_ptr<std::uint8_t[]> bytes(new std::uint8_t[size]);
-  // A negative distance tells that the bottom row comes first.
+  // A negative pitch says that the bottom row comes first.
   if (png_image_write_to_memory(&png.image, bytes.get(), &size, 0, picture.bytes.data(),
                                 -static_cast<png_int_32>(picture.pitch), nullptr) == 0) {
     throw Failure(path, png.image.message);
@@ -120,6 +120,10 @@ void PutPng(PendingFile* file, const std::string& path, const PackedPicture& pic
 }
 
 }  // namespace
+
+std::string SizeText(const PictureSize& size) {
+  return std::to_string(size.width) + "x" + std::to_string(size.height);
+}
 
 std::string KnownPictureSuffixes() {
   std::string text;
@@ -163,7 +167,6 @@ AlphaPicture ReadPng(const std::string& path) {
   if (stat(path.c_str(), &there) != 0) throw Failure(path, std::strerror(errno));
   if (S_ISDIR(there.st_mode)) throw Failure(path, std::strerror(EISDIR));
   if (!S_ISREG(there.st_mode)) throw Failure(path, "not a regular file");
-
   if (there.st_size == 0) throw Failure(path, "the file is empty");
 
   const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(path.c_str(), "rb"));
@@ -173,7 +176,8 @@ AlphaPicture ReadPng(const std::string& path) {
   if (count > 0 && png_sig_cmp(head, 0, count) != 0) throw Failure(path, "is no PNG file");
   std::rewind(file.get());
   PngImage png;
-  // libpng tells an end that comes too early, a bad disk and a bad picture apart poorly.
+  // libpng's message does not tell whether the file is cut off, the disk failed or the picture is
+  // bad.
   const auto check = [&](int done) {
     if (done != 0) return;
     throw Failure(path, std::ferror(file.get()) != 0 ? "reading failed"
@@ -181,15 +185,15 @@ AlphaPicture ReadPng(const std::string& path) {
                                                      : png.image.message);
   };
   check(png_image_begin_read_from_stdio(&png.image, file.get()));
-  AlphaPicture picture;
   if (png.image.width > kMaxPictureSide || png.image.height > kMaxPictureSide) {
     throw Failure(path, "a picture of " + std::to_string(png.image.width) + "x" +
                             std::to_string(png.image.height) + " is too large");
   }
+  AlphaPicture picture;
   picture.width = static_cast<int>(png.image.width);
   picture.height = static_cast<int>(png.image.height);
   png.image.format = PNG_FORMAT_BGRA;
-  // Else 16-bit files without a gamma would be taken for linear light.
+  // Without this flag, libpng takes 16-bit files without a gamma for linear light.
   png.image.flags |= PNG_IMAGE_FLAG_16BIT_sRGB;
   picture.pixels.resize(4 * static_cast<std::size_t>(picture.width) * picture.height);
   check(png_image_finish_read(&png.image, nullptr, picture.pixels.data(), 0, nullptr));

@@ -11,6 +11,15 @@ namespace zel::tool {
 /// Longest side of a picture that is read or written: what video frames can have.
 inline constexpr int kMaxPictureSide = 16384;
 
+/// Width and height in pixels.
+struct PictureSize {
+  int width;
+  int height;
+};
+
+/// "640x360".
+std::string SizeText(const PictureSize& size);
+
 /// A picture in memory, read only: 4 bytes per pixel, blue, green, red and one that is ignored.
 struct PixelView {
   const std::uint8_t* top;  ///< The picture's top row.

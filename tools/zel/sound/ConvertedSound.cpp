@@ -7,7 +7,7 @@ namespace {
 
 constexpr std::int64_t kFarthestRates = 1000;
 
-/// What the library's converter can do without going silent.
+/// Whether the library's converter has a rule for these channels. It gives silence without one.
 bool ConverterHas(int from, int to) {
   return from == to || (from >= 1 && from <= 8 && (to == 1 || to == 2 || to == 6));
 }
@@ -33,7 +33,9 @@ void PrepareConversion(DecodedSound* sound, SoundFormat wanted) {
 }
 
 ConvertedSound::ConvertedSound(DecodedSound sound, SoundFormat wanted)
-    : sound_(std::move(sound)), wanted_(wanted), stream_(new SteadyStream(sound_.stream)) {
+    : sound_(std::move(sound)),
+      wanted_(wanted),
+      stream_(MakeComponent<SteadyStream>(sound_.stream)) {
   PrepareConversion(&sound_, wanted);
   stream_->RegroupFor(wanted.sampleRate);
 }
@@ -44,7 +46,8 @@ int ConvertedSound::Read(short* out, int samples) {
   return converter_ ? converter_->Get(out, samples) : 0;
 }
 
-/// Converts the next block. Returns false at the end.
+/// Converts the next block.
+/// @return false at the end
 bool ConvertedSound::PutNext() {
   stream_->Forward();
   CZelSample* sample = stream_->GetSampleEx();

@@ -5,16 +5,15 @@
 #include <cstdlib>
 #include <limits>
 
-#include "zel/base/Ids.h"
+#include "zel/platform/Types.h"
 
 namespace zel::tool {
 namespace {
 
-constexpr std::int64_t kTicksPerSecond = 10'000'000;
-/// No recording has such holes: its clock has jumped, and the sound goes on.
+/// A longer hole is none: the clock of the recording has jumped, and the sound goes on.
 constexpr std::int64_t kClockJump = 600 * kTicksPerSecond;
-/// Samples of a regrouped frame: the fewest, and how many more may be looked through for a good
-/// end. Among 4,096 neighbours one lies within some 1/4,096 of a sample of a whole number.
+/// Samples of a regrouped frame: the fewest, and how many more to try for a good end. Of 4,096
+/// neighbours, one converts to a whole number of samples but for about 1/4,096.
 constexpr std::int64_t kShortestGroup = 1024;
 constexpr std::int64_t kGroupChoice = 4096;
 
@@ -24,7 +23,7 @@ int BytesPerSample(const MEDIA_FRAME& frame) {
 
 }  // namespace
 
-SteadyStream::SteadyStream(ComPtr<IMediaStream> inner)
+SteadyStream::SteadyStream(Ref<IMediaStream> inner)
     : inner_(std::move(inner)), sample_(AV_STREAM_AUDIO, FRAME_DATA_DECODED) {
   sample_.FrameAttach(&window_);
 }
@@ -68,8 +67,8 @@ void SteadyStream::Next() {
   }
 }
 
-/// Makes the inner stream's next frame with new samples the block. Leaves `left_` 0 at its end and,
-/// with `sameFormat`, before a frame of another format.
+/// Makes the inner stream's next frame with new samples the block. `left_` stays 0 at the stream's
+/// end and, with `sameFormat`, before a frame of another format.
 void SteadyStream::LoadBlock(bool sameFormat) {
   while (!drained_) {
     if (!waiting_) inner_->Forward();
@@ -85,15 +84,16 @@ void SteadyStream::LoadBlock(bool sameFormat) {
     if (sameFormat && !same) return;
     waiting_ = false;
     if (!sameRate) timed_ = false;
-    if (!same) converted_ = 0;  // A converter starts anew, too.
+    if (!same) converted_ = 0;  // The converter starts anew, too.
     block_ = *frame;
     left_ = block_.audio.nDataSize / BytesPerSample(block_);
     if (left_ > 0 && Align()) return;
   }
 }
 
-/// Finds out how the block's time continues what was given before.
-/// @return false when nothing of it is new.
+/// Compares the block's time with the end of what was given before: sets the hole before it, and
+/// drops samples that were given already.
+/// @return false when no samples are left
 bool SteadyStream::Align() {
   if (!timed_) {
     timed_ = true;
@@ -165,11 +165,11 @@ void SteadyStream::Group() {
   Show(group_.data(), length - missing);
 }
 
-/// How many samples the next regrouped frame shall have.
+/// The number of samples of the next regrouped frame.
 std::int64_t SteadyStream::GroupLength() const {
   const std::int64_t rate = block_.audio.nSampleRate;
   const std::int64_t step = groupFor_ % rate;
-  // What is over a whole number of converted samples, in units of 1 / rate of one.
+  // How far the frame's end lies behind a whole number of converted samples, in 1 / rate of one.
   std::int64_t over = (converted_ + kShortestGroup) % rate * step % rate;
   std::int64_t best = 0;
   std::int64_t least = std::numeric_limits<std::int64_t>::max();
@@ -185,7 +185,7 @@ std::int64_t SteadyStream::GroupLength() const {
   return kShortestGroup + best;
 }
 
-/// Shows silence after the end, once.
+/// Shows the silence after the end.
 void SteadyStream::Pad() {
   if (padFor_ == nullptr || block_.audio.nChannels <= 0) return;
   // A rate conversion may yield some samples fewer than the ratio of the rates says.
@@ -215,13 +215,12 @@ std::int64_t SteadyStream::TimeOf(std::int64_t sample) const {
          (sample % rate * kTicksPerSecond + rate / 2) / rate;
 }
 
-/// How many of the next `count` samples come before a frame must end for the split: all, unless it
-/// falls between them.
+/// How many of the next `count` samples come before the split: all, unless it falls between them.
 std::int64_t SteadyStream::SamplesBeforeSplit(std::int64_t count) const {
   if (!split_) return count;
-  // The very comparison by which the compositor silences a frame.
+  // Exactly the comparison by which the compositor silences a frame.
   const auto before = [&](std::int64_t sample) {
-    return static_cast<double>(TimeOf(sample)) / 10'000'000 - *split_ < 0;
+    return static_cast<double>(TimeOf(sample)) / kTicksPerSecond - *split_ < 0;
   };
   if (!before(position_) || before(position_ + count - 1)) return count;
   std::int64_t low = position_;
@@ -233,37 +232,12 @@ std::int64_t SteadyStream::SamplesBeforeSplit(std::int64_t count) const {
   return high - position_;
 }
 
-HRESULT SteadyStream::QueryInterface(const _GUID& riid, void** ppv) {
-  if (ppv == nullptr) return E_POINTER;
-  *ppv = nullptr;
-  if (!ZelIsEqualGUID(riid, IID_IUnknown) && !ZelIsEqualGUID(riid, IID_IMediaStream)) {
-    return E_NOINTERFACE;
-  }
-  *ppv = static_cast<IMediaStream*>(this);
-  AddRef();
-  return S_OK;
-}
-
-ULONG SteadyStream::AddRef() {
-  return ++references_;
-}
-
-ULONG SteadyStream::Release() {
-  const ULONG left = --references_;
-  if (left == 0) delete this;
-  return left;
-}
-
 HRESULT SteadyStream::GetStreamInfo(IStreamInfo** ppInfo) {
   return inner_->GetStreamInfo(ppInfo);
 }
 
 HRESULT SteadyStream::ChangeStream(int index) {
   return inner_->ChangeStream(index);
-}
-
-int SteadyStream::Backward() {
-  return -1;
 }
 
 HRESULT SteadyStream::NotifyStreamMessage(unsigned long msg, long long param, void* p1, void* p2) {

@@ -1,66 +1,62 @@
-// The streams that the command hands to the compositor: decoded sound without holes.
+// Decoded sound without holes: what the command hands to the compositor.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <optional>
 #include <vector>
 
-#include "tools/zel/files/Host.h"
+#include "zel/base/Component.h"
+#include "zel/base/Ref.h"
+#include "zel/compositor/MediaStream.h"
 #include "zel/sample/Sample.h"
 
 namespace zel::tool {
 
 /// Sound whose frames follow each other without a gap.
 ///
-/// The compositor places its second source by counting bytes, and its input's frames are encoded
-/// one after the other. So holes between the frames of a decoded stream are filled with silent
-/// frames, and what overlaps is dropped. Time stamps then count samples. Services on top:
+/// The compositor places its second source by counting bytes, and encoders count samples. So silent
+/// frames fill the holes between the frames of a decoded stream, and samples that come twice are
+/// dropped. Time stamps then count samples. On request:
 ///
-/// - As an input (SplitAt), a frame that contains the delay is given as two. The compositor
-///   silences frames as a whole, so the second source would else start at the next frame.
-/// - As a source of a conversion (RegroupFor), frames get lengths that convert to whole numbers of
-///   samples. The converter spreads what a frame yields evenly over it, so that other lengths
-///   would be stretched a little, each in its own way, which is heard as noise.
-/// - As a track (PadFor), the end is followed by silence. The compositor leaves a frame silent in
-///   which its source ends, and would keep the sound that it still holds.
-class SteadyStream final : public IMediaStream {
+/// - SplitAt, for an input, divides the frame that contains the delay. The compositor silences
+/// whole
+///   frames, so its second source would start at the next frame otherwise.
+/// - RegroupFor, for a source of a conversion, gives frames lengths that convert to whole numbers
+/// of
+///   samples. The converter spreads the samples that a frame yields evenly over it. Frames of other
+///   lengths would each be stretched in their own way, which is heard as noise.
+/// - PadFor, for a track, puts silence after the end. The compositor leaves the frame silent in
+///   which its source ends, and the last samples of the track would be lost in it.
+class SteadyStream final : public Component<IMediaStream> {
  public:
-  /// Count 1, for the caller.
-  explicit SteadyStream(ComPtr<IMediaStream> inner);
+  explicit SteadyStream(Ref<IMediaStream> inner);
+  ~SteadyStream() override;
   SteadyStream(const SteadyStream&) = delete;
   SteadyStream& operator=(const SteadyStream&) = delete;
 
-  /// Lets a frame start with the first sample whose time is `seconds` or later.
+  /// Makes a frame start with the first sample whose time is `seconds` or later.
   void SplitAt(double seconds) { split_ = seconds; }
-  /// Lets every frame but the last end where a whole number of samples of a conversion to `rate`
-  /// (samples per second) ends: after a multiple of own rate / gcd(own rate, rate) samples since
-  /// the start, or where that would take too long, as close to such a point as can be found.
-  /// Frames have 1,024 to 5,120 samples then. Without effect at equal rates, and on a stream that
-  /// splits.
+  /// Makes every frame but the last end where a sample of a conversion to `rate` (samples per
+  /// second) ends: after a multiple of own rate / gcd(own rate, rate) samples since the start.
+  /// Where such points are too rare, frames end as close to one as possible. Frames then have 1,024
+  /// to 5,120 samples. Has no effect at equal rates, or after SplitAt.
   void RegroupFor(int rate) { groupFor_ = rate; }
-  /// Lets the end be followed by a block of silence that covers the longest frame of `input` (which
-  /// must outlive the pulling of this stream).
+  /// Adds, after the end, a block of silence that covers the longest frame of `input`.
+  /// @param input not referenced: must live for as long as this stream is pulled.
   void PadFor(const SteadyStream* input) { padFor_ = input; }
 
-  /// Seconds of the longest frame so far.
+  /// The longest frame so far, in seconds.
   double LongestFrame() const { return longest_; }
 
-  HRESULT QueryInterface(const _GUID& riid, void** ppv) override;
-  ULONG AddRef() override;
-  ULONG Release() override;
   HRESULT GetStreamInfo(IStreamInfo** ppInfo) override;
   HRESULT ChangeStream(int index) override;
   CZelSample* GetSampleEx() override;
   int Forward() override;
-  int Backward() override;
   double Seek(double seconds, int mode) override;
   HRESULT NotifyStreamMessage(unsigned long msg, long long param, void* p1, void* p2) override;
   CZelSample* GetOriginSampleEx() override;
 
  private:
-  ~SteadyStream();
-
   void Next();
   void LoadBlock(bool sameFormat);
   bool Align();
@@ -72,8 +68,7 @@ class SteadyStream final : public IMediaStream {
   std::int64_t TimeOf(std::int64_t sample) const;
   std::int64_t SamplesBeforeSplit(std::int64_t count) const;
 
-  std::atomic<ULONG> references_ = 1;
-  ComPtr<IMediaStream> inner_;
+  Ref<IMediaStream> inner_;
   std::optional<double> split_;
   int groupFor_ = 0;
   const SteadyStream* padFor_ = nullptr;

@@ -1,0 +1,63 @@
+#include "tools/zel/files/Interruption.h"
+
+#include <unistd.h>
+
+#include <atomic>
+#include <climits>
+#include <cstring>
+
+namespace zel::tool {
+namespace {
+
+// A signal handler must not take locks or follow objects that may be in the middle of a change, so
+// the name is a plain array.
+char g_file[PATH_MAX];
+std::atomic<bool> g_hasFile = false;
+std::atomic<bool> g_lineToClear = false;
+
+extern "C" void EndBySignal(int signal) {
+  if (g_hasFile.load()) unlink(g_file);
+  if (g_lineToClear.load()) {
+    [[maybe_unused]] const ssize_t written =
+        write(STDERR_FILENO, kClearLine, sizeof(kClearLine) - 1);
+  }
+  _exit(128 + signal);
+}
+
+}  // namespace
+
+void InstallSignalHandlers() {
+  for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
+    struct sigaction action = {};
+    if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) continue;
+    action = {};
+    action.sa_handler = EndBySignal;
+    action.sa_flags = SA_RESTART;
+    sigaction(signal, &action, nullptr);
+  }
+  signal(SIGPIPE, SIG_IGN);
+  signal(SIGXFSZ, SIG_IGN);
+}
+
+void SetFileToRemove(const char* path) {
+  g_hasFile = false;
+  if (path == nullptr) return;
+  std::strncpy(g_file, path, sizeof(g_file) - 1);
+  g_hasFile = true;
+}
+
+void SetLineToClear(bool set) {
+  g_lineToClear = set;
+}
+
+SignalsHeld::SignalsHeld() {
+  sigset_t all;
+  sigfillset(&all);
+  sigprocmask(SIG_BLOCK, &all, &before_);
+}
+
+SignalsHeld::~SignalsHeld() {
+  sigprocmask(SIG_SETMASK, &before_, nullptr);
+}
+
+}  // namespace zel::tool

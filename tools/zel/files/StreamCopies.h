@@ -1,0 +1,50 @@
+// The streams that go from a file into another packet for packet.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "tools/zel/files/Container.h"
+#include "tools/zel/files/MediaWriter.h"
+#include "tools/zel/files/PacketSource.h"
+
+namespace zel::tool {
+
+/// Chooses which streams of `source` the output holds, and copies them in step with its sound. The
+/// objects given to the constructor must outlive this one.
+class StreamCopies {
+ public:
+  /// @param output names the output in failures
+  StreamCopies(PacketSource* source, MediaWriter* writer, const Container& container,
+               const std::string& output);
+
+  /// Adds a copy of stream `index` to the output, or notes that it is left out.
+  /// @throws Failure when the stream is a video that cannot be copied
+  void Add(int index);
+
+  /// Copies the packets that come before the time stamp `until` of the source.
+  /// @param shift is added to every time stamp; both in 100-ns units
+  /// @throws Failure
+  void CopyUntil(std::int64_t until, std::int64_t shift);
+
+  /// The copied streams in words, such as "#0 video (h264), #2 audio (aac)".
+  const std::string& Copied() const { return copied_; }
+  /// The streams without a place in the output, in words.
+  const std::string& LeftOut() const { return leftOut_; }
+
+ private:
+  bool Load();
+
+  PacketSource* source_;
+  MediaWriter* writer_;
+  const Container& container_;
+  std::string output_;
+  std::map<int, int> indices_;  ///< Of copied streams: index in the source, index in the output.
+  std::string copied_;
+  std::string leftOut_;
+  media::Packet packet_{media::NotNull(av_packet_alloc())};  ///< The next one to copy, or empty.
+  bool ended_ = false;
+};
+
+}  // namespace zel::tool
