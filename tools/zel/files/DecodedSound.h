@@ -9,6 +9,7 @@
 #include "tools/zel/files/SoundFormat.h"
 #include "zel/base/Ref.h"
 #include "zel/compositor/MediaStream.h"
+#include "zel/mediainfo/StreamInfo.h"
 #include "zel/platform/DecoderManager.h"
 
 namespace zel::tool {

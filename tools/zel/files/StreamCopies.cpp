@@ -1,7 +1,6 @@
 #include "tools/zel/files/StreamCopies.h"
 
 #include "media/Ticks.h"
-
 #include "tools/zel/text/Failure.h"
 
 namespace zel::tool {

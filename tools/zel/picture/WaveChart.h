@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "tools/zel/picture/PictureFile.h"
 #include "tools/zel/picture/Envelope.h"
+#include "tools/zel/picture/PictureFile.h"
 
 namespace zel::tool {
 
