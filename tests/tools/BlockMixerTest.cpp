@@ -14,7 +14,8 @@ namespace {
 
 using Sound = std::vector<short>;
 
-// The first sample of which a mix in blocks of up to `room` samples differs from one call.
+// Mixes in blocks of up to `room` samples.
+// @return the first sample that differs from one call
 std::size_t FirstDifference(std::vector<Sound> inputs, int room, std::mt19937* random = nullptr) {
   const auto count = static_cast<int>(inputs.size());
   BlockMixer mixer(count, room);
@@ -23,8 +24,7 @@ std::size_t FirstDifference(std::vector<Sound> inputs, int room, std::mt19937* r
     const auto wanted = static_cast<std::size_t>(random != nullptr ? (*random)() % room + 1 : room);
     const std::size_t at = blocks.size(), size = std::min(wanted, inputs[0].size() - at);
     for (int i = 0; i < count; ++i) {
-      std::copy_n(inputs[static_cast<std::size_t>(i)].begin() + static_cast<std::ptrdiff_t>(at),
-                  size, mixer.Input(i));
+      std::copy_n(inputs[static_cast<std::size_t>(i)].data() + at, size, mixer.Input(i));
     }
     const short* mix = mixer.Mix(static_cast<int>(size));
     blocks.insert(blocks.end(), mix, mix + size);
@@ -37,46 +37,39 @@ std::size_t FirstDifference(std::vector<Sound> inputs, int room, std::mt19937* r
                                   whole.begin());
 }
 
-// After a recovery to a hair above 1 the scaled sum may be more than the inputs can add up to.
-TEST(BlockMixerTest, CarriesSumsThatTheInputsCannotReach) {
-  constexpr std::size_t kLength = 90'000;
-  for (const short first : {20'000, 12'345, -20'000}) {
-    for (const int peak : {32'767, -32'768}) {
-      std::vector<Sound> inputs(8, Sound(kLength));
-      for (Sound& input : inputs) {
-        input[0] = first;
-        input[75'125] = static_cast<short>(peak);
-      }
-      std::fill(inputs[0].begin() + 75'126, inputs[0].end(), short{20'000});
-      EXPECT_EQ(FirstDifference(inputs, 16'384), kLength) << first << ", " << peak;
-    }
-  }
-}
-
 // Bursts of all loudnesses, each after anything from no recovery to a full one.
 TEST(BlockMixerTest, EqualsOneCall) {
   std::mt19937 random(11);
-  for (int count = 1; count <= BlockMixer::kMostInputs; ++count) {
-    const std::size_t length = 40'000 + 3 * 441'000 / static_cast<std::size_t>(count);
-    std::vector<Sound> inputs(static_cast<std::size_t>(count), Sound(length));
-    for (Sound& input : inputs) {
-      for (short& sample : input)
-        sample = static_cast<short>(static_cast<int>(random() % 401) - 200);
-    }
+  for (int count = 1; count <= BlockMixer::kMostInputs; count += 1 + count / 8) {
+    const std::size_t recovery = 441'000 / static_cast<std::size_t>(count) + 2;
+    const std::size_t length = 40'000 + 3 * recovery;
+    Sound sound(length);
+    for (short& sample : sound) sample = static_cast<short>(static_cast<int>(random() % 401) - 200);
     for (std::size_t at = 0; at < length;) {
       const auto loud = static_cast<int>(32'768 >> random() % 4) - static_cast<int>(random() % 2);
       const int level = random() % 2 != 0 ? std::min(loud, 32'767) : -loud;
       const std::size_t end = std::min(length, at + 1 + random() % 3);
-      for (Sound& input : inputs)
-        std::fill(&input[at], input.data() + end, static_cast<short>(level));
-      const std::size_t recovery = 441'000 / static_cast<std::size_t>(count) + 2;
+      std::fill(&sound[at], sound.data() + end, static_cast<short>(level));
       at = end + (random() % 2 != 0 ? recovery : random() % recovery);
     }
+    const std::vector<Sound> inputs(static_cast<std::size_t>(count), sound);
     EXPECT_EQ(FirstDifference(inputs, 3000, &random), length) << count << " inputs";
   }
 }
 
-TEST(BlockMixerTest, HasALeadForEverySum) {
+// After a recovery to a hair above 1, the scaled sum may be more than the inputs can add up to.
+TEST(BlockMixerTest, CarriesSumsThatTheInputsCannotReach) {
+  constexpr std::size_t kLength = 90'000;
+  for (const short first : {20'000, 12'345, -20'000}) {
+    for (const int peak : {32'767, -32'768}) {
+      Sound sound(kLength);
+      sound[0] = first;
+      sound[75'125] = static_cast<short>(peak);
+      std::vector<Sound> inputs(8, sound);
+      std::fill(inputs[0].begin() + 75'126, inputs[0].end(), short{20'000});
+      EXPECT_EQ(FirstDifference(inputs, 16'384), kLength) << first << ", " << peak;
+    }
+  }
   for (int count = 1; count <= BlockMixer::kMostInputs; ++count) {
     const double step = count * 2.2675736961451247e-06;
     const int full = count * 32'768, most = static_cast<int>(full * (1 + step));

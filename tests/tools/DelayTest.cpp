@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <map>
+
 #include "tools/zel/text/Delay.h"
 #include "tools/zel/text/Failure.h"
 
@@ -7,10 +9,7 @@ namespace zel::tool {
 namespace {
 
 TEST(Delay, IsTheDoubleNearestToTheText) {
-  const struct {
-    const char* text;
-    double seconds;
-  } cases[] = {
+  const std::map<std::string, double> cases = {
       {"0", 0},
       {"1.273", 1.273},
       {"1273ms", 1.273},
@@ -33,44 +32,40 @@ TEST(Delay, IsTheDoubleNearestToTheText) {
       {"123456.7us", 0.1234567},
       {"1e300", 1e300},
       {"1e-400", 0},
-      {"0e999", 0},
-  };
-  for (const auto& c : cases) EXPECT_EQ(ParseDelay("--delay", c.text), c.seconds) << c.text;
+      {"0e999", 0}};
+  for (const auto& [text, seconds] : cases) EXPECT_EQ(ParseDelay("--delay", text), seconds) << text;
 }
 
 TEST(Delay, OtherTextIsAUsageErrorThatShowsIt) {
-  for (const char* text :
-       {"",    " ",       "1,5",   "abc",     "1.273x", "1h",   "--5",
-        "+-5", "1:2:3:4", "1:60",  "1:00.5s", ".",      "0x10", "1 s",
-        " 1",  "1:",      ":1",    "1.2.3",   "1e",     "e1",   "-",
-        "ms",  "1:-2",    "1:00.", "1:000",   "1:00e2", "infx", "\xEF\xBC\x91"}) {
+  for (const std::string text :
+       {"",      " ",      "1,5",       "abc",          "1.273x",  "1h",
+        "--5",   "+-5",    "1:2:3:4",   "1:60",         "1:00.5s", ".",
+        "0x10",  "1 s",    " 1",        "1:",           ":1",      "1.2.3",
+        "1e",    "e1",     "-",         "ms",           "1:-2",    "1:00.",
+        "1:000", "1:00e2", "infx",      "\xEF\xBC\x91", "inf",     "-inf",
+        "nan",   "NaN",    "+Infinity", "1e309",        "-1e400",  "1e999999999999ms"}) {
     try {
       ParseDelay("--at", text);
       ADD_FAILURE() << text;
     } catch (const UsageError& error) {
-      EXPECT_TRUE(std::string(error.what()).starts_with("--at: '" + std::string(text) + "'"));
+      EXPECT_TRUE(std::string(error.what()).starts_with("--at: '" + text + "' is n"));
     }
   }
 }
 
-TEST(Delay, WhatIsNotFiniteIsAUsageError) {
-  for (const char* text :
-       {"inf", "-inf", "nan", "NaN", "+Infinity", "1e309", "-1e400", "1e999999999999ms"}) {
-    EXPECT_THROW(ParseDelay("--delay", text), UsageError) << text;
-  }
-}
-
 TEST(Delay, ClockText) {
-  EXPECT_EQ(ClockText(0), "0:00:00.000");
-  EXPECT_EQ(ClockText(-0.0001), "0:00:00.000");
-  EXPECT_EQ(ClockText(3725.0426), "1:02:05.043");
-  EXPECT_EQ(ClockText(-59.9996), "-0:01:00.000");
-  EXPECT_EQ(ClockText(1e300), "1e+300 s");
-  EXPECT_EQ(ExactClockText(1.5), "0:00:01.500");
-  EXPECT_EQ(ExactClockText(-62.0333667), "-0:01:02.0333667");
-  EXPECT_EQ(ExactClockText(3600.01234), "1:00:00.01234");
-  EXPECT_EQ(ExactClockText(0.99999997), "0:00:01.000");
-  EXPECT_EQ(ExactClockText(1e300), "1e+300 s");
+  const std::pair<double, const char*> cases[] = {{0, "0:00:00.000"},
+                                                  {-0.0001, "0:00:00.000"},
+                                                  {3725.0426, "1:02:05.043"},
+                                                  {-59.9996, "-0:01:00.000"},
+                                                  {1e300, "1e+300 s"}};
+  for (const auto& [seconds, text] : cases) EXPECT_EQ(ClockText(seconds), text);
+  const std::pair<double, const char*> exact[] = {{1.5, "0:00:01.500"},
+                                                  {-62.0333667, "-0:01:02.0333667"},
+                                                  {3600.01234, "1:00:00.01234"},
+                                                  {0.99999997, "0:00:01.000"},
+                                                  {1e300, "1e+300 s"}};
+  for (const auto& [seconds, text] : exact) EXPECT_EQ(ExactClockText(seconds), text);
 }
 
 }  // namespace

@@ -12,51 +12,49 @@
 namespace zel::tool {
 namespace {
 
+/// The span of the frames from `begin` to `end`, computed sample by sample.
+Envelope::Span Model(const std::vector<short>& samples, int channels, int channel,
+                     std::int64_t begin, std::int64_t end) {
+  double low = 1, high = -1, squares = 0, count = 0;
+  for (std::int64_t i = begin * channels; i < end * channels; ++i) {
+    if (channel >= 0 && i % channels != channel) continue;
+    const double sample = samples[static_cast<std::size_t>(i)] / 32768.0;
+    low = std::min(low, sample);
+    high = std::max(high, sample);
+    squares += sample * sample;
+    ++count;
+  }
+  return {low, high, std::sqrt(squares / count)};
+}
+
 TEST(EnvelopeTest, KnowsRangeAndPowerWithinAStretch) {
   constexpr int channels = 3;
   std::mt19937 random(7);
   constexpr std::int64_t few = Envelope::kStretches;
-  for (const std::int64_t frames :
-       {std::int64_t{1}, std::int64_t{1000}, few, few + 1, few * 5 + 77}) {
+  for (const std::int64_t frames : {std::int64_t{1}, few, few + 1, few * 5 + 77}) {
     std::vector<short> samples(static_cast<std::size_t>(frames * channels));
     for (std::size_t i = 0; i < samples.size(); ++i) {
-      const double loud =
-          std::sin(static_cast<double>(i) * 9 / static_cast<double>(samples.size()));
-      samples[i] = static_cast<short>(static_cast<short>(random()) * loud);
+      samples[i] = static_cast<short>(static_cast<short>(random()) * std::sin(i * 1e-4));
     }
     Envelope envelope(channels);
-    for (std::int64_t at = 0; at < frames;) {
-      const std::int64_t count = std::min<std::int64_t>(frames - at, random() % 5000);
+    for (std::int64_t at = 0, count; at < frames; at += count) {
+      count = std::min<std::int64_t>(frames - at, random() % 5000);
       envelope.Add(samples.data() + at * channels, count);
-      at += count;
     }
     ASSERT_EQ(envelope.frames(), frames);
     std::int64_t stretch = 1;
-    while (stretch * Envelope::kStretches < frames) stretch *= 2;
+    while (stretch * few < frames) stretch *= 2;
     for (int trial = 0; trial < 60; ++trial) {
       const std::int64_t from = static_cast<std::int64_t>(random()) % frames;
       const std::int64_t to = from + 1 + static_cast<std::int64_t>(random()) % frames;
       const int channel = trial % (channels + 1) - 1;
-      int low = 32767;
-      int high = -32768;
-      double squares = 0;
-      double count = 0;
-      const std::int64_t end = std::min((to + stretch - 1) / stretch * stretch, frames);
-      for (std::int64_t i = from / stretch * stretch; i < end; ++i) {
-        for (int c = 0; c < channels; ++c) {
-          if (channel >= 0 && c != channel) continue;
-          const int sample = samples[static_cast<std::size_t>(i * channels + c)];
-          low = std::min(low, sample);
-          high = std::max(high, sample);
-          squares += sample * sample;
-          ++count;
-        }
-      }
+      const Envelope::Span wanted = Model(samples, channels, channel, from / stretch * stretch,
+                                          std::min((to + stretch - 1) / stretch * stretch, frames));
       const Envelope::Span span =
           envelope.Over(channel, static_cast<double>(from), static_cast<double>(to));
-      EXPECT_EQ(span.low, low / 32768.0);
-      EXPECT_EQ(span.high, high / 32768.0);
-      EXPECT_NEAR(span.rms, std::sqrt(squares / count) / 32768, 1e-12);
+      EXPECT_EQ(span.low, wanted.low);
+      EXPECT_EQ(span.high, wanted.high);
+      EXPECT_NEAR(span.rms, wanted.rms, 1e-12);
     }
     for (const auto& [from, to] : {std::pair{-5.0, 0.0}, std::pair{frames * 1.0, frames + 9.0}}) {
       const Envelope::Span nothing = envelope.Over(0, from, to);

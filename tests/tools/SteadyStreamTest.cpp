@@ -2,8 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstring>
-#include <numeric>
+#include <functional>
 
 #include "tools/zel/sound/SteadyStream.h"
 
@@ -13,35 +12,29 @@ namespace {
 using testing::Each;
 using testing::ElementsAre;
 
-constexpr std::int64_t kTicks = 10'000'000;
+using Values = std::vector<short>;
 
-/// One frame of a decoded stream, or of what a stream gave.
+/// One frame of a decoded stream, or of what a SteadyStream gave.
 struct Piece {
   int rate;
   int channels;
   std::int64_t pts;  ///< 100-ns units.
-  std::vector<short> values;
+  Values values;
 
   std::int64_t samples() const { return static_cast<std::int64_t>(values.size()) / channels; }
 };
+using Pieces = std::vector<Piece>;
 
 /// A decoded stream that gives its pieces. Seek(n) makes piece n the current one.
-class PieceStream final : public IMediaStream {
+class PieceStream final : public Component<IMediaStream> {
  public:
-  explicit PieceStream(std::vector<Piece> pieces)
-      : pieces_(std::move(pieces)), sample_(AV_STREAM_AUDIO, FRAME_DATA_DECODED) {
-    sample_.FrameAttach(&frame_);
-  }
-  ~PieceStream() { sample_.FrameAttach(nullptr); }
+  explicit PieceStream(Pieces pieces) : pieces_(std::move(pieces)) { sample_.FrameAttach(&frame_); }
+  ~PieceStream() override { sample_.FrameAttach(nullptr); }
 
-  HRESULT QueryInterface(const _GUID&, void**) override { return E_NOINTERFACE; }
-  ULONG AddRef() override { return 2; }
-  ULONG Release() override { return 1; }
   HRESULT GetStreamInfo(IStreamInfo**) override { return E_FAIL; }
-  HRESULT ChangeStream(int) override { return E_FAIL; }
   CZelSample* GetSampleEx() override {
     if (at_ < 0 || at_ >= static_cast<int>(pieces_.size())) return nullptr;
-    Piece& piece = pieces_[static_cast<std::size_t>(at_)];
+    const Piece& piece = pieces_[static_cast<std::size_t>(at_)];
     copy_ = piece.values;  // A consumer may write into it.
     frame_.llPTS = piece.pts;
     const auto bytes = static_cast<std::int32_t>(copy_.size() * 2);
@@ -54,30 +47,24 @@ class PieceStream final : public IMediaStream {
     ++at_;
     return 0;
   }
-  int Backward() override { return 0; }
-  double Seek(double seconds, int) override {
-    at_ = static_cast<int>(seconds);
-    return seconds;
-  }
-  HRESULT NotifyStreamMessage(unsigned long, long long, void*, void*) override { return S_OK; }
-  CZelSample* GetOriginSampleEx() override { return nullptr; }
+  double Seek(double seconds, int) override { return at_ = static_cast<int>(seconds); }
 
  private:
-  std::vector<Piece> pieces_;
-  std::vector<short> copy_;
+  Pieces pieces_;
+  Values copy_;
   MEDIA_FRAME frame_{};
-  CZelSample sample_;
+  CZelSample sample_{AV_STREAM_AUDIO, FRAME_DATA_DECODED};
   int at_ = -1;
 };
 
 std::int64_t Ticks(std::int64_t sample, int rate) {
-  return (sample * kTicks + rate / 2) / rate;
+  return (sample * kTicksPerSecond + rate / 2) / rate;
 }
 
 /// Sound in pieces of `size` samples whose values count up.
-std::vector<Piece> Sound(int rate, int channels, std::int64_t samples, std::int64_t size,
-                         std::int64_t start = 0) {
-  std::vector<Piece> pieces;
+Pieces Sound(int rate, int channels, std::int64_t samples, std::int64_t size,
+             std::int64_t start = 0) {
+  Pieces pieces;
   short next = 1;
   for (std::int64_t at = 0; at < samples; at += size) {
     Piece piece{rate, channels, start + Ticks(at, rate), {}};
@@ -89,45 +76,48 @@ std::vector<Piece> Sound(int rate, int channels, std::int64_t samples, std::int6
 }
 
 /// Pulls everything that follows.
-std::vector<Piece> Pull(SteadyStream* stream, bool forward = true) {
-  std::vector<Piece> given;
+Pieces Pull(SteadyStream* stream, bool forward = true) {
+  Pieces given;
   for (;; forward = true) {
     if (forward) stream->Forward();
     CZelSample* sample = stream->GetSampleEx();
     if (sample == nullptr) return given;
     const MEDIA_FRAME& frame = *sample->GetMediaFrame();
-    Piece piece{frame.audio.nSampleRate, frame.audio.nChannels, frame.llPTS, {}};
-    piece.values.resize(static_cast<std::size_t>(frame.audio.nDataSize) / 2);
-    std::memcpy(piece.values.data(), frame.audio.pData, piece.values.size() * 2);
-    given.push_back(std::move(piece));
+    const auto* values = reinterpret_cast<const short*>(frame.audio.pData);
+    given.push_back({frame.audio.nSampleRate, frame.audio.nChannels, frame.llPTS,
+                     Values(values, values + frame.audio.nDataSize / 2)});
   }
 }
 
-std::vector<short> Joined(const std::vector<Piece>& pieces) {
-  std::vector<short> all;
+Ref<SteadyStream> Steady(const Pieces& sound, int regroupFor = 0) {
+  const auto inner = MakeComponent<PieceStream>(sound);
+  auto stream = MakeComponent<SteadyStream>(Ref<IMediaStream>::Share(inner.get()));
+  if (regroupFor != 0) stream->RegroupFor(regroupFor);
+  return stream;
+}
+
+Values Joined(const Pieces& pieces) {
+  Values all;
   for (const Piece& piece : pieces) {
     all.insert(all.end(), piece.values.begin(), piece.values.end());
   }
   return all;
 }
 
-std::vector<std::int64_t> Lengths(const std::vector<Piece>& pieces) {
+std::vector<std::int64_t> Lengths(const Pieces& pieces) {
   std::vector<std::int64_t> lengths;
   for (const Piece& piece : pieces) lengths.push_back(piece.samples());
   return lengths;
 }
 
-/// Pieces that continue each other to the sample.
-void ExpectSteady(const std::vector<Piece>& pieces) {
+/// Pieces of these values that continue each other to the sample.
+void ExpectSteady(const Pieces& pieces, const Values& values) {
+  EXPECT_EQ(Joined(pieces), values);
   std::int64_t at = 0;
   for (const Piece& piece : pieces) {
     EXPECT_EQ(piece.pts, pieces[0].pts + Ticks(at, piece.rate));
     at += piece.samples();
   }
-}
-
-ComPtr<SteadyStream> Steady(PieceStream* inner) {
-  return ComPtr<SteadyStream>(new SteadyStream(ComPtr<IMediaStream>(inner)));
 }
 
 TEST(SteadyStream, RegroupsToWholeNumbersOfConvertedSamples) {
@@ -141,13 +131,9 @@ TEST(SteadyStream, RegroupsToWholeNumbersOfConvertedSamples) {
   for (const auto& c : cases) {
     for (const std::int64_t size : {1LL, 1024LL, 1152LL, 4608LL, 100'000LL}) {
       SCOPED_TRACE(testing::Message() << c.from << " to " << c.to << ", pieces of " << size);
-      const std::vector<Piece> sound = Sound(c.from, 2, 12'345, size);
-      PieceStream inner(sound);
-      const ComPtr<SteadyStream> stream = Steady(&inner);
-      stream->RegroupFor(c.to);
-      const std::vector<Piece> given = Pull(stream.get());
-      EXPECT_EQ(Joined(given), Joined(sound));
-      ExpectSteady(given);
+      const Pieces sound = Sound(c.from, 2, 12'345, size);
+      const Pieces given = Pull(Steady(sound, c.to).get());
+      ExpectSteady(given, Joined(sound));
       std::vector<std::int64_t> lengths = Lengths(given);
       EXPECT_EQ(lengths.back(), 12'345 % c.length);
       lengths.pop_back();
@@ -156,21 +142,18 @@ TEST(SteadyStream, RegroupsToWholeNumbersOfConvertedSamples) {
   }
 }
 
-// 44,100 samples to 48,001 would be a second; frames end near a whole number of samples instead,
+// 44,100 samples to 48,001 would be a second. Frames end near a whole number of samples instead,
 // and what they miss it by does not add up.
 TEST(SteadyStream, RegroupsOddRatesAsWellAsShortFramesCan) {
   for (const auto& [from, to] :
        {std::pair(44100, 48001), std::pair(47999, 44100), std::pair(192'000, 44'101)}) {
     SCOPED_TRACE(testing::Message() << from << " to " << to);
-    PieceStream inner(Sound(from, 1, 400'000, 1024));
-    const ComPtr<SteadyStream> stream = Steady(&inner);
-    stream->RegroupFor(to);
-    std::vector<std::int64_t> lengths = Lengths(Pull(stream.get()));
+    std::vector<std::int64_t> lengths =
+        Lengths(Pull(Steady(Sound(from, 1, 400'000, 1024), to).get()));
     lengths.pop_back();
     std::int64_t end = 0;
     for (const std::int64_t length : lengths) {
-      EXPECT_GE(length, 1024);
-      EXPECT_LE(length, 5120);
+      EXPECT_TRUE(length >= 1024 && length <= 5120) << length;
       end += length;
       EXPECT_NEAR(std::remainder(static_cast<double>(end) * to / from, 1.0), 0, 1.0 / 1500);
     }
@@ -178,13 +161,13 @@ TEST(SteadyStream, RegroupsOddRatesAsWellAsShortFramesCan) {
 }
 
 TEST(SteadyStream, LeavesFramesAloneAtEqualRates) {
-  const std::vector<Piece> sound = Sound(44100, 2, 10'000, 1152);
-  PieceStream inner(sound);
-  const ComPtr<SteadyStream> stream = Steady(&inner);
+  const Pieces sound = Sound(44100, 2, 10'000, 1152);
+  const auto inner = MakeComponent<PieceStream>(sound);
+  const auto stream = MakeComponent<SteadyStream>(Ref<IMediaStream>::Share(inner.get()));
   stream->RegroupFor(44100);
   for (const Piece& piece : sound) {
     stream->Forward();
-    const unsigned char* theirs = inner.GetSampleEx()->GetMediaFrame()->audio.pData;
+    const unsigned char* theirs = inner->GetSampleEx()->GetMediaFrame()->audio.pData;
     const MEDIA_FRAME& ours = *stream->GetSampleEx()->GetMediaFrame();
     EXPECT_EQ(ours.audio.pData, theirs);
     EXPECT_EQ(ours.audio.nDataSize, static_cast<int>(piece.values.size() * 2));
@@ -192,32 +175,23 @@ TEST(SteadyStream, LeavesFramesAloneAtEqualRates) {
 }
 
 TEST(SteadyStream, FillsHolesAndDropsWhatOverlaps) {
-  std::vector<Piece> sound = Sound(8000, 1, 6000, 1000, 77);
+  Pieces sound = Sound(8000, 1, 6000, 1000, 77);
   for (std::size_t i = 3; i < sound.size(); ++i) sound[i].pts += Ticks(5000, 8000);  // A hole,
   sound[5].pts -= Ticks(250, 8000);                                                  // 250 twice,
   sound.insert(sound.begin() + 2, sound[1]);                     // a frame twice,
   sound.insert(sound.begin() + 4, {8000, 1, sound[4].pts, {}});  // and one with nothing in it.
-  std::vector<short> wanted = Joined(Sound(8000, 1, 6000, 1000));
+  Values wanted = Joined(Sound(8000, 1, 6000, 1000));
   wanted.erase(wanted.begin() + 5000, wanted.begin() + 5250);
   wanted.insert(wanted.begin() + 3000, 5000, 0);
   for (const int to : {8000, 11025, 44100}) {
-    PieceStream inner(sound);
-    const ComPtr<SteadyStream> stream = Steady(&inner);
-    stream->RegroupFor(to);
-    const std::vector<Piece> given = Pull(stream.get());
-    EXPECT_EQ(Joined(given), wanted) << to;
+    const Pieces given = Pull(Steady(sound, to).get());
     EXPECT_EQ(given[0].pts, 77);
-    ExpectSteady(given);
+    ExpectSteady(given, wanted);
   }
-}
 
-TEST(SteadyStream, GoesOnWhenTheClockJumps) {
-  std::vector<Piece> sound = Sound(8000, 1, 3000, 1000);
-  sound[1].pts += 700 * kTicks;
-  sound[2].pts += 700 * kTicks;
-  PieceStream inner(sound);
-  const ComPtr<SteadyStream> stream = Steady(&inner);
-  EXPECT_THAT(Lengths(Pull(stream.get())), ElementsAre(1000, 1000, 1000));
+  sound = Sound(8000, 1, 3000, 1000);  // The clock jumps.
+  for (std::size_t i = 1; i < 3; ++i) sound[i].pts += 700 * kTicksPerSecond;
+  EXPECT_THAT(Lengths(Pull(Steady(sound).get())), ElementsAre(1000, 1000, 1000));
 }
 
 TEST(SteadyStream, SplitsAtTheFirstSampleThatIsNotBefore) {
@@ -234,67 +208,56 @@ TEST(SteadyStream, SplitsAtTheFirstSampleThatIsNotBefore) {
       {0.25, {1000, 1000}},
       {99, {1000, 1000}},
   };
+  const Pieces sound = Sound(8000, 2, 2000, 1000);
   for (const auto& c : cases) {
-    PieceStream inner(Sound(8000, 2, 2000, 1000));
-    const ComPtr<SteadyStream> stream = Steady(&inner);
+    const auto stream = Steady(sound);
     stream->SplitAt(c.seconds);
-    const std::vector<Piece> given = Pull(stream.get());
+    const Pieces given = Pull(stream.get());
     EXPECT_EQ(Lengths(given), c.lengths) << c.seconds;
-    EXPECT_EQ(Joined(given), Joined(Sound(8000, 2, 2000, 1000)));
-    ExpectSteady(given);
+    ExpectSteady(given, Joined(sound));
   }
 }
 
 TEST(SteadyStream, PadsForTheLongestFrameOfTheInputOnce) {
-  PieceStream theirs(Sound(48000, 2, 4800, 4000));
-  const ComPtr<SteadyStream> input = Steady(&theirs);
+  const auto input = Steady(Sound(48000, 2, 4800, 4000));
   Pull(input.get());
   EXPECT_DOUBLE_EQ(input->LongestFrame(), 4000 / 48000.0);
-  PieceStream inner(Sound(12000, 1, 1500, 600));
-  const ComPtr<SteadyStream> stream = Steady(&inner);
-  stream->RegroupFor(48000);
+  const Pieces sound = Sound(12000, 1, 1500, 600);
+  const auto stream = Steady(sound, 48000);
   stream->PadFor(input.get());
-  const std::vector<Piece> given = Pull(stream.get());
+  const Pieces given = Pull(stream.get());
   EXPECT_THAT(Lengths(given), ElementsAre(1024, 476, 1000 + 64));
-  EXPECT_THAT(given[2].values, Each(0));
-  ExpectSteady(given);
-  stream->Forward();
-  EXPECT_EQ(stream->GetSampleEx(), nullptr);
+  Values wanted = Joined(sound);
+  wanted.resize(1500 + 1064);
+  ExpectSteady(given, wanted);
+  EXPECT_TRUE(Pull(stream.get()).empty());
 }
 
 TEST(SteadyStream, EndsAGroupWhereTheFormatChanges) {
-  std::vector<Piece> sound = Sound(22050, 2, 3000, 500);
-  const std::vector<Piece> other[] = {Sound(22050, 1, 2000, 700, sound.back().pts + kTicks / 4),
-                                      Sound(44100, 1, 5000, 900), Sound(32000, 1, 3000, 900)};
-  for (const auto& pieces : other) sound.insert(sound.end(), pieces.begin(), pieces.end());
-  PieceStream inner(sound);
-  const ComPtr<SteadyStream> stream = Steady(&inner);
-  stream->RegroupFor(44100);
-  const std::vector<Piece> given = Pull(stream.get());
-  std::vector<std::string> shapes;
-  for (const Piece& piece : given) {
-    shapes.push_back(std::to_string(piece.rate) + "/" + std::to_string(piece.channels) + "/" +
-                     std::to_string(piece.samples()));
+  Pieces sound = Sound(22050, 2, 3000, 500);
+  const Pieces others[] = {Sound(22050, 1, 2000, 700, sound.back().pts + kTicksPerSecond / 4),
+                           Sound(44100, 1, 5000, 900), Sound(32000, 1, 3000, 900)};
+  for (const auto& other : others) sound.insert(sound.end(), other.begin(), other.end());
+  std::string shapes;
+  for (const Piece& piece : Pull(Steady(sound, 44100).get())) {
+    shapes += std::to_string(piece.rate / 100) + "/" + std::to_string(piece.channels) + ":" +
+              std::to_string(piece.samples()) + " ";
   }
   // Before the second format's 2,000 samples come 5,013 of silence: a quarter of a second less the
   // last 500 of the first format's.
-  const std::vector<std::string> wanted = {
-      "22050/2/1024", "22050/2/1024", "22050/2/952",  "22050/1/1024", "22050/1/1024",
-      "22050/1/1024", "22050/1/1024", "22050/1/1024", "22050/1/1024", "22050/1/869",
-      "44100/1/900",  "44100/1/900",  "44100/1/900",  "44100/1/900",  "44100/1/900",
-      "44100/1/500",  "32000/1/1280", "32000/1/1280", "32000/1/440"};
-  EXPECT_EQ(shapes, wanted);
+  EXPECT_EQ(shapes,
+            "220/2:1024 220/2:1024 220/2:952 220/1:1024 220/1:1024 220/1:1024 220/1:1024 "
+            "220/1:1024 220/1:1024 220/1:869 441/1:900 441/1:900 441/1:900 441/1:900 441/1:900 "
+            "441/1:500 320/1:1280 320/1:1280 320/1:440 ");
 }
 
 TEST(SteadyStream, StartsAnewAfterASeek) {
-  const std::vector<Piece> sound = Sound(22050, 1, 4000, 1000);
-  PieceStream inner(sound);
-  const ComPtr<SteadyStream> stream = Steady(&inner);
-  stream->RegroupFor(48000);
+  const Pieces sound = Sound(22050, 1, 4000, 1000);
+  const auto stream = Steady(sound, 48000);
   Pull(stream.get());  // To the end, and beyond.
   EXPECT_EQ(stream->Seek(2, 1), 2);
-  std::vector<Piece> given = Pull(stream.get(), false);
-  EXPECT_EQ(Joined(given), Joined({sound[2], sound[3]}));
+  const Pieces given = Pull(stream.get(), false);
+  ExpectSteady(given, Joined({sound[2], sound[3]}));
   EXPECT_EQ(given[0].pts, sound[2].pts);
   EXPECT_THAT(Lengths(given), ElementsAre(1029, 971));
   stream->Seek(0, 1);

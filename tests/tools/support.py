@@ -1,13 +1,14 @@
 """What the tests of the command share: running it, making media, and reading it with FFmpeg's commands."""
 
 import array
-import ctypes
+import hashlib
 import json
 import math
 import os
 import random
+import resource
 import shutil
-import struct
+import signal
 import subprocess
 import sys
 import tempfile
@@ -15,38 +16,49 @@ import unittest
 import wave
 
 ZEL = os.environ["ZEL"]
+SANITIZED = bool(os.environ.get("ZEL_SANITIZE"))
+RATE = 44100
 
 
-def zel(*args, **options):
+def fresh(prepare=None):
+    """What a child does first: signals act as for a command typed in, whatever nohup made of them here."""
+    signal.signal(signal.SIGINT, signal.SIG_DFL)
+    if prepare:
+        prepare()
+
+
+def zel(*args, prepare=None, **options):
     """Runs the command; (exit code, standard output, standard error)."""
-    done = subprocess.run([ZEL, *args], capture_output=True, timeout=120, **options)
-    return done.returncode, done.stdout.decode(errors="replace"), done.stderr.decode(errors="replace")
-
-
-def without(errors):
-    """Lets the system calls of these numbers (on x86-64) fail with these errors, in this process and its children."""
-    code = [(0x20, 0, 0, 0)]  # Load the number; compare; return an error; allow.
-    for number, error in errors.items():
-        code += [(0x15, 0, 1, number), (0x06, 0, 0, 0x50000 | error)]
-    code.append((0x06, 0, 0, 0x7FFF0000))
-    code = b"".join(struct.pack("HBBI", *instruction) for instruction in code)
-
-    class Program(ctypes.Structure):
-        _fields_ = [("length", ctypes.c_ushort), ("code", ctypes.c_char_p)]
-
-    prctl = ctypes.CDLL(None, use_errno=True).prctl
-    if prctl(38, 1, 0, 0, 0) != 0 or prctl(22, 2, ctypes.byref(Program(len(code) // 8, code)), 0, 0) != 0:
-        raise OSError(ctypes.get_errno(), "prctl")
+    options = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, "timeout": 120, **options}
+    done = subprocess.run([ZEL, *args], check=False, preexec_fn=lambda: fresh(prepare), **options)
+    return done.returncode, *((text or b"").decode(errors="replace") for text in (done.stdout, done.stderr))
 
 
 def ffmpeg(*args):
-    return subprocess.run(["ffmpeg", "-v", "error", "-y", *args], check=True, capture_output=True).stdout
+    """Runs FFmpeg's command. A file that it makes is kept: the next call with the same arguments and the same contents
+    of the files named in them copies it. With "-" as the last argument, returns the output instead."""
+    command = ["ffmpeg", "-v", "error", "-y", *args]
+    cache, path = os.environ.get("ZEL_TEST_MEDIA"), args[-1]
+    if path == "-" or not cache:
+        return subprocess.run(command, check=True, capture_output=True).stdout
+    key = hashlib.sha256(repr((args, os.stat(shutil.which("ffmpeg")).st_mtime_ns)).encode())
+    for name in filter(os.path.isfile, args[:-1]):
+        with open(name, "rb") as file:
+            key.update(file.read())
+    kept = os.path.join(cache, key.hexdigest())
+    if not os.path.exists(kept):
+        subprocess.run(command, check=True, capture_output=True)
+        os.makedirs(cache, exist_ok=True)
+        shutil.copyfile(path, f"{kept}.{os.getpid()}")
+        os.rename(f"{kept}.{os.getpid()}", kept)  # Other tests may read at the same time.
+    else:
+        shutil.copyfile(kept, path)
+    return b""
 
 
 def probe(path, *entries):
-    text = subprocess.run(["ffprobe", "-v", "error", "-of", "json", *entries, path], check=True,
-                          capture_output=True).stdout
-    return json.loads(text)
+    return json.loads(subprocess.run(["ffprobe", "-v", "error", "-of", "json", *entries, path], check=True,
+                                     capture_output=True).stdout)
 
 
 def streams(path):
@@ -54,38 +66,39 @@ def streams(path):
     return [(s["codec_type"], s.get("codec_name", "")) for s in probe(path, "-show_streams")["streams"]]
 
 
-def write_wav(path, samples, rate=44100, channels=2):
+def write(path, data):
+    with open(path, "wb") as file:
+        file.write(data)
+
+
+def read(path):
+    with open(path, "rb") as file:
+        return file.read()
+
+
+def write_wav(path, samples, rate=RATE, channels=2):
     """`samples`: interleaved 16-bit values."""
     with wave.open(path, "wb") as out:
-        out.setnchannels(channels)
-        out.setsampwidth(2)
-        out.setframerate(rate)
+        out.setparams((channels, 2, rate, 0, "NONE", None))
         out.writeframes(array.array("h", samples).tobytes())
 
 
-def long_wav(path, seconds, rate=44100):
+def long_wav(path, seconds, rate=RATE):
     """Silence in 2 channels as a hole in the file, which takes no space."""
     write_wav(path, [], rate)
     size = 4 * rate * seconds
     with open(path, "r+b") as file:
-        file.seek(4)
-        file.write((size + 36).to_bytes(4, "little"))
-        file.seek(40)
-        file.write(size.to_bytes(4, "little"))
+        for at, value in ((4, size + 36), (40, size)):
+            file.seek(at)
+            file.write(value.to_bytes(4, "little"))
         file.truncate(size + 44)
 
 
-def peak_memory(*args):
-    """The most memory that the command held, in KiB."""
-    script = ("import resource, subprocess, sys; subprocess.run(sys.argv[1:], check=True);"
-              "print(resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss)")
-    return int(subprocess.run([sys.executable, "-c", script, ZEL, *args], check=True, capture_output=True).stdout)
-
-
 def read_wav(path):
-    with wave.open(path, "rb") as source:
-        assert source.getsampwidth() == 2
-        return array.array("h", source.readframes(source.getnframes()))
+    data = read(path)
+    at = data.index(b"data") + 8
+    assert data[:4] == b"RIFF" and int.from_bytes(data[at - 4:at], "little") == len(data) - at
+    return array.array("h", data[at:])
 
 
 def decode(path, stream="0:a:0"):
@@ -93,33 +106,9 @@ def decode(path, stream="0:a:0"):
     return array.array("h", ffmpeg("-i", path, "-map", stream, "-f", "s16le", "-"))
 
 
-def video_packets(path):
-    """(time, hash) of every packet of the first video stream, in decoding order."""
-    packets = []
-    base = 0.0
-    for line in ffmpeg("-i", path, "-map", "0:v:0", "-c", "copy", "-copyts", "-f", "framehash", "-").decode().splitlines():
-        if line.startswith("#tb"):
-            numerator, denominator = line.split(":")[1].split("/")
-            base = int(numerator) / int(denominator)
-        elif not line.startswith("#"):
-            fields = [field.strip() for field in line.split(",")]
-            packets.append((int(fields[2]) * base, fields[-1]))
-    return packets
-
-
-def noise(seed, frames, channels=2):
-    generator = random.Random(seed)
-    values = array.array("h", generator.randbytes(2 * frames * channels))
-    return array.array("h", (value or 1 for value in values))  # A zero would look like silence.
-
-
-def lag(a, b, channels, reach=4, frames=3000, start=0):
-    """By how many frames `b` is later than `a`, found by correlating their first channels."""
-    x = a[start * channels::channels][:frames]
-    y = b[max(start - reach, 0) * channels::channels]
-    skip = start - max(start - reach, 0)
-    score = {shift: sum(p * q for p, q in zip(x, y[skip + shift:])) for shift in range(-skip, reach + 1)}
-    return max(score, key=score.get)
+def noise(seed, frames, channels=2, parts=1):
+    values = array.array("h", random.Random(seed).randbytes(2 * frames * channels))
+    return array.array("h", (int(value / parts) or 1 for value in values))  # A zero would look like silence.
 
 
 def sine(frequency, rate, seconds, channels=1, level=16384):
@@ -148,10 +137,6 @@ class Case(unittest.TestCase):
     maxDiff = 1000
 
     @classmethod
-    def make(cls):
-        pass
-
-    @classmethod
     def setUpClass(cls):
         cls.folder = tempfile.mkdtemp(prefix="zel-test-")
         cls.addClassCleanup(shutil.rmtree, cls.folder)
@@ -164,9 +149,8 @@ class Case(unittest.TestCase):
 
     def tearDown(self):
         for name in set(os.listdir(os.fsencode(self.folder))) - self.before:
-            path = os.path.join(os.fsencode(self.folder), name)
             self.assertFalse(name.startswith(b".zel"), "a pending file is left")
-            shutil.rmtree(path) if os.path.isdir(path) else os.unlink(path)
+            os.unlink(os.path.join(os.fsencode(self.folder), name))
 
     def done(self, *args):
         """Runs the command, which must succeed and say nothing on standard error; its output."""
@@ -174,11 +158,30 @@ class Case(unittest.TestCase):
         self.assertEqual((code, err), (0, ""), args)
         return out
 
-    def fails(self, args, code, pattern):
+    def sound(self, *args, out="out.wav"):
+        """The sound that the command makes."""
+        self.done(*args, "-o", out, "--overwrite")
+        return read_wav(out) if out.endswith(".wav") else decode(out)
+
+    def fails(self, args, code, pattern, **options):
         """Runs the command, which must end with `code`, one matching line, and no new file."""
         files = set(os.listdir(self.folder))
-        got, out, err = zel(*args)
+        got, out, err = zel(*args, **options)
         self.assertRegex(err, pattern, args)
         self.assertEqual((got, out), (code, ""), (args, err))
         self.assertEqual(err.count("\n"), 1 if code == 1 else 2, err)
         self.assertEqual(set(os.listdir(self.folder)), files, args)
+
+    def needs_no_more_memory(self, long, short, spare=16 * 1024):
+        """Runs the command on long and on short files: memory must not grow with them by more than `spare` KiB."""
+        if SANITIZED:
+            self.skipTest("a sanitizer keeps freed memory")
+        script = ("import resource, subprocess, sys; subprocess.run(sys.argv[1:], check=True);"
+                  "print(resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss)")
+        peaks = [int(subprocess.check_output([sys.executable, "-c", script, ZEL, *args, "-q"])) for args in (long, short)]
+        self.assertLess(peaks[0], peaks[1] + spare)
+
+
+def small_files(size):
+    """For `prepare`: no file may become larger."""
+    return lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (size, size))
