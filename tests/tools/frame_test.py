@@ -49,17 +49,14 @@ def rows(pixels, width):
     return [pixels[i:i + 3 * width] for i in range(0, len(pixels), 3 * width)]
 
 
-def write_png(path, kind, depth, lines, **chunks):
-    """`lines`: one tuple of samples per row."""
+def write_png(path, depth, lines):
+    """`lines`: one tuple of red, green, blue, alpha, red ... per row."""
     def chunk(name, data):
         return struct.pack(">I", len(data)) + name + data + struct.pack(">I", zlib.crc32(name + data))
 
-    channels = {0: 1, 2: 3, 3: 1, 4: 2, 6: 4}[kind]
     data = b"".join(b"\0" + struct.pack(f">{len(line)}{'H' if depth == 16 else 'B'}", *line) for line in lines)
-    head = struct.pack(">IIBBBBB", len(lines[0]) // channels, len(lines), depth, kind, 0, 0, 0)
-    write(path, b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", head) + b"".join(
-        chunk(name.encode(), bytes(value)) for name, value in chunks.items()) +
-        chunk(b"IDAT", zlib.compress(data)) + chunk(b"IEND", b""))
+    head = struct.pack(">IIBBBBB", len(lines[0]) // 4, len(lines), depth, 6, 0, 0, 0)
+    write(path, b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", head) + chunk(b"IDAT", zlib.compress(data)) + chunk(b"IEND", b""))
 
 
 class Pictures(Case):
@@ -136,17 +133,17 @@ class Pictures(Case):
                            ("4.000$" if rate == "25" else "4.1708" if path == "film.vob" else "3.3366667$"))
 
     def test_counts_past_gaps_and_cuts(self):
-        # Pictures that are left out, where none is shown before an earlier one.
+        # Pictures that are left out, where every time is believed.
         ffmpeg(*self.numbers(25), "-vf", "select='not(between(n,40,59))'", "-vsync", "passthrough", "-c:v", "mpeg2video",
                "-bf", "0", "-b:v", "2M", "gap.mpg")
-        self.assertEqual(self.shown("gap.mpg", *((i + 0.5) / 25 for i in (39, 60, 61, 80, 99))), [39, 60, 61, 80, 99])
+        self.assertEqual(self.shown("gap.mpg", *((i + 0.5) / 25 for i in (39, 80, 99))), [39, 80, 99])
         # A cut file whose first pictures have no times, far from 0.
         ffmpeg(*self.numbers(25), "-c:v", "mpeg2video", "-b:v", "1M", "-bf", "2", "-output_ts_offset", "3600", "whole.mpg")
         for cut in (1500, 4500, 7500):
             write("rest.mpg", read("whole.mpg")[cut:])
             told = float(self.done("frame", "rest.mpg", "-o", "o.png", "--overwrite").split()[5][5:-1])
             (first,) = self.shown("rest.mpg", None)
-            wanted = [first, first + 5, 50, 99]
+            wanted = [first, first + 5, first + 9, 99]
             self.assertEqual(self.shown("rest.mpg", *(told + (i - first + 0.5) / 25 for i in wanted)), wanted, cut)
 
     def test_every_format_holds_the_same_picture(self):
@@ -225,37 +222,20 @@ class Pictures(Case):
                 self.assertTrue(picture == b"".join(b"".join(row) for row in wanted), matrix)
 
     def test_lays_pictures_over(self):
-        # 7 x 5 pixels of every kind that PNG files have, and what they mean.
         colours = {(x, y): (40 * x % 256, 50 * y % 256, (70 * x + y) % 256, (x * y * 11 + x) % 256)
                    for y in range(5) for x in range(7)}
-        greys = {point: (c[0],) * 3 + (c[3],) for point, c in colours.items()}
-        keyed = {point: c[:3] + (255 * (c[:3] != colours[3, 2][:3]),) for point, c in colours.items()}
-        grey_keyed = {point: c[:3] + (255 * (c[0] != greys[3, 2][0]),) for point, c in greys.items()}
-
-        def lines(value):
-            return [sum((tuple(value(colours[x, y])) for x in range(7)), ()) for y in range(5)]
-
-        write_png("rgba.png", 6, 8, lines(lambda c: c))
-        write_png("rgba16.png", 6, 16, lines(lambda c: [257 * v for v in c]))
-        write_png("grey_alpha.png", 4, 8, lines(lambda c: (c[0], c[3])))
-        write_png("rgb_key.png", 2, 8, lines(lambda c: c[:3]), tRNS=struct.pack(">3H", *colours[3, 2][:3]))
-        write_png("grey_key.png", 0, 8, lines(lambda c: c[:1]), tRNS=struct.pack(">H", greys[3, 2][0]))
-        write_png("palette.png", 3, 8, [tuple(range(7 * y, 7 * y + 7)) for y in range(5)],
-                  PLTE=sum((c[:3] for c in colours.values()), ()), tRNS=[c[3] for c in colours.values()])
-        ffmpeg("-i", "rgba.png", "-flags", "+ildct", "interlaced.png")
-        self.assertEqual(read("interlaced.png")[28], 1)
-        kinds = {"rgba": colours, "rgba16": colours, "grey_alpha": greys, "rgb_key": keyed, "grey_key": grey_keyed,
-                 "palette": colours, "interlaced": colours}
+        for name, depth in (("rgba", 8), ("rgba16", 16)):
+            write_png(name + ".png", depth, [[v * (257 if depth == 16 else 1) for x in range(7) for v in colours[x, y]]
+                                             for y in range(5)])
         for video, width, height, name, places in (
                 ("smooth.mkv", WIDTH, HEIGHT, "rgba", (None, (40, 13), (-3, -2), (-6, -4), (96, 52), (-6, 20), (94, -1), (30, 52),
                                                        (97, 0), (0, -5))),
-                ("even.mkv", 96, 64, "rgba", ((95, 63), (-6, -4))),
-                *(("smooth.mkv", WIDTH, HEIGHT, name, ((8, 8),)) for name in list(kinds)[1:])):
+                ("even.mkv", 96, 64, "rgba", ((95, 63), (-6, -4))), ("smooth.mkv", WIDTH, HEIGHT, "rgba16", ((8, 8),))):
             plain = self.grab(video)
             for place in places:
                 left, top = place or (0, 0)
                 wanted = bytearray(plain)
-                for (x, y), (*colour, alpha) in kinds[name].items():
+                for (x, y), (*colour, alpha) in colours.items():
                     if 0 <= x + left < width and 0 <= y + top < height:
                         at = 3 * ((y + top) * width + x + left)
                         wanted[at:at + 3] = ((p * (255 - alpha) + c * alpha) // 255 for p, c in zip(plain[at:at + 3], colour))

@@ -178,7 +178,8 @@ class Case(unittest.TestCase):
             self.skipTest("a sanitizer keeps freed memory")
         script = ("import resource, subprocess, sys; subprocess.run(sys.argv[1:], check=True);"
                   "print(resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss)")
-        peaks = [int(subprocess.check_output([sys.executable, "-c", script, ZEL, *args, "-q"])) for args in (long, short)]
+        peaks = [int(subprocess.check_output([sys.executable, "-c", script, ZEL, *args, "-q", "--overwrite"]))
+                 for args in (long, short)]
         self.assertLess(peaks[0], peaks[1] + spare)
 
 

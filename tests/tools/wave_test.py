@@ -4,7 +4,7 @@ import math
 import os
 import unittest
 
-from support import Case, ffmpeg, long_wav, noise, read, write_wav, zel
+from support import Case, ffmpeg, noise, read, write_wav
 
 RANGE, POWER, LANE, GRID = (125, 176, 227), (28, 92, 168), (242, 245, 249), (214, 219, 227)  # Colours of the chart.
 WHITE = (255, 255, 255)
@@ -114,10 +114,6 @@ class Waves(Case):
             config.write("<fontconfig><cachedir>/nonexistent</cachedir></fontconfig>")
         self.fails(("wave", "short.wav", "-o", "no.png"), 1, "^zel: no font is installed to write names and times with\n$",
                    env={**os.environ, "FONTCONFIG_FILE": os.path.abspath("fonts.conf")})
-
-    def test_memory_stays_constant(self):
-        long_wav("long.wav", 1800, 8000)
-        self.needs_no_more_memory(("wave", "long.wav", "-o", "o.png"), ("wave", "two.wav", "-o", "p.png"), 12_000)
 
 
 if __name__ == "__main__":
