@@ -134,7 +134,9 @@ TEST(SteadyStream, RegroupsToWholeNumbersOfConvertedSamples) {
       ExpectSteady(given, Joined(sound));
       std::vector<std::int64_t> lengths = Lengths(given);
       lengths.pop_back();
-      if (c.length != 0) EXPECT_THAT(lengths, Each(c.length));
+      if (c.length != 0) {
+        EXPECT_THAT(lengths, Each(c.length));
+      }
       std::int64_t end = 0;  // What frames miss a sample's end by does not add up.
       for (const std::int64_t length : lengths) {
         EXPECT_TRUE(length >= 1024 && length <= 5120) << length;

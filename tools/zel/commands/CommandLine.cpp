@@ -9,7 +9,7 @@
 namespace zel::tool {
 namespace {
 
-/// Help texts that name what a command needs as it is typed.
+/// Writes the usage line with required options, as they are typed.
 class HelpFormatter : public CLI::Formatter {
  public:
   std::string make_usage(const CLI::App* app, std::string name) const override {

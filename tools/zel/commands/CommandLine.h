@@ -1,4 +1,4 @@
-// The arguments of a subcommand. The library that parses them is known here alone.
+// The arguments of a subcommand. Only this file uses the library that parses them.
 #pragma once
 
 #include <functional>
@@ -13,18 +13,18 @@ class App;
 
 namespace zel::tool {
 
-/// Declares what a subcommand takes, then parses its line. What is given by address receives the
-/// values and must outlive the object; options that the line lacks leave it alone. `names` of an
-/// option are such as "-r,--rate", and `placeholder` stands for its value in the help text.
+/// Declares what a subcommand takes, then parses its line. Pointers receive the values and must
+/// stay valid for as long as the object; without the option, their targets keep their values. The
+/// names of an option look like "-r,--rate"; `placeholder` stands for its value in the help text.
 class CommandLine {
  public:
-  /// Of "zel NAME", with --help and --version.
+  /// Declares "zel NAME" with --help and --version.
   CommandLine(const std::string& name, const std::string& description);
   ~CommandLine();
   CommandLine(const CommandLine&) = delete;
   CommandLine& operator=(const CommandLine&) = delete;
 
-  /// An argument that must be there.
+  /// A required argument.
   void AddFile(const std::string& name, std::string* value, const std::string& help);
   /// The last arguments, one or more.
   void AddFiles(const std::string& name, std::vector<std::string>* values, const std::string& help);
@@ -32,28 +32,28 @@ class CommandLine {
   void AddFiles(const std::string& name, std::vector<std::string>* values, int least, int most,
                 const std::string& help);
 
-  /// An option without a value, which makes `value` true.
+  /// An option without a value. It sets `value` to true.
   void AddFlag(const std::string& names, bool* value, const std::string& help);
   /// An option with any text.
   void AddText(const std::string& names, const std::string& placeholder,
                std::optional<std::string>* value, const std::string& help);
-  /// An option that must be there.
+  /// A required option.
   void AddRequiredText(const std::string& names, const std::string& placeholder, std::string* value,
                        const std::string& help);
   /// A whole number from `least` to `most`.
   void AddNumber(const std::string& names, const std::string& placeholder, int* value, int least,
                  int most, const std::string& help);
-  /// An option that `take` makes sense of; it may throw UsageError.
+  /// An option whose value `take` parses; it may throw UsageError.
   void AddParsed(const std::string& names, const std::string& placeholder,
                  const std::function<void(const std::string& text)>& take, const std::string& help);
 
-  /// `option` makes no sense without `other`. Both have been added.
+  /// Makes `option` an error without `other`. Add both before.
   void MakeNeed(const std::string& option, const std::string& other);
-  /// `option` makes no sense with `other`.
+  /// Makes `option` and `other` together an error. Add both before.
   void MakeExclude(const std::string& option, const std::string& other);
 
   /// Parses the line from the subcommand's name on.
-  /// @return false after --help or --version, which it has answered
+  /// @return false after --help or --version, whose texts it prints
   /// @throws UsageError
   bool Parse(int argc, char** argv);
 
@@ -61,7 +61,7 @@ class CommandLine {
   std::unique_ptr<CLI::App> parser_;
 };
 
-/// "zel" and its version, as a line.
+/// A line with "zel" and its version.
 std::string VersionText();
 
 }  // namespace zel::tool

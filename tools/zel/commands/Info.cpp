@@ -58,12 +58,12 @@ std::string ProgramName(IProgramInfo* program) {
   return {};
 }
 
-/// As the file has its pictures; all 0 where another decoder manager describes it.
+/// The format of a stream's pictures; all 0 when another decoder manager describes the file.
 VideoFormat VideoOf(IStreamInfo* stream) {
   return kernaldec::Unpack(stream->GetVideoSrcInfo()).value_or(VideoFormat{});
 }
 
-/// Empty where the file states none; some containers have a code for that.
+/// The language that the file states, or nothing. Some containers have a code for "none".
 std::string LanguageOf(IStreamInfo* stream) {
   const std::string language = TextOf(stream, &IStreamInfo::GetLanguageDesc);
   return language == "und" ? std::string() : language;
@@ -170,8 +170,8 @@ Json FileJson(const std::string& path, std::int64_t size, IMediaInfo* media) {
 
 // ---- For people ---------------------------------------------------------------------------------
 //
-// Nothing is put into columns, and what comes from the file stands at the ends of lines: scripts
-// differ in width and direction.
+// There are no columns, and texts from the file stand at the ends of lines, because scripts differ
+// in width and direction.
 
 /// Joins what is known of a thing.
 class Items {
@@ -330,7 +330,7 @@ int RunInfo(int argc, char** argv) {
       Report(failure);
       if (json) all.push_back({{"file", path}, {"error", failure.reason()}});
     }
-    // A full disk ends it all, so this is outside.
+    // Not inside the try block: when output fails, the command ends.
     if (!json) PrintOut(text);
   }
   if (json) {

@@ -15,9 +15,9 @@
 namespace zel::tool {
 namespace {
 
-/// The mixer begins each block with up to 5 s of silence, which takes some 30 microseconds.
+/// The mixer's lead in front of each block is up to 5 s long and takes some 30 microseconds.
 constexpr int kBlockFrames = 16'384;
-/// What the mixer takes. Every file also stays open, of which a process may have some 1,000.
+/// The mixer's limit. Every file stays open; a process may have some 1,000 open files.
 constexpr int kMostFiles = BlockMixer::kMostInputs;
 
 }  // namespace

@@ -14,7 +14,7 @@
 
 namespace zel::tool {
 
-/// Where the result goes, and how much is said about it.
+/// Where the result goes, and what is printed about it.
 struct OutputOptions {
   std::string path;
   bool overwrite = false;
@@ -27,8 +27,8 @@ struct OutputOptions {
   /// @param silence what --quiet does, for the help text
   void AddTo(CommandLine* line, const std::string& tells,
              const std::string& silence = "No progress and no closing line");
-  /// Makes the cheap checks before anything is opened: the file can be written, and it is none of
-  /// `sources`, through links neither.
+  /// Checks, before anything is opened, that the file can be written and is not one of `sources`
+  /// under another name.
   /// @throws Failure
   void Check(const std::vector<std::string>& sources) const;
 };
@@ -38,11 +38,10 @@ struct SelectionOptions {
   std::optional<std::uint32_t> stream;
   std::optional<std::uint32_t> program;
 
-  /// Adds --stream and --program to `line`, which must not outlive this object. Parsing then
-  /// throws UsageError for what is no id.
+  /// Adds --stream and --program to `line`, which must not outlive this object.
   /// @param file what the help text calls the file
   void AddTo(CommandLine* line, const std::string& file);
-  /// Opens what was chosen of `path`. @throws Failure
+  /// Opens the chosen sound of `path`. @throws Failure
   DecodedSound Open(IMediaDecoderMgr* manager, const std::string& path) const;
 };
 

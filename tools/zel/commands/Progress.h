@@ -6,8 +6,8 @@
 
 namespace zel::tool {
 
-/// One line on standard error, rewritten some times a second: percent, speed as a multiple of real
-/// time, time left. Nothing when standard error is no terminal.
+/// A line on standard error that is rewritten a few times a second: percent, speed as a multiple of
+/// real time, time left. Shows nothing when standard error is no terminal.
 class Progress {
  public:
   /// @param total length of the work in seconds of sound; 0 when it is not known.
@@ -16,11 +16,12 @@ class Progress {
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
-  /// Tells how many seconds of sound are done.
+  /// Shows how far the work is.
+  /// @param done seconds of sound
   void Update(double done);
   /// Removes the line.
   void Clear();
-  /// What was done, and how fast: "0.680 s, 35x real time".
+  /// How much was done, and how fast: "0.680 s, 35x real time".
   std::string Summary(double done) const;
   /// Seconds since the start.
   double Elapsed() const;

@@ -1,4 +1,4 @@
-// Sound on its way into a file: what the commands share.
+// Writing files of sound: what several commands share.
 #pragma once
 
 #include <functional>
@@ -9,23 +9,24 @@
 
 namespace zel::tool {
 
-/// Adds sound with the speakers of `stream`, or the usual ones if that has another number of
+/// Adds sound with the speakers of `stream`, or the usual ones if `stream` has another number of
 /// channels.
-/// @param keepTexts whether language, title and the like of `stream` are kept, too
+/// @param keepTexts whether the sound also gets the texts of `stream`, such as language and title
 void AddSoundLike(MediaWriter* writer, SoundFormat format, const AVStream& stream, bool keepTexts);
 
-/// Writes a file that has nothing but sound, which starts at time 0: the file's head, blocks, end.
+/// A file of nothing but sound, which starts at time 0.
 struct SoundFile {
   const OutputOptions& output;
   SoundFormat format;
-  std::string source;  ///< Blamed when there is no sound at all.
-  std::string story;   ///< What the closing line says of it; printable.
+  std::string source;  ///< Named in the failure when there is no sound at all.
+  std::string story;   ///< What the closing line says of the file; printable.
   double length = 0;   ///< Expected seconds; 0 when they are not known.
 
-  /// A block of interleaved samples; `frames` receives how many, 0 at the end.
+  /// Returns a block of interleaved samples, and its number of frames, 0 at the end.
   using NextBlock = std::function<const short*(int* frames)>;
 
-  /// @param writer has its sound, and is not started.
+  /// Writes the whole file.
+  /// @param writer has its sound, and is not started
   /// @throws Failure
   void Write(MediaWriter* writer, const NextBlock& next) const;
 };

@@ -8,8 +8,7 @@
 namespace zel::tool {
 namespace {
 
-// Matroska gets FLAC: nothing is lost, and it has no encoder delay that players could treat
-// differently.
+// Matroska gets FLAC, which loses nothing and has no encoder delay for players to disagree on.
 constexpr Container kContainers[] = {
     {".wav", "WAV", "wav", "pcm_s16le", true, 0},
     {".flac", "FLAC", "flac", "flac", true, 0},

@@ -10,7 +10,7 @@ struct Container {
   const char* suffix;   ///< Lower case, with its dot.
   const char* title;    ///< For people.
   const char* muxer;    ///< FFmpeg's name.
-  const char* encoder;  ///< FFmpeg's name; "pcm_s16le" is written as it is.
+  const char* encoder;  ///< FFmpeg's name; "pcm_s16le" stands for no encoder.
   bool soundOnly;       ///< Holds no video.
   int bitsPerChannel;   ///< Bit rate per channel at 44.1 kHz; 0: the encoder's own choice.
 };

@@ -28,7 +28,7 @@ std::int64_t SeekFile(void* file, std::int64_t offset, int whence) {
   return whence == AVSEEK_SIZE ? pending->Size() : pending->Seek(offset, whence & ~AVSEEK_FORCE);
 }
 
-/// Copies texts, but for those that describe the file they come from rather than what is in it.
+/// Copies texts, except those that describe the file itself and not what is in it.
 void CopyTexts(AVDictionary** to, const AVDictionary* from) {
   static constexpr const char* kOfTheFile[] = {
       "encoder",  "major_brand",     "minor_version",    "compatible_brands", "BPS",
@@ -42,7 +42,7 @@ void CopyTexts(AVDictionary** to, const AVDictionary* from) {
   }
 }
 
-/// The codec tag under which `out` can store what `in` calls `codec.codec_tag`; 0: the muxer's own.
+/// The codec's own tag if `out` can store it, else 0, for which the muxer chooses one.
 unsigned UsableTag(const AVOutputFormat& out, const AVCodecParameters& codec) {
   unsigned other = 0;
   const bool same = out.codec_tag == nullptr ||
@@ -58,9 +58,9 @@ MediaWriter::MediaWriter(const std::string& path, const Container& container)
   AVFormatContext* muxer = nullptr;
   Check(avformat_alloc_output_context2(&muxer, nullptr, container.muxer, nullptr));
   muxer_.reset(muxer);
-  // The same input gives the same bytes: no random ids, no times of writing.
+  // No random ids and no times of writing: the same input gives the same bytes.
   muxer->flags |= AVFMT_FLAG_BITEXACT;
-  // Copies of what is established elsewhere, like FLAC in MP4.
+  // Allows copies of what other programs write, too, such as FLAC in MP4.
   muxer->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL;
 }
 
@@ -138,16 +138,10 @@ void MediaWriter::Start(bool overwrite, std::int64_t soundStart) {
   }
   muxer_->pb = io_.get();
   muxer_->flags |= AVFMT_FLAG_CUSTOM_IO;
-  // By default every packet would become a write of its own.
+  // By default, every packet is a write of its own.
   muxer_->flush_packets = 0;
 
-  AVDictionary* options = nullptr;
-  // Beyond 4 GiB a WAV file's sizes do not fit. What an input says of its length may be wrong, so
-  // every file gets a chunk to skip, which becomes the 64-bit sizes if they are needed.
-  if (std::strcmp(container_.muxer, "wav") == 0) av_dict_set(&options, "rf64", "auto", 0);
-  // Edit lists, which cut the encoder's delay off, then count samples rather than milliseconds;
-  // muxers without edit lists leave the option alone.
-  av_dict_set_int(&options, "movie_timescale", sound_->OutRate(), 0);
+  AVDictionary* options = MuxerOptions();
   const int result = avformat_write_header(muxer_.get(), &options);
   av_dict_free(&options);
   Check(result);
@@ -155,12 +149,24 @@ void MediaWriter::Start(bool overwrite, std::int64_t soundStart) {
   sound_->Start(soundStart);
 }
 
+/// @return owned by the caller
+AVDictionary* MediaWriter::MuxerOptions() const {
+  AVDictionary* options = nullptr;
+  // The sizes in a WAV file of more than 4 GiB do not fit, and an input may be longer than it says.
+  // So every file gets a chunk to skip, which becomes the 64-bit sizes if they are needed.
+  if (std::strcmp(container_.muxer, "wav") == 0) av_dict_set(&options, "rf64", "auto", 0);
+  // An edit list, which cuts the encoder's delay off, then counts samples instead of milliseconds.
+  // Muxers without edit lists ignore the option.
+  av_dict_set_int(&options, "movie_timescale", sound_->OutRate(), 0);
+  return options;
+}
+
 void MediaWriter::WriteCopy(AVPacket* packet, int index, AVRational timeBase) {
   const AVRational outBase = muxer_->streams[index]->time_base;
   packet->stream_index = index;
   packet->pos = -1;
   av_packet_rescale_ts(packet, timeBase, outBase);
-  // Decoding times must rise; rounding to a coarser unit may have made two equal.
+  // Decoding times must rise, but two may have become equal when they were rounded.
   std::int64_t& last = lastDts_[static_cast<std::size_t>(index)];
   if (packet->dts != AV_NOPTS_VALUE) {
     const bool equalAllowed = (muxer_->oformat->flags & AVFMT_TS_NONSTRICT) != 0;
@@ -188,7 +194,7 @@ void MediaWriter::Finish() {
 }
 
 void MediaWriter::Send(AVPacket* packet) {
-  // A file of one stream needs no queue, and then nothing copies the bytes on their way.
+  // A file of one stream needs no queue, which would copy the bytes.
   Check(muxer_->nb_streams == 1 ? av_write_frame(muxer_.get(), packet)
                                 : av_interleaved_write_frame(muxer_.get(), packet));
   av_packet_unref(packet);
@@ -196,7 +202,7 @@ void MediaWriter::Send(AVPacket* packet) {
 
 void MediaWriter::Check(int result) {
   if (result >= 0) return;
-  // The system's own reason is better than what became of it on the way.
+  // The system's own error says more than the code that FFmpeg made of it.
   if (file_ && file_->Error() != 0) throw Failure(path_, std::strerror(file_->Error()));
   throw Failure(path_, media::ErrorText(result));
 }

@@ -14,11 +14,11 @@ namespace zel::tool {
 
 /// Writes a media file that appears under its name with Finish.
 ///
-/// Order of calls: AddCopy and AddSound in the order that the file's streams shall have, Start,
-/// then WriteCopy and WriteSound, each stream in its own order, Finish. Every one throws Failure.
+/// Call AddCopy and AddSound in the order of the file's streams; Start; WriteCopy and WriteSound,
+/// in order within each stream; Finish. All of them throw Failure.
 class MediaWriter {
  public:
-  /// Without a file yet: Start makes it.
+  /// Makes no file yet.
   MediaWriter(const std::string& path, const Container& container);
 
   /// Tells whether the container can hold a copy of `stream`.
@@ -27,9 +27,9 @@ class MediaWriter {
   /// @return its index in this file.
   int AddCopy(const AVStream& stream);
   /// Adds the sound.
-  /// @param like texts and disposition come from this stream; null for none.
+  /// @param like the stream whose texts and disposition are copied, or null
   void AddSound(SoundFormat format, const AVChannelLayout& layout, const AVStream* like);
-  /// Takes over what describes `source` as a whole: its texts, its chapters moved by `shift`
+  /// Copies what describes `source` as a whole: its texts, and its chapters, moved by `shift`
   /// (100-ns units).
   void AddDescription(const AVFormatContext& source, std::int64_t shift);
   const SoundEncoder& sound() const { return *sound_; }
@@ -52,6 +52,7 @@ class MediaWriter {
     }
   };
 
+  AVDictionary* MuxerOptions() const;
   void Send(AVPacket* packet);
   void Check(int result);
 

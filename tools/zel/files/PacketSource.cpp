@@ -11,8 +11,8 @@
 namespace zel::tool {
 namespace {
 
-/// What FFmpeg's `result` means for a file that opened. Its demultiplexers report what they find
-/// wrong in a file by all kinds of codes, those of broken disks and full memories among them.
+/// Says what FFmpeg's `result` means for a file that the system opened. FFmpeg's demultiplexers
+/// report damage by all kinds of codes, also by those of failing disks and short memory.
 std::string WhyNotRead(const media::MediaFile& file, int result) {
   if (file.readError() != 0) return std::strerror(file.readError());
   if (file.leadsElsewhere()) return "leads to other files, which are not opened";
@@ -39,7 +39,7 @@ std::string WhyNoStreams(const media::MediaFile& file, int result) {
 
 std::string WhyNoFormat(const media::MediaFile& file, int result) {
   if (result == AVERROR_INVALIDDATA && file.readError() == 0 && !file.leadsElsewhere()) {
-    // The index of such a file stands at its end.
+    // The index of an MP4 file may be at its end.
     char head[8] = {};
     file.ReadAt(0, head, sizeof(head));
     if (std::memcmp(head + 4, "ftyp", 4) == 0) return "the file is cut off, or has no index";
@@ -48,8 +48,8 @@ std::string WhyNoFormat(const media::MediaFile& file, int result) {
   return WhyNoStreams(file, result);
 }
 
-/// Tells whether the file's head has told all there is to know of its streams: it is one of sound
-/// in a known format. Others are read and decoded in part, to find out.
+/// Tells whether the file's head is enough to know its streams: it has one, of sound in a known
+/// format. Other files must be read and decoded in part.
 bool HeadIsEnough(const AVFormatContext& context) {
   if ((context.ctx_flags & AVFMTCTX_NOHEADER) != 0 || context.nb_streams != 1) return false;
   const AVCodecParameters& codec = *context.streams[0]->codecpar;
@@ -64,7 +64,7 @@ PacketSource::PacketSource(const std::string& path) : file_(path) {
     throw Failure(path, error == ENXIO ? "not a regular file" : std::strerror(error));
   }
   if (file_.size() == 0) throw Failure(path, "the file is empty");
-  // Some containers store no presentation times; most that can be written need them.
+  // Some containers store no presentation times, but most outputs need them.
   int result = file_.OpenFormat(AVFMT_FLAG_GENPTS);
   if (result < 0) throw Failure(path, WhyNoFormat(file_, result));
   result = HeadIsEnough(context()) ? 0 : file_.FindStreams();
@@ -81,7 +81,7 @@ bool PacketSource::Read(AVPacket* packet) {
     const int result = file_.ReadPacket(packet);
     if (result == AVERROR_EOF && file_.readError() == 0) return false;
     if (result < 0) throw Failure(file_.path(), WhyNotRead(file_, result));
-    // Not every demuxer skips what nobody wants, and some find new streams on the way.
+    // Not every demultiplexer skips unwanted streams, and some find new streams on the way.
     const int index = packet->stream_index;
     if (file_.stream(index)->discard != AVDISCARD_ALL) return true;
     av_packet_unref(packet);
@@ -133,7 +133,7 @@ std::string PacketSource::WhyNone(AVMediaType type) {
                         : ": its only pictures are covers");
 }
 
-/// Reads on, up to the stream's first packet with something in it.
+/// Reads on to the stream's first packet that is not empty, or to the end of the file.
 bool PacketSource::HasPackets(int index) {
   for (int i = 0; i < streamCount(); ++i) Want(i, i == index);
   const media::Packet packet(media::NotNull(av_packet_alloc()));
@@ -144,7 +144,7 @@ bool PacketSource::HasPackets(int index) {
       if (found) return true;
     }
   } catch (const Failure&) {
-    // What cannot be read is not empty.
+    // Unreadable is not empty.
     return true;
   }
   return false;

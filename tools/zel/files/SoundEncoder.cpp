@@ -25,7 +25,7 @@ int UsableRate(const AVCodec* codec, int rate) {
   return above != 0 ? above : highest;
 }
 
-/// `layout` if `codec` takes it, else one of its layouts of as many channels.
+/// `layout` if `codec` takes it, else the first of its layouts with as many channels, or null.
 const AVChannelLayout* UsableLayout(const AVCodec* codec, const AVChannelLayout& layout) {
   if (codec->ch_layouts == nullptr) return &layout;
   const AVChannelLayout* same = nullptr;
@@ -60,12 +60,21 @@ SoundEncoder::SoundEncoder(const std::string& file, const Container& container, 
     throw Failure(file, std::string("FFmpeg's libraries have no encoder ") + container.encoder);
   }
   outRate_ = UsableRate(codec, format.sampleRate);
+  OpenEncoder(codec, container, layout, globalHeader);
+  if (encoder_->sample_fmt != AV_SAMPLE_FMT_S16 || outRate_ != format.sampleRate) OpenResampler();
+  frame_.reset(media::NotNull(av_frame_alloc()));
+  fifo_.reset(media::NotNull(
+      av_audio_fifo_alloc(encoder_->sample_fmt, format.channels, encoder_->frame_size + 65536)));
+}
+
+void SoundEncoder::OpenEncoder(const AVCodec* codec, const Container& container,
+                               const AVChannelLayout& layout, bool globalHeader) {
+  const std::string what =
+      std::string(container.title) + " (" + codec->name + ") holds no sound of ";
   const AVChannelLayout* usable = UsableLayout(codec, layout);
   if (usable == nullptr) {
-    throw Failure(file, std::string(container.title) + " (" + codec->name + ") holds no sound of " +
-                            std::to_string(format.channels) + " channels");
+    throw Failure(file_, what + std::to_string(format_.channels) + " channels");
   }
-
   encoder_.reset(media::NotNull(avcodec_alloc_context3(codec)));
   encoder_->sample_fmt = UsableFormat(codec);
   encoder_->sample_rate = outRate_;
@@ -76,29 +85,25 @@ SoundEncoder::SoundEncoder(const std::string& file, const Container& container, 
   if (container.bitsPerChannel != 0) {
     const double full = std::min(outRate_ / 44100.0, 1.1);
     encoder_->bit_rate =
-        static_cast<std::int64_t>(container.bitsPerChannel * full) * format.channels;
+        static_cast<std::int64_t>(container.bitsPerChannel * full) * format_.channels;
   } else if (codec->id == AV_CODEC_ID_VORBIS) {
     encoder_->flags |= AV_CODEC_FLAG_QSCALE;
     encoder_->global_quality = 5 * FF_QP2LAMBDA;
   }
   if (const int result = avcodec_open2(encoder_.get(), codec, nullptr); result < 0) {
-    throw Failure(file, std::string(container.title) + " (" + codec->name + ") holds no sound of " +
-                            FormatText(format) + ": " + media::ErrorText(result));
+    throw Failure(file_, what + FormatText(format_) + ": " + media::ErrorText(result));
   }
+}
 
-  if (encoder_->sample_fmt != AV_SAMPLE_FMT_S16 || outRate_ != format.sampleRate) {
-    // Speakers are renamed, never mixed: both sides get the encoder's layout.
-    AVChannelLayout* both = &encoder_->ch_layout;
-    SwrContext* resampler = nullptr;
-    Check(swr_alloc_set_opts2(&resampler, both, encoder_->sample_fmt, outRate_, both,
-                              AV_SAMPLE_FMT_S16, format.sampleRate, 0, nullptr));
-    resampler_.reset(resampler);
-    Check(swr_init(resampler));
-    converted_.reset(media::NotNull(av_frame_alloc()));
-  }
-  frame_.reset(media::NotNull(av_frame_alloc()));
-  fifo_.reset(media::NotNull(
-      av_audio_fifo_alloc(encoder_->sample_fmt, format.channels, encoder_->frame_size + 65536)));
+void SoundEncoder::OpenResampler() {
+  // Both sides get the encoder's layout, so that speakers are renamed and never mixed.
+  AVChannelLayout* both = &encoder_->ch_layout;
+  SwrContext* resampler = nullptr;
+  Check(swr_alloc_set_opts2(&resampler, both, encoder_->sample_fmt, outRate_, both,
+                            AV_SAMPLE_FMT_S16, format_.sampleRate, 0, nullptr));
+  resampler_.reset(resampler);
+  Check(swr_init(resampler));
+  converted_.reset(media::NotNull(av_frame_alloc()));
 }
 
 void SoundEncoder::Describe(AVCodecParameters* parameters) const {

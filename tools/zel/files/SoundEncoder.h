@@ -11,22 +11,23 @@
 
 namespace zel::tool {
 
-/// Encodes one stream of sound without gaps. PCM passes as it is.
+/// Encodes one stream of sound without gaps. PCM stays as it is.
 class SoundEncoder {
  public:
   /// Receives each packet, with its time stamps in units of TimeBase().
   using Sink = std::function<void(AVPacket*)>;
 
-  /// @param file named in failures.
-  /// @param layout speakers of the channels; the usual ones where the encoder does not know it.
-  /// @throws Failure when the encoder does not take that many channels
+  /// @param file names the output in failures
+  /// @param layout the speakers of the channels; the encoder may rename them
+  /// @param globalHeader whether the container holds the encoder's header
+  /// @throws Failure when the encoder does not take the format
   SoundEncoder(const std::string& file, const Container& container, SoundFormat format,
                const AVChannelLayout& layout, bool globalHeader);
 
+  /// Describes the packets to a muxer. @throws Failure
   void Describe(AVCodecParameters* parameters) const;
   AVRational TimeBase() const { return {1, outRate_}; }
-  /// Samples per second as stored; another than the sound's only where the encoder does not take
-  /// that.
+  /// Samples per second as stored: the sound's own unless the encoder does not take that rate.
   int OutRate() const { return outRate_; }
 
   /// Sets the time of the first sample, in 100-ns units.
@@ -38,6 +39,9 @@ class SoundEncoder {
   void Finish(const Sink& sink);
 
  private:
+  void OpenEncoder(const AVCodec* codec, const Container& container, const AVChannelLayout& layout,
+                   bool globalHeader);
+  void OpenResampler();
   void Convert(const std::uint8_t* pcm, int frames);
   void Encode(bool all, const Sink& sink);
   void Drain(const Sink& sink);

@@ -6,11 +6,11 @@
 
 namespace zel::tool {
 
-/// Lowest and highest sample and the mean power of every stretch of a sound. At first a stretch is
-/// one frame; whenever there are too many of them, neighbours are merged.
+/// The lowest sample, the highest sample and the mean power of every stretch of a sound. At first a
+/// stretch is one frame. Whenever there are too many stretches, neighbours are merged.
 class Envelope {
  public:
-  /// Stretches kept at the most: several for each column of the widest picture.
+  /// The most stretches that are kept: several for each column of the widest picture.
   static constexpr std::int64_t kStretches = 1 << 16;
 
   struct Span {
@@ -27,8 +27,8 @@ class Envelope {
   int channels() const { return channels_; }
   /// Frames so far.
   std::int64_t frames() const { return frames_; }
-  /// The stretches that begin in [from, to), in frames, and the one that contains `from`. Of one
-  /// channel, or of all with -1.
+  /// Joins the stretch that contains `from` and the ones that begin in [from, to), in frames.
+  /// @param channel counted from 0; -1 for all together
   Span Over(int channel, double from, double to) const;
 
  private:

@@ -53,7 +53,7 @@ class Canvas {
         layout_(pango_cairo_create_layout(context_.get())) {
     if (cairo_status(context_.get()) != CAIRO_STATUS_SUCCESS) throw std::bad_alloc();
     Fill(kPaper, 0, 0, width, height);
-    // Without a font there would be boxes for letters.
+    // Without a font, boxes would stand for letters.
     pango_layout_set_text(layout_.get(), "0", 1);
     if (pango_layout_get_unknown_glyphs_count(layout_.get()) > 0) {
       throw std::runtime_error("no font is installed to write names and times with");
@@ -66,9 +66,9 @@ class Canvas {
     cairo_fill(context_.get());
   }
 
-  /// Writes one line, cut in its middle to `space` pixels, with its middle at height `y`. What
-  /// would reach beyond an edge is moved inside.
-  /// @param align 0: begins at `x`; 1: ends there; 0.5: centred.
+  /// Writes one line, centred vertically on `y`. Longer lines than `space` pixels are cut in the
+  /// middle; a line that would reach beyond an edge is moved inside.
+  /// @param align 0: the line begins at `x`; 1: it ends there; 0.5: it is centred on `x`
   /// @return its width
   double Write(const std::string& text, const Colour& colour, double x, double y, double align,
                double space, bool bold = false) {
@@ -78,7 +78,7 @@ class Canvas {
     pango_layout_set_font_description(layout_.get(), font);
     pango_font_description_free(font);
     pango_layout_set_single_paragraph_mode(layout_.get(), TRUE);
-    // The line begins on the left whatever the script; only inside it do scripts run their own way.
+    // The line is aligned to the left in any script. Inside it, scripts keep their own direction.
     pango_layout_set_auto_dir(layout_.get(), FALSE);
     pango_layout_set_ellipsize(layout_.get(), PANGO_ELLIPSIZE_MIDDLE);
     pango_layout_set_width(layout_.get(), static_cast<int>(std::max(space, 0.0)) * PANGO_SCALE);
@@ -157,20 +157,27 @@ std::string ChannelName(int channel, int channels) {
   return std::to_string(channel + 1);
 }
 
-/// What of the height is left for lanes.
+/// The part of the height that is left for lanes; negative when there is none.
 double Room(std::size_t files, double height) {
   return height - kTop - kAxis - static_cast<double>(files) * (kHeading + kFileGap);
 }
 
-void DrawLane(Canvas* canvas, const Axis& axis, const Wave& wave, int channel, double top,
+/// Draws the paper of a lane from column `begin` to `end`, with lines at the ticks of the axis.
+void DrawGrid(Canvas* canvas, const Axis& axis, double begin, double end, double top,
               double height) {
-  const double begin = std::floor(axis.X(wave.start));
-  const double end = std::max(std::ceil(axis.X(wave.End())), begin + 1);
   canvas->Fill(kLane, begin, top, end - begin, height);
   for (int i = 1; i * axis.Step() < axis.Length(); ++i) {
     const double x = std::floor(axis.X(i * axis.Step()));
     if (x > begin && x < end) canvas->Fill(kGrid, x, top, 1, height);
   }
+}
+
+/// @param channel counted from 0; -1 for all together
+void DrawLane(Canvas* canvas, const Axis& axis, const Wave& wave, int channel, double top,
+              double height) {
+  const double begin = std::floor(axis.X(wave.start));
+  const double end = std::max(std::ceil(axis.X(wave.End())), begin + 1);
+  DrawGrid(canvas, axis, begin, end, top, height);
   const double middle = top + height / 2;
   const double scale = height / 2;
   Envelope::Span before{1, -1, 0};
@@ -180,14 +187,14 @@ void DrawLane(Canvas* canvas, const Axis& axis, const Wave& wave, int channel, d
     Envelope::Span span = wave.envelope.Over(channel, (axis.SecondsAt(x) - wave.start) * wave.rate,
                                              (axis.SecondsAt(x + 1) - wave.start) * wave.rate);
     if (span.high < span.low) continue;
-    // Columns of few samples would not touch each other.
+    // Otherwise columns of few samples would not touch each other.
     const Envelope::Span joined = span;
     if (before.low <= before.high) {
       span.low = std::min(span.low, before.high);
       span.high = std::max(span.high, before.low);
     }
     before = joined;
-    // Silence is seen as a thin line.
+    // Silence is drawn as a thin line.
     const auto bar = [&](const Colour& colour, double high, double low) {
       const double extra = std::max(1 - (high - low) * scale, 0.0) / 2;
       canvas->Fill(colour, x, middle - high * scale - extra, 1, (high - low) * scale + 2 * extra);
@@ -196,6 +203,18 @@ void DrawLane(Canvas* canvas, const Axis& axis, const Wave& wave, int channel, d
     const double high = std::min(span.rms, span.high);
     const double low = std::max(-span.rms, span.low);
     if (high >= low) bar(kPower, high, low);
+  }
+}
+
+/// Draws the axis at height `line`: five ticks to a step, and a label at every step.
+void DrawAxis(Canvas* canvas, const Axis& axis, double line, double right) {
+  canvas->Fill(kFaint, kLeft, line, right - kLeft, 1);
+  const auto ticks = static_cast<long>(axis.Length() / axis.Step() * 5 * (1 + 1e-9));
+  for (long i = 0; i <= ticks; ++i) {
+    const double t = axis.Step() * static_cast<double>(i) / 5;
+    const bool major = i % 5 == 0;
+    canvas->Fill(kFaint, std::min(std::floor(axis.X(t)), right - 1), line, 1, major ? 8 : 4);
+    if (major) canvas->Write(axis.Label(t), kInk, std::min(axis.X(t), right), line + 20, 0.5, 120);
   }
 }
 
@@ -247,17 +266,7 @@ WaveChart::WaveChart(const std::vector<Wave>& waves, int width, int height)
     y += kFileGap;
   }
 
-  const double line = std::floor(y - kFileGap / 2);
-  canvas.Fill(kFaint, kLeft, line, width - kLeft - kRight, 1);
-  const auto ticks = static_cast<long>(axis.Length() / axis.Step() * 5 * (1 + 1e-9));
-  for (long i = 0; i <= ticks; ++i) {
-    const double t = axis.Step() * static_cast<double>(i) / 5;
-    const bool major = i % 5 == 0;
-    canvas.Fill(kFaint, std::min(std::floor(axis.X(t)), width - kRight - 1), line, 1,
-                major ? 8 : 4);
-    if (!major) continue;
-    canvas.Write(axis.Label(t), kInk, std::min(axis.X(t), width - kRight), line + 20, 0.5, 120);
-  }
+  DrawAxis(&canvas, axis, std::floor(y - kFileGap / 2), width - kRight);
 }
 
 PixelView WaveChart::View() const {

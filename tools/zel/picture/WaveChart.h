@@ -21,20 +21,20 @@ struct Wave {
   double End() const { return start + static_cast<double>(envelope.frames()) / rate; }
 };
 
-/// A drawn chart: a heading and lanes for every sound, one lane per channel, on one axis of time.
-/// In a lane, light is the range of the samples and dark their root mean square.
+/// A drawn chart. Every sound has a heading and a lane for each channel, all on one axis of time.
+/// In a lane, the range of the samples is light and their root mean square dark.
 class WaveChart {
  public:
   static constexpr int kDefaultWidth = 1200;
   static constexpr int kMinWidth = 200;
 
-  /// The least height for `files` sounds, of however many channels. May be more than a picture can
-  /// have.
+  /// The least height for `files` sounds of any number of channels. It may be more than a picture
+  /// can have.
   static long MinHeight(std::size_t files);
-  /// The height that suits `waves`. May be more than a picture can have.
+  /// A height that suits `waves`. It may be more than a picture can have.
   static long DefaultHeight(const std::vector<Wave>& waves);
 
-  /// Draws. Where lanes would become too low, a sound's channels share one.
+  /// Draws `waves`. Where lanes would become too low, the channels of a sound share one.
   /// @param width at least kMinWidth, in pixels
   /// @param height at least MinHeight(waves.size())
   /// @throws std::bad_alloc

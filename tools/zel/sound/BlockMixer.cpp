@@ -14,7 +14,7 @@ constexpr int kFullScale = 32767;
 constexpr int kLoudest = 32768;     // Magnitude of the largest sample.
 constexpr int kRecovery = 441'000;  // Samples of one input from gain 0 to 1.
 
-// The step and the gains are computed as IntermixAudio does it, to the last bit.
+// Step and gains are the same as IntermixAudio's to the last bit.
 double Step(int inputs) {
   return inputs * 2.2675736961451247e-06;
 }
@@ -55,7 +55,7 @@ short* BlockMixer::Input(int index) {
   return buffers_[static_cast<std::size_t>(index)].data() + longestLead_;
 }
 
-/// Lets the inputs add up to `sum`, `at` samples before the block.
+/// Makes the inputs add up to `sum`, `at` samples before the block.
 void BlockMixer::SetLead(int at, int sum) {
   int left = sum;
   for (std::size_t i = 0; i < buffers_.size(); ++i) {
@@ -68,7 +68,7 @@ void BlockMixer::SetLead(int at, int sum) {
 const short* BlockMixer::Mix(int samples) {
   const int last = last_.scaled != 0 ? 1 + last_.steps : 0;
   const int lead = before_.scaled != 0 ? last + 1 + before_.steps : last;
-  // The gain does not care for signs, and negative samples reach further.
+  // The gain depends on magnitudes only, and negative samples reach further.
   if (lead > last) SetLead(lead, -before_.scaled);
   if (last > 0) SetLead(last, -std::min(last_.scaled, full_));
   for (std::size_t i = 0; i < starts_.size(); ++i) starts_[i] = Input(static_cast<int>(i)) - lead;
@@ -79,7 +79,7 @@ const short* BlockMixer::Mix(int samples) {
   return mix_.data() + lead;
 }
 
-/// Brings gain, overflow and steps to where the block leaves them.
+/// Follows the gain, the last overflow and the steps since through the block.
 void BlockMixer::Follow(const short* mix, int samples) {
   const int old = last_.scaled;
   for (int i = 0; i < samples; ++i) {

@@ -11,34 +11,36 @@ struct Overflow {
   int steps = 0;   ///< Samples since, as long as the gain was below 1.
 };
 
-/// An overflow that one call of IntermixAudio can begin with, and after whose steps the gain
-/// stands where `inputs` samples of -32,768 add up to the scaled sum `scaled`.
+/// Finds an overflow with which a call of IntermixAudio can begin, such that after its steps
+/// `inputs` samples of -32,768 give the scaled sum `scaled`.
 /// @param inputs 4 to 64; fewer have no such sums.
 /// @param scaled above `inputs` * 32,768, up to what the highest gain, a step above 1, makes of
 ///   that.
 Overflow OverflowBefore(int inputs, int scaled);
 
-/// Mixes blocks into what one call of IntermixAudio for all of them would give, byte for byte.
+/// Mixes sound block by block. All blocks together are what one call of IntermixAudio would give,
+/// byte for byte.
 ///
-/// IntermixAudio starts every call at full gain. Where a block ends with a gain that has not
-/// recovered yet, the next would be louder at once: a click. The gain depends on nothing but the
-/// magnitude of the last scaled sum that overflowed and the samples since. So the next call begins
-/// with inputs that add up to that, and as many silent samples; what they become is cut off.
+/// IntermixAudio starts every call at full gain. If the gain has not recovered at the end of a
+/// block, the next block would suddenly be louder: a click. The gain depends only on the magnitude
+/// of the last scaled sum that overflowed, and on the number of samples since. So the next call
+/// begins with a lead, which is cut off afterwards: inputs that add up to that sum, and as many
+/// silent samples.
 ///
-/// The gain recovers to up to a step above 1, so a scaled sum may be larger than what the inputs
-/// can add up to. Then the call begins with two overflows: one that brings the gain to where the
-/// largest sum the inputs have becomes that scaled sum, and this one. For up to 64 inputs there is
-/// such a pair for every scaled sum (the unit test tries them all).
+/// The gain may recover to a step above 1. A scaled sum may then be larger than anything that the
+/// inputs can add up to, and the lead begins with two overflows: the first brings the gain to where
+/// the largest sum of the inputs scales to the second. Every scaled sum has such a lead for up to
+/// 64 inputs (the unit test tries them all).
 class BlockMixer {
  public:
-  /// Up to here there is a lead to every gain.
+  /// With more inputs, some gains have no lead.
   static constexpr int kMostInputs = 64;
 
   /// @param inputs 1 to kMostInputs
   /// @param room most samples of a block
   BlockMixer(int inputs, int room);
 
-  /// Where the next block of input `index` goes. What a call of Mix leaves there is undefined.
+  /// Where to write the next block of input `index`. Undefined after a call of Mix.
   short* Input(int index);
   /// Mixes the inputs' blocks of `samples` samples.
   /// @return the mix; valid until the next call.

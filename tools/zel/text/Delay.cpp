@@ -56,7 +56,7 @@ std::optional<Decimal> ParseSeconds(std::string_view text) {
     if (!minus) Take(text, '+');
     const std::string_view exponent = TakeDigits(text);
     if (exponent.empty()) return {};
-    // Longer exponents say no more than these: every one is beyond the range of a double.
+    // Nine digits are enough: such exponents are far beyond the range of a double.
     std::from_chars(exponent.data(), exponent.data() + std::min<std::size_t>(exponent.size(), 9),
                     number.exponent);
     if (minus) number.exponent = -number.exponent;
@@ -77,7 +77,7 @@ std::optional<Decimal> ParseClock(std::string_view text) {
   int fields = 0;
   do {
     const std::string_view digits = TakeDigits(text);
-    // 15 digits, times 3600, stay far within 64 bits.
+    // 15 digits times 3,600 fit 64 bits.
     if (digits.empty() || digits.size() > 15 || ++fields > 3) return {};
     unsigned long long value = 0;
     std::from_chars(digits.data(), digits.data() + digits.size(), value);
@@ -97,7 +97,7 @@ bool NamesNoNumber(std::string_view text) {
 }
 
 std::string ClockText(double seconds, int decimals) {
-  // Beyond this a clock says nothing; it also keeps the conversion in range.
+  // A clock is of no use for longer times, which would also overflow the conversion.
   constexpr double limit = 1e11;
   if (!(std::fabs(seconds) < limit)) {
     char plain[32];

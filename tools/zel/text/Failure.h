@@ -1,4 +1,4 @@
-// How the command ends: results, and the two kinds of trouble.
+// How the command ends: its exit codes and its exceptions.
 #pragma once
 
 #include <exception>
@@ -10,13 +10,13 @@ namespace zel::tool {
 /// Exit codes.
 enum ExitCode : int {
   kDone = 0,
-  kFailed = 1,  ///< Something about a file; one line on standard error says what.
-  kUsage = 2,   ///< The command line makes no sense.
-  /// The reader of standard output has gone. 128 + SIGPIPE, as for programs that the signal ends.
+  kFailed = 1,  ///< One line on standard error says which file failed, and why.
+  kUsage = 2,   ///< The command line is wrong.
+  /// Nobody reads standard output any more. 128 + SIGPIPE, as if the signal had ended the program.
   kClosedPipe = 141,
 };
 
-/// A failure that belongs to a file. Reported as "zel: FILE: reason".
+/// A failure with a file, reported as "zel: FILE: reason".
 class Failure : public std::runtime_error {
  public:
   Failure(const std::string& file, const std::string& reason)
@@ -29,11 +29,11 @@ class Failure : public std::runtime_error {
   std::string reason_;
 };
 
-/// Standard output is a pipe that nobody reads any more, as after `zel info ... | head -1`. Nothing
-/// is said about it.
+/// Standard output is a pipe that nobody reads any more, as after `zel info ... | head -1`. It is
+/// not reported.
 class ClosedPipe : public std::exception {};
 
-/// A command line that makes no sense.
+/// A wrong command line.
 class UsageError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

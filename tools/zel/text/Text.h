@@ -1,4 +1,4 @@
-// Texts of unknown origin, made fit for a terminal.
+// Makes texts from files and command lines safe to print.
 #pragma once
 
 #include <string>
@@ -6,13 +6,13 @@
 
 namespace zel::tool {
 
-/// `text`, UTF-8 in any script, with escapes in place of what is no text: control characters and
-/// line ends (which could change a terminal's state, or forge lines), marks that reorder what comes
-/// after them, and bytes that are not UTF-8. "\x1B", "\u202E"; a backslash stays as it is.
+/// Escapes, in UTF-8 text of any script, control characters and line ends (which could change a
+/// terminal's state, or forge lines), marks that reorder the text after them, and bytes that are
+/// not UTF-8. Escapes look like "\x1B" and "\u202E"; a backslash stays as it is.
 std::string Printable(std::string_view text);
 
-/// JSON as a serialiser without ASCII escapes writes it, with those of Printable's characters that
-/// such a serialiser leaves as they are escaped in JSON's way.
+/// Escapes, in JSON's own way, those of Printable's characters that a serialiser leaves unescaped
+/// when it writes plain UTF-8.
 /// @param json valid UTF-8
 std::string PrintableJson(std::string_view json);
 
