@@ -118,11 +118,11 @@ class Dub {
 
     text += "output:  " + Printable(options_.output.path) + ": " + container_.title +
             ", sound as " + container_.encoder;
-    if (writer_->sound().OutRate() != input_.format().sampleRate) {
-      text += " at " + std::to_string(writer_->sound().OutRate()) + " Hz";
+    if (writer_->sound().outRate() != input_.format().sampleRate) {
+      text += " at " + std::to_string(writer_->sound().outRate()) + " Hz";
     }
-    if (!copies_->Copied().empty()) text += "; copied: " + copies_->Copied();
-    if (!copies_->LeftOut().empty()) text += "; left out: " + copies_->LeftOut();
+    if (!copies_->copied().empty()) text += "; copied: " + copies_->copied();
+    if (!copies_->leftOut().empty()) text += "; left out: " + copies_->leftOut();
     text += "\nsilence: " + SilenceText(start, length, trackLength) + "\n";
     return text + "Nothing was written.\n";
   }
@@ -221,7 +221,7 @@ class Dub {
     return Printable(options_.output.path) + ": sound of " + Printable(options_.input) +
            " replaced by " + Printable(options_.track) + " from " + ClockText(options_.delay) +
            ": " + std::to_string(frames) + " frames, " + progress.Summary(seconds) +
-           (copies_->LeftOut().empty() ? "" : "; left out: " + copies_->LeftOut()) + "\n";
+           (copies_->leftOut().empty() ? "" : "; left out: " + copies_->leftOut()) + "\n";
   }
 
   const Options& options_;

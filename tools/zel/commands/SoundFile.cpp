@@ -29,7 +29,7 @@ void SoundFile::Write(MediaWriter* writer, const NextBlock& next) const {
   writer->Finish();
   progress.Clear();
   if (output.quiet) return;
-  const int outRate = writer->sound().OutRate();
+  const int outRate = writer->sound().outRate();
   PrintOut(Printable(output.path) + ": " + story + ", " + FormatText(format) +
            (outRate != format.sampleRate ? " (stored at " + std::to_string(outRate) + " Hz)" : "") +
            ": " + progress.Summary(static_cast<double>(written) / format.sampleRate) + "\n");

@@ -157,7 +157,7 @@ AVDictionary* MediaWriter::MuxerOptions() const {
   if (std::strcmp(container_.muxer, "wav") == 0) av_dict_set(&options, "rf64", "auto", 0);
   // An edit list, which cuts the encoder's delay off, then counts samples instead of milliseconds.
   // Muxers without edit lists ignore the option.
-  av_dict_set_int(&options, "movie_timescale", sound_->OutRate(), 0);
+  av_dict_set_int(&options, "movie_timescale", sound_->outRate(), 0);
   return options;
 }
 
@@ -189,7 +189,7 @@ void MediaWriter::Finish() {
   Check(av_write_trailer(muxer_.get()));
   avio_flush(io_.get());
   Check(io_->error);
-  if (file_->Error() != 0) Check(AVERROR(file_->Error()));
+  if (file_->error() != 0) Check(AVERROR(file_->error()));
   file_->Commit();
 }
 
@@ -203,7 +203,7 @@ void MediaWriter::Send(AVPacket* packet) {
 void MediaWriter::Check(int result) {
   if (result >= 0) return;
   // The system's own error says more than the code that FFmpeg made of it.
-  if (file_ && file_->Error() != 0) throw Failure(path_, std::strerror(file_->Error()));
+  if (file_ && file_->error() != 0) throw Failure(path_, std::strerror(file_->error()));
   throw Failure(path_, media::ErrorText(result));
 }
 

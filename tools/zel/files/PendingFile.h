@@ -26,14 +26,14 @@ class PendingFile {
   static void Check(const std::string& path, bool overwrite);
 
   /// Writes at the current position.
-  /// @return 0, or the negative of an errno, which Error() keeps.
+  /// @return 0, or the negative of an errno, which error() keeps.
   int Write(const std::uint8_t* data, int size);
   /// As lseek; the negative of an errno after a failure.
   std::int64_t Seek(std::int64_t offset, int whence);
   /// In bytes; the negative of an errno after a failure.
   std::int64_t Size() const;
   /// The errno of the first failed write; 0 for none.
-  int Error() const { return error_; }
+  int error() const { return error_; }
 
   /// Ends the file and gives it its name.
   /// @throws Failure

@@ -28,7 +28,7 @@ class SoundEncoder {
   void Describe(AVCodecParameters* parameters) const;
   AVRational TimeBase() const { return {1, outRate_}; }
   /// Samples per second as stored: the sound's own unless the encoder does not take that rate.
-  int OutRate() const { return outRate_; }
+  int outRate() const { return outRate_; }
 
   /// Sets the time of the first sample, in 100-ns units.
   void Start(std::int64_t time);

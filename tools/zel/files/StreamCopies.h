@@ -29,9 +29,9 @@ class StreamCopies {
   void CopyUntil(std::int64_t until, std::int64_t shift);
 
   /// The copied streams in words, such as "#0 video (h264), #2 audio (aac)".
-  const std::string& Copied() const { return copied_; }
+  const std::string& copied() const { return copied_; }
   /// The streams without a place in the output, in words.
-  const std::string& LeftOut() const { return leftOut_; }
+  const std::string& leftOut() const { return leftOut_; }
 
  private:
   bool Load();

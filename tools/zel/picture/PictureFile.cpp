@@ -51,7 +51,7 @@ void Put(PendingFile* file, const std::string& path, const void* data, std::size
   const auto* bytes = static_cast<const std::uint8_t*>(data);
   while (size > 0) {
     const int piece = static_cast<int>(std::min<std::size_t>(size, 1 << 24));
-    if (file->Write(bytes, piece) < 0) throw Failure(path, std::strerror(file->Error()));
+    if (file->Write(bytes, piece) < 0) throw Failure(path, std::strerror(file->error()));
     bytes += piece;
     size -= static_cast<std::size_t>(piece);
   }

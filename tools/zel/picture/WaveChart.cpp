@@ -124,8 +124,8 @@ class Axis {
 
   double X(double seconds) const { return left_ + seconds * perSecond_; }
   double SecondsAt(double x) const { return (x - left_) / perSecond_; }
-  double Step() const { return step_; }
-  double Length() const { return length_; }
+  double step() const { return step_; }
+  double length() const { return length_; }
 
   std::string Label(double seconds) const {
     char text[64];
@@ -166,8 +166,8 @@ double Room(std::size_t files, double height) {
 void DrawGrid(Canvas* canvas, const Axis& axis, double begin, double end, double top,
               double height) {
   canvas->Fill(kLane, begin, top, end - begin, height);
-  for (int i = 1; i * axis.Step() < axis.Length(); ++i) {
-    const double x = std::floor(axis.X(i * axis.Step()));
+  for (int i = 1; i * axis.step() < axis.length(); ++i) {
+    const double x = std::floor(axis.X(i * axis.step()));
     if (x > begin && x < end) canvas->Fill(kGrid, x, top, 1, height);
   }
 }
@@ -209,9 +209,9 @@ void DrawLane(Canvas* canvas, const Axis& axis, const Wave& wave, int channel, d
 /// Draws the axis at height `line`: five ticks to a step, and a label at every step.
 void DrawAxis(Canvas* canvas, const Axis& axis, double line, double right) {
   canvas->Fill(kFaint, kLeft, line, right - kLeft, 1);
-  const auto ticks = static_cast<long>(axis.Length() / axis.Step() * 5 * (1 + 1e-9));
+  const auto ticks = static_cast<long>(axis.length() / axis.step() * 5 * (1 + 1e-9));
   for (long i = 0; i <= ticks; ++i) {
-    const double t = axis.Step() * static_cast<double>(i) / 5;
+    const double t = axis.step() * static_cast<double>(i) / 5;
     const bool major = i % 5 == 0;
     canvas->Fill(kFaint, std::min(std::floor(axis.X(t)), right - 1), line, 1, major ? 8 : 4);
     if (major) canvas->Write(axis.Label(t), kInk, std::min(axis.X(t), right), line + 20, 0.5, 120);
