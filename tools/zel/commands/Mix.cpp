@@ -10,6 +10,7 @@
 #include "tools/zel/sound/BlockMixer.h"
 #include "tools/zel/sound/ConvertedSound.h"
 #include "tools/zel/text/Failure.h"
+#include "tools/zel/text/List.h"
 #include "tools/zel/text/Text.h"
 
 namespace zel::tool {
@@ -53,7 +54,7 @@ int RunMix(int argc, char** argv) {
     }
     length = std::max(length, sound.info->GetLength());
     lengthKnown = lengthKnown && sound.info->GetLength() > 0;
-    names += (names.empty() ? "" : ", ") + Printable(input);
+    AddToList(&names, Printable(input));
     sounds.emplace_back(std::move(sound), format);
   }
 

@@ -9,6 +9,7 @@
 #include "tools/zel/files/MediaPrograms.h"
 #include "tools/zel/files/PacketSource.h"
 #include "tools/zel/text/Failure.h"
+#include "tools/zel/text/List.h"
 
 namespace zel::tool {
 namespace {
@@ -63,10 +64,6 @@ DecodedSound Controlled(const std::string& path, Ref<IMediaStream> stream) {
   if (!sound.controls) throw Failure(path, "its decoder cannot be controlled");
   sound.Refresh();
   return sound;
-}
-
-void AddToList(std::string* list, const std::string& item) {
-  *list += (list->empty() ? "" : ", ") + item;
 }
 
 std::string WhyNoProgram(const std::vector<Ref<IProgramInfo>>& programs, std::uint32_t wanted) {

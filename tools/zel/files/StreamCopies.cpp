@@ -2,6 +2,7 @@
 
 #include "media/Ticks.h"
 #include "tools/zel/text/Failure.h"
+#include "tools/zel/text/List.h"
 
 namespace zel::tool {
 namespace {
@@ -16,10 +17,6 @@ bool IsDescribed(const AVCodecParameters& codec) {
     default:
       return true;
   }
-}
-
-void AddToList(std::string* list, const std::string& item) {
-  *list += (list->empty() ? "" : ", ") + item;
 }
 
 /// "#2 audio (aac)".
