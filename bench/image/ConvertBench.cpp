@@ -3,9 +3,6 @@
 // Where our bitmap is bottom-up, libyuv is given a negative height, so that it reads or writes the
 // same bitmap; "top-down" is libyuv without that, which is faster and leaves the rows the other way
 // round.
-//
-// ZEL_CPU=avx2 (or another level's name) in the environment limits our kernels, not the
-// peers'.
 #include <array>
 #include <cstdint>
 #include <memory>
@@ -14,9 +11,8 @@
 #include <vector>
 
 #include "bench/Compare.h"
-#include "bench/image/KernelLevel.h"
 #include "zel/Common/Image/ImageConvert.h"
-#include "zel/Common/Image/detail/ConvertKernels.h"
+#include "zel/detail/Level.h"
 
 #if ZEL_WITH_LIBYUV
 #include <libyuv.h>
@@ -29,7 +25,7 @@ extern "C" {
 
 namespace {
 
-using zel::CpuLevel;
+using zel::Level;
 using zel::bench::Goal;
 using zel::bench::Peer;
 using Bytes = std::vector<std::uint8_t>;
@@ -207,10 +203,8 @@ Peer Sws(const Routine& routine, Picture& in, Picture& out) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const CpuLevel level = zel::bench::KernelLevel();
-  zel::bench::Comparison comparison(
-      "image conversion, " + std::string(zel::CpuLevelName(level)) + " kernels", argc, argv);
-  zel::image::UseConvertKernels(level);
+  zel::bench::Comparison comparison("image conversion", argc, argv, zel::bench::Kernels::kOfALevel);
+  const Level level = zel::ActiveLevel();
   struct Size {
     int w, h;
     double Routine::*goal;
@@ -250,9 +244,9 @@ int main(int argc, char** argv) {
         }
       } else if (size.goal) {
         peers.push_back({"plain", [&, level] {
-                           zel::image::UseConvertKernels(CpuLevel::kScalar);
+                           zel::UseLevel(Level::kPlain);
                            routine.ours(in, out);
-                           zel::image::UseConvertKernels(level);
+                           zel::UseLevel(level);
                          }});
       }
 #if ZEL_WITH_LIBSWSCALE

@@ -1,5 +1,5 @@
 // The resizers against libyuv and swscale, and, where no library has their like, against their own
-// plain kernels. ZEL_CPU=avx2 (or another level's name) measures that level's kernels.
+// plain kernels.
 
 #include <memory>
 #include <random>
@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "bench/Compare.h"
-#include "bench/image/KernelLevel.h"
 #include "zel/Common/Image/AlphaResize.h"
 #include "zel/Common/Image/detail/ResizePlan.h"
 
@@ -84,11 +83,6 @@ class Picture {
   int pixel_bytes_;
   std::vector<std::uint8_t> bytes_;
 };
-
-const ResizeKernels& Kernels() {
-  static const ResizeKernels& kernels = ResizeKernelsFor(zel::bench::KernelLevel());
-  return kernels;
-}
 
 /// The pictures of a case, which its contestants share.
 struct Pictures {
@@ -167,7 +161,7 @@ Case Luma(const Scale& scale, Method method, Goal goal) {
   const bool nearest = method == Method::kNearest;
   const Shared p = std::make_shared<Pictures>(scale, 1, 1);
   Case c = Named(nearest ? "NearY" : "BiLinerY", scale, p, goal);
-  c.ours = Run(nearest ? NearestLuma : BilinearLuma, Kernels(), p);
+  c.ours = Run(nearest ? NearestLuma : BilinearLuma, ActiveResizeKernels(), p);
 #if ZEL_WITH_LIBYUV
   c.peers.push_back({"libyuv", [=] { YuvPlane(p, method); }});
 #endif
@@ -202,22 +196,9 @@ Case Yv12(const Scale& scale, Goal goal) {
   Case c = Named("YV12", scale, p, goal);
   c.ours = [=] {
     Picture &from = p->from, &to = p->to;
-    if (&Kernels() == &ActiveResizeKernels()) {
-      ImageResizeYV12(from.Param(), from.plane[0], from.plane[1], from.plane[2], from.pitch[0],
-                      from.pitch[1], from.pitch[2], to.Param(), to.plane[0], to.plane[1],
-                      to.plane[2], to.pitch[0], to.pitch[1], to.pitch[2],
-                      IMAGE_INTERPOLATION_BILINEAR, 0);
-    } else {  // The same on another level's kernels.
-      const auto plane = [](Picture& picture, int i) {
-        IMG_PARAM param = picture.Param();
-        param.pBuffer = picture.plane[i];
-        param.nPitch = picture.pitch[i];
-        return param;
-      };
-      BilinearLuma(Kernels(), from.Param(), to.Param());
-      BilinearChroma(Kernels(), plane(from, 1), plane(to, 1));
-      BilinearChroma(Kernels(), plane(from, 2), plane(to, 2));
-    }
+    ImageResizeYV12(from.Param(), from.plane[0], from.plane[1], from.plane[2], from.pitch[0],
+                    from.pitch[1], from.pitch[2], to.Param(), to.plane[0], to.plane[1], to.plane[2],
+                    to.pitch[0], to.pitch[1], to.pitch[2], IMAGE_INTERPOLATION_BILINEAR, 0);
     zel::bench::Keep(to.plane[0]);
   };
 #if ZEL_WITH_LIBYUV
@@ -242,7 +223,7 @@ Case Bitmap32(const Scale& scale, Method method, Goal goal) {
   constexpr ResizeRoutine* routines[] = {NearestBitmap32, BilinearBitmap32, AlphaOverBitmap32};
   const int i = static_cast<int>(method);
   Case c = Named(names[i], scale, p, goal);
-  c.ours = Run(routines[i], Kernels(), p);
+  c.ours = Run(routines[i], ActiveResizeKernels(), p);
 #if ZEL_WITH_LIBYUV
   c.peers.push_back(YuvArgb(p, YuvFilter(method), method == Method::kAlpha));
 #endif
@@ -266,7 +247,7 @@ Case AgainstPlain(const char* name, ResizeRoutine* routine, const Scale& scale, 
     c.items /= 4;
     c.bytes /= 4;
   }
-  c.ours = Run(routine, Kernels(), p);
+  c.ours = Run(routine, ActiveResizeKernels(), p);
   c.peers = {{"plain kernel", Run(routine, kResizeScalar, p)}};
   return c;
 }
@@ -282,16 +263,15 @@ Case AtOddSize(const char* name, ResizeRoutine* routine, int from_bytes, int to_
     c.items /= 4;
     c.bytes /= 4;
   }
-  c.ours = Run(routine, Kernels(), p);
-  c.peers = {{"to 1920x1080", Run(routine, Kernels(), even)}};
+  c.ours = Run(routine, ActiveResizeKernels(), p);
+  c.peers = {{"to 1920x1080", Run(routine, ActiveResizeKernels(), even)}};
   return c;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::string level = zel::CpuLevelName(zel::bench::KernelLevel());
-  zel::bench::Comparison all("image resizing, " + level + " kernels", argc, argv);
+  zel::bench::Comparison all("image resizing", argc, argv, zel::bench::Kernels::kOfALevel);
   all.Add(Luma(kSmall, Method::kBilinear, {}));
   all.Add(Luma(kDown, Method::kBilinear, AtLeast(3, 7)));
   all.Add(Luma(kUp, Method::kBilinear, AtLeast(2, 3)));

@@ -96,7 +96,7 @@ struct CAudioConverter::Work {
   short* MakeRoom(CAudioConverter& c, int newSamples);
   int Convert(CAudioConverter& c, const short* data, int n, int capacity);
 
-  const zel::audio::Kernels& kernels = zel::audio::BestKernels();
+  const zel::audio::Kernels& kernels = zel::audio::ActiveKernels();
   zel::audio::ChannelKernel channelKernel = nullptr;
   const bool sameChannels;
   const bool sameRate;

@@ -37,7 +37,7 @@ void IntermixAudio(short** ppInputs, int nInputs, int nSamples, short* pOutput) 
     std::memset(pOutput, 0, static_cast<std::size_t>(nSamples) * sizeof(short));
     return;
   }
-  const auto& kernels = zel::audio::BestKernels();
+  const auto& kernels = zel::audio::ActiveKernels();
   const zel::audio::MixInputs in = {ppInputs, nInputs};
   const double step = nInputs * 2.2675736961451247e-06;  // 1 / 441,000
   double gain = 1.0;

@@ -2,27 +2,26 @@
 
 #include "zel/audio/detail/AudioScalar.h"
 #include "zel/audio/detail/x86/AudioX86.h"
+#include "zel/detail/Level.h"
 
 namespace zel::audio {
 namespace {
 
-constexpr int kLevels = static_cast<int>(CpuLevel::kAvx512Vbmi) + 1;
-
 struct AllKernels {
-  Kernels levels[kLevels];
-  CpuLevel highest = DetectCpuLevel();
+  Kernels levels[kLevelCount];
 
   AllKernels() {
-    // No further: the functions that set a level's kernels are compiled for that level themselves.
-    for (int i = 0; i <= static_cast<int>(highest); ++i) {
-      const auto level = static_cast<CpuLevel>(i);
-      Kernels* kernels = &levels[i];
+    for (const Level level : AllLevels()) {
+      // No further: the functions that set a level's kernels are compiled for that level
+      // themselves.
+      if (!HasLevel(level)) break;
+      Kernels* kernels = &levels[static_cast<int>(level)];
       *kernels = kKernelsScalar;
 #if defined(__x86_64__) || defined(__i386__)
-      if (level >= CpuLevel::kSse2) SetSse2Kernels(kernels);
-      if (level >= CpuLevel::kSsse3) SetSsse3Kernels(kernels);
-      if (level >= CpuLevel::kAvx2) SetAvx2Kernels(kernels);
-      if (level >= CpuLevel::kAvx512) SetAvx512Kernels(kernels);
+      if (level >= Level::kSse2) SetSse2Kernels(kernels);
+      if (level >= Level::kSsse3) SetSsse3Kernels(kernels);
+      if (level >= Level::kAvx2) SetAvx2Kernels(kernels);
+      if (level >= Level::kAvx512) SetAvx512Kernels(kernels);
 #endif
     }
   }
@@ -30,13 +29,13 @@ struct AllKernels {
 
 }  // namespace
 
-const Kernels& KernelsFor(CpuLevel level) {
+const Kernels& KernelsFor(Level level) {
   static const AllKernels all;
-  return all.levels[static_cast<int>(level < all.highest ? level : all.highest)];
+  return all.levels[static_cast<int>(level)];
 }
 
-const Kernels& BestKernels() {
-  return KernelsFor(CpuLevel::kAvx512Vbmi);
+const Kernels& ActiveKernels() {
+  return KernelsFor(ActiveLevel());
 }
 
 }  // namespace zel::audio

@@ -3,7 +3,9 @@
 
 #include <cstdint>
 
-#include "zel/detail/Cpu.h"
+namespace zel {
+enum class Level;
+}
 
 namespace zel::audio {
 
@@ -52,11 +54,11 @@ struct Kernels {
 
 inline constexpr int kReadSlack = 64;
 
-/// The kernels for a processor of the given level, or for this processor if it is below that.
-const Kernels& KernelsFor(CpuLevel level);
+/// The kernels of `level`, which the processor must have.
+const Kernels& KernelsFor(Level level);
 
-/// The kernels for this processor.
-const Kernels& BestKernels();
+/// The kernels in use.
+const Kernels& ActiveKernels();
 
 /// Index of an output channel count in `Kernels::channels`, -1 if there are no rules for it.
 constexpr int ChannelColumn(int outChannels) {

@@ -13,7 +13,10 @@
 #include <cstdint>
 
 #include "zel/Common/Image/Bitmap.h"
-#include "zel/detail/Cpu.h"
+
+namespace zel {
+enum class Level;
+}
 
 namespace zel::image {
 
@@ -111,15 +114,10 @@ struct ConvertKernels {
   void (*swap)(PixelSource src, PixelTarget dst, std::ptrdiff_t count, std::ptrdiff_t rows);
 };
 
-/// The kernels for a processor of this level. Levels without kernels of their own have those of the
-/// level below.
-const ConvertKernels& ConvertKernelsFor(CpuLevel level);
+/// The kernels of `level`. The processor must have it when they are called.
+const ConvertKernels& ConvertKernelsFor(Level level);
 
-/// The kernels in use: at first those for this processor.
+/// The kernels in use.
 const ConvertKernels& ActiveConvertKernels();
-
-/// Makes `level`, which the processor must have, the one in use, in tests and benchmarks. Not to be
-/// called while a conversion runs.
-void UseConvertKernels(CpuLevel level);
 
 }  // namespace zel::image

@@ -1,5 +1,6 @@
-// The vector kernels of the colour conversions, for whatever vector the including file defines. That file
-// opens the anonymous namespace, so that nothing here is seen outside it, and defines beforehand:
+// The vector kernels of the colour conversions, for whatever vector the including file defines.
+// That file opens the anonymous namespace, so that nothing here is seen outside it, and defines
+// beforehand:
 //
 //   V                        the vector; ZEL_LANES lanes of 16 bytes
 //   ZEL_MM(op), ZEL_SI(op)   the intrinsics: _mm256_##op, _mm256_##op##_si256
@@ -7,24 +8,25 @@
 //   Widen(p)                 half a vector of bytes as 16-bit words
 //   StoreHalves(p, q, v)     the lower half at p, the upper half at q
 //   MaddBytes(a, b)          per word: unsigned bytes of a times signed bytes of b, the two added
-//   Spread(v), Gather(v)     dword L*j + k (L lanes) to place j of lane k, and back: interleaving within
+//   Spread(v), Gather(v)     dword L*j + k (L lanes) to place j of lane k, and back: interleaving
+//   within
 //                            lanes then gives the order of memory
 //   SpreadHalves, GatherHalves   the same for qwords
 //   StoreBgr24(p, v)         4 vectors of pixels of 4 bytes, as pixels of 3 bytes
 //   LoadGroups24(p, v)       pixels of 3 bytes to 4 vectors; each lane begins with 4 pixels
-//   Deal<bytes>(v)           4 pixels in each lane to 4 words of blue and green, 4 words of red and any byte
-//   StoreChroma(u, v, uv)    per lane 8 samples of U, then of V, of pixels as LoadPairs orders them
-//   SwapBytes(v)             the bytes of each word exchanged
-//   ZEL_OWN_FROM_BLOCK       if defined, FromBlock and ToPackedBlock
-//   ZEL_OWN_FROM_BLOCK32     if defined, FromBlock32, which is used for pixels of 4 bytes
-//   ZEL_OWN_COLORS           if defined, SpreadChroma, Chroma24, LoadPacked24, PackedChroma24,
+//   Deal<bytes>(v)           4 pixels in each lane to 4 words of blue and green, 4 words of red and
+//   any byte StoreChroma(u, v, uv)    per lane 8 samples of U, then of V, of pixels as LoadPairs
+//   orders them SwapBytes(v)             the bytes of each word exchanged ZEL_OWN_FROM_BLOCK if
+//   defined, FromBlock and ToPackedBlock ZEL_OWN_FROM_BLOCK32     if defined, FromBlock32, which is
+//   used for pixels of 4 bytes ZEL_OWN_COLORS           if defined, SpreadChroma, Chroma24,
+//   LoadPacked24, PackedChroma24,
 //                            StorePackedColors and KeepFourth
 //   ZEL_OWN_INDEXED          if defined, ColorTables and FromIndexedRows
 //   ZEL_NARROWER_SWAP        if defined, `swap` is kNarrower's, and SwapBytes is not needed
 //   kNarrower                the kernels for rows that are shorter than a vector
 //
-// Loads and stores stay within the row: its end is converted by a vector that overlaps the one before. An odd
-// last column is converted with each pair of rows, while the caches hold them.
+// Loads and stores stay within the row: its end is converted by a vector that overlaps the one
+// before. An odd last column is converted with each pair of rows, while the caches hold them.
 
 constexpr std::ptrdiff_t kPixels = 16 * ZEL_LANES;
 
@@ -91,16 +93,16 @@ ZEL_INLINE V InterleaveHi16(V a, V b) {
   return ZEL_MM(unpackhi_epi16)(a, b);
 }
 
-/// Pixels of `bytes` bytes from `p` to where vectors are aligned; 0 if none is, or is worth an overlap in a
-/// row of `width`.
+/// Pixels of `bytes` bytes from `p` to where vectors are aligned; 0 if none is, or is worth an
+/// overlap in a row of `width`.
 ZEL_INLINE std::ptrdiff_t Head(const std::uint8_t* p, int bytes, std::ptrdiff_t width) {
-  const auto gap = static_cast<std::ptrdiff_t>(-reinterpret_cast<std::uintptr_t>(p) %
-                                               (16 * ZEL_LANES));
+  const auto gap =
+      static_cast<std::ptrdiff_t>(-reinterpret_cast<std::uintptr_t>(p) % (16 * ZEL_LANES));
   return width >= 8 * kPixels && gap % (2 * bytes) == 0 ? gap / bytes : 0;
 }
 
-/// Calls `step(x)` so that vectors of kPixels cover `width` pixels, which are at least that many. With a
-/// `head`, the second vector begins there, within the first.
+/// Calls `step(x)` so that vectors of kPixels cover `width` pixels, which are at least that many.
+/// With a `head`, the second vector begins there, within the first.
 template <typename Step>
 ZEL_INLINE void Cover(std::ptrdiff_t width, std::ptrdiff_t head, Step step) {
   if (head > 0) step(0);
@@ -110,8 +112,8 @@ ZEL_INLINE void Cover(std::ptrdiff_t width, std::ptrdiff_t head, Step step) {
   }
 }
 
-// The processor foresees a row's next bytes, but not where the next row begins, least of all where rows go
-// backwards. While a row is converted, the one that follows is therefore asked for.
+// The processor foresees a row's next bytes, but not where the next row begins, least of all where
+// rows go backwards. While a row is converted, the one that follows is therefore asked for.
 
 /// Whether that pays: for pictures that the nearest caches do not hold, with rows that they do.
 ZEL_INLINE bool WorthAsking(std::ptrdiff_t width, std::ptrdiff_t rows) {
@@ -127,9 +129,9 @@ ZEL_INLINE bool AsksAt(std::ptrdiff_t x) {
   return (x & 63) < kPixels;
 }
 
-/// Calls `step(row, count, ask)` for every pair of rows and for an odd last one. `ask` says whether to ask
-/// for the next pair, that is, whether the picture is large; `count` and `ask` are constants, so that small
-/// pictures pay nothing for large ones.
+/// Calls `step(row, count, ask)` for every pair of rows and for an odd last one. `ask` says whether
+/// to ask for the next pair, that is, whether the picture is large; `count` and `ask` are
+/// constants, so that small pictures pay nothing for large ones.
 template <typename Step>
 ZEL_INLINE void InPairs(std::ptrdiff_t width, std::ptrdiff_t rows, Step step) {
   using One = std::integral_constant<int, 1>;
@@ -151,8 +153,8 @@ ZEL_INLINE void InRows(std::ptrdiff_t width, std::ptrdiff_t rows, Step step) {
   for (; row < rows; ++row) step(row, std::false_type());
 }
 
-/// Pictures of more pixels than this leave every cache before they are read again. Memory takes and gives
-/// their rows faster one after the other than two at once, where rows go forward.
+/// Pictures of more pixels than this leave every cache before they are read again. Memory takes and
+/// gives their rows faster one after the other than two at once, where rows go forward.
 constexpr std::ptrdiff_t kBeyondCaches = std::ptrdiff_t{1} << 22;
 
 /// Asks for the planes' next pair of rows.
@@ -177,11 +179,12 @@ ZEL_INLINE YuvSource SecondRow(YuvSource pair) {
   return pair;
 }
 
-// --- YUV to RGB --------------------------------------------------------------------------------------
+// --- YUV to RGB
+// --------------------------------------------------------------------------------------
 //
-// 9536 is 64 * 149 and 1192 is 8 * 149, so that both conversions become (149 Y + c) >> 7 with c, the chroma
-// term, floored after the division by 64 or 8: exact, and within 16 bits but for blue. c is a multiple of
-// the sample and a small remainder with a shift of its own.
+// 9536 is 64 * 149 and 1192 is 8 * 149, so that both conversions become (149 Y + c) >> 7 with c,
+// the chroma term, floored after the division by 64 or 8: exact, and within 16 bits but for blue. c
+// is a multiple of the sample and a small remainder with a shift of its own.
 
 struct ToRgbExact {
   static constexpr int kBlueMul = 74, kBlueAdd = 7, kBlueShift = 5, kBlueBase = 35447;
@@ -204,7 +207,8 @@ ZEL_INLINE V ChromaPairs(const std::uint8_t* u, const std::uint8_t* v) {
   return Or(Widen(u), ShiftLeft<8>(Widen(v)));
 }
 
-/// Chroma terms, a word each. Blue's lies in -35447..30422: its positive and negative parts are apart.
+/// Chroma terms, a word each. Blue's lies in -35447..30422: its positive and negative parts are
+/// apart.
 struct Chroma {
   V blue_plus, blue_minus, green, red;
 };
@@ -212,14 +216,16 @@ struct Chroma {
 /// Of words with a byte of U and a byte of V.
 template <typename F>
 ZEL_INLINE Chroma ChromaTerms(V uv) {
-  const auto weigh = [uv](int u, int v) ZEL_INLINE_LAMBDA { return MaddBytes(uv, BytePairs(u, v)); };
+  const auto weigh = [uv](int u, int v)
+                         ZEL_INLINE_LAMBDA { return MaddBytes(uv, BytePairs(u, v)); };
   const auto twice = [](V v) ZEL_INLINE_LAMBDA { return Add(v, v); };
   // Blue: 256 U - (base - (mul U + add >> shift)).
   const V blue = ShiftLeft<8>(uv);
-  const V blue_base = Sub(Words(F::kBlueBase),
-                          ShiftRight<F::kBlueShift>(Add(weigh(F::kBlueMul, 0), Words(F::kBlueAdd))));
-  const V green_rest = ShiftRight<F::kGreenShift>(
-      Add(weigh(F::kGreenMulU, F::kGreenMulV), Words(F::kGreenAdd)));
+  const V blue_base =
+      Sub(Words(F::kBlueBase),
+          ShiftRight<F::kBlueShift>(Add(weigh(F::kBlueMul, 0), Words(F::kBlueAdd))));
+  const V green_rest =
+      ShiftRight<F::kGreenShift>(Add(weigh(F::kGreenMulU, F::kGreenMulV), Words(F::kGreenAdd)));
   const V green = Sub(Words(F::kGreenBase + kLumaBias), twice(weigh(25, 52)));
   const V red = Add(Words(F::kRedBase + kLumaBias), twice(weigh(0, 102)));
   const V red_rest = ShiftRight<F::kRedShift>(Add(weigh(0, F::kRedMul), Words(F::kRedAdd)));
@@ -258,8 +264,8 @@ ZEL_INLINE V KeepFourth(V pixels, V old) {
   return Or(pixels, And(old, Dwords(0xff000000U)));
 }
 #endif
-/// Stores 3 of every 4 bytes; the fourth ones are 0 in `pixels`. What is there is stored again: stores with a
-/// mask of bytes take longer than that.
+/// Stores 3 of every 4 bytes; the fourth ones are 0 in `pixels`. What is there is stored again:
+/// stores with a mask of bytes take longer than that.
 ZEL_INLINE void StoreKept(std::uint8_t* p, V pixels) {
   Store(p, KeepFourth(pixels, Load(p)));
 }
@@ -276,8 +282,8 @@ ZEL_INLINE void Interleave(V blue, V green, V red, V fourth, V (&pixels)[4]) {
   pixels[3] = InterleaveHi16(bg_hi, rx_hi);
 }
 
-/// A word for each of kPixels pixels; which of them are in which half, and in what order, is for the loading
-/// and the storing function to agree on.
+/// A word for each of kPixels pixels; which of them are in which half, and in what order, is for
+/// the loading and the storing function to agree on.
 struct Luma {
   V lo, hi;
 };
@@ -307,8 +313,8 @@ ZEL_INLINE Luma Luma24(const std::uint8_t* src) {
   return {Widen(src), Widen(src + kPixels / 2)};
 }
 ZEL_INLINE void StoreColors24(std::uint8_t* dst, const Halves<Color>& colors) {
-  StorePackedColors(dst, Pack(colors.lo.blue, colors.lo.green),
-                    Pack(colors.lo.red, colors.hi.blue), Pack(colors.hi.green, colors.hi.red));
+  StorePackedColors(dst, Pack(colors.lo.blue, colors.lo.green), Pack(colors.lo.red, colors.hi.blue),
+                    Pack(colors.hi.green, colors.hi.red));
 }
 #else
 ZEL_INLINE Luma Luma24(const std::uint8_t* src) {
@@ -398,25 +404,27 @@ void ToRgb(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width, std::ptr
   });
 }
 
-// --- RGB to YUV --------------------------------------------------------------------------------------
+// --- RGB to YUV
+// --------------------------------------------------------------------------------------
 //
-// A factor f is split into 2^n h + l with both within a signed byte, so that the weighted sum shifted by
-// n + m is (sum of h's + (sum of l's >> n)) >> m: exact, and both sums fit 16 bits. See ConvertWeights.h.
+// A factor f is split into 2^n h + l with both within a signed byte, so that the weighted sum
+// shifted by n + m is (sum of h's + (sum of l's >> n)) >> m: exact, and both sums fit 16 bits. See
+// ConvertWeights.h.
 
 #ifndef ZEL_OWN_FROM_BLOCK
 /// Without the whole part of the offset.
 template <const Weights& kW>
 ZEL_INLINE V Weigh(V bg, V r) {
-  V high = Add(MaddBytes(bg, BytePairs(kW.high_b, kW.high_g)),
-               MaddBytes(r, BytePairs(kW.high_r, 0)));
+  V high =
+      Add(MaddBytes(bg, BytePairs(kW.high_b, kW.high_g)), MaddBytes(r, BytePairs(kW.high_r, 0)));
   if (kW.rounding() != 0) high = Add(high, Words(kW.rounding()));
   const V low =
       Add(MaddBytes(bg, BytePairs(kW.low_b, kW.low_g)), MaddBytes(r, BytePairs(kW.low_r, 0)));
   return ShiftRightSigned<kW.high_shift>(Add(high, ShiftRightSigned<kW.low_shift>(low)));
 }
 
-/// kPixels pixels to words of blue and green, and of red and a fourth byte. Lane k of bg[i] has the four
-/// pixels that begin at L * 8 i + 4 k, and the four that begin L * 4 pixels later (L lanes).
+/// kPixels pixels to words of blue and green, and of red and a fourth byte. Lane k of bg[i] has the
+/// four pixels that begin at L * 8 i + 4 k, and the four that begin L * 4 pixels later (L lanes).
 template <int kBytes>
 ZEL_INLINE void LoadPairs(const std::uint8_t* src, V (&bg)[2], V (&r)[2]) {
   V pixels[4];
@@ -436,7 +444,8 @@ template <typename F>
 ZEL_INLINE V LumaBytes(const V (&y)[2]) {
   return ZEL_MM(add_epi8)(Gather(Pack(y[0], y[1])), BytePairs(F::kY.whole(), F::kY.whole()));
 }
-/// Means of neighbours, with their offset: the sums of words over kRows rows, two words of each lane's 16.
+/// Means of neighbours, with their offset: the sums of words over kRows rows, two words of each
+/// lane's 16.
 template <typename F, int kRows>
 ZEL_INLINE V Means(const V (&sums)[2]) {
   static_assert(F::kU.whole() == F::kV.whole());
@@ -495,13 +504,13 @@ void FromRgb(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width, std::p
   });
 }
 
-// --- Indexed pictures --------------------------------------------------------------------------------
+// --- Indexed pictures
+// --------------------------------------------------------------------------------
 
 int Highest(const std::uint8_t* bytes, std::ptrdiff_t count) {
   if (count < kPixels) return kNarrower.highest(bytes, count);
   V highest = Zero();
-  Cover(count, 0,
-        [&](std::ptrdiff_t x) { highest = ZEL_MM(max_epu8)(highest, Load(bytes + x)); });
+  Cover(count, 0, [&](std::ptrdiff_t x) { highest = ZEL_MM(max_epu8)(highest, Load(bytes + x)); });
   std::uint8_t each[kPixels];
   Store(each, highest);
   return kConvertScalar.highest(each, kPixels);
@@ -555,9 +564,11 @@ void FromIndexed(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width, st
   });
 }
 
-// --- Packed 4:2:2 ------------------------------------------------------------------------------------
+// --- Packed 4:2:2
+// ------------------------------------------------------------------------------------
 
-/// kPixels pixels of packed 4:2:2: their luma, and their chroma as U, V, U, V ..., in the order of memory.
+/// kPixels pixels of packed 4:2:2: their luma, and their chroma as U, V, U, V ..., in the order of
+/// memory.
 struct Packed {
   V luma, chroma;
 };
@@ -644,8 +655,7 @@ void Merge(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width, std::ptr
 }
 
 template <bool kLumaFirst>
-void PackedToBgr24All(PixelSource src, PixelTarget dst, std::ptrdiff_t width,
-                      std::ptrdiff_t rows) {
+void PackedToBgr24All(PixelSource src, PixelTarget dst, std::ptrdiff_t width, std::ptrdiff_t rows) {
   InRows(width, rows, [&](std::ptrdiff_t row, auto ask) ZEL_INLINE_LAMBDA {
     Cover(width, 0, [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
       if (ask && AsksAt(x)) {
@@ -658,8 +668,7 @@ void PackedToBgr24All(PixelSource src, PixelTarget dst, std::ptrdiff_t width,
       const auto luma = [](V v) ZEL_INLINE_LAMBDA {
         return kLumaFirst ? And(v, Words(0xff)) : ShiftRight<8>(v);
       };
-      StoreColors24(dst[row] + 3 * x,
-                    ColorsOf({luma(first), luma(second)}, TwiceHalves(chroma)));
+      StoreColors24(dst[row] + 3 * x, ColorsOf({luma(first), luma(second)}, TwiceHalves(chroma)));
     });
   });
 }
@@ -688,8 +697,7 @@ ZEL_INLINE void ToPackedBlock(const std::uint8_t* src, std::uint8_t* dst) {
 #endif
 
 template <bool kLumaFirst>
-void Bgr24ToPackedAll(PixelSource src, PixelTarget dst, std::ptrdiff_t width,
-                      std::ptrdiff_t rows) {
+void Bgr24ToPackedAll(PixelSource src, PixelTarget dst, std::ptrdiff_t width, std::ptrdiff_t rows) {
   InRows(width, rows, [&](std::ptrdiff_t row, auto ask) ZEL_INLINE_LAMBDA {
     Cover(width, 0, [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
       if (ask && AsksAt(x)) {

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "zel/detail/LevelTables.h"
+
 namespace zel::image {
 namespace {
 
@@ -78,36 +80,31 @@ void MultiplyAlpha(const unsigned char* mask, std::size_t n, unsigned char* out)
 
 }  // namespace
 
-const ResizeKernels kResizeScalar = {CpuLevel::kScalar, {0, 0},   {0, 0},       Bilinear8,
-                                     Bilinear32,        Nearest8, Nearest32,    Blend8,
-                                     Blend32,           Over32,   ReplaceAlpha, MultiplyAlpha};
+const ResizeKernels kResizeScalar = {{0, 0},   {0, 0},       Bilinear8,    Bilinear32,
+                                     Nearest8, Nearest32,    Blend8,       Blend32,
+                                     Over32,   ReplaceAlpha, MultiplyAlpha};
 
-const ResizeKernels& ResizeKernelsFor(CpuLevel level) {
+namespace {
+
+constexpr LevelTables<ResizeKernels> kTables = {{
+    &kResizeScalar,
 #if defined(__x86_64__) || defined(__i386__)
-  switch (level) {
-    case CpuLevel::kAvx512Vbmi:
-      return kResizeAvx512Vbmi;
-    case CpuLevel::kAvx512:
-      return kResizeAvx512;
-    case CpuLevel::kAvx2:
-      return kResizeAvx2;
-    case CpuLevel::kSse41:
-    case CpuLevel::kSsse3:
-      return kResizeSsse3;
-    case CpuLevel::kSse2:
-      return kResizeSse2;
-    case CpuLevel::kScalar:
-      break;
-  }
-#else
-  (void)level;
+    &kResizeSse2,
+    &kResizeSsse3,
+    &kResizeAvx2,
+    &kResizeAvx512,
+    &kResizeAvx512Vbmi,
 #endif
-  return kResizeScalar;
+}};
+
+}  // namespace
+
+const ResizeKernels& ResizeKernelsFor(Level level) {
+  return kTables.For(level);
 }
 
 const ResizeKernels& ActiveResizeKernels() {
-  static const ResizeKernels& kernels = ResizeKernelsFor(DetectCpuLevel());
-  return kernels;
+  return kTables.Active();
 }
 
 }  // namespace zel::image

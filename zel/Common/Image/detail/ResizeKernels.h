@@ -8,7 +8,9 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "zel/detail/Cpu.h"
+namespace zel {
+enum class Level;
+}
 
 namespace zel::image {
 
@@ -43,7 +45,6 @@ struct ResizeWindow {
 
 /// Rows given to these functions do not overlap, and may have any address. Weights count 1/4096.
 struct ResizeKernels {
-  CpuLevel level;
   ResizeWindow bytes;
   ResizeWindow pixels;
 
@@ -78,9 +79,9 @@ extern const ResizeKernels kResizeAvx512;
 extern const ResizeKernels kResizeAvx512Vbmi;
 #endif
 
-/// The fastest kernels that need no more than `level`.
-const ResizeKernels& ResizeKernelsFor(CpuLevel level);
-/// Those for this processor, found out once.
+/// The kernels of `level`. The processor must have it when they are called.
+const ResizeKernels& ResizeKernelsFor(Level level);
+/// The kernels in use.
 const ResizeKernels& ActiveResizeKernels();
 
 }  // namespace zel::image

@@ -449,9 +449,9 @@ void MultiplyAlpha(const unsigned char* mask, std::size_t n, unsigned char* out)
   });
 }
 
-constexpr ResizeKernels KernelsFor(CpuLevel level) {
-  return {level,     kByteWindow, kPixelWindow, Bilinear8, Bilinear32,   Nearest8,
-          Nearest32, Blend8,      Blend32,      Over32,    ReplaceAlpha, MultiplyAlpha};
+constexpr ResizeKernels MakeKernels() {
+  return {kByteWindow, kPixelWindow, Bilinear8, Bilinear32,   Nearest8,     Nearest32,
+          Blend8,      Blend32,      Over32,    ReplaceAlpha, MultiplyAlpha};
 }
 
 }  // namespace

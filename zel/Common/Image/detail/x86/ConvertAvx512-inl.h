@@ -61,4 +61,3 @@ constexpr auto kChromaPlaces =
 inline void StoreChroma(std::uint8_t* u, std::uint8_t* v, V uv) {
   StoreHalves(u, v, _mm512_permutexvar_epi16(Load(kChromaPlaces.at), uv));
 }
-

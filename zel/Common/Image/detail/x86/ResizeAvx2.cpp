@@ -2,6 +2,6 @@
 #include "zel/Common/Image/detail/ResizeRows-inl.h"
 
 namespace zel::image {
-const ResizeKernels kResizeAvx2 = KernelsFor(CpuLevel::kAvx2);
+const ResizeKernels kResizeAvx2 = MakeKernels();
 }
 #endif

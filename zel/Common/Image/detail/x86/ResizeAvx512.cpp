@@ -2,6 +2,6 @@
 #include "zel/Common/Image/detail/ResizeRows-inl.h"
 
 namespace zel::image {
-const ResizeKernels kResizeAvx512 = KernelsFor(CpuLevel::kAvx512);
+const ResizeKernels kResizeAvx512 = MakeKernels();
 }
 #endif

@@ -2,6 +2,6 @@
 #include "zel/Common/Image/detail/ResizeRows-inl.h"
 
 namespace zel::image {
-const ResizeKernels kResizeAvx512Vbmi = KernelsFor(CpuLevel::kAvx512Vbmi);
+const ResizeKernels kResizeAvx512Vbmi = MakeKernels();
 }
 #endif

@@ -2,6 +2,6 @@
 #include "zel/Common/Image/detail/ResizeRows-inl.h"
 
 namespace zel::image {
-const ResizeKernels kResizeSse2 = KernelsFor(CpuLevel::kSse2);
+const ResizeKernels kResizeSse2 = MakeKernels();
 }
 #endif

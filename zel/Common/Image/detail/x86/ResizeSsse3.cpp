@@ -2,6 +2,6 @@
 #include "zel/Common/Image/detail/ResizeRows-inl.h"
 
 namespace zel::image {
-const ResizeKernels kResizeSsse3 = KernelsFor(CpuLevel::kSsse3);
+const ResizeKernels kResizeSsse3 = MakeKernels();
 }
 #endif
