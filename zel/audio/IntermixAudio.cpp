@@ -59,7 +59,7 @@ void IntermixAudio(short** ppInputs, int nInputs, int nSamples, short* pOutput) 
     }
     // ... then the sample that ended it.
     if (gain < 1.0) gain += step;
-    const double scaled = zel::audio::MixSum(in, i) * gain;
+    const double scaled = zel::audio::plain::MixSum(in, i) * gain;
     // The gain can pass 1 so far only with hundreds of thousands of inputs.
     int v = static_cast<int>(std::clamp<double>(scaled, std::numeric_limits<int>::min(),
                                                 std::numeric_limits<int>::max()));

@@ -2,40 +2,30 @@
 
 #include "zel/audio/detail/AudioScalar.h"
 #include "zel/audio/detail/x86/AudioX86.h"
-#include "zel/detail/Level.h"
+#include "zel/detail/LevelTables.h"
 
 namespace zel::audio {
 namespace {
 
-struct AllKernels {
-  Kernels levels[kLevelCount];
-
-  AllKernels() {
-    for (const Level level : AllLevels()) {
-      // No further: the functions that set a level's kernels are compiled for that level
-      // themselves.
-      if (!HasLevel(level)) break;
-      Kernels* kernels = &levels[static_cast<int>(level)];
-      *kernels = kKernelsScalar;
+constexpr LevelTables<Kernels> kTables = {{
+    &plain::kKernels,
 #if defined(__x86_64__) || defined(__i386__)
-      if (level >= Level::kSse2) SetSse2Kernels(kernels);
-      if (level >= Level::kSsse3) SetSsse3Kernels(kernels);
-      if (level >= Level::kAvx2) SetAvx2Kernels(kernels);
-      if (level >= Level::kAvx512) SetAvx512Kernels(kernels);
+    &sse2::kKernels,
+    &ssse3::kKernels,
+    &avx2::kKernels,
+    &avx512::kKernels,
+    &avx512::kKernels,
 #endif
-    }
-  }
-};
+}};
 
 }  // namespace
 
 const Kernels& KernelsFor(Level level) {
-  static const AllKernels all;
-  return all.levels[static_cast<int>(level)];
+  return kTables.For(level);
 }
 
 const Kernels& ActiveKernels() {
-  return KernelsFor(ActiveLevel());
+  return kTables.Active();
 }
 
 }  // namespace zel::audio
