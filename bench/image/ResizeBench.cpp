@@ -248,7 +248,7 @@ Case AgainstPlain(const char* name, ResizeRoutine* routine, const Scale& scale, 
     c.bytes /= 4;
   }
   c.ours = Run(routine, ActiveResizeKernels(), p);
-  c.peers = {{"plain kernel", Run(routine, kResizeScalar, p)}};
+  c.peers = {{"plain kernel", Run(routine, plain::kResize, p)}};
   return c;
 }
 

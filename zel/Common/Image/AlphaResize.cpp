@@ -19,7 +19,7 @@ int AlphaOverBitmap32(const ResizeKernels& kernels, const IMG_PARAM& src, const 
   const std::size_t inner = static_cast<unsigned>(to.width) - 1;
   const auto over_edge = [&](std::int32_t source_y, unsigned char* out) {
     const unsigned char* pixel = scaler.LastPixel(source_y);
-    kResizeScalar.over32(pixel, pixel, 0, 1, true, out);
+    plain::kResize.over32(pixel, pixel, 0, 1, true, out);
   };
   const std::int32_t last = to.height - 1;
   for (std::int32_t i = 0; i < last; ++i) {

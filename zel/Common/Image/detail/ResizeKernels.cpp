@@ -2,9 +2,11 @@
 
 #include <cstring>
 
+#include "zel/Common/Image/detail/x86/ImageX86.h"
 #include "zel/detail/LevelTables.h"
 
 namespace zel::image {
+namespace plain {
 namespace {
 
 unsigned char Mix(int a, int b, int weight) {
@@ -80,20 +82,21 @@ void MultiplyAlpha(const unsigned char* mask, std::size_t n, unsigned char* out)
 
 }  // namespace
 
-const ResizeKernels kResizeScalar = {{0, 0},   {0, 0},       Bilinear8,    Bilinear32,
-                                     Nearest8, Nearest32,    Blend8,       Blend32,
-                                     Over32,   ReplaceAlpha, MultiplyAlpha};
+const ResizeKernels kResize = {{0, 0}, {0, 0},  Bilinear8, Bilinear32,   Nearest8,     Nearest32,
+                               Blend8, Blend32, Over32,    ReplaceAlpha, MultiplyAlpha};
+
+}  // namespace plain
 
 namespace {
 
 constexpr LevelTables<ResizeKernels> kTables = {{
-    &kResizeScalar,
+    &plain::kResize,
 #if defined(__x86_64__) || defined(__i386__)
-    &kResizeSse2,
-    &kResizeSsse3,
-    &kResizeAvx2,
-    &kResizeAvx512,
-    &kResizeAvx512Vbmi,
+    &sse2::kResize,
+    &ssse3::kResize,
+    &avx2::kResize,
+    &avx512::kResize,
+    &avx512vbmi::kResize,
 #endif
 }};
 

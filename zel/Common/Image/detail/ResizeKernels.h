@@ -70,14 +70,9 @@ struct ResizeKernels {
   void (*multiply_alpha)(const unsigned char* mask, std::size_t n, unsigned char* out);
 };
 
-extern const ResizeKernels kResizeScalar;
-#if defined(__x86_64__) || defined(__i386__)
-extern const ResizeKernels kResizeSse2;
-extern const ResizeKernels kResizeSsse3;
-extern const ResizeKernels kResizeAvx2;
-extern const ResizeKernels kResizeAvx512;
-extern const ResizeKernels kResizeAvx512Vbmi;
-#endif
+namespace plain {
+extern const ResizeKernels kResize;
+}
 
 /// The kernels of `level`. The processor must have it when they are called.
 const ResizeKernels& ResizeKernelsFor(Level level);
