@@ -1,5 +1,5 @@
-// Covering a row with registers, its end included, without a read or a write beyond it. There are
-// two ways, by whether a kernel may do the same place twice.
+// Covering a row with registers, its end included, without a read or a write beyond it: Cover where
+// the same place may be made twice, CoverInPlace and CoverOnce where the output may be the input.
 #pragma once
 
 #include "zel/detail/Registers-inl.h"
@@ -17,6 +17,36 @@ ZEL_INLINE void Cover(Count count, Count size, Count head, Step step) {
   Count x = head;
   for (; x < count - size; x += size) step(x);
   step(count - size);
+}
+
+/// The same with the end in the loop, for steps of so many instructions that a copy of them for the
+/// end costs more than to ask each time.
+template <typename Count, typename Step>
+ZEL_INLINE void CoverWithLarge(Count count, Count size, Count head, Step step) {
+  if (head > 0) step(Count{0});
+  for (Count x = head; x < count; x += size) {
+    if (x > count - size) x = count - size;
+    step(x);
+  }
+}
+
+/// Cover where the output may be the input: make(x) reads and computes what put(x, v) stores.
+/// The overlapping ends are computed before anything is stored.
+template <typename Count, typename Make, typename Put>
+ZEL_INLINE void CoverInPlace(Count count, Count size, Count head, Make make, Put put) {
+  const Reg first = make(Count{0}), last = make(count - size);
+  Count x = head;
+  for (; x <= count - 2 * size; x += 2 * size) {
+    const Reg one = make(x), two = make(x + size);
+    put(x, one);
+    put(x + size, two);
+  }
+  if (x <= count - size) {
+    put(x, make(x));
+    x += size;
+  }
+  if (head > 0) put(Count{0}, first);
+  if (x < count) put(count - size, last);
 }
 
 /// How CoverOnce has a step access its place: a whole register, or the first `bytes` of one.

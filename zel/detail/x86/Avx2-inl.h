@@ -76,6 +76,14 @@ ZEL_INLINE bool Any(Flags flags) {
 ZEL_INLINE Reg MulAddBytes(Reg a, Reg b) {
   return _mm256_maddubs_epi16(a, b);
 }
+ZEL_INLINE Reg Even32(Reg a, Reg b) {
+  return _mm256_castps_si256(
+      _mm256_shuffle_ps(_mm256_castsi256_ps(a), _mm256_castsi256_ps(b), _MM_SHUFFLE(2, 0, 2, 0)));
+}
+ZEL_INLINE Reg Odd32(Reg a, Reg b) {
+  return _mm256_castps_si256(
+      _mm256_shuffle_ps(_mm256_castsi256_ps(a), _mm256_castsi256_ps(b), _MM_SHUFFLE(3, 1, 3, 1)));
+}
 ZEL_INLINE Reg ShuffleBytes(Reg v, Reg places) {
   return _mm256_shuffle_epi8(v, places);
 }

@@ -1,19 +1,19 @@
 #include "zel/Common/Image/detail/ConvertKernels.h"
 
-#include "zel/Common/Image/detail/ConvertTables.h"
+#include "zel/Common/Image/detail/x86/ImageX86.h"
 #include "zel/detail/LevelTables.h"
 
 namespace zel::image {
 namespace {
 
 constexpr LevelTables<ConvertKernels> kTables = {{
-    &kConvertScalar,
+    &plain::kConvert,
 #if defined(__x86_64__) || defined(__i386__)
-    &kConvertSse2,
-    &kConvertSsse3,
-    &kConvertAvx2,
-    &kConvertAvx512,
-    &kConvertAvx512Vbmi,
+    &sse2::kConvert,
+    &ssse3::kConvert,
+    &avx2::kConvert,
+    &avx512::kConvert,
+    &avx512vbmi::kConvert,
 #endif
 }};
 

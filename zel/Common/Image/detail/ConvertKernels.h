@@ -114,6 +114,10 @@ struct ConvertKernels {
   void (*swap)(PixelSource src, PixelTarget dst, std::ptrdiff_t count, std::ptrdiff_t rows);
 };
 
+namespace plain {
+extern const ConvertKernels kConvert;
+}
+
 /// The kernels of `level`. The processor must have it when they are called.
 const ConvertKernels& ConvertKernelsFor(Level level);
 

@@ -1,9 +1,8 @@
 // The reference kernels: what is computed, in the plainest form.
 #include "zel/Common/Image/detail/ConvertKernels.h"
 #include "zel/Common/Image/detail/ConvertPixel.h"
-#include "zel/Common/Image/detail/ConvertTables.h"
 
-namespace zel::image {
+namespace zel::image::plain {
 namespace {
 
 enum class Fourth { kNone, kKept, kOpaque, kAlpha };
@@ -143,7 +142,7 @@ void Swap(PixelSource src, PixelTarget dst, std::ptrdiff_t count, std::ptrdiff_t
 
 }  // namespace
 
-const ConvertKernels kConvertScalar = {
+const ConvertKernels kConvert = {
     ToRgb<kToRgb, Fourth::kNone>,
     ToRgb<kToRgb, Fourth::kKept>,
     ToRgb<kToRgb, Fourth::kOpaque>,
@@ -162,4 +161,4 @@ const ConvertKernels kConvertScalar = {
     Swap,
 };
 
-}  // namespace zel::image
+}  // namespace zel::image::plain
