@@ -63,14 +63,14 @@ enum Order { kTopDown, kBottomUp };
 
 struct Routine {
   const char* name;
-  Order order;             ///< of the bitmap's rows
-  double bytes_per_pixel;  ///< of what is written
+  Order order;           ///< of the bitmap's rows
+  double bytesPerPixel;  ///< of what is written
   void (*ours)(Picture& in, Picture& out);
   /// `h` is the height, negative to turn the picture upside down.
   void (*libyuv)(Picture& in, Picture& out, int h);
   /// swscale's formats, or "".
-  const char *sws_from, *sws_to;
-  double goal_small, goal_hd, goal_4k, aim;
+  const char *swsFrom, *swsTo;
+  double goalSmall, goalHd, goal4k, aim;
 };
 
 #if ZEL_WITH_LIBYUV
@@ -187,15 +187,15 @@ void SwsPlanes(Picture& p, const std::string& name, std::uint8_t* (&planes)[4], 
 }
 Peer Sws(const Routine& routine, Picture& in, Picture& out) {
   const std::shared_ptr<SwsContext> context(
-      sws_getContext(in.w, in.h, SwsFormat(routine.sws_from), in.w, in.h, SwsFormat(routine.sws_to),
+      sws_getContext(in.w, in.h, SwsFormat(routine.swsFrom), in.w, in.h, SwsFormat(routine.swsTo),
                      SWS_POINT, nullptr, nullptr, nullptr),
       sws_freeContext);
   return {"swscale", [=, &routine, &in, &out] {
             std::uint8_t *from[4], *to[4];
-            int from_pitches[4], to_pitches[4];
-            SwsPlanes(in, routine.sws_from, from, from_pitches);
-            SwsPlanes(out, routine.sws_to, to, to_pitches);
-            sws_scale(context.get(), from, from_pitches, 0, in.h, to, to_pitches);
+            int fromPitches[4], toPitches[4];
+            SwsPlanes(in, routine.swsFrom, from, fromPitches);
+            SwsPlanes(out, routine.swsTo, to, toPitches);
+            sws_scale(context.get(), from, fromPitches, 0, in.h, to, toPitches);
           }};
 }
 #endif
@@ -208,21 +208,21 @@ int main(int argc, char** argv) {
   struct Size {
     int w, h;
     double Routine::*goal;
-  } const sizes[] = {{64, 64, &Routine::goal_small},
-                     {1920, 1080, &Routine::goal_hd},
-                     {3840, 2160, &Routine::goal_4k},
+  } const sizes[] = {{64, 64, &Routine::goalSmall},
+                     {1920, 1080, &Routine::goalHd},
+                     {3840, 2160, &Routine::goal4k},
                      {1919, 1079, nullptr}};
   std::vector<std::unique_ptr<Picture>> pictures;
-  Picture* hd_in = nullptr;
-  Picture* hd_out = nullptr;
+  Picture* hdIn = nullptr;
+  Picture* hdOut = nullptr;
   for (const Size& size : sizes) {
     pictures.push_back(std::make_unique<Picture>(size.w, size.h));
     Picture& in = *pictures.back();
     pictures.push_back(std::make_unique<Picture>(size.w, size.h));
     Picture& out = *pictures.back();
     if (size.w == 1920) {
-      hd_in = &in;
-      hd_out = &out;
+      hdIn = &in;
+      hdOut = &out;
     }
     for (const Routine& routine : kRoutines) {
       const double pixels = double{1} * size.w * size.h;
@@ -230,8 +230,7 @@ int main(int argc, char** argv) {
       Goal goal;
       if (!size.goal) {
         goal = {.atLeast = 0.9, .aim = 1.0, .against = "1920x1080"};
-        peers.push_back(
-            {"1920x1080", [&routine, hd_in, hd_out] { routine.ours(*hd_in, *hd_out); }});
+        peers.push_back({"1920x1080", [&routine, hdIn, hdOut] { routine.ours(*hdIn, *hdOut); }});
       } else {
         goal = {.atLeast = routine.*size.goal, .aim = routine.aim, .against = ""};
       }
@@ -250,13 +249,13 @@ int main(int argc, char** argv) {
                          }});
       }
 #if ZEL_WITH_LIBSWSCALE
-      if (size.goal && routine.sws_from[0]) peers.push_back(Sws(routine, in, out));
+      if (size.goal && routine.swsFrom[0]) peers.push_back(Sws(routine, in, out));
 #endif
       comparison.Add({.name = std::string(routine.name) + ' ' + std::to_string(size.w) + 'x' +
                               std::to_string(size.h),
                       .item = "pixel",
                       .items = pixels,
-                      .bytes = static_cast<std::size_t>(pixels * routine.bytes_per_pixel),
+                      .bytes = static_cast<std::size_t>(pixels * routine.bytesPerPixel),
                       .ours = [&] { routine.ours(in, out); },
                       .peers = peers,
                       .goal = goal});

@@ -50,15 +50,14 @@ constexpr Scale kTo4K = {"1080p to 4K", {1920, 1080}, {3840, 2160}};
 /// Up to three planes in one buffer: bytes, bitmap pixels, or a 4:2:0 picture.
 class Picture {
  public:
-  Picture(Size size, int pixel_bytes, bool yuv420 = false)
-      : size_(size), pixel_bytes_(pixel_bytes) {
+  Picture(Size size, int pixelBytes, bool yuv420 = false) : size_(size), pixel_bytes_(pixelBytes) {
     const Size half = {(size.width + 1) / 2, (size.height + 1) / 2};
-    const std::size_t full = Area(size) * static_cast<unsigned>(pixel_bytes);
+    const std::size_t full = Area(size) * static_cast<unsigned>(pixelBytes);
     bytes_.resize(full + (yuv420 ? 2 * Area(half) : 0));
     std::mt19937 random(1);
     for (std::uint8_t& b : bytes_) b = static_cast<std::uint8_t>(random());
     plane[0] = bytes_.data();
-    pitch[0] = size.width * pixel_bytes;
+    pitch[0] = size.width * pixelBytes;
     if (yuv420) {
       plane[1] = plane[0] + full;
       plane[2] = plane[1] + Area(half);
@@ -86,10 +85,10 @@ class Picture {
 
 /// The pictures of a case, which its contestants share.
 struct Pictures {
-  Pictures(const Scale& s, int from_bytes, int to_bytes, bool yuv420 = false)
-      : from(s.from, from_bytes, yuv420),
-        to(s.to, to_bytes, yuv420),
-        temporary(s.to, to_bytes),
+  Pictures(const Scale& s, int fromBytes, int toBytes, bool yuv420 = false)
+      : from(s.from, fromBytes, yuv420),
+        to(s.to, toBytes, yuv420),
+        temporary(s.to, toBytes),
         scale(s) {}
   Picture from;
   Picture to;
@@ -239,9 +238,9 @@ Case Bitmap32(const Scale& scale, Method method, Goal goal) {
 }
 
 /// Routines without a like elsewhere, against the plain kernels at -O3.
-Case AgainstPlain(const char* name, ResizeRoutine* routine, const Scale& scale, int from_bytes,
-                  int to_bytes, bool chroma = false) {
-  const Shared p = std::make_shared<Pictures>(scale, from_bytes, to_bytes);
+Case AgainstPlain(const char* name, ResizeRoutine* routine, const Scale& scale, int fromBytes,
+                  int toBytes, bool chroma = false) {
+  const Shared p = std::make_shared<Pictures>(scale, fromBytes, toBytes);
   Case c = Named(name, scale, p, AtLeast(4, 8));
   if (chroma) {
     c.items /= 4;
@@ -253,11 +252,11 @@ Case AgainstPlain(const char* name, ResizeRoutine* routine, const Scale& scale, 
 }
 
 /// An odd size, against the even one next to it.
-Case AtOddSize(const char* name, ResizeRoutine* routine, int from_bytes, int to_bytes,
+Case AtOddSize(const char* name, ResizeRoutine* routine, int fromBytes, int toBytes,
                bool chroma = false) {
   const Scale odd = {"to 1919x1079", {1279, 719}, {1919, 1079}};
-  const Shared p = std::make_shared<Pictures>(odd, from_bytes, to_bytes);
-  const Shared even = std::make_shared<Pictures>(kUp, from_bytes, to_bytes);
+  const Shared p = std::make_shared<Pictures>(odd, fromBytes, toBytes);
+  const Shared even = std::make_shared<Pictures>(kUp, fromBytes, toBytes);
   Case c = Named(name, odd, p, AtLeast(0.9, 1.0));
   if (chroma) {
     c.items /= 4;

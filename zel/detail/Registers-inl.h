@@ -19,8 +19,7 @@
 //   Reg, Half, Lane          a register; half of one (its low 8 bytes, if a Half has 16); a lane
 //   Doubles                  a register of doubles, with the operators + - * /
 //   Flags                    the result of a comparison: And, Or, Any
-//   kMaskedAccess            whether parts of a register are loaded and stored as fast as whole
-//   ones
+//   kMaskedAccess            whether a part of a register is as fast to access as a whole one
 //
 //   Load(p), Store(p, v)     a register at any address; LoadHalf, StoreHalf, LoadLane, StoreLane
 //   LoadPart(p, n)           the first n bytes of a register, 0 < n < kRegBytes; the others are 0
@@ -43,19 +42,25 @@
 //
 // Within lanes:
 //
-//   InterleaveLow8, 16, 64(a, b)    elements of the lanes' low halves, a's and b's in turn; High8
-//   ... PackU8(a, b)                    signed words as unsigned bytes: a's, then b's. Saturates
+//   InterleaveLow8, 16, 64(a, b)    elements of the lanes' low halves, a's and b's in turn
+//   InterleaveHigh8, 16, 64(a, b)   the same of the high halves
+//   PackU8(a, b)                    signed words as unsigned bytes: a's, then b's. Saturates
 //   Pack16(a, b)                    dwords as words: a's, then b's. Saturates
 //   ShuffleQuads<a, b, c, d>(v)     of each four words, words a, b, c, d
 //   ShuffleBytes(v, places)         byte places[i] of the lane; 0 where places[i] has bit 7. Not in
 //                                   SSE2
 //   AddPairs32(a, b)                sums of neighbouring dwords: a's, then b's. SSSE3 and AVX2 only
+//   Even32(a, b), Odd32(a, b)       every second dword: a's, then b's. From AVX2 on
 //
 // Across lanes. Since interleaving and packing stay within lanes:
 //
 //   Spread32(v), Spread64(v)     dwords or qwords dealt out to the lanes, so that interleaving the
 //                                result gives the order of memory
 //   Gather32(v), Gather64(v)     the way back: the order of memory for what was packed
+//   Permute32(v, places)         dword places[i] of the register. From AVX2 on; AVX-512 also has
+//                                Permute16, and all of them for two registers
+//
+// Of doubles:
 //
 //   SetDoubles(x), LoadDoubles, StoreDoubles, Min, Max
 //   ToDoubles(half)          from signed dwords

@@ -1,4 +1,4 @@
-// The reference kernels: what the others must equal byte for byte.
+// The reference kernels. All others give the same bytes.
 #include "zel/audio/detail/AudioScalar.h"
 
 #include <algorithm>
@@ -90,7 +90,7 @@ void InterpolateMonoToStereo(const short* in, const std::int32_t* k, const doubl
 }
 
 int MixSum(const MixInputs& in, int i) {
-  std::uint32_t sum = 0;  // Wraps as a 32-bit sum does; that takes more than 65,535 inputs.
+  std::uint32_t sum = 0;  // Wraps around with more than 65,535 inputs.
   for (int n = 0; n < in.count; ++n) sum += static_cast<std::uint32_t>(in.inputs[n][i]);
   return static_cast<std::int32_t>(sum);
 }

@@ -1,4 +1,4 @@
-// The reference kernels by name: the vector kernels hand them their odd ends.
+// The reference kernels. Vector kernels call them by name for what is left at the end of a block.
 #pragma once
 
 #include <cstddef>

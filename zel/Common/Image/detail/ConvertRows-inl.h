@@ -92,11 +92,11 @@ constexpr std::ptrdiff_t kBeyondCaches = std::ptrdiff_t{1} << 22;
 template <bool kAlpha, bool kToWrite, typename Byte>
 ZEL_INLINE void AskPlanes(const Planes<Byte>& planes, std::ptrdiff_t x) {
   for (int row = 2; row < 4; ++row) {
-    Ask<1, kToWrite>(planes.y + row * planes.pitch_y + x);
-    if (kAlpha) Ask<1, kToWrite>(planes.a + row * planes.pitch_y + x);
+    Ask<1, kToWrite>(planes.y + row * planes.pitchY + x);
+    if (kAlpha) Ask<1, kToWrite>(planes.a + row * planes.pitchY + x);
   }
-  Ask<1, kToWrite>(planes.u + planes.pitch_u + x / 2);
-  Ask<1, kToWrite>(planes.v + planes.pitch_v + x / 2);
+  Ask<1, kToWrite>(planes.u + planes.pitchU + x / 2);
+  Ask<1, kToWrite>(planes.v + planes.pitchV + x / 2);
 }
 template <int kBytes, bool kToWrite, typename Byte>
 ZEL_INLINE void AskPixels(PixelRows<Byte> pixels, std::ptrdiff_t x) {
@@ -105,8 +105,8 @@ ZEL_INLINE void AskPixels(PixelRows<Byte> pixels, std::ptrdiff_t x) {
 
 /// The second row of a pair, with its chroma.
 ZEL_INLINE YuvSource SecondRow(YuvSource pair) {
-  pair.y += pair.pitch_y;
-  if (pair.a) pair.a += pair.pitch_y;
+  pair.y += pair.pitchY;
+  if (pair.a) pair.a += pair.pitchY;
   return pair;
 }
 
@@ -140,7 +140,7 @@ ZEL_INLINE Reg ChromaPairs(const std::uint8_t* u, const std::uint8_t* v) {
 /// Chroma terms, a word each. Blue's lies in -35447..30422: its positive and negative parts are
 /// apart.
 struct Chroma {
-  Reg blue_plus, blue_minus, green, red;
+  Reg bluePlus, blueMinus, green, red;
 };
 
 /// Of words with a byte of U and a byte of V.
@@ -151,16 +151,16 @@ ZEL_INLINE Chroma ChromaTerms(Reg uv) {
   const auto twice = [](Reg v) ZEL_INLINE_LAMBDA { return Add16(v, v); };
   // Blue: 256 U - (base - (mul U + add >> shift)).
   const Reg blue = ShiftLeft16<8>(uv);
-  const Reg blue_base =
+  const Reg blueBase =
       Sub16(Set16(F::kBlueBase),
             ShiftRight16<F::kBlueShift>(Add16(weigh(F::kBlueMul, 0), Set16(F::kBlueAdd))));
-  const Reg green_rest =
+  const Reg greenRest =
       ShiftRight16<F::kGreenShift>(Add16(weigh(F::kGreenMulU, F::kGreenMulV), Set16(F::kGreenAdd)));
   const Reg green = Sub16(Set16(F::kGreenBase + kLumaBias), twice(weigh(25, 52)));
   const Reg red = Add16(Set16(F::kRedBase + kLumaBias), twice(weigh(0, 102)));
-  const Reg red_rest = ShiftRight16<F::kRedShift>(Add16(weigh(0, F::kRedMul), Set16(F::kRedAdd)));
-  return {SubSatU16(blue, blue_base), SubSatU16(blue_base, blue), Sub16(green, green_rest),
-          Add16(red, red_rest)};
+  const Reg redRest = ShiftRight16<F::kRedShift>(Add16(weigh(0, F::kRedMul), Set16(F::kRedAdd)));
+  return {SubSatU16(blue, blueBase), SubSatU16(blueBase, blue), Sub16(green, greenRest),
+          Add16(red, redRest)};
 }
 
 template <bool kHigh>
@@ -170,7 +170,7 @@ ZEL_INLINE Reg Twice(Reg a) {
 /// A word for each of the lower or upper 8 pixels of every lane.
 template <bool kHigh>
 ZEL_INLINE Chroma Twice(const Chroma& c) {
-  return {Twice<kHigh>(c.blue_plus), Twice<kHigh>(c.blue_minus), Twice<kHigh>(c.green),
+  return {Twice<kHigh>(c.bluePlus), Twice<kHigh>(c.blueMinus), Twice<kHigh>(c.green),
           Twice<kHigh>(c.red)};
 }
 
@@ -183,7 +183,7 @@ ZEL_INLINE Color Colors(Reg y, const Chroma& c) {
   const Reg luma = Mul16(y, Set16(149));
   const Reg biased = Sub16(luma, Set16(kLumaBias));
   // What saturates in between is beyond 0..255 anyway.
-  return {ShiftRight16<7>(SubSatU16(AddSatU16(luma, c.blue_plus), c.blue_minus)),
+  return {ShiftRight16<7>(SubSatU16(AddSatU16(luma, c.bluePlus), c.blueMinus)),
           ShiftRightSigned16<7>(AddSat16(biased, c.green)),
           ShiftRightSigned16<7>(AddSat16(biased, c.red))};
 }
@@ -192,12 +192,12 @@ enum class Fourth { kNone, kKept, kOpaque, kAlpha };
 
 /// Bytes of the channels, spread over the lanes, to 4 vectors of pixels in the order of memory.
 ZEL_INLINE void Interleave(Reg blue, Reg green, Reg red, Reg fourth, Reg (&pixels)[4]) {
-  const Reg bg_lo = InterleaveLow8(blue, green), bg_hi = InterleaveHigh8(blue, green);
-  const Reg rx_lo = InterleaveLow8(red, fourth), rx_hi = InterleaveHigh8(red, fourth);
-  pixels[0] = InterleaveLow16(bg_lo, rx_lo);
-  pixels[1] = InterleaveHigh16(bg_lo, rx_lo);
-  pixels[2] = InterleaveLow16(bg_hi, rx_hi);
-  pixels[3] = InterleaveHigh16(bg_hi, rx_hi);
+  const Reg bgLo = InterleaveLow8(blue, green), bgHi = InterleaveHigh8(blue, green);
+  const Reg rxLo = InterleaveLow8(red, fourth), rxHi = InterleaveHigh8(red, fourth);
+  pixels[0] = InterleaveLow16(bgLo, rxLo);
+  pixels[1] = InterleaveHigh16(bgLo, rxLo);
+  pixels[2] = InterleaveLow16(bgHi, rxHi);
+  pixels[3] = InterleaveHigh16(bgHi, rxHi);
 }
 
 /// A word for each of kPixels pixels; which of them are in which half, and in what order, is for
@@ -235,12 +235,12 @@ ZEL_INLINE void Interleave(const Halves<Color>& c, Reg fourth, Reg (&pixels)[4])
 /// Without the whole part of the offset.
 template <const Weights& kW>
 ZEL_INLINE Reg Weigh(Reg bg, Reg r) {
-  Reg high = Add16(MulAddBytes(bg, SetPairs8(kW.high_b, kW.high_g)),
-                   MulAddBytes(r, SetPairs8(kW.high_r, 0)));
+  Reg high =
+      Add16(MulAddBytes(bg, SetPairs8(kW.highB, kW.highG)), MulAddBytes(r, SetPairs8(kW.highR, 0)));
   if (kW.rounding() != 0) high = Add16(high, Set16(kW.rounding()));
   const Reg low =
-      Add16(MulAddBytes(bg, SetPairs8(kW.low_b, kW.low_g)), MulAddBytes(r, SetPairs8(kW.low_r, 0)));
-  return ShiftRightSigned16<kW.high_shift>(Add16(high, ShiftRightSigned16<kW.low_shift>(low)));
+      Add16(MulAddBytes(bg, SetPairs8(kW.lowB, kW.lowG)), MulAddBytes(r, SetPairs8(kW.lowR, 0)));
+  return ShiftRightSigned16<kW.highShift>(Add16(high, ShiftRightSigned16<kW.lowShift>(low)));
 }
 
 /// The luma bytes of kPixels pixels that Weigh left without their offset.
@@ -288,7 +288,7 @@ ZEL_INLINE void StorePacked(std::uint8_t* dst, Reg luma, Reg chroma) {
 template <class Pixels, const ConvertKernels& kBelow>
 struct CommonSteps : Pixels {
   static constexpr const ConvertKernels& kNarrower = kBelow;
-  /// Whether `swap` and, in rows shorter than a register, `from_indexed` are kNarrower's.
+  /// Whether `swap` and, in rows shorter than a register, `fromIndexed` are kNarrower's.
   static constexpr bool kSwapsNarrower = false;
   static constexpr bool kIndexedInRegisters = false;
 
@@ -353,13 +353,13 @@ struct CommonSteps : Pixels {
       LoadPairs<kBytes>(src[row], bg, r);
       for (int i = 0; i < 2; ++i) {
         y[i] = Weigh<F::kY>(bg[i], r[i]);
-        const Reg pixel_u = Weigh<F::kU>(bg[i], r[i]), pixel_v = Weigh<F::kV>(bg[i], r[i]);
-        u[i] = row == 0 ? pixel_u : Add16(u[i], pixel_u);
-        v[i] = row == 0 ? pixel_v : Add16(v[i], pixel_v);
+        const Reg pixelU = Weigh<F::kU>(bg[i], r[i]), pixelV = Weigh<F::kV>(bg[i], r[i]);
+        u[i] = row == 0 ? pixelU : Add16(u[i], pixelU);
+        v[i] = row == 0 ? pixelV : Add16(v[i], pixelV);
       }
-      Store(dst.y + row * dst.pitch_y, LumaBytes<F>(y));
+      Store(dst.y + row * dst.pitchY, LumaBytes<F>(y));
       if (kAlpha) {
-        Store(dst.a + row * dst.pitch_y,
+        Store(dst.a + row * dst.pitchY,
               Gather32(PackU8(ShiftRight16<8>(r[0]), ShiftRight16<8>(r[1]))));
       }
     }
@@ -391,7 +391,7 @@ struct CommonSteps : Pixels {
       std::uint32_t sum = 0;
       for (int row = 0; row < kRows; ++row) {
         const std::uint8_t* const in = src[row] + x;
-        std::uint8_t* const y = dst.y + row * dst.pitch_y + x;
+        std::uint8_t* const y = dst.y + row * dst.pitchY + x;
         const std::uint32_t left = colors.packed[in[0]], right = colors.packed[in[1]];
         y[0] = static_cast<std::uint8_t>(left);
         y[1] = static_cast<std::uint8_t>(right);
@@ -429,7 +429,7 @@ ZEL_INLINE void ToRgbRows(const YuvSource& src, PixelTarget dst, std::ptrdiff_t 
         kFourth == Fourth::kNone ? Steps::Chroma24(src.u + x / 2, src.v + x / 2)
                                  : Steps::SpreadChroma(src.u + x / 2, src.v + x / 2)));
     for (int row = 0; row < kRows; ++row) {
-      const std::ptrdiff_t luma = row * src.pitch_y + x;
+      const std::ptrdiff_t luma = row * src.pitchY + x;
       if constexpr (kFourth == Fourth::kNone) {
         Steps::StoreColors24(dst[row] + 3 * x, ColorsOf(Steps::Luma24(src.y + luma), chroma));
       } else {
@@ -458,7 +458,7 @@ void ToRgb(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width, std::ptr
   if (even < kPixels) return (Steps::kNarrower.*kMember)(src, dst, width, rows);
   InPairs(width, rows, [&](std::ptrdiff_t row, auto count, auto ask) ZEL_INLINE_LAMBDA {
     const YuvSource pair = src.From(row, 0);
-    if (ask && width * rows > kBeyondCaches && src.pitch_y > 0 && dst.pitch > 0) {
+    if (ask && width * rows > kBeyondCaches && src.pitchY > 0 && dst.pitch > 0) {
       ToRgbRows<Steps, F, kFourth, 1, false>(pair, {dst[row], dst.pitch}, even);
       ToRgbRows<Steps, F, kFourth, 1, false>(SecondRow(pair), {dst[row + 1], dst.pitch}, even);
     } else {
@@ -516,7 +516,7 @@ ZEL_INLINE void FromIndexedColumn(PixelSource src, const YuvTarget& dst, const P
   std::uint32_t sum = 0;
   for (int row = 0; row < kRows; ++row) {
     const std::uint32_t color = palette.packed[*src[row]];
-    dst.y[row * dst.pitch_y] = static_cast<std::uint8_t>(color);
+    dst.y[row * dst.pitchY] = static_cast<std::uint8_t>(color);
     sum += color;
   }
   *dst.u = static_cast<std::uint8_t>(sum >> (9 + kRows));
@@ -528,7 +528,7 @@ void FromIndexed(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width, st
                  const Palette& palette) {
   const std::ptrdiff_t even = width & ~std::ptrdiff_t{1};
   if (Steps::kIndexedInRegisters && even < kPixels) {
-    return Steps::kNarrower.from_indexed(src, dst, width, rows, palette);
+    return Steps::kNarrower.fromIndexed(src, dst, width, rows, palette);
   }
   const typename Steps::ColorTables colors(palette);
   InPairs(width, rows, [&](std::ptrdiff_t row, auto count, auto) ZEL_INLINE_LAMBDA {
@@ -549,7 +549,7 @@ ZEL_INLINE void SplitRows(PixelSource src, const YuvTarget& dst, std::ptrdiff_t 
     Reg chroma[kRows];
     for (int row = 0; row < kRows; ++row) {
       const Packed packed = LoadPacked<kLumaFirst>(src[row] + 2 * x);
-      Store(dst.y + row * dst.pitch_y + x, packed.luma);
+      Store(dst.y + row * dst.pitchY + x, packed.luma);
       chroma[row] = packed.chroma;
     }
     if (kRows == 2) {
@@ -573,9 +573,9 @@ void SplitAll(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width, std::
 
 template <class Steps>
 void Split(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width, std::ptrdiff_t rows,
-           bool luma_first) {
-  if (width < kPixels) return Steps::kNarrower.split(src, dst, width, rows, luma_first);
-  (luma_first ? SplitAll<Steps, true> : SplitAll<Steps, false>)(src, dst, width, rows);
+           bool lumaFirst) {
+  if (width < kPixels) return Steps::kNarrower.split(src, dst, width, rows, lumaFirst);
+  (lumaFirst ? SplitAll<Steps, true> : SplitAll<Steps, false>)(src, dst, width, rows);
 }
 
 template <class Steps, bool kLumaFirst, int kRows>
@@ -583,7 +583,7 @@ ZEL_INLINE void MergeRows(const YuvSource& src, PixelTarget dst, std::ptrdiff_t 
   CoverWithLarge(width, kPixels, Head(dst[0], 2, width), [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
     const Reg chroma = ChromaPairs(src.u + x / 2, src.v + x / 2);
     for (int row = 0; row < kRows; ++row) {
-      StorePacked<kLumaFirst>(dst[row] + 2 * x, Load(src.y + row * src.pitch_y + x), chroma);
+      StorePacked<kLumaFirst>(dst[row] + 2 * x, Load(src.y + row * src.pitchY + x), chroma);
     }
   });
 }
@@ -601,9 +601,9 @@ void MergeAll(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width, std::
 
 template <class Steps>
 void Merge(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width, std::ptrdiff_t rows,
-           bool luma_first) {
-  if (width < kPixels) return Steps::kNarrower.merge(src, dst, width, rows, luma_first);
-  (luma_first ? MergeAll<Steps, true> : MergeAll<Steps, false>)(src, dst, width, rows);
+           bool lumaFirst) {
+  if (width < kPixels) return Steps::kNarrower.merge(src, dst, width, rows, lumaFirst);
+  (lumaFirst ? MergeAll<Steps, true> : MergeAll<Steps, false>)(src, dst, width, rows);
 }
 
 template <class Steps, bool kLumaFirst>
@@ -629,10 +629,10 @@ void PackedToBgr24All(PixelSource src, PixelTarget dst, std::ptrdiff_t width, st
 
 template <class Steps>
 void PackedToBgr24(PixelSource src, PixelTarget dst, std::ptrdiff_t width, std::ptrdiff_t rows,
-                   bool luma_first) {
-  if (width < kPixels) return Steps::kNarrower.packed_to_bgr24(src, dst, width, rows, luma_first);
-  (luma_first ? PackedToBgr24All<Steps, true> : PackedToBgr24All<Steps, false>)(src, dst, width,
-                                                                                rows);
+                   bool lumaFirst) {
+  if (width < kPixels) return Steps::kNarrower.packedToBgr24(src, dst, width, rows, lumaFirst);
+  (lumaFirst ? PackedToBgr24All<Steps, true> : PackedToBgr24All<Steps, false>)(src, dst, width,
+                                                                               rows);
 }
 
 template <class Steps, bool kLumaFirst>
@@ -650,10 +650,10 @@ void Bgr24ToPackedAll(PixelSource src, PixelTarget dst, std::ptrdiff_t width, st
 
 template <class Steps>
 void Bgr24ToPacked(PixelSource src, PixelTarget dst, std::ptrdiff_t width, std::ptrdiff_t rows,
-                   bool luma_first) {
-  if (width < kPixels) return Steps::kNarrower.bgr24_to_packed(src, dst, width, rows, luma_first);
-  (luma_first ? Bgr24ToPackedAll<Steps, true> : Bgr24ToPackedAll<Steps, false>)(src, dst, width,
-                                                                                rows);
+                   bool lumaFirst) {
+  if (width < kPixels) return Steps::kNarrower.bgr24ToPacked(src, dst, width, rows, lumaFirst);
+  (lumaFirst ? Bgr24ToPackedAll<Steps, true> : Bgr24ToPackedAll<Steps, false>)(src, dst, width,
+                                                                               rows);
 }
 
 template <class Steps>
@@ -673,15 +673,15 @@ void Swap(PixelSource src, PixelTarget dst, std::ptrdiff_t count, std::ptrdiff_t
 template <class Steps>
 constexpr ConvertKernels MakeKernels() {
   return {
-      ToRgb<Steps, ToRgbExact, Fourth::kNone, &ConvertKernels::to_bgr24>,
-      ToRgb<Steps, ToRgbExact, Fourth::kKept, &ConvertKernels::to_bgrx32>,
-      ToRgb<Steps, ToRgbExact, Fourth::kOpaque, &ConvertKernels::to_opaque32>,
-      ToRgb<Steps, ToRgbExact, Fourth::kAlpha, &ConvertKernels::to_bgra32>,
-      ToRgb<Steps, ToRgbSimple, Fourth::kNone, &ConvertKernels::to_bgr24_simple>,
-      FromRgb<Steps, ToYuvExact, 3, false, &ConvertKernels::from_bgr24>,
-      FromRgb<Steps, ToYuvExact, 4, false, &ConvertKernels::from_bgrx32>,
-      FromRgb<Steps, ToYuvExact, 4, true, &ConvertKernels::from_bgra32>,
-      FromRgb<Steps, ToYuvSimple, 3, false, &ConvertKernels::from_bgr24_simple>,
+      ToRgb<Steps, ToRgbExact, Fourth::kNone, &ConvertKernels::toBgr24>,
+      ToRgb<Steps, ToRgbExact, Fourth::kKept, &ConvertKernels::toBgrx32>,
+      ToRgb<Steps, ToRgbExact, Fourth::kOpaque, &ConvertKernels::toOpaque32>,
+      ToRgb<Steps, ToRgbExact, Fourth::kAlpha, &ConvertKernels::toBgra32>,
+      ToRgb<Steps, ToRgbSimple, Fourth::kNone, &ConvertKernels::toBgr24Simple>,
+      FromRgb<Steps, ToYuvExact, 3, false, &ConvertKernels::fromBgr24>,
+      FromRgb<Steps, ToYuvExact, 4, false, &ConvertKernels::fromBgrx32>,
+      FromRgb<Steps, ToYuvExact, 4, true, &ConvertKernels::fromBgra32>,
+      FromRgb<Steps, ToYuvSimple, 3, false, &ConvertKernels::fromBgr24Simple>,
       Highest<Steps>,
       FromIndexed<Steps>,
       Split<Steps>,

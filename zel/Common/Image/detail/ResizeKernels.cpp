@@ -53,14 +53,14 @@ void Blend32(const unsigned char* top, const unsigned char* bottom, int weight, 
 }
 
 void Over32(const unsigned char* top, const unsigned char* bottom, int weight, std::size_t n,
-            bool keep_alpha, unsigned char* out) {
+            bool keepAlpha, unsigned char* out) {
   for (std::size_t i = 0; i < 4 * n; i += 4) {
     const int alpha = top[i + 3];
     for (std::size_t k = i; k < i + 3; ++k) {
       const int v = Mix(top[k], bottom[k], weight);
       out[k] = static_cast<unsigned char>((out[k] * (255 - alpha) + v * alpha) / 255);
     }
-    if (!keep_alpha) {
+    if (!keepAlpha) {
       out[i + 3] = static_cast<unsigned char>(out[i + 3] * (255 - alpha) / 255 + alpha);
     }
   }

@@ -211,9 +211,9 @@ ZEL_INLINE Reg Composite(Reg value, Reg old, Reg blended) {
 
 template <class Steps>
 void Over32(const unsigned char* top, const unsigned char* bottom, int weight, std::size_t n,
-            bool keep_alpha, unsigned char* out) {
+            bool keepAlpha, unsigned char* out) {
   const Reg weights = PixelWeights(weight);
-  const Reg blended = Set64(keep_alpha ? 0x0000FFFFFFFFFFFFU : ~std::uint64_t{0});
+  const Reg blended = Set64(keepAlpha ? 0x0000FFFFFFFFFFFFU : ~std::uint64_t{0});
   CoverOnce(4 * n, [&](std::size_t i, auto access) {
     const Reg t = access.Get(top + i);
     const Reg b = access.Get(bottom + i);

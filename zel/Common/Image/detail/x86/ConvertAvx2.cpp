@@ -44,13 +44,13 @@ ZEL_INLINE Reg JoinWords(Reg low, Reg high) {
 /// words only, 4 times green and up to 3, which is too little to reach the unit of what are
 /// multiples of 4 otherwise.
 struct Pixels8 {
-  Reg blue_red, green, differences, green4;
+  Reg blueRed, green, differences, green4;
 
   ZEL_INLINE explicit Pixels8(Reg dwords)
-      : blue_red(And(dwords, Set32(0xff00ff))),
+      : blueRed(And(dwords, Set32(0xff00ff))),
         green(ShuffledPixels::Shuffle(
             dwords, MakeLane(1, -1, 1, -1, 5, -1, 5, -1, 9, -1, 9, -1, 13, -1, 13, -1))),
-        differences(Sub16(blue_red, green)),
+        differences(Sub16(blueRed, green)),
         green4(ShiftRight16<6>(dwords)) {}
 };
 
@@ -58,7 +58,7 @@ struct Pixels8 {
 ZEL_INLINE Reg WeighLuma(const Pixels8& p) {
   using S = Scaled<ToYuvExact::kY, 16>;
   // Green's factor would not fit one word.
-  return Add32(MulAdd16(p.blue_red, SetPairs16(S::kB, S::kR)),
+  return Add32(MulAdd16(p.blueRed, SetPairs16(S::kB, S::kR)),
                MulAdd16(p.green, SetPairs16(S::kG / 2, S::kG - S::kG / 2)));
 }
 /// Adds the chroma of one more pixel to the floor of `sum`, whose whole units are the high word.
@@ -97,8 +97,8 @@ ZEL_INLINE void FromBlock32(PixelSource src, const YuvTarget& dst) {
       alpha[half] = JoinWords(ShiftRight32<24>(evens), ShiftRight32<8>(odds));
     }
     if (row == kRows) break;
-    StoreWords(dst.y + row * dst.pitch_y, luma, F::kY.whole());
-    if (kAlpha) StoreWords(dst.a + row * dst.pitch_y, alpha, 0);
+    StoreWords(dst.y + row * dst.pitchY, luma, F::kY.whole());
+    if (kAlpha) StoreWords(dst.a + row * dst.pitchY, alpha, 0);
   }
   const Reg means = Xor(_mm256_packs_epi16(BlockMeans(u), BlockMeans(v)), Set8(-128));
   Pixels::StoreChroma(dst.u, dst.v, means);

@@ -54,9 +54,9 @@ constexpr std::uint64_t ThirdVectorOfMiddle() {
 constexpr int EvenPixelAt(int dword) {
   return dword % 4 / 2 * 16 + dword / 4 * 4 + dword % 2 * 2;
 }
-constexpr int DwordOf(int even_pixel) {
+constexpr int DwordOf(int evenPixel) {
   int dword = 0;
-  while (EvenPixelAt(dword) != even_pixel) ++dword;
+  while (EvenPixelAt(dword) != evenPixel) ++dword;
   return dword;
 }
 
@@ -91,13 +91,13 @@ ZEL_INLINE Half BytesOf(const Pixels32& dwords) {
 
 /// 16 pixels as pairs of words: blue and red, green twice, and blue and red less green.
 struct Pixels16 {
-  Reg blue_red, green, differences;
+  Reg blueRed, green, differences;
 
   ZEL_INLINE explicit Pixels16(Reg dwords)
-      : blue_red(And(dwords, Set32(0xff00ff))),
+      : blueRed(And(dwords, Set32(0xff00ff))),
         green(ShuffledPixels::Shuffle(
             dwords, MakeLane(1, -1, 1, -1, 5, -1, 5, -1, 9, -1, 9, -1, 13, -1, 13, -1))),
-        differences(Sub16(blue_red, green)) {}
+        differences(Sub16(blueRed, green)) {}
 };
 
 /// Luma in byte 2 of each dword, without the whole part of its offset.
@@ -105,10 +105,10 @@ template <const Weights& kW>
 ZEL_INLINE Reg WeighLuma(const Pixels16& p) {
   using S = Scaled<kW, 16>;
   const Reg factors = SetPairs16(S::kB, S::kR);
-  const Reg blue_red = S::kRounding == 0 ? MulAdd16(p.blue_red, factors)
-                                         : AddMulAdd16(Set32(S::kRounding), p.blue_red, factors);
+  const Reg blueRed = S::kRounding == 0 ? MulAdd16(p.blueRed, factors)
+                                        : AddMulAdd16(Set32(S::kRounding), p.blueRed, factors);
   // Green's factor would not fit one word.
-  return AddMulAdd16(blue_red, p.green, SetPairs16(S::kG / 2, S::kG - S::kG / 2));
+  return AddMulAdd16(blueRed, p.green, SetPairs16(S::kG / 2, S::kG - S::kG / 2));
 }
 
 /// Adds the chroma of one more pixel to the floor of `sum`. The sum's whole units begin at bit 14,
@@ -241,7 +241,7 @@ struct Steps : Steps512 {
   ZEL_INLINE static void FromBlock(PixelSource src, const YuvTarget& dst) {
     const auto half = [&](int x) ZEL_INLINE_LAMBDA {
       return FromHalfBlock<F, kBytes, kAlpha, kRows>({src.bytes + kBytes * x, src.pitch}, dst.y + x,
-                                                     kAlpha ? dst.a + x : nullptr, dst.pitch_y);
+                                                     kAlpha ? dst.a + x : nullptr, dst.pitchY);
     };
     const ChromaSums first = half(0), second = half(32);
     StoreMeans<F::kU>(dst.u, first.u, second.u);
@@ -266,15 +266,15 @@ struct Steps : Steps512 {
                                          std::ptrdiff_t width, const ColorTables& colors) {
     const Reg ones = Set8(1);
     CoverWithLarge(width, kPixels, kNoHead, [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
-      Reg sum_u = Zero(), sum_v = sum_u;
+      Reg sumU = Zero(), sumV = sumU;
       for (int row = 0; row < kRows; ++row) {
         const Reg indexes = Load(src[row] + x);
-        Store(dst.y + row * dst.pitch_y + x, colors.y[indexes]);
-        sum_u = Add16(sum_u, MulAddBytes(colors.u[indexes], ones));
-        sum_v = Add16(sum_v, MulAddBytes(colors.v[indexes], ones));
+        Store(dst.y + row * dst.pitchY + x, colors.y[indexes]);
+        sumU = Add16(sumU, MulAddBytes(colors.u[indexes], ones));
+        sumV = Add16(sumV, MulAddBytes(colors.v[indexes], ones));
       }
-      StoreHalf(dst.u + x / 2, _mm512_cvtepi16_epi8(ShiftRight16<kRows>(sum_u)));
-      StoreHalf(dst.v + x / 2, _mm512_cvtepi16_epi8(ShiftRight16<kRows>(sum_v)));
+      StoreHalf(dst.u + x / 2, _mm512_cvtepi16_epi8(ShiftRight16<kRows>(sumU)));
+      StoreHalf(dst.v + x / 2, _mm512_cvtepi16_epi8(ShiftRight16<kRows>(sumV)));
     });
   }
 };
