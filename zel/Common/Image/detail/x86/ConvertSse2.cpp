@@ -15,7 +15,8 @@ struct Pixels {
       v = Or(And(v, _mm_set_epi32(0, 0xffffff, 0, 0xffffff)),
              And(ShiftLeft64<8>(v), _mm_set_epi32(0xffffff, 0, 0xffffff, 0)));
     }
-    return _mm_shuffle_epi32(ShuffleQuads<0, 2, 1, 3>(v), _MM_SHUFFLE(3, 1, 2, 0));
+    v = ShuffleQuads<0, 2, 1, 3>(v);
+    return _mm_shuffle_epi32(v, _MM_SHUFFLE(3, 1, 2, 0));
   }
   ZEL_INLINE static Reg Close(Reg v) {
     constexpr int kFourth = static_cast<int>(0xff000000U);
