@@ -10,8 +10,11 @@
 #include <fstream>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <random>
 #include <utility>
+
+#include "zel/detail/Level.h"
 
 namespace zel::bench {
 namespace {
@@ -110,35 +113,47 @@ const Contestant* GoalPeer(const Case& c, const std::vector<Contestant>& all) {
   return best;
 }
 
-[[noreturn]] void Usage(const char* program, int code) {
+}  // namespace
+
+void Comparison::Usage(int code) const {
   std::fprintf(code == 0 ? stdout : stderr,
-               "Usage: %s [--filter TEXT] [--seconds S] [--json FILE] [--list]\n", program);
+               "Usage: %s [--filter TEXT] [--seconds S] [--json FILE] [--list]%s\n", program_,
+               kernels_ == Kernels::kNone ? "" : " [--level NAME]");
   std::exit(code);
 }
 
-}  // namespace
-
-Comparison::Comparison(std::string title, int argc, char** argv) : title_(std::move(title)) {
+Comparison::Comparison(std::string title, int argc, char** argv, Kernels kernels)
+    : title_(std::move(title)), program_(argv[0]), kernels_(kernels) {
   for (int i = 1; i < argc; ++i) {
     const std::string option = argv[i];
-    if (option == "--help") Usage(argv[0], 0);
+    if (option == "--help") Usage(0);
     if (option == "--list") {
       list_ = true;
       continue;
     }
-    if (i + 1 == argc) Usage(argv[0], 2);
+    if (i + 1 == argc) Usage(2);
     const char* value = argv[++i];
     if (option == "--filter") {
       filter_ = value;
     } else if (option == "--json") {
       json_ = value;
+    } else if (option == "--level" && kernels_ == Kernels::kOfALevel) {
+      const std::optional<Level> level = LevelFromName(value);
+      if (!level || !HasLevel(*level)) {
+        std::fprintf(stderr, "%s: this processor has no kernels of level '%s'\n", program_, value);
+        std::exit(2);
+      }
+      UseLevel(*level);
     } else if (option == "--seconds") {
       char* rest;
       seconds_ = std::strtod(value, &rest);
-      if (*rest != 0 || rest == value || !(seconds_ >= 0)) Usage(argv[0], 2);
+      if (*rest != 0 || rest == value || !(seconds_ >= 0)) Usage(2);
     } else {
-      Usage(argv[0], 2);
+      Usage(2);
     }
+  }
+  if (kernels_ == Kernels::kOfALevel) {
+    title_ += std::string(", ") + LevelName(ActiveLevel()) + " kernels";
   }
 }
 

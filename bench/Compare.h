@@ -55,15 +55,23 @@ struct Case {
   Goal goal = {};
 };
 
+/// Whether what a program measures has kernels of several levels.
+enum class Kernels { kNone, kOfALevel };
+
 /// The cases of one program and its options:
 ///   --filter TEXT   only the cases whose name contains TEXT
 ///   --seconds S     time for each case (default 2)
 ///   --json FILE     the results as JSON, beside the table on the standard output
 ///   --list          only the names
+///   --level NAME    our kernels of this level ("avx2"; zel/detail/Level.h) instead of the
+///                   processor's best; peers are not limited. For programs that link the rooms
+///                   with the kernels themselves.
 class Comparison {
  public:
-  /// Ends the program on wrong usage (code 2) and after --help.
-  Comparison(std::string title, int argc, char** argv);
+  /// With Kernels::kOfALevel the title gets the level's name, and there is the option --level.
+  /// Ends the program on wrong usage (code 2), such as a level that this processor does not have,
+  /// and after --help.
+  Comparison(std::string title, int argc, char** argv, Kernels kernels = Kernels::kNone);
 
   /// True if a case of this name will run: what it needs may be left unbuilt otherwise.
   bool Wants(const std::string& name) const;
@@ -73,7 +81,11 @@ class Comparison {
   int Run();
 
  private:
+  [[noreturn]] void Usage(int code) const;
+
   std::string title_;
+  const char* program_;
+  Kernels kernels_;
   std::string filter_;
   std::string json_;
   double seconds_ = 2;

@@ -309,7 +309,7 @@ void AddMix(Comparison& comparison, const char* name, int inputs, double sumDevi
 }  // namespace
 
 int main(int argc, char** argv) {
-  Comparison comparison("audio", argc, argv);
+  Comparison comparison("audio", argc, argv, zel::bench::Kernels::kOfALevel);
   AddConversion(comparison, "1 channel 22,050 to 2 channels 44,100 Hz", {1, 2, 22050, 44100},
                 nullptr, {1.5, 2.4, "speexdsp, quality 0"});
   AddConversion(comparison, "2 channels 48,000 to 44,100 Hz", {2, 2, 48000, 44100}, nullptr,

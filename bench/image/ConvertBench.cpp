@@ -3,9 +3,6 @@
 // Where our bitmap is bottom-up, libyuv is given a negative height, so that it reads or writes the
 // same bitmap; "top-down" is libyuv without that, which is faster and leaves the rows the other way
 // round.
-//
-// ZEL_CPU=avx2 (or another level's name) in the environment limits our kernels, not the
-// peers'.
 #include <array>
 #include <cstdint>
 #include <memory>
@@ -14,9 +11,8 @@
 #include <vector>
 
 #include "bench/Compare.h"
-#include "bench/image/KernelLevel.h"
 #include "zel/Common/Image/ImageConvert.h"
-#include "zel/Common/Image/detail/ConvertKernels.h"
+#include "zel/detail/Level.h"
 
 #if ZEL_WITH_LIBYUV
 #include <libyuv.h>
@@ -29,7 +25,7 @@ extern "C" {
 
 namespace {
 
-using zel::CpuLevel;
+using zel::Level;
 using zel::bench::Goal;
 using zel::bench::Peer;
 using Bytes = std::vector<std::uint8_t>;
@@ -67,14 +63,14 @@ enum Order { kTopDown, kBottomUp };
 
 struct Routine {
   const char* name;
-  Order order;             ///< of the bitmap's rows
-  double bytes_per_pixel;  ///< of what is written
+  Order order;           ///< of the bitmap's rows
+  double bytesPerPixel;  ///< of what is written
   void (*ours)(Picture& in, Picture& out);
   /// `h` is the height, negative to turn the picture upside down.
   void (*libyuv)(Picture& in, Picture& out, int h);
   /// swscale's formats, or "".
-  const char *sws_from, *sws_to;
-  double goal_small, goal_hd, goal_4k, aim;
+  const char *swsFrom, *swsTo;
+  double goalSmall, goalHd, goal4k, aim;
 };
 
 #if ZEL_WITH_LIBYUV
@@ -191,15 +187,15 @@ void SwsPlanes(Picture& p, const std::string& name, std::uint8_t* (&planes)[4], 
 }
 Peer Sws(const Routine& routine, Picture& in, Picture& out) {
   const std::shared_ptr<SwsContext> context(
-      sws_getContext(in.w, in.h, SwsFormat(routine.sws_from), in.w, in.h, SwsFormat(routine.sws_to),
+      sws_getContext(in.w, in.h, SwsFormat(routine.swsFrom), in.w, in.h, SwsFormat(routine.swsTo),
                      SWS_POINT, nullptr, nullptr, nullptr),
       sws_freeContext);
   return {"swscale", [=, &routine, &in, &out] {
             std::uint8_t *from[4], *to[4];
-            int from_pitches[4], to_pitches[4];
-            SwsPlanes(in, routine.sws_from, from, from_pitches);
-            SwsPlanes(out, routine.sws_to, to, to_pitches);
-            sws_scale(context.get(), from, from_pitches, 0, in.h, to, to_pitches);
+            int fromPitches[4], toPitches[4];
+            SwsPlanes(in, routine.swsFrom, from, fromPitches);
+            SwsPlanes(out, routine.swsTo, to, toPitches);
+            sws_scale(context.get(), from, fromPitches, 0, in.h, to, toPitches);
           }};
 }
 #endif
@@ -207,28 +203,26 @@ Peer Sws(const Routine& routine, Picture& in, Picture& out) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const CpuLevel level = zel::bench::KernelLevel();
-  zel::bench::Comparison comparison(
-      "image conversion, " + std::string(zel::CpuLevelName(level)) + " kernels", argc, argv);
-  zel::image::UseConvertKernels(level);
+  zel::bench::Comparison comparison("image conversion", argc, argv, zel::bench::Kernels::kOfALevel);
+  const Level level = zel::ActiveLevel();
   struct Size {
     int w, h;
     double Routine::*goal;
-  } const sizes[] = {{64, 64, &Routine::goal_small},
-                     {1920, 1080, &Routine::goal_hd},
-                     {3840, 2160, &Routine::goal_4k},
+  } const sizes[] = {{64, 64, &Routine::goalSmall},
+                     {1920, 1080, &Routine::goalHd},
+                     {3840, 2160, &Routine::goal4k},
                      {1919, 1079, nullptr}};
   std::vector<std::unique_ptr<Picture>> pictures;
-  Picture* hd_in = nullptr;
-  Picture* hd_out = nullptr;
+  Picture* hdIn = nullptr;
+  Picture* hdOut = nullptr;
   for (const Size& size : sizes) {
     pictures.push_back(std::make_unique<Picture>(size.w, size.h));
     Picture& in = *pictures.back();
     pictures.push_back(std::make_unique<Picture>(size.w, size.h));
     Picture& out = *pictures.back();
     if (size.w == 1920) {
-      hd_in = &in;
-      hd_out = &out;
+      hdIn = &in;
+      hdOut = &out;
     }
     for (const Routine& routine : kRoutines) {
       const double pixels = double{1} * size.w * size.h;
@@ -236,8 +230,7 @@ int main(int argc, char** argv) {
       Goal goal;
       if (!size.goal) {
         goal = {.atLeast = 0.9, .aim = 1.0, .against = "1920x1080"};
-        peers.push_back(
-            {"1920x1080", [&routine, hd_in, hd_out] { routine.ours(*hd_in, *hd_out); }});
+        peers.push_back({"1920x1080", [&routine, hdIn, hdOut] { routine.ours(*hdIn, *hdOut); }});
       } else {
         goal = {.atLeast = routine.*size.goal, .aim = routine.aim, .against = ""};
       }
@@ -250,19 +243,19 @@ int main(int argc, char** argv) {
         }
       } else if (size.goal) {
         peers.push_back({"plain", [&, level] {
-                           zel::image::UseConvertKernels(CpuLevel::kScalar);
+                           zel::UseLevel(Level::kPlain);
                            routine.ours(in, out);
-                           zel::image::UseConvertKernels(level);
+                           zel::UseLevel(level);
                          }});
       }
 #if ZEL_WITH_LIBSWSCALE
-      if (size.goal && routine.sws_from[0]) peers.push_back(Sws(routine, in, out));
+      if (size.goal && routine.swsFrom[0]) peers.push_back(Sws(routine, in, out));
 #endif
       comparison.Add({.name = std::string(routine.name) + ' ' + std::to_string(size.w) + 'x' +
                               std::to_string(size.h),
                       .item = "pixel",
                       .items = pixels,
-                      .bytes = static_cast<std::size_t>(pixels * routine.bytes_per_pixel),
+                      .bytes = static_cast<std::size_t>(pixels * routine.bytesPerPixel),
                       .ours = [&] { routine.ours(in, out); },
                       .peers = peers,
                       .goal = goal});

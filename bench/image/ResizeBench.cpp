@@ -1,5 +1,5 @@
 // The resizers against libyuv and swscale, and, where no library has their like, against their own
-// plain kernels. ZEL_CPU=avx2 (or another level's name) measures that level's kernels.
+// plain kernels.
 
 #include <memory>
 #include <random>
@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "bench/Compare.h"
-#include "bench/image/KernelLevel.h"
 #include "zel/Common/Image/AlphaResize.h"
 #include "zel/Common/Image/detail/ResizePlan.h"
 
@@ -51,15 +50,14 @@ constexpr Scale kTo4K = {"1080p to 4K", {1920, 1080}, {3840, 2160}};
 /// Up to three planes in one buffer: bytes, bitmap pixels, or a 4:2:0 picture.
 class Picture {
  public:
-  Picture(Size size, int pixel_bytes, bool yuv420 = false)
-      : size_(size), pixel_bytes_(pixel_bytes) {
+  Picture(Size size, int pixelBytes, bool yuv420 = false) : size_(size), pixel_bytes_(pixelBytes) {
     const Size half = {(size.width + 1) / 2, (size.height + 1) / 2};
-    const std::size_t full = Area(size) * static_cast<unsigned>(pixel_bytes);
+    const std::size_t full = Area(size) * static_cast<unsigned>(pixelBytes);
     bytes_.resize(full + (yuv420 ? 2 * Area(half) : 0));
     std::mt19937 random(1);
     for (std::uint8_t& b : bytes_) b = static_cast<std::uint8_t>(random());
     plane[0] = bytes_.data();
-    pitch[0] = size.width * pixel_bytes;
+    pitch[0] = size.width * pixelBytes;
     if (yuv420) {
       plane[1] = plane[0] + full;
       plane[2] = plane[1] + Area(half);
@@ -85,17 +83,12 @@ class Picture {
   std::vector<std::uint8_t> bytes_;
 };
 
-const ResizeKernels& Kernels() {
-  static const ResizeKernels& kernels = ResizeKernelsFor(zel::bench::KernelLevel());
-  return kernels;
-}
-
 /// The pictures of a case, which its contestants share.
 struct Pictures {
-  Pictures(const Scale& s, int from_bytes, int to_bytes, bool yuv420 = false)
-      : from(s.from, from_bytes, yuv420),
-        to(s.to, to_bytes, yuv420),
-        temporary(s.to, to_bytes),
+  Pictures(const Scale& s, int fromBytes, int toBytes, bool yuv420 = false)
+      : from(s.from, fromBytes, yuv420),
+        to(s.to, toBytes, yuv420),
+        temporary(s.to, toBytes),
         scale(s) {}
   Picture from;
   Picture to;
@@ -167,7 +160,7 @@ Case Luma(const Scale& scale, Method method, Goal goal) {
   const bool nearest = method == Method::kNearest;
   const Shared p = std::make_shared<Pictures>(scale, 1, 1);
   Case c = Named(nearest ? "NearY" : "BiLinerY", scale, p, goal);
-  c.ours = Run(nearest ? NearestLuma : BilinearLuma, Kernels(), p);
+  c.ours = Run(nearest ? NearestLuma : BilinearLuma, ActiveResizeKernels(), p);
 #if ZEL_WITH_LIBYUV
   c.peers.push_back({"libyuv", [=] { YuvPlane(p, method); }});
 #endif
@@ -202,22 +195,9 @@ Case Yv12(const Scale& scale, Goal goal) {
   Case c = Named("YV12", scale, p, goal);
   c.ours = [=] {
     Picture &from = p->from, &to = p->to;
-    if (&Kernels() == &ActiveResizeKernels()) {
-      ImageResizeYV12(from.Param(), from.plane[0], from.plane[1], from.plane[2], from.pitch[0],
-                      from.pitch[1], from.pitch[2], to.Param(), to.plane[0], to.plane[1],
-                      to.plane[2], to.pitch[0], to.pitch[1], to.pitch[2],
-                      IMAGE_INTERPOLATION_BILINEAR, 0);
-    } else {  // The same on another level's kernels.
-      const auto plane = [](Picture& picture, int i) {
-        IMG_PARAM param = picture.Param();
-        param.pBuffer = picture.plane[i];
-        param.nPitch = picture.pitch[i];
-        return param;
-      };
-      BilinearLuma(Kernels(), from.Param(), to.Param());
-      BilinearChroma(Kernels(), plane(from, 1), plane(to, 1));
-      BilinearChroma(Kernels(), plane(from, 2), plane(to, 2));
-    }
+    ImageResizeYV12(from.Param(), from.plane[0], from.plane[1], from.plane[2], from.pitch[0],
+                    from.pitch[1], from.pitch[2], to.Param(), to.plane[0], to.plane[1], to.plane[2],
+                    to.pitch[0], to.pitch[1], to.pitch[2], IMAGE_INTERPOLATION_BILINEAR, 0);
     zel::bench::Keep(to.plane[0]);
   };
 #if ZEL_WITH_LIBYUV
@@ -242,7 +222,7 @@ Case Bitmap32(const Scale& scale, Method method, Goal goal) {
   constexpr ResizeRoutine* routines[] = {NearestBitmap32, BilinearBitmap32, AlphaOverBitmap32};
   const int i = static_cast<int>(method);
   Case c = Named(names[i], scale, p, goal);
-  c.ours = Run(routines[i], Kernels(), p);
+  c.ours = Run(routines[i], ActiveResizeKernels(), p);
 #if ZEL_WITH_LIBYUV
   c.peers.push_back(YuvArgb(p, YuvFilter(method), method == Method::kAlpha));
 #endif
@@ -258,40 +238,39 @@ Case Bitmap32(const Scale& scale, Method method, Goal goal) {
 }
 
 /// Routines without a like elsewhere, against the plain kernels at -O3.
-Case AgainstPlain(const char* name, ResizeRoutine* routine, const Scale& scale, int from_bytes,
-                  int to_bytes, bool chroma = false) {
-  const Shared p = std::make_shared<Pictures>(scale, from_bytes, to_bytes);
+Case AgainstPlain(const char* name, ResizeRoutine* routine, const Scale& scale, int fromBytes,
+                  int toBytes, bool chroma = false) {
+  const Shared p = std::make_shared<Pictures>(scale, fromBytes, toBytes);
   Case c = Named(name, scale, p, AtLeast(4, 8));
   if (chroma) {
     c.items /= 4;
     c.bytes /= 4;
   }
-  c.ours = Run(routine, Kernels(), p);
-  c.peers = {{"plain kernel", Run(routine, kResizeScalar, p)}};
+  c.ours = Run(routine, ActiveResizeKernels(), p);
+  c.peers = {{"plain kernel", Run(routine, plain::kResize, p)}};
   return c;
 }
 
 /// An odd size, against the even one next to it.
-Case AtOddSize(const char* name, ResizeRoutine* routine, int from_bytes, int to_bytes,
+Case AtOddSize(const char* name, ResizeRoutine* routine, int fromBytes, int toBytes,
                bool chroma = false) {
   const Scale odd = {"to 1919x1079", {1279, 719}, {1919, 1079}};
-  const Shared p = std::make_shared<Pictures>(odd, from_bytes, to_bytes);
-  const Shared even = std::make_shared<Pictures>(kUp, from_bytes, to_bytes);
+  const Shared p = std::make_shared<Pictures>(odd, fromBytes, toBytes);
+  const Shared even = std::make_shared<Pictures>(kUp, fromBytes, toBytes);
   Case c = Named(name, odd, p, AtLeast(0.9, 1.0));
   if (chroma) {
     c.items /= 4;
     c.bytes /= 4;
   }
-  c.ours = Run(routine, Kernels(), p);
-  c.peers = {{"to 1920x1080", Run(routine, Kernels(), even)}};
+  c.ours = Run(routine, ActiveResizeKernels(), p);
+  c.peers = {{"to 1920x1080", Run(routine, ActiveResizeKernels(), even)}};
   return c;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::string level = zel::CpuLevelName(zel::bench::KernelLevel());
-  zel::bench::Comparison all("image resizing, " + level + " kernels", argc, argv);
+  zel::bench::Comparison all("image resizing", argc, argv, zel::bench::Kernels::kOfALevel);
   all.Add(Luma(kSmall, Method::kBilinear, {}));
   all.Add(Luma(kDown, Method::kBilinear, AtLeast(3, 7)));
   all.Add(Luma(kUp, Method::kBilinear, AtLeast(2, 3)));

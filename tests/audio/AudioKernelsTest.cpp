@@ -10,10 +10,11 @@
 #include <vector>
 
 #include "zel/audio/detail/AudioKernels.h"
+#include "zel/detail/Level.h"
 
 namespace {
 
-using zel::CpuLevel;
+using zel::Level;
 using zel::audio::Kernels;
 using zel::audio::KernelsFor;
 
@@ -54,13 +55,13 @@ void Fill(short* p, std::size_t n) {
   for (std::size_t i = 0; i < n; ++i) p[i] = Sample();
 }
 
-class AudioKernels : public testing::TestWithParam<CpuLevel> {
+class AudioKernels : public testing::TestWithParam<Level> {
  protected:
   void SetUp() override {
-    if (GetParam() > zel::DetectCpuLevel()) GTEST_SKIP() << "not on this processor";
+    if (!zel::HasLevel(GetParam())) GTEST_SKIP() << "not on this processor";
   }
-  const Kernels& scalar = KernelsFor(CpuLevel::kScalar);
-  const Kernels& fast = KernelsFor(GetParam());
+  const Kernels& scalar = KernelsFor(Level::kPlain);
+  const Kernels& fast = KernelsFor(zel::HasLevel(GetParam()) ? GetParam() : Level::kPlain);
 };
 
 TEST_P(AudioKernels, Channels) {
@@ -249,12 +250,8 @@ TEST_P(AudioKernels, MixingAtTheHighestIndex) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Levels, AudioKernels,
-                         testing::Values(CpuLevel::kSse2, CpuLevel::kSsse3, CpuLevel::kSse41,
-                                         CpuLevel::kAvx2, CpuLevel::kAvx512, CpuLevel::kAvx512Vbmi),
-                         [](const auto& i) {
-                           std::string name = zel::CpuLevelName(i.param);
-                           std::erase(name, '.');
-                           return name;
-                         });
+                         testing::Values(Level::kSse2, Level::kSsse3, Level::kAvx2, Level::kAvx512,
+                                         Level::kAvx512Vbmi),
+                         [](const auto& i) { return zel::LevelName(i.param); });
 
 }  // namespace

@@ -17,7 +17,7 @@
 #include "tests/image/ConvertModel.h"
 #include "tests/image/Guarded.h"
 #include "zel/Common/Image/ImageConvert.h"
-#include "zel/Common/Image/detail/ConvertKernels.h"
+#include "zel/detail/Level.h"
 
 namespace {
 
@@ -25,25 +25,19 @@ using Byte = unsigned char;
 using Bytes = std::vector<Byte>;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using zel::CpuLevel;
+using zel::Level;
 
-/// The levels of this processor that have kernels of their own.
-std::vector<CpuLevel> Levels() {
-  std::vector<CpuLevel> levels;
-  for (int i = 0; i <= static_cast<int>(zel::DetectCpuLevel()); ++i) {
-    const auto level = static_cast<CpuLevel>(i);
-    if (levels.empty() ||
-        &zel::image::ConvertKernelsFor(level) != &zel::image::ConvertKernelsFor(levels.back())) {
-      levels.push_back(level);
-    }
-  }
+/// The levels of this processor.
+std::vector<Level> Levels() {
+  std::vector<Level> levels = zel::AllLevels();
+  std::erase_if(levels, [](Level level) { return !zel::HasLevel(level); });
   return levels;
 }
 
 /// Leaves the processor's own kernels in use, whatever a test has done.
 class ConvertTest : public testing::Test {
  protected:
-  ~ConvertTest() override { zel::image::UseConvertKernels(zel::DetectCpuLevel()); }
+  ~ConvertTest() override { zel::UseLevel(Levels().back()); }
 };
 
 tagBITMAPINFOHEADER Header(int width, int height, int bits) {
@@ -125,8 +119,8 @@ TEST_F(ConvertTest, TheLastOfCoincidingRowsRemains) {
   // In memory blue rows, then red ones: red is the upper pair.
   Bytes bits = {255, 0, 0,   0, 255, 0, 0,   0, 255, 0, 0,   0, 255, 0, 0,   0,
                 0,   0, 255, 0, 0,   0, 255, 0, 0,   0, 255, 0, 0,   0, 255, 0};
-  for (CpuLevel level : Levels()) {
-    zel::image::UseConvertKernels(level);
+  for (Level level : Levels()) {
+    zel::UseLevel(level);
     Bytes y(8), u(2), v(2);
     auto bmi = Header(2, 4, 32);
     Rgb32_2_yuv420(y.data(), u.data(), v.data(), 2, 0, 0, &bmi, bits.data());
@@ -230,14 +224,14 @@ TEST_F(ConvertTest, CopiesPairAfterPair) {
 }
 
 TEST_F(ConvertTest, ByteOrderChangesInPlace) {
-  for (CpuLevel level : Levels()) {
-    zel::image::UseConvertKernels(level);
+  for (Level level : Levels()) {
+    zel::UseLevel(level);
     for (int groups = 1; groups < 1100; groups += groups < 80 ? 1 : 93) {
       Bytes bytes(4 * groups), expected(4 * groups);
       std::iota(bytes.begin(), bytes.end(), Byte{0});
       model::YUY2_Blt_fast(expected.data(), 0, 0, 0, 2 * groups, 1, 1, bytes.data(), 0, 0, 0, 0);
       YUY2_Blt_fast(bytes.data(), 0, 0, 0, 2 * groups, 1, 1, bytes.data(), 0, 0, 0, 0);
-      ASSERT_EQ(bytes, expected) << zel::CpuLevelName(level);
+      ASSERT_EQ(bytes, expected) << zel::LevelName(level);
     }
   }
 }
@@ -552,14 +546,14 @@ class EveryRoutine : public ConvertTest, public testing::WithParamInterface<Rout
     naive.Reset(at, seed);
     GetParam().naive(naive, s);
     const Bytes expected = naive.Contents();
-    for (CpuLevel level : Levels()) {
-      zel::image::UseConvertKernels(level);
+    for (Level level : Levels()) {
+      zel::UseLevel(level);
       real.Reset(at, seed);
       GetParam().real(real, s);
       ASSERT_TRUE(real.Contents() == expected)
           << s.w << " x " << s.h << " pad " << s.pad << (s.flip ? " flipped" : "") << " from ("
           << s.x_src << ", " << s.y_src << ") to (" << s.x_dst << ", " << s.y_dst << ") flag "
-          << s.flag << ", " << zel::CpuLevelName(level);
+          << s.flag << ", " << zel::LevelName(level);
     }
   }
 };
@@ -637,10 +631,10 @@ using Colors = std::function<Bytes(int value)>;
 void CheckColors(const char* name, const Colors& naive, const Colors& real) {
   for (int value : Values()) {
     const Bytes expected = naive(value);
-    for (CpuLevel level : Levels()) {
-      zel::image::UseConvertKernels(level);
+    for (Level level : Levels()) {
+      zel::UseLevel(level);
       ASSERT_TRUE(real(value) == expected)
-          << name << ", " << value << ", " << zel::CpuLevelName(level);
+          << name << ", " << value << ", " << zel::LevelName(level);
     }
   }
 }
@@ -756,9 +750,9 @@ TEST_F(ConvertTest, EveryRgbColour) {
   COLORS(indexed, Rgb8_2_YUV420, 8);
 }
 
-std::vector<std::pair<CpuLevel, int>> LevelsAndPitches(int pitch) {
-  std::vector<std::pair<CpuLevel, int>> all;
-  for (CpuLevel level : Levels()) {
+std::vector<std::pair<Level, int>> LevelsAndPitches(int pitch) {
+  std::vector<std::pair<Level, int>> all;
+  for (Level level : Levels()) {
     all.emplace_back(level, pitch);
     all.emplace_back(level, -pitch);
   }
@@ -773,7 +767,7 @@ TEST_F(ConvertTest, PlanesMayBeLargerThanTwoGigabytes) {
   const Sparse sparse(kPitch * kH), other(kPitch * kH);
   if (!sparse.begin() || !other.begin()) GTEST_SKIP() << "no address space for such planes";
   for (const auto& [level, pitch] : LevelsAndPitches(static_cast<int>(kPitch))) {
-    zel::image::UseConvertKernels(level);
+    zel::UseLevel(level);
     Byte* const first = pitch > 0 ? sparse.begin() : sparse.begin() + kPitch * (kH - 1);
     Byte* const second = pitch > 0 ? other.begin() : other.begin() + kPitch * (kH - 1);
     std::mt19937 random(3);
@@ -785,13 +779,13 @@ TEST_F(ConvertTest, PlanesMayBeLargerThanTwoGigabytes) {
     Bytes luma(kW * kH);
     Rgb32_2_yuv420(luma.data(), u.data(), v.data(), kW, kW, kW, &bmi, bits.data());
     Yuv420_2_Argb(&bmi, want.data(), luma.data(), u.data(), v.data(), kW, kW, kW);
-    EXPECT_EQ(got, want) << pitch << ", " << zel::CpuLevelName(level);
+    EXPECT_EQ(got, want) << pitch << ", " << zel::LevelName(level);
 
     YUY2_Blt_fast(second, pitch, 0, 0, kW / 2, kH, 1, first, pitch, 0, 0, 0);
     for (int row = 0; row < kH; ++row) {
       for (int x = 0; x < kW; ++x) {
         ASSERT_EQ(second[std::ptrdiff_t{row} * pitch + (x ^ 1)], luma[row * kW + x])
-            << pitch << ", " << zel::CpuLevelName(level);
+            << pitch << ", " << zel::LevelName(level);
       }
     }
   }

@@ -12,12 +12,13 @@
 #include "tests/image/Guarded.h"
 #include "tests/image/ResizeModel.h"
 #include "zel/Common/Image/ImageConvert.h"
+#include "zel/detail/Level.h"
 
 namespace {
 
 using testing::ElementsAre;
 using testing::ElementsAreArray;
-using zel::CpuLevel;
+using zel::Level;
 using Bytes = std::vector<unsigned char>;
 
 IMG_PARAM Rect(Bytes& bytes, int width, int height, int pixel_bytes = 1) {
@@ -176,9 +177,9 @@ class ResizeModelTest : public testing::TestWithParam<ResizeCase> {
       std::memcpy(destination_.begin(), before.data(), before.size());
     };
     std::memcpy(destination_.begin(), before.data(), before.size());
-    for (int level = 0; level <= static_cast<int>(zel::DetectCpuLevel()); ++level) {
-      const auto cpu = static_cast<CpuLevel>(level);
-      check(CpuLevelName(cpu), c.routine(zel::image::ResizeKernelsFor(cpu), from, to));
+    for (const Level level : zel::AllLevels()) {
+      if (!zel::HasLevel(level)) break;
+      check(LevelName(level), c.routine(zel::image::ResizeKernelsFor(level), from, to));
       if (HasFatalFailure()) return;
     }
     check("exported", c.exported(from, to));

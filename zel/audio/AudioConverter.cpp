@@ -18,17 +18,18 @@ constexpr int kTableFrames = 8192;
 constexpr int kPieceFrames = 1024;
 // The queue moves back to the start of its array no sooner than this many samples have been taken.
 constexpr std::ptrdiff_t kTakenFirst = 8192;
-// Samples that an address space can hold, with room for an alignment.
+// The largest number of samples that an array can hold, alignment included.
 constexpr std::int64_t kMostSamples = PTRDIFF_MAX / static_cast<std::int64_t>(sizeof(short)) - 64;
-// Equal blocks yield two or three different lengths in turn.
+// Blocks of one size yield two or three different lengths in turn.
 constexpr int kTables = 4;
 
 std::size_t Bytes(std::ptrdiff_t samples) {
   return static_cast<std::size_t>(samples) * sizeof(short);
 }
 
-// An array whose first sample is aligned for the widest vectors: stores that cross cache lines cost
-// twice. (Aligned forms of operator new would be one more thing for a host to replace.)
+// An array whose first sample is aligned for the widest registers: a store that crosses a cache
+// line costs twice as much. (It does not use the aligned operator new, because a host that replaces
+// operator new would have to replace that one, too.)
 class AlignedSamples {
  public:
   AlignedSamples() = default;
@@ -54,7 +55,7 @@ int CheckedInt(std::int64_t value) {
   return static_cast<int>(value);
 }
 
-// The positions of one call, which depend on nothing but its lengths.
+// The positions of one call. They depend on its lengths alone.
 struct PositionTable {
   int n = 0;
   int t = 0;
@@ -81,13 +82,13 @@ static_assert(FLT_EVAL_METHOD == 0,
 
 // What a conversion needs beside the class's own members, and the conversion itself.
 //
-// The queue is a window that moves up through its array as samples are taken, and moves back to the
-// start when fewer samples are held than were taken, so that each sample taken pays for at most one
-// moved.
+// The queue is a window that moves up through its array as samples are taken. It moves back to the
+// start once it holds fewer samples than were taken, so each sample taken pays for at most one
+// move.
 //
-// The work area is the history frame, the call's input in output channels, and a frame of silence
-// (the neighbour of the last, possibly partial, frame). A mono source that is only doubled stays
-// mono there: interpolating first and doubling last gives the same samples for half the work.
+// The work area holds the history frame, the call's input in output channels, and a frame of
+// silence as the neighbour of the last frame, which may be partial. A mono source that only gets
+// doubled stays mono there: interpolating before doubling gives the same samples for half the work.
 struct CAudioConverter::Work {
   explicit Work(const CAudioConverter& converter);
 
@@ -96,7 +97,7 @@ struct CAudioConverter::Work {
   short* MakeRoom(CAudioConverter& c, int newSamples);
   int Convert(CAudioConverter& c, const short* data, int n, int capacity);
 
-  const zel::audio::Kernels& kernels = zel::audio::BestKernels();
+  const zel::audio::Kernels& kernels = zel::audio::ActiveKernels();
   zel::audio::ChannelKernel channelKernel = nullptr;
   const bool sameChannels;
   const bool sameRate;
@@ -134,14 +135,14 @@ CAudioConverter::Work::Work(const CAudioConverter& c)
   workChannels = doubling ? 1 : c.m_nOutChannels;
 }
 
-// The estimate of the room that n input samples need, beyond which `Put` grows the queue.
+// Estimates the room that n input samples need. `Put` grows the queue if there is less.
 std::int64_t CAudioConverter::Work::Need(int n) const {
   const double need = (n * outPerIn) * 6.0;  // 6: the widest expansion, from one channel to six.
   if (need > INT_MAX) throw std::bad_alloc();
   return static_cast<std::int64_t>(need);
 }
 
-// `capacity`, or if `wanted` exceeds it, `capacity` and as many increments as it takes.
+// Returns `capacity`, or if `wanted` is more, `capacity` plus as many increments as it takes.
 int CAudioConverter::Work::GrownCapacity(int capacity, int n, std::int64_t wanted) const {
   if (wanted <= capacity) return capacity;
   const std::int64_t increment = 2 * Need(n) + 4096;
@@ -149,7 +150,7 @@ int CAudioConverter::Work::GrownCapacity(int capacity, int n, std::int64_t wante
   return CheckedInt(capacity + times * increment);
 }
 
-// Room for `newSamples` behind the samples held.
+// Makes room for `newSamples` behind the samples held.
 short* CAudioConverter::Work::MakeRoom(CAudioConverter& c, int newSamples) {
   const std::ptrdiff_t held = c.m_nValidSize;
   std::ptrdiff_t taken = c.m_pOutBuffer - queue.begin();
@@ -159,7 +160,7 @@ short* CAudioConverter::Work::MakeRoom(CAudioConverter& c, int newSamples) {
     taken = 0;
   }
   if (newSamples > queue.size() - held - taken) {
-    // Here the array is less than twice as long as what it has to hold (and kTakenFirst).
+    // The array is less than twice as long as what it has to hold (plus kTakenFirst).
     const std::int64_t larger = 2 * (std::int64_t{held} + newSamples) + kTakenFirst;
     if (larger > kMostSamples) throw std::bad_alloc();
     AlignedSamples newQueue(static_cast<std::size_t>(larger));
@@ -170,8 +171,8 @@ short* CAudioConverter::Work::MakeRoom(CAudioConverter& c, int newSamples) {
   return c.m_pOutBuffer + held;
 }
 
-// The channel stage: n input samples, or `frames` whole frames of them, as `outSamples` samples of
-// the work area or queue.
+// The channel stage: turns n input samples (`frames` whole frames) into `outSamples` samples in the
+// work area or the queue.
 int CAudioConverter::Work::MixInto(const short* data, int n, int frames, int outSamples,
                                    short* out) const {
   if (sameChannels || doubling) {
@@ -197,7 +198,8 @@ void CAudioConverter::Work::ReserveArea(std::int64_t inSamples) {
   areaSize = larger;
 }
 
-// The table with the positions of a call that makes t samples of n, or room for some of them.
+// Finds the table with the positions of a call that makes t samples of n. If the call is too long
+// for one, the table has room for a piece of them.
 PositionTable& CAudioConverter::Work::FindTable(int n, int t, int frames) {
   PositionTable* oldest = tables;
   ++uses;
@@ -233,8 +235,8 @@ void CAudioConverter::Work::Interpolate(const PositionTable& table, int first, i
 }
 
 int CAudioConverter::Work::Convert(CAudioConverter& c, const short* data, int n, int capacity) {
-  // How many samples: n as input, as `mixed` in output channels, as `made` at the output rate.
-  int frames = 0, mixed = n;  // (Whole frames count, and are mixed, only where channels change.)
+  // n input samples become `mixed` samples in output channels, then `made` at the output rate.
+  int frames = 0, mixed = n;  // (`frames` counts only if channels change.)
   if (!sameChannels && !silent) {
     frames = n / c.m_nInChannels;
     const std::int64_t rest = n - frames * c.m_nInChannels;
@@ -249,7 +251,7 @@ int CAudioConverter::Work::Convert(CAudioConverter& c, const short* data, int n,
     made -= made % c.m_nOutChannels;
   }
 
-  // All memory before the first visible change.
+  // Allocate everything before the first visible change.
   capacity = GrownCapacity(capacity, n, std::int64_t{c.m_nValidSize} + made);
   short* out = MakeRoom(c, made);
   if (sameRate) {

@@ -1,6 +1,17 @@
-// CAudioConverter: 16-bit PCM from one channel count and sample rate to another, through a queue.
+// CAudioConverter changes the channel count and the sample rate of 16-bit PCM. Blocks of any size
+// go in, and what they become waits in a queue.
+//
+//   CAudioConverter converter(6, 2, 48000, 44100, 0);   // 5.1 at 48 kHz to stereo at 44.1 kHz
+//   converter.Put(block, 1024 * 6);                     // samples, not frames
+//   short out[2 * 1024];
+//   int taken = converter.Get(out, converter.GetValidSize() / 2 * 2);
+//
+// Threads: each operation says which of these holds.
+//   [any]    any thread, at any time;
+//   [alone]  no other operation of the same object runs at the same time.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "zel/platform/Types.h"
@@ -10,13 +21,12 @@
 /// frames), and keeps the result in a first-in, first-out queue. All sizes count 16-bit samples,
 /// not bytes and not frames.
 ///
-/// Blocks may have any size; a converter carries the last frame and a fractional sample count from
-/// one block to the next. Equal formats pass through unchanged. A pair of channel counts that the
-/// rules lack gives silence of the input's length.
-///
-/// Threads: used by one thread at a time.
+/// A converter carries the last frame and a fractional sample count from one block to the next.
+/// Equal formats pass through unchanged. A pair of channel counts that the rules lack gives silence
+/// of the input's length.
 class ZEL_API CAudioConverter {
  public:
+  /// [any] Makes a converter with an empty queue. The formats do not change afterwards.
   /// @param nBufferSize capacity of the queue in samples; 0 for 1,048,576. It grows when it has to.
   /// @throws std::invalid_argument for a rate or channel count below 1, or a negative capacity.
   /// @throws std::bad_alloc
@@ -24,31 +34,35 @@ class ZEL_API CAudioConverter {
                   int nBufferSize);
   CAudioConverter(const CAudioConverter&) = delete;
   CAudioConverter& operator=(const CAudioConverter&) = delete;
-  ~CAudioConverter();
+  ~CAudioConverter();  ///< [alone]
 
-  /// Converts `nSamples` samples at `pData` (whole frames, or the rest of the last one is dropped)
-  /// to the end of the queue. A negative count is taken as 0.
+  /// [alone] Converts `nSamples` samples at `pData` (whole frames, or the rest of the last one is
+  /// dropped) to the end of the queue. A negative count is taken as 0.
   /// @return samples held now.
   /// @throws std::bad_alloc when the queue cannot grow; converter and queue are then as they were.
   int Put(const short* pData, int nSamples);
-  /// What Put does for differing formats, less the counting: writes behind the samples held, which
-  /// do not change, and returns how many it wrote. Grows the queue if they do not fit.
+  /// [alone] What Put does for differing formats, less the counting: writes behind the samples
+  /// held, which do not change. The next Put or ConvertData writes over what this one wrote. The
+  /// queue grows if it has to.
+  /// @return samples written.
+  /// @throws std::bad_alloc when the queue cannot grow; converter and queue are then as they were.
   int ConvertData(const short* pData, int nSamples);
-  /// Takes up to `nSamples` samples from the head of the queue to `pOut`.
+  /// [alone] Takes up to `nSamples` samples from the head of the queue to `pOut`.
   /// @return samples taken.
   int Get(short* pOut, int nSamples);
-  /// Capacity less samples held.
+  /// [alone] Capacity less samples held.
   int GetFreeSize() const;
-  /// Samples held.
+  /// [alone] Samples held.
   int GetValidSize() const;
-  /// Empties the queue. Conversion goes on from the last input: what is carried between blocks
-  /// stays.
+  /// [alone] Empties the queue. Conversion goes on from the last input: what is carried between
+  /// blocks stays.
   void Reset();
-  int GetInputChannels();
-  int GetInputSampleRate();
+  int GetInputChannels();    ///< [any]
+  int GetInputSampleRate();  ///< [any] In Hz.
 
  private:
   struct [[gnu::visibility("hidden")]] Work;
+  struct Layout;
 
   short* m_pOutBuffer;         // Head of the queue; moves up as samples are taken.
   Work* m_pWorkBuffer;         // Work area, and what else the conversion keeps.
@@ -60,6 +74,19 @@ class ZEL_API CAudioConverter {
   std::int32_t m_nOutSampleRate;
   double m_dRemainder;  // Input samples carried over; fractional, may be negative.
 };
+
+/// Components that were built apart share these offsets.
+struct CAudioConverter::Layout {
 #if defined(__i386__)
-static_assert(sizeof(CAudioConverter) == 40);
+  static_assert(sizeof(CAudioConverter) == 40);
+  static_assert(offsetof(CAudioConverter, m_pOutBuffer) == 0 &&
+                offsetof(CAudioConverter, m_pWorkBuffer) == 4 &&
+                offsetof(CAudioConverter, m_nBufferSize) == 8 &&
+                offsetof(CAudioConverter, m_nValidSize) == 12 &&
+                offsetof(CAudioConverter, m_nInChannels) == 16 &&
+                offsetof(CAudioConverter, m_nOutChannels) == 20 &&
+                offsetof(CAudioConverter, m_nInSampleRate) == 24 &&
+                offsetof(CAudioConverter, m_nOutSampleRate) == 28 &&
+                offsetof(CAudioConverter, m_dRemainder) == 32);
 #endif
+};

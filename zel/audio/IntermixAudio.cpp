@@ -11,19 +11,19 @@ using zel::audio::kFullScale;
 
 namespace {
 
-// At gains from 1 to here the sums that fit within full scale come out unchanged, and those that do
-// not still do not fit.
+// With a gain between 1 and this, sums within full scale come out unchanged and all others still
+// overflow.
 constexpr double kUnityEnd = 1.0 + 1.0 / 65536;
 
-// How many gains after `gain`, each one the rounded sum of its predecessor and `step`, are exactly
-// `*rounded` apart and below 1, and so lie within one binade.
+// Counts the gains after `gain` that are exactly `*rounded` apart and below 1. Each gain is the
+// rounded sum of its predecessor and `step`; within one binade that rounding is always the same.
 int EvenGains(double gain, double step, int wanted, double* rounded) {
   const double next = gain + step;
   const double afterNext = next + step;
   *rounded = next - gain;
   double top = 1.0;
   while (top * 0.5 > gain) top *= 0.5;
-  // (A rounded step can differ from the next one only by a tie, broken toward the even gain.)
+  // (Two rounded steps differ only if one is a tie, which rounds to the even gain.)
   if (!(afterNext < top) || afterNext - next != *rounded) return 0;
   const double fitting = (top - afterNext) / *rounded;
   return fitting < wanted ? static_cast<int>(fitting) : wanted;
@@ -37,12 +37,12 @@ void IntermixAudio(short** ppInputs, int nInputs, int nSamples, short* pOutput) 
     std::memset(pOutput, 0, static_cast<std::size_t>(nSamples) * sizeof(short));
     return;
   }
-  const auto& kernels = zel::audio::BestKernels();
+  const auto& kernels = zel::audio::ActiveKernels();
   const zel::audio::MixInputs in = {ppInputs, nInputs};
   const double step = nInputs * 2.2675736961451247e-06;  // 1 / 441,000
   double gain = 1.0;
   for (int i = 0; i < nSamples;) {
-    // A stretch without overflow at once ...
+    // Mix a stretch without overflow at once ...
     if (gain >= 1.0) {
       i = gain <= kUnityEnd ? kernels.mixUnity(in, i, nSamples, pOutput)
                             : kernels.mixGain(in, i, nSamples, gain, 0.0, pOutput);
@@ -59,8 +59,8 @@ void IntermixAudio(short** ppInputs, int nInputs, int nSamples, short* pOutput) 
     }
     // ... then the sample that ended it.
     if (gain < 1.0) gain += step;
-    const double scaled = zel::audio::MixSum(in, i) * gain;
-    // The gain can pass 1 so far only with hundreds of thousands of inputs.
+    const double scaled = zel::audio::plain::MixSum(in, i) * gain;
+    // Clamp: with hundreds of thousands of inputs the gain can pass 1 by that much.
     int v = static_cast<int>(std::clamp<double>(scaled, std::numeric_limits<int>::min(),
                                                 std::numeric_limits<int>::max()));
     if (v > kFullScale) {

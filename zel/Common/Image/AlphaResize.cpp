@@ -17,9 +17,9 @@ int AlphaOverBitmap32(const ResizeKernels& kernels, const IMG_PARAM& src, const 
   if (!scaler.Prepare(Axis::Steps(from.width, to.width), Method::kBilinear)) return 0;
   const Axis rows = Axis::Steps(from.height, to.height);
   const std::size_t inner = static_cast<unsigned>(to.width) - 1;
-  const auto over_edge = [&](std::int32_t source_y, unsigned char* out) {
-    const unsigned char* pixel = scaler.LastPixel(source_y);
-    kResizeScalar.over32(pixel, pixel, 0, 1, true, out);
+  const auto overEdge = [&](std::int32_t sourceY, unsigned char* out) {
+    const unsigned char* pixel = scaler.LastPixel(sourceY);
+    plain::kResize.over32(pixel, pixel, 0, 1, true, out);
   };
   const std::int32_t last = to.height - 1;
   for (std::int32_t i = 0; i < last; ++i) {
@@ -29,12 +29,12 @@ int AlphaOverBitmap32(const ResizeKernels& kernels, const IMG_PARAM& src, const 
     const unsigned char* top = scaler.Row(p.index, below);
     const unsigned char* bottom = p.weight == 0 ? top : scaler.Row(below, p.index);
     kernels.over32(top, bottom, p.weight, inner, false, to.Row(y));
-    over_edge(p.index, to.Row(y) + 4 * inner);
+    overEdge(p.index, to.Row(y) + 4 * inner);
   }
   unsigned char* nearest = scaler.spare();
   scaler.WriteNearest(from.height - 1, to.width - 1, nearest);
   kernels.over32(nearest, nearest, 0, inner, true, to.Row(last));
-  over_edge(from.height - 1, to.Row(last) + 4 * inner);
+  overEdge(from.height - 1, to.Row(last) + 4 * inner);
   return 1;
 }
 
@@ -52,10 +52,10 @@ int NearestMask(const ResizeKernels& kernels, const IMG_PARAM& mask, const IMG_P
   std::int32_t scaled = -1;
   for (std::int32_t i = 0; i < to.height; ++i) {
     const std::int32_t y = to.InMemoryOrder(i, to.height);
-    const std::int32_t source_y = rows.At(y).index;
-    if (source_y != scaled) scaler.WriteNearest(source_y, to.width, scaler.spare());
-    scaled = source_y;
-    kernels.replace_alpha(scaler.spare(), static_cast<unsigned>(to.width), to.Row(y));
+    const std::int32_t sourceY = rows.At(y).index;
+    if (sourceY != scaled) scaler.WriteNearest(sourceY, to.width, scaler.spare());
+    scaled = sourceY;
+    kernels.replaceAlpha(scaler.spare(), static_cast<unsigned>(to.width), to.Row(y));
   }
   return 1;
 }
@@ -63,14 +63,14 @@ int NearestMask(const ResizeKernels& kernels, const IMG_PARAM& mask, const IMG_P
 int BilinearMask(const ResizeKernels& kernels, const IMG_PARAM& mask, const IMG_PARAM& dst) {
   ImageRect from;
   ImageRect to;
-  const int mask_bytes = mask.nBitCount / 8;
-  if (mask_bytes < 1 || mask_bytes > 4 || dst.nWidth < 2 || dst.nHeight < 2 ||
-      !Locate(mask, RowOrder::kBottomUp, mask_bytes, &from) ||
+  const int maskBytes = mask.nBitCount / 8;
+  if (maskBytes < 1 || maskBytes > 4 || dst.nWidth < 2 || dst.nHeight < 2 ||
+      !Locate(mask, RowOrder::kBottomUp, maskBytes, &from) ||
       !Locate(dst, RowOrder::kBottomUp, 4, &to)) {
     return 0;
   }
-  from.first += mask_bytes - 1;  // A mask pixel's last byte counts.
-  RowScaler scaler(kernels, from, 1, mask_bytes);
+  from.first += maskBytes - 1;  // The mask is the pixel's last byte.
+  RowScaler scaler(kernels, from, 1, maskBytes);
   if (!scaler.Prepare(Axis::Steps(from.width, to.width), Method::kBilinear)) return 0;
   const Axis rows = Axis::Steps(from.height, to.height);
   const std::size_t width = static_cast<unsigned>(to.width);
@@ -88,7 +88,7 @@ int BilinearMask(const ResizeKernels& kernels, const IMG_PARAM& mask, const IMG_
       kernels.blend8(top, bottom, p.weight, width - 1, scaled);
     }
     scaled[width - 1] = *scaler.LastPixel(p.index);
-    kernels.multiply_alpha(scaled, width, to.Row(y));
+    kernels.multiplyAlpha(scaled, width, to.Row(y));
   }
   return 1;
 }

@@ -1,4 +1,5 @@
-// The published Windows bitmap records, as plain layouts. Multi-byte fields are little-endian.
+// The published Windows bitmap records, as plain layouts: what the image routines know of a bitmap
+// (RgbToYuv.h and YuvToRgb.h begin with calls). Multi-byte fields are little-endian.
 #pragma once
 
 #include <cstddef>

@@ -17,10 +17,10 @@ bool LargeEnough(const IMG_PARAM& dst) {
   return dst.nWidth >= 2 && dst.nHeight >= 2;
 }
 
-bool LocateBoth(const IMG_PARAM& src, const IMG_PARAM& dst, RowOrder order, int pixel_bytes,
+bool LocateBoth(const IMG_PARAM& src, const IMG_PARAM& dst, RowOrder order, int pixelBytes,
                 ImageRect* from, ImageRect* to) {
-  return LargeEnough(dst) && Locate(src, order, pixel_bytes, from) &&
-         Locate(dst, order, pixel_bytes, to);
+  return LargeEnough(dst) && Locate(src, order, pixelBytes, from) &&
+         Locate(dst, order, pixelBytes, to);
 }
 
 void PaintMargins(const ImageRect& rect, std::int64_t y) {
@@ -29,8 +29,7 @@ void PaintMargins(const ImageRect& rect, std::int64_t y) {
   std::memset(row + rect.width, kBlack, static_cast<std::size_t>(rect.behind));
 }
 
-/// `rows` rows of n columns. (Making a row that repeats the one before it once more is faster than
-/// copying it.)
+/// Writes `rows` rows of n columns. (To make a repeated row again is faster than to copy it.)
 void WriteNearestRows(RowScaler& scaler, const Axis& axis, std::int32_t rows, std::int32_t n,
                       const ImageRect& to) {
   for (std::int32_t i = 0; i < rows; ++i) {
@@ -40,18 +39,18 @@ void WriteNearestRows(RowScaler& scaler, const Axis& axis, std::int32_t rows, st
 }
 
 int Nearest(const ResizeKernels& kernels, const ImageRect& from, const ImageRect& to,
-            int pixel_bytes, const Axis& columns, const Axis& rows) {
-  RowScaler scaler(kernels, from, pixel_bytes, pixel_bytes);
+            int pixelBytes, const Axis& columns, const Axis& rows) {
+  RowScaler scaler(kernels, from, pixelBytes, pixelBytes);
   if (!scaler.Prepare(columns, Method::kNearest)) return 0;
   WriteNearestRows(scaler, rows, to.height, to.width, to);
   return 1;
 }
 
-/// Rows y = 0 to `rows` - 1 of the first n columns, bilinear; finish(y) completes each row.
+/// Writes the first n columns of `rows` rows, bilinear. finish(y, sourceY) completes each row.
 template <class Finish>
 void BlendRows(const ResizeKernels& kernels, RowScaler& scaler, const Axis& axis, std::int32_t rows,
-               std::int32_t n, int pixel_bytes, const ImageRect& to, Finish finish) {
-  const auto blend = pixel_bytes == 1 ? kernels.blend8 : kernels.blend32;
+               std::int32_t n, int pixelBytes, const ImageRect& to, Finish finish) {
+  const auto blend = pixelBytes == 1 ? kernels.blend8 : kernels.blend32;
   const std::size_t count = static_cast<unsigned>(n);
   for (std::int32_t i = 0; i < rows; ++i) {
     const std::int32_t y = to.InMemoryOrder(i, rows);
@@ -59,7 +58,7 @@ void BlendRows(const ResizeKernels& kernels, RowScaler& scaler, const Axis& axis
     const std::int64_t below = std::int64_t{p.index} + 1;
     const unsigned char* top = scaler.Row(p.index, below);
     if (p.weight == 0) {
-      std::memcpy(to.Row(y), top, count * static_cast<unsigned>(pixel_bytes));
+      std::memcpy(to.Row(y), top, count * static_cast<unsigned>(pixelBytes));
     } else {
       blend(top, scaler.Row(below, p.index), p.weight, count, to.Row(y));
     }
@@ -68,18 +67,18 @@ void BlendRows(const ResizeKernels& kernels, RowScaler& scaler, const Axis& axis
 }
 
 int BilinearBitmap(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst,
-                   int pixel_bytes) {
+                   int pixelBytes) {
   ImageRect from;
   ImageRect to;
-  if (!LocateBoth(src, dst, RowOrder::kBottomUp, pixel_bytes, &from, &to)) return 0;
-  RowScaler scaler(kernels, from, pixel_bytes, pixel_bytes);
+  if (!LocateBoth(src, dst, RowOrder::kBottomUp, pixelBytes, &from, &to)) return 0;
+  RowScaler scaler(kernels, from, pixelBytes, pixelBytes);
   if (!scaler.Prepare(Axis::Steps(from.width, to.width), Method::kBilinear)) return 0;
-  const auto finish = [&](std::int32_t y, std::int32_t source_y) {
-    std::memcpy(to.Row(y) + std::ptrdiff_t{to.width - 1} * pixel_bytes, scaler.LastPixel(source_y),
-                static_cast<unsigned>(pixel_bytes));
+  const auto finish = [&](std::int32_t y, std::int32_t sourceY) {
+    std::memcpy(to.Row(y) + std::ptrdiff_t{to.width - 1} * pixelBytes, scaler.LastPixel(sourceY),
+                static_cast<unsigned>(pixelBytes));
   };
   BlendRows(kernels, scaler, Axis::Steps(from.height, to.height), to.height - 1, to.width - 1,
-            pixel_bytes, to, finish);
+            pixelBytes, to, finish);
   scaler.WriteNearest(from.height - 1, to.width - 1, to.Row(to.height - 1));
   finish(to.height - 1, from.height - 1);
   return 1;
@@ -153,7 +152,7 @@ int BoxLuma(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM&
   const std::unique_ptr<std::uint16_t[]> sums(new (std::nothrow) std::uint16_t[2 * width]);
   if (sums == nullptr) return 0;
   // The lower pair of source rows of one output row is the upper pair of the next.
-  const auto add_pairs = [&](std::int32_t y, std::uint16_t* out) {
+  const auto addPairs = [&](std::int32_t y, std::uint16_t* out) {
     const unsigned char* a = here.spare();
     const unsigned char* b = next.spare();
     here.WriteNearest(y, to.width, here.spare());
@@ -162,11 +161,11 @@ int BoxLuma(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM&
   };
   std::uint16_t* upper = sums.get();
   std::uint16_t* lower = upper + width;
-  add_pairs(0, lower);
+  addPairs(0, lower);
   const std::int32_t last = to.height - 1;
   for (std::int32_t y = 0; y < last; ++y) {
     std::swap(upper, lower);
-    add_pairs(rows.At(std::int64_t{y} + 1).index, lower);
+    addPairs(rows.At(std::int64_t{y} + 1).index, lower);
     unsigned char* out = to.Row(y);
     for (std::size_t c = 0; c < width; ++c) {
       out[c] = static_cast<unsigned char>((upper[c] + lower[c]) >> 2);
@@ -179,7 +178,7 @@ int BoxLuma(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM&
 
 namespace {
 
-/// Both chroma routines; they differ above the last row only.
+/// Both chroma routines. They treat the last row alike.
 int Chroma(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst,
            Method method) {
   ImageRect from;
@@ -196,7 +195,7 @@ int Chroma(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& 
   } else {
     WriteNearestRows(scaler, rows, last, columns.count(), to);
   }
-  // Two luma columns, hence one chroma pixel, short of the others.
+  // This row ends two luma columns, that is, one chroma pixel, before the others.
   scaler.WriteNearest(from.height - 1, columns.count() - 1, to.Row(last));
   return 1;
 }
@@ -271,7 +270,7 @@ int ImageResize(const IMG_PARAM& src, IMG_PARAM& dst, IMAGE_INTERPOLATION method
     case IMAGE_INTERPOLATION_NEAREST:
       return DIB_ResizeNear(src, dst);
     case IMAGE_INTERPOLATION_CONVOLVE:
-      // It takes planes, whose height it does not know, but here there are bitmaps.
+      // DIB_ResizeConvolve takes planes and does not check their height. Bitmaps have one.
       return EndsWithin(src) && EndsWithin(dst) ? DIB_ResizeConvolve(src, dst) : 0;
   }
   return 0;
@@ -347,9 +346,9 @@ int ImageResizeYV444(const IMG_PARAM& src, unsigned char* pSrcY, unsigned char* 
                      int nDstPitchY, int nDstPitchU, int nDstPitchV, int nDstPitchA,
                      IMAGE_INTERPOLATION method) {
   if (!zel::image::LargeEnough(dst)) return 0;
-  const auto scale = [&](unsigned char* from, int from_pitch, unsigned char* to, int to_pitch) {
-    IMG_PARAM plane = PlaneOf(dst, to, to_pitch);
-    ImageResizeY(PlaneOf(src, from, from_pitch), plane, method, 0);
+  const auto scale = [&](unsigned char* from, int fromPitch, unsigned char* to, int toPitch) {
+    IMG_PARAM plane = PlaneOf(dst, to, toPitch);
+    ImageResizeY(PlaneOf(src, from, fromPitch), plane, method, 0);
   };
   scale(pSrcY, nSrcPitchY, pDstY, nDstPitchY);
   scale(pSrcU, nSrcPitchU, pDstU, nDstPitchU);

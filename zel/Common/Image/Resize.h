@@ -1,5 +1,9 @@
 // Scaling of bitmaps and of YUV planes: nearest neighbour and bilinear.
 //
+//   const IMG_PARAM from = {source, 640, 480, 4 * 640, 32, 0, 0, 640, 480};
+//   IMG_PARAM to = {target, 320, 240, 4 * 320, 32, 0, 0, 320, 240};
+//   ImageResize(from, to, IMAGE_INTERPOLATION_BILINEAR);
+//
 // Start at the dispatchers (ImageResize for 32-bit bitmaps, ImageResizeYV12 for a planar 4:2:0
 // picture); the DIB_... routines below them are the single methods.
 #pragma once
@@ -62,29 +66,30 @@ enum IMAGE_INTERPOLATION : std::int32_t {
 // the source rectangle is read; of the destination only the rectangle is written and, by the
 // luma routines, the rest of its rows. Source and destination must not overlap.
 //
-// Threads: reentrant; they touch their arguments only.
+// Threads: each routine is marked [any]: any thread, at any time, as long as no other thread uses
+// the same buffers.
 
-/// Scales a 32-bit bitmap: DIB_ResizeBiLiner (0, 2), DIB_ResizeNear (1) or DIB_ResizeConvolve (3:
-/// that routine knows bytes, not pixels, and takes the bitmap for a luma plane as wide in bytes as
-/// the rectangle is in pixels, its top row first, margins included).
+/// [any] Scales a 32-bit bitmap: DIB_ResizeBiLiner (0, 2), DIB_ResizeNear (1) or DIB_ResizeConvolve
+/// (3: that routine knows bytes, not pixels, and takes the bitmap for a luma plane as wide in bytes
+/// as the rectangle is in pixels, its top row first, margins included).
 ZEL_API int ImageResize(const IMG_PARAM& src, IMG_PARAM& dst, IMAGE_INTERPOLATION method);
-/// Scales an 8-bit picture: DIB_ResizeBiLiner8 (0, 2), which takes it for a bottom-up bitmap, or
-/// DIB_ResizeNear8 (1), which takes it for a top-down plane and does not look at `nImageHeight`.
+/// [any] Scales an 8-bit picture: DIB_ResizeBiLiner8 (0, 2), which takes it for a bottom-up bitmap,
+/// or DIB_ResizeNear8 (1), which takes it for a top-down plane and does not look at `nImageHeight`.
 ZEL_API int ImageResize8(const IMG_PARAM& src, IMG_PARAM& dst, IMAGE_INTERPOLATION method);
-/// Scales a chroma plane of a 4:2:0 picture: DIB_ResizeBiLinerUV (0, 2) or DIB_ResizeNearUV (1).
-/// Neither writes the last sample of the last row: fill it beforehand. A destination of 2 x 2 is
-/// nothing but that sample.
+/// [any] Scales a chroma plane of a 4:2:0 picture: DIB_ResizeBiLinerUV (0, 2) or DIB_ResizeNearUV
+/// (1). Neither writes the last sample of the last row: fill it beforehand. A destination of 2 x 2
+/// is nothing but that sample.
 ZEL_API int ImageResizeUV(const IMG_PARAM& src, IMG_PARAM& dst, IMAGE_INTERPOLATION method);
-/// Scales a luma plane: DIB_ResizeBiLinerY (0, 2), DIB_ResizeNearY (1) or DIB_ResizeConvolve (3).
-/// All paint the rest of the rectangle's rows, to the end of the pitch, black (16): there can be no
-/// other picture beside it, nor another field between its rows, and the last row, too, needs its
-/// whole pitch.
+/// [any] Scales a luma plane: DIB_ResizeBiLinerY (0, 2), DIB_ResizeNearY (1) or DIB_ResizeConvolve
+/// (3). All paint the rest of the rectangle's rows, to the end of the pitch, black (16): there can
+/// be no other picture beside it, nor another field between its rows, and the last row, too, needs
+/// its whole pitch.
 /// @param nReserved not used.
 ZEL_API int ImageResizeY(const IMG_PARAM& src, IMG_PARAM& dst, IMAGE_INTERPOLATION method,
                          int nReserved = 0);
 
-/// Scales a planar 4:2:0 picture: the luma plane with ImageResizeY, margins included, then V, then
-/// U with ImageResizeUV, which both leave the bottom-right sample as it is.
+/// [any] Scales a planar 4:2:0 picture: the luma plane with ImageResizeY, margins included, then V,
+/// then U with ImageResizeUV, which both leave the bottom-right sample as it is.
 ///
 /// @param src, dst the rectangles, in luma pixels; their `pBuffer` and `nPitch` are not used.
 /// @param pSrcY ... nDstPitchV the planes and their bytes per row, borrowed for the call. A plane
@@ -99,7 +104,7 @@ ZEL_API int ImageResizeYV12(const IMG_PARAM& src, unsigned char* pSrcY, unsigned
                             unsigned char* pDstV, int nDstPitchY, int nDstPitchU, int nDstPitchV,
                             IMAGE_INTERPOLATION method, int nReserved = 0);
 
-/// Scales four planes of full resolution (Y, U, V and a fourth, such as alpha), each with
+/// [any] Scales four planes of full resolution (Y, U, V and a fourth, such as alpha), each with
 /// ImageResizeY, margins of 16 included. Otherwise as ImageResizeYV12.
 ZEL_API int ImageResizeYV444(const IMG_PARAM& src, unsigned char* pSrcY, unsigned char* pSrcU,
                              unsigned char* pSrcV, unsigned char* pSrcA, int nSrcPitchY,
@@ -108,31 +113,33 @@ ZEL_API int ImageResizeYV444(const IMG_PARAM& src, unsigned char* pSrcY, unsigne
                              unsigned char* pDstA, int nDstPitchY, int nDstPitchU, int nDstPitchV,
                              int nDstPitchA, IMAGE_INTERPOLATION method);
 
-/// 32-bit bitmap, nearest neighbour: source(sx, sy); the last column and row are the source's last.
+/// [any] 32-bit bitmap, nearest neighbour: source(sx, sy); the last column and row are the source's
+/// last.
 ZEL_API int DIB_ResizeNear(const IMG_PARAM& src, IMG_PARAM& dst);
-/// 32-bit bitmap, bilinear. Channel 3 (alpha) is not interpolated but copied from source(sx, sy).
-/// The last column copies source(sw - 1, sy); the last row copies source(sx, sh - 1) and, at its
-/// end, the source's bottom-right pixel.
+/// [any] 32-bit bitmap, bilinear. Channel 3 (alpha) is not interpolated but copied from source(sx,
+/// sy). The last column copies source(sw - 1, sy); the last row copies source(sx, sh - 1) and, at
+/// its end, the source's bottom-right pixel.
 ZEL_API int DIB_ResizeBiLiner(const IMG_PARAM& src, IMG_PARAM& dst);
-/// 8-bit picture, top-down, nearest neighbour by proportional position instead of steps: column k
-/// takes source column (k * sw + dw / 2) / dw, at most sw - 1, and rows likewise. The last column
-/// and row are the source's last.
+/// [any] 8-bit picture, top-down, nearest neighbour by proportional position instead of steps:
+/// column k takes source column (k * sw + dw / 2) / dw, at most sw - 1, and rows likewise. The last
+/// column and row are the source's last.
 ZEL_API int DIB_ResizeNear8(const IMG_PARAM& src, IMG_PARAM& dst);
-/// 8-bit bitmap (bottom-up), bilinear; last column and row as in DIB_ResizeBiLiner.
+/// [any] 8-bit bitmap (bottom-up), bilinear; last column and row as in DIB_ResizeBiLiner.
 ZEL_API int DIB_ResizeBiLiner8(const IMG_PARAM& src, IMG_PARAM& dst);
 
 // The luma routines paint what of the rectangle's rows lies left and right of it, from the row's
 // first byte to the end of the pitch, black (16).
 
-/// Luma plane, nearest neighbour: source(sx, sy) for every pixel, the last column and row included.
+/// [any] Luma plane, nearest neighbour: source(sx, sy) for every pixel, the last column and row
+/// included.
 ZEL_API int DIB_ResizeNearY(const IMG_PARAM& src, IMG_PARAM& dst, int nReserved = 0);
-/// Luma plane, bilinear for all columns. The last row copies source(sx, sh - 1) and, at its end,
-/// the source's bottom-right pixel.
+/// [any] Luma plane, bilinear for all columns. The last row copies source(sx, sh - 1) and, at its
+/// end, the source's bottom-right pixel.
 ZEL_API int DIB_ResizeBiLinerY(const IMG_PARAM& src, IMG_PARAM& dst, int nReserved = 0);
-/// Computes what DIB_ResizeBiLinerY computes.
+/// [any] Computes what DIB_ResizeBiLinerY computes.
 ZEL_API int DIB_ResizeConvolve(const IMG_PARAM& src, IMG_PARAM& dst);
-/// Luma plane, the mean (truncated) of the pixels at this column's and the next column's position
-/// (at most the source's last), in this row's and the next row's. The last row takes
+/// [any] Luma plane, the mean (truncated) of the pixels at this column's and the next column's
+/// position (at most the source's last), in this row's and the next row's. The last row takes
 /// source(sx, sh - 1) at columns 0, 2, 4 ... below dw - 1 and leaves the others. Paints no margins.
 ZEL_API int DIB_ResizeBiLinerY_Simulate(const IMG_PARAM& src, IMG_PARAM& dst, int nReserved = 0);
 
@@ -141,8 +148,8 @@ ZEL_API int DIB_ResizeBiLinerY_Simulate(const IMG_PARAM& src, IMG_PARAM& dst, in
 // writes chroma pixel (x / 2, y / 2). One more chroma row, at the y reached, is taken from source
 // chroma row (nTop + sh - 1) / 2, but only for x < nLeft + dw - 2. They paint no margins.
 
-/// Chroma plane, nearest neighbour: source chroma ((sx + nLeft) / 2, (sy + nTop) / 2).
+/// [any] Chroma plane, nearest neighbour: source chroma ((sx + nLeft) / 2, (sy + nTop) / 2).
 ZEL_API int DIB_ResizeNearUV(const IMG_PARAM& src, IMG_PARAM& dst);
-/// Chroma plane, bilinear between chroma columns (sx + nLeft) / 2 and (sx + nLeft + 1) / 2, rows
-/// likewise, weighted with the luma fractions fx and fy. The last row is nearest neighbour.
+/// [any] Chroma plane, bilinear between chroma columns (sx + nLeft) / 2 and (sx + nLeft + 1) / 2,
+/// rows likewise, weighted with the luma fractions fx and fy. The last row is nearest neighbour.
 ZEL_API int DIB_ResizeBiLinerUV(const IMG_PARAM& src, IMG_PARAM& dst);

@@ -19,23 +19,23 @@ using Offset = std::int64_t;
 
 struct Bitmap {
   const unsigned char* bits;
-  int pixel_bytes;
-  bool bottom_up;
+  int pixelBytes;
+  bool bottomUp;
   Offset width, rows;
 
   PixelSource From(Offset row, Offset x) const {
-    const Offset stride = ((width * 8 * pixel_bytes + 31) >> 5) * 4;
-    return {bits + (bottom_up ? rows - 1 - row : row) * stride + x * pixel_bytes,
-            static_cast<std::ptrdiff_t>(bottom_up ? -stride : stride)};
+    const Offset stride = ((width * 8 * pixelBytes + 31) >> 5) * 4;
+    return {bits + (bottomUp ? rows - 1 - row : row) * stride + x * pixelBytes,
+            static_cast<std::ptrdiff_t>(bottomUp ? -stride : stride)};
   }
 };
 
-/// Whether rows of `width` bytes, one each `pitch` bytes, lie on each other.
+/// Whether rows of `width` bytes overlap at this pitch.
 bool Overlap(std::ptrdiff_t pitch, Offset width) {
   return std::abs(Offset{pitch}) < width;
 }
 bool ChromaOverlaps(const YuvTarget& dst, Offset width) {
-  return Overlap(dst.pitch_u, (width + 1) / 2) || Overlap(dst.pitch_v, (width + 1) / 2);
+  return Overlap(dst.pitchU, (width + 1) / 2) || Overlap(dst.pitchV, (width + 1) / 2);
 }
 
 /// Converts the `width` leftmost pixels of `rows` rows, an even number.
@@ -43,15 +43,15 @@ template <typename Kernel>
 void ConvertPairs(const Bitmap& src, const YuvTarget& dst, std::ptrdiff_t width,
                   std::ptrdiff_t rows, Kernel kernel) {
   if (width < 1 || rows < 1) return;
-  if (Overlap(dst.pitch_y, width)) {
-    // It shows that blocks are written one after the other.
+  if (Overlap(dst.pitchY, width)) {
+    // Where rows overlap, the order in which blocks are written matters.
     for (std::ptrdiff_t row = 0; row < rows; row += 2) {
       for (std::ptrdiff_t x = 0; x < width; x += 2) {
         kernel(src.From(row, x), dst.From(row, x), 2, 2);
       }
     }
-  } else if (src.bottom_up && !ChromaOverlaps(dst, width)) {
-    // Caches like the source's rows in the order of memory.
+  } else if (src.bottomUp && !ChromaOverlaps(dst, width)) {
+    // Reading the source in the order of memory suits the caches.
     kernel(PixelSource{src.From(rows - 1, 0).bytes, -src.From(0, 0).pitch}, dst.Backward(rows),
            width, rows);
   } else {
@@ -62,7 +62,7 @@ void ConvertPairs(const Bitmap& src, const YuvTarget& dst, std::ptrdiff_t width,
 /// Copies a column of luma and alpha to the next one.
 void RepeatColumn(const YuvTarget& dst, std::ptrdiff_t column, std::ptrdiff_t rows) {
   for (std::ptrdiff_t row = 0; row < rows; ++row) {
-    const std::ptrdiff_t at = row * dst.pitch_y + column;
+    const std::ptrdiff_t at = row * dst.pitchY + column;
     dst.y[at + 1] = dst.y[at];
     if (dst.a) dst.a[at + 1] = dst.a[at];
   }
@@ -78,8 +78,8 @@ void ConvertLastColumn(const Bitmap& src, const YuvTarget& dst, std::ptrdiff_t c
     const YuvTarget target = dst.From(row, column);
     for (int i = 0; i < 2; ++i) {
       for (int k = 0; k < (repeat ? 2 : 1); ++k) {
-        target.y[i * dst.pitch_y + k] = y[i];
-        if (dst.a) target.a[i * dst.pitch_y + k] = a[i];
+        target.y[i * dst.pitchY + k] = y[i];
+        if (dst.a) target.a[i * dst.pitchY + k] = a[i];
       }
     }
     *target.u = u;
@@ -89,23 +89,23 @@ void ConvertLastColumn(const Bitmap& src, const YuvTarget& dst, std::ptrdiff_t c
 
 /// Converts the whole picture. `kernel(src, dst, width, rows)` is as in ConvertKernels.
 template <typename Kernel>
-void Convert(const tagBITMAPINFOHEADER& bmi, const unsigned char* bits, int pixel_bytes,
-             bool bottom_up, const YuvTarget& dst, bool repeat_last_column, Kernel kernel) {
+void Convert(const tagBITMAPINFOHEADER& bmi, const unsigned char* bits, int pixelBytes,
+             bool bottomUp, const YuvTarget& dst, bool repeatLastColumn, Kernel kernel) {
   if (bmi.biWidth < 1 || bmi.biHeight < 1) return;
-  const Bitmap src = {bits, pixel_bytes, bottom_up, bmi.biWidth, bmi.biHeight};
-  const std::ptrdiff_t even = bmi.biWidth & ~1, even_rows = bmi.biHeight & ~1;
+  const Bitmap src = {bits, pixelBytes, bottomUp, bmi.biWidth, bmi.biHeight};
+  const std::ptrdiff_t even = bmi.biWidth & ~1, evenRows = bmi.biHeight & ~1;
   const std::ptrdiff_t width = bmi.biWidth;
-  // Where rows of a plane overlap, it shows that the last column is written after all others.
-  const bool overlap = Overlap(dst.pitch_y, width + (repeat_last_column ? width - even : 0)) ||
+  // Where rows of a plane overlap, the last column must be written after all others.
+  const bool overlap = Overlap(dst.pitchY, width + (repeatLastColumn ? width - even : 0)) ||
                        ChromaOverlaps(dst, width);
-  ConvertPairs(src, dst, overlap ? even : width, even_rows, kernel);
+  ConvertPairs(src, dst, overlap ? even : width, evenRows, kernel);
   if (width > even && overlap) {
-    ConvertLastColumn(src, dst, even, even_rows, repeat_last_column, kernel);
-  } else if (width > even && repeat_last_column) {
-    RepeatColumn(dst, even, even_rows);
+    ConvertLastColumn(src, dst, even, evenRows, repeatLastColumn, kernel);
+  } else if (width > even && repeatLastColumn) {
+    RepeatColumn(dst, even, evenRows);
   }
-  if (bmi.biHeight > even_rows && even > 0) {
-    kernel(src.From(even_rows, 0), dst.From(even_rows, 0), even, 1);
+  if (bmi.biHeight > evenRows && even > 0) {
+    kernel(src.From(evenRows, 0), dst.From(evenRows, 0), even, 1);
   }
 }
 
@@ -129,7 +129,7 @@ void Rgb24_2_yuv420(unsigned char* pY, unsigned char* pU, unsigned char* pV, int
   assert(lpSrcBmi && lpSrcBmi->biBitCount == 24);
   assert(lpSrcBits && pY && pU && pV);
   Convert(*lpSrcBmi, lpSrcBits, 3, true, {pY, pU, pV, nullptr, nPt_Y, nPt_U, nPt_V}, true,
-          ActiveConvertKernels().from_bgr24);
+          ActiveConvertKernels().fromBgr24);
 }
 
 void Rgb32_2_yuv420(unsigned char* pY, unsigned char* pU, unsigned char* pV, int nPt_Y, int nPt_U,
@@ -137,7 +137,7 @@ void Rgb32_2_yuv420(unsigned char* pY, unsigned char* pU, unsigned char* pV, int
   assert(lpSrcBmi && lpSrcBmi->biBitCount == 32);
   assert(lpSrcBits && pY && pU && pV);
   Convert(*lpSrcBmi, lpSrcBits, 4, true, {pY, pU, pV, nullptr, nPt_Y, nPt_U, nPt_V}, true,
-          ActiveConvertKernels().from_bgrx32);
+          ActiveConvertKernels().fromBgrx32);
 }
 
 void Argb_2_yuv420(unsigned char* pY, unsigned char* pU, unsigned char* pV, int nPt_Y, int nPt_U,
@@ -145,7 +145,7 @@ void Argb_2_yuv420(unsigned char* pY, unsigned char* pU, unsigned char* pV, int 
   assert(lpSrcBmi && lpSrcBmi->biBitCount == 32);
   assert(lpSrcBits && pY && pU && pV);
   Convert(*lpSrcBmi, lpSrcBits, 4, false, {pY, pU, pV, nullptr, nPt_Y, nPt_U, nPt_V}, true,
-          ActiveConvertKernels().from_bgrx32);
+          ActiveConvertKernels().fromBgrx32);
 }
 
 void Rgb8_2_YUV420(unsigned char* pY, unsigned char* pU, unsigned char* pV, int nPt_Y, int nPt_U,
@@ -158,13 +158,13 @@ void Rgb8_2_YUV420(unsigned char* pY, unsigned char* pU, unsigned char* pV, int 
   Convert(lpBitmapInfo->bmiHeader, lpSrcBits, 1, true, {pY, pU, pV, nullptr, nPt_Y, nPt_U, nPt_V},
           true,
           [&](PixelSource src, const YuvTarget& dst, std::ptrdiff_t width, std::ptrdiff_t rows) {
-            // By pairs of rows: what the palette needs of them stays in the cache.
+            // Pair by pair: the rows that were searched for indexes are still in the cache.
             for (std::ptrdiff_t j = 0; j < rows; j += 2) {
               const std::ptrdiff_t count = j + 1 < rows ? 2 : 1;
               for (int row = 0; row < count && palette.known < 256; ++row) {
                 ExtendPalette(palette, kernels.highest(src[j + row], width));
               }
-              kernels.from_indexed({src[j], src.pitch}, dst.From(j, 0), width, count, palette);
+              kernels.fromIndexed({src[j], src.pitch}, dst.From(j, 0), width, count, palette);
             }
           });
 }
@@ -175,7 +175,7 @@ void Rgb32_2_yuv420_Alpha(unsigned char* pY, unsigned char* pU, unsigned char* p
   assert(lpSrcBmi && lpSrcBmi->biBitCount == 32);
   assert(lpSrcBits && pY && pU && pV && pA);
   Convert(*lpSrcBmi, lpSrcBits, 4, true, {pY, pU, pV, pA, nPt_Y, nPt_U, nPt_V}, true,
-          ActiveConvertKernels().from_bgra32);
+          ActiveConvertKernels().fromBgra32);
 }
 
 void Rgb32_2_yuv420A(unsigned char* pY, unsigned char* pU, unsigned char* pV, unsigned char* pA,
@@ -185,7 +185,7 @@ void Rgb32_2_yuv420A(unsigned char* pY, unsigned char* pU, unsigned char* pV, un
   assert(lpSrcBits && pY && pU && pV);
   const ConvertKernels& kernels = ActiveConvertKernels();
   Convert(*lpSrcBmi, lpSrcBits, 4, true, {pY, pU, pV, pA, nPt_Y, nPt_U, nPt_V}, false,
-          pA ? kernels.from_bgra32 : kernels.from_bgrx32);
+          pA ? kernels.fromBgra32 : kernels.fromBgrx32);
 }
 
 void Rgb24_2_yuv420Simple(unsigned char* pY, unsigned char* pU, unsigned char* pV, int nPt_Y,
@@ -193,5 +193,5 @@ void Rgb24_2_yuv420Simple(unsigned char* pY, unsigned char* pU, unsigned char* p
                           unsigned char* lpSrcBits) {
   const Bitmap src = {lpSrcBits, 3, true, lpSrcBmi->biWidth, lpSrcBmi->biHeight};
   ConvertPairs(src, {pY, pU, pV, nullptr, nPt_Y, nPt_U, nPt_V}, lpSrcBmi->biWidth & ~1,
-               lpSrcBmi->biHeight & ~1, ActiveConvertKernels().from_bgr24_simple);
+               lpSrcBmi->biHeight & ~1, ActiveConvertKernels().fromBgr24Simple);
 }

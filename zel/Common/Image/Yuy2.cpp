@@ -19,12 +19,13 @@ using zel::image::YuvTarget;
 /// Offsets are 64-bit: rows times pitch may pass 2^31.
 using Offset = std::int64_t;
 
-/// For bottom-up rows; the lowest int has no negative among ints.
+/// 64 bits: the lowest int has no negative among ints.
 std::ptrdiff_t Negated(int pitch) {
   return static_cast<std::ptrdiff_t>(-Offset{pitch});
 }
 
-// Preconditions are computed in 64 bits, with the parameters' names, which their texts show.
+// Preconditions are computed in 64 bits. They use the parameters' names because a failed assertion
+// prints its text.
 
 void CheckRgb24ToYuy2(const unsigned char* lpBitsDst, const unsigned char* lpBitsSrc, Offset xDst,
                       Offset cxDst, Offset nPitchDst, Offset nPitchSrc, Offset xSrc) {
@@ -37,18 +38,18 @@ void CheckV(const unsigned char* V, const unsigned char* pV, Offset ySrc, Offset
   assert((char*)V <= ((char*)pV + (ySrc + cy) * nPt_V));
 }
 
-/// Rows without gaps are one row.
-bool AreGapless(const PixelSource& src, const PixelTarget& dst, Offset row_bytes) {
-  return src.pitch == row_bytes && dst.pitch == row_bytes;
+/// Whether no gaps are between the rows, so that they can be copied as one.
+bool AreGapless(const PixelSource& src, const PixelTarget& dst, Offset rowBytes) {
+  return src.pitch == rowBytes && dst.pitch == rowBytes;
 }
 
-void CopyRows(const PixelSource& src, const PixelTarget& dst, Offset row_bytes, Offset rows) {
-  if (AreGapless(src, dst, row_bytes)) {
-    row_bytes *= rows;
+void CopyRows(const PixelSource& src, const PixelTarget& dst, Offset rowBytes, Offset rows) {
+  if (AreGapless(src, dst, rowBytes)) {
+    rowBytes *= rows;
     rows = 1;
   }
   for (std::ptrdiff_t row = 0; row < rows; ++row) {
-    std::memcpy(dst[row], src[row], static_cast<std::size_t>(row_bytes));
+    std::memcpy(dst[row], src[row], static_cast<std::size_t>(rowBytes));
   }
 }
 
@@ -56,12 +57,12 @@ void CopyRows(const PixelSource& src, const PixelTarget& dst, Offset row_bytes, 
 struct PlaneCopy {
   PixelSource src;
   PixelTarget dst;
-  Offset row_bytes;
-  int rows_of_pair;
+  Offset rowBytes;
+  int rowsOfPair;
 
   void Pairs(Offset first, Offset count) const {
-    const auto row = static_cast<std::ptrdiff_t>(first * rows_of_pair);
-    CopyRows({src[row], src.pitch}, {dst[row], dst.pitch}, row_bytes, count * rows_of_pair);
+    const auto row = static_cast<std::ptrdiff_t>(first * rowsOfPair);
+    CopyRows({src[row], src.pitch}, {dst[row], dst.pitch}, rowBytes, count * rowsOfPair);
   }
 };
 
@@ -70,13 +71,13 @@ bool MayMeet(const PlaneCopy& a, const PlaneCopy& b, Offset pairs) {
   const auto span = [pairs](const PlaneCopy& plane) {
     const auto first = reinterpret_cast<std::uintptr_t>(plane.dst.bytes);
     const std::uintptr_t last =
-        first + static_cast<std::uintptr_t>((pairs * plane.rows_of_pair - 1) * plane.dst.pitch);
+        first + static_cast<std::uintptr_t>((pairs * plane.rowsOfPair - 1) * plane.dst.pitch);
     return std::pair(std::min(first, last),
-                     std::max(first, last) + static_cast<std::uintptr_t>(plane.row_bytes));
+                     std::max(first, last) + static_cast<std::uintptr_t>(plane.rowBytes));
   };
-  const auto [a_begin, a_end] = span(a);
-  const auto [b_begin, b_end] = span(b);
-  return a_begin < b_end && b_begin < a_end;
+  const auto [aBegin, aEnd] = span(a);
+  const auto [bBegin, bEnd] = span(b);
+  return aBegin < bEnd && bBegin < aEnd;
 }
 
 }  // namespace
@@ -99,13 +100,13 @@ void Rgb24_2_YUY2(unsigned char* lpBitsDst, int nPitchDst, int xDst, int yDst, i
       Negated(nPitchSrc)};
   const PixelTarget dst = {lpBitsDst + Offset{yDst} * nPitchDst + 2 * left, nPitchDst};
   if (even > 0) {
-    kernels.bgr24_to_packed(src, dst, static_cast<std::ptrdiff_t>(even), cyDst, bYUY2 != 0);
+    kernels.bgr24ToPacked(src, dst, static_cast<std::ptrdiff_t>(even), cyDst, bYUY2 != 0);
   }
-  // After all the others: where the pitch ends with the picture, the second half of a last group
-  // lies on the first pixel of the next row.
+  // These groups come after all others: if the pitch ends with the picture, the second half of a
+  // last group lies on the first pixel of the next row.
   for (int t = 0; t < cyDst && width > even; ++t) {
     std::uint8_t y[2], u, v;
-    kernels.from_bgr24({src[t] + 3 * even, 0}, {y, &u, &v, nullptr, 0, 0, 0}, 1, 1);
+    kernels.fromBgr24({src[t] + 3 * even, 0}, {y, &u, &v, nullptr, 0, 0, 0}, 1, 1);
     y[1] = y[0];
     kernels.merge({y, &u, &v, nullptr, 0, 0, 0}, {dst[t] + 2 * even, 0}, 2, 1, bYUY2 != 0);
   }
@@ -123,12 +124,12 @@ void YUY2_2_Rgb24(unsigned char* lpBitsDst, int nHeightDst, int nPitchDst, int x
   const PixelTarget dst = {
       lpBitsDst + (Offset{nHeightDst} - 1 - yDst) * nPitchDst + Offset{3} * xDst,
       Negated(nPitchDst)};
-  if (even > 0) kernels.packed_to_bgr24(src, dst, even, cy, bYUY2 != 0);
+  if (even > 0) kernels.packedToBgr24(src, dst, even, cy, bYUY2 != 0);
   for (int t = 0; t < cy && cx > even; ++t) {
     const unsigned char* const group = src[t] + 2 * even;
     const unsigned char* const chroma = bYUY2 ? group + 1 : group;
-    kernels.to_bgr24({bYUY2 ? group : group + 1, chroma, chroma + 2, nullptr, 0, 0, 0},
-                     {dst[t] + 3 * even, 0}, 1, 1);
+    kernels.toBgr24({bYUY2 ? group : group + 1, chroma, chroma + 2, nullptr, 0, 0, 0},
+                    {dst[t] + 3 * even, 0}, 1, 1);
   }
 }
 
@@ -151,33 +152,34 @@ void YV12_Blt_fast(unsigned char* pDstY, unsigned char* pDstU, unsigned char* pD
                    int nPitchSrcU, int nPitchSrcV, int xSrc, int ySrc) {
   if (cx < 1 || yDst >= yDstEnd) return;
   const Offset pairs = (Offset{yDstEnd} - yDst + 1) / 2;
-  const Offset chroma_x_dst = (Offset{xDst} + 1) / 2;
-  const Offset chroma_x_src = (Offset{xSrc} + 1) / 2;
-  const Offset chroma_width = (Offset{cx} + 1) / 2;
+  const Offset chromaXDst = (Offset{xDst} + 1) / 2;
+  const Offset chromaXSrc = (Offset{xSrc} + 1) / 2;
+  const Offset chromaWidth = (Offset{cx} + 1) / 2;
   const PlaneCopy y = {{pSrcY + Offset{ySrc} * nPitchSrcY + xSrc, nPitchSrcY},
                        {pDstY + Offset{yDst} * nPitchDstY + xDst, nPitchDstY},
                        cx,
                        2};
-  const PlaneCopy u = {{pSrcU + Offset{ySrc / 2} * nPitchSrcU + chroma_x_src, nPitchSrcU},
-                       {pDstU + Offset{yDst / 2} * nPitchDstU + chroma_x_dst, nPitchDstU},
-                       chroma_width,
+  const PlaneCopy u = {{pSrcU + Offset{ySrc / 2} * nPitchSrcU + chromaXSrc, nPitchSrcU},
+                       {pDstU + Offset{yDst / 2} * nPitchDstU + chromaXDst, nPitchDstU},
+                       chromaWidth,
                        1};
-  const PlaneCopy v = {{pSrcV + Offset{ySrc / 2} * nPitchSrcV + chroma_x_src, nPitchSrcV},
-                       {pDstV + Offset{yDst / 2} * nPitchDstV + chroma_x_dst, nPitchDstV},
-                       chroma_width,
+  const PlaneCopy v = {{pSrcV + Offset{ySrc / 2} * nPitchSrcV + chromaXSrc, nPitchSrcV},
+                       {pDstV + Offset{yDst / 2} * nPitchDstV + chromaXDst, nPitchDstV},
+                       chromaWidth,
                        1};
   const auto copy = [&](Offset first, Offset count) {
     y.Pairs(first, count);
     u.Pairs(first, count);
     v.Pairs(first, count);
   };
-  const auto planes_meet = [&](Offset count) {
+  const auto planesMeet = [&](Offset count) {
     return MayMeet(y, u, count) || MayMeet(u, v, count) || MayMeet(v, y, count);
   };
-  // Plane after plane is fastest. Where planes lie on each other, it would show: then it goes pair
-  // after pair. Often that is the last pair only, whose second row is one too many.
-  if (!planes_meet(pairs)) return copy(0, pairs);
-  const Offset apart = pairs > 1 && !planes_meet(pairs - 1) ? pairs - 1 : 0;
+  // Plane after plane is fastest. Where planes overlap, the order of the copies matters, so
+  // those rows go pair after pair. Often that is only the last pair, whose second row is one too
+  // many.
+  if (!planesMeet(pairs)) return copy(0, pairs);
+  const Offset apart = pairs > 1 && !planesMeet(pairs - 1) ? pairs - 1 : 0;
   copy(0, apart);
   for (Offset pair = apart; pair < pairs; ++pair) copy(pair, 1);
 }

@@ -1,5 +1,8 @@
 // Packed 4:2:2 pictures: conversions and copies of rectangles.
 //
+//   // A YUY2 picture of 1920 x 1080 to planes.
+//   YUY2_2_Yuv420(y, u, v, 1920, 960, 960, 0, 0, 1920, 1080, packed, 2 * 1920, 1, 0, 0);
+//
 // A packed row is made of 4-byte groups, one for two pixels that share their chroma. A group is Y0,
 // U, Y1, V (YUY2) where the side's flag `bYUY2` is not 0, and U, Y0, V, Y1 (UYVY) where it is 0.
 // Pixel x of a row is at byte 2x. Rows are top-down. A routine lays and reads groups from the first
@@ -21,15 +24,15 @@
 // and RgbToYuv.h.
 //
 // Errors: preconditions are assertions, active in the shipped library; they are computed in 64
-// bits. Pointers are checked where it is said. They and pitches need no alignment. Threads:
-// reentrant; the routines touch their arguments only. Sources are never written. Source and
-// destination must not overlap, but `YUY2_Blt_fast` may change the byte order of a picture in
-// place.
+// bits. Pointers are checked where it is said. They and pitches need no alignment.
+// Sources are never written. Source and destination must not overlap, but `YUY2_Blt_fast` may
+// change the byte order of a picture in place. Threads: each routine is marked [any]: any thread,
+// at any time, as long as no other thread uses the same buffers.
 #pragma once
 
 #include "zel/platform/Types.h"
 
-/// 24-bit bitmap to packed 4:2:2.
+/// [any] 24-bit bitmap to packed 4:2:2.
 ///
 /// With `xDst` of 2 or more (or negative) the rectangle is widened by one pixel to the left in the
 /// destination only: column `xDst` - 1 + k receives source column `xSrc` + k, and source column
@@ -43,7 +46,7 @@ ZEL_API void Rgb24_2_YUY2(unsigned char* lpBitsDst, int nPitchDst, int xDst, int
                           int cyDst, int bYUY2, unsigned char* lpBitsSrc, int nHeightSrc,
                           int nPitchSrc, int xSrc, int ySrc);
 
-/// Packed 4:2:2 to 24-bit bitmap.
+/// [any] Packed 4:2:2 to 24-bit bitmap.
 ///
 /// With `xSrc` of 2 or more (or negative) the source is read from column `xSrc` - 1. The source is
 /// taken as groups from that column on. Neither pointer may be null.
@@ -51,27 +54,27 @@ ZEL_API void YUY2_2_Rgb24(unsigned char* lpBitsDst, int nHeightDst, int nPitchDs
                           int yDst, int cx, int cy, unsigned char* lpBitsSrc, int nPitchSrc,
                           int bYUY2, int xSrc, int ySrc);
 
-/// Copies a packed rectangle, changing the byte order when `bDstYUY2` and `bSrcYUY2` differ. They
-/// are compared as integers: 1 and 2 differ. A change of order works on whole groups, so that an
-/// odd `cx` reaches one pixel further.
+/// [any] Copies a packed rectangle, changing the byte order when `bDstYUY2` and `bSrcYUY2` differ.
+/// They are compared as integers: 1 and 2 differ. A change of order works on whole groups, so that
+/// an odd `cx` reaches one pixel further.
 ZEL_API void YUY2_Blt_fast(unsigned char* lpBitsDst, int nPitchDst, int xDst, int yDst, int cx,
                            int cy, int bDstYUY2, unsigned char* lpBitsSrc, int nPitchSrc,
                            int bSrcYUY2, int xSrc, int ySrc);
 
-/// Copies a rectangle of a planar 4:2:0 picture: row pairs from `yDst` until `yDstEnd` (exclusive)
-/// is reached, so that an odd count reaches one luma row further. Chroma columns are (x + 1) / 2,
-/// chroma widths (`cx` + 1) / 2, and chroma starts at rows `yDst` / 2 and `ySrc` / 2, all rounded
-/// toward zero. The bytes are those of copying pair after pair, its luma, U and V in turn, also
-/// where that further row lies on another plane.
+/// [any] Copies a rectangle of a planar 4:2:0 picture: row pairs from `yDst` until `yDstEnd`
+/// (exclusive) is reached, so that an odd count reaches one luma row further. Chroma columns are (x
+/// + 1) / 2, chroma widths (`cx` + 1) / 2, and chroma starts at rows `yDst` / 2 and `ySrc` / 2, all
+/// rounded toward zero. The bytes are those of copying pair after pair, its luma, U and V in turn,
+/// also where that further row lies on another plane.
 ZEL_API void YV12_Blt_fast(unsigned char* pDstY, unsigned char* pDstU, unsigned char* pDstV,
                            int nPitchDstY, int nPitchDstU, int nPitchDstV, int xDst, int yDst,
                            int cx, int yDstEnd, unsigned char* pSrcY, unsigned char* pSrcU,
                            unsigned char* pSrcV, int nPitchSrcY, int nPitchSrcU, int nPitchSrcV,
                            int xSrc, int ySrc);
 
-/// Packed 4:2:2 to planar 4:2:0. A chroma sample is the truncated mean of the two rows' samples.
-/// Odd `cx` and `cy` are rounded up to even numbers. Chroma goes to row `yDst` / 2 and column
-/// `xDst` / 2, rounded toward zero.
+/// [any] Packed 4:2:2 to planar 4:2:0. A chroma sample is the truncated mean of the two rows'
+/// samples. Odd `cx` and `cy` are rounded up to even numbers. Chroma goes to row `yDst` / 2 and
+/// column `xDst` / 2, rounded toward zero.
 ///
 /// Precondition: no V sample lies beyond row `ySrc` + `cy` of the V plane's pitch (a sample's
 /// address is at most `pV` + (`ySrc` + `cy`) `nPt_V`). With a positive pitch that is to say that
@@ -81,9 +84,9 @@ ZEL_API void YUY2_2_Yuv420(unsigned char* pY, unsigned char* pU, unsigned char* 
                            int nPt_U, int nPt_V, int xDst, int yDst, int cx, int cy,
                            unsigned char* lpBitsSrc, int nPitchSrc, int bYUY2, int xSrc, int ySrc);
 
-/// Planar 4:2:0 to packed 4:2:2. Both rows of a pair take the same chroma samples, those at row
-/// `ySrc` / 2 and column `xSrc` / 2 on, rounded toward zero. Odd `cx` and `cy` are rounded up to
-/// even numbers.
+/// [any] Planar 4:2:0 to packed 4:2:2. Both rows of a pair take the same chroma samples, those at
+/// row `ySrc` / 2 and column `xSrc` / 2 on, rounded toward zero. Odd `cx` and `cy` are rounded up
+/// to even numbers.
 ZEL_API void Yuv420_2_YUY2(unsigned char* lpBitsDst, int nPitchDst, int xDst, int yDst, int cx,
                            int cy, int bYUY2, unsigned char* pY, unsigned char* pU,
                            unsigned char* pV, int nPt_Y, int nPt_U, int nPt_V, int xSrc, int ySrc);

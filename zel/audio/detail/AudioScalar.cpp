@@ -1,9 +1,9 @@
-// The reference kernels: what the others must equal byte for byte.
+// The reference kernels. All others give the same bytes.
 #include "zel/audio/detail/AudioScalar.h"
 
 #include <algorithm>
 
-namespace zel::audio {
+namespace zel::audio::plain {
 namespace {
 
 // Sum of `Count` neighbouring samples, each divided (toward zero) before it is added.
@@ -61,7 +61,7 @@ void EachFrame(const short* in, int frames, short* out) {
 
 }  // namespace
 
-void PositionsScalar(int first, int count, int n, int t, std::int32_t* k, double* f) {
+void Positions(int first, int count, int n, int t, std::int32_t* k, double* f) {
   for (int i = 0; i < count; ++i) {
     const double x = (static_cast<double>(first + i + 1) * n) / t - 1;
     const int before = std::max(static_cast<int>(x + 1) - 1, -1);
@@ -70,8 +70,8 @@ void PositionsScalar(int first, int count, int n, int t, std::int32_t* k, double
   }
 }
 
-void InterpolateScalar(const short* in, const std::int32_t* k, const double* f, int count,
-                       int channels, short* out) {
+void Interpolate(const short* in, const std::int32_t* k, const double* f, int count, int channels,
+                 short* out) {
   for (int i = 0; i < count; ++i) {
     const short* a = in + static_cast<std::ptrdiff_t>(k[i]) * channels;
     const short* b = a + channels;
@@ -81,21 +81,21 @@ void InterpolateScalar(const short* in, const std::int32_t* k, const double* f, 
   }
 }
 
-void InterpolateMonoToStereoScalar(const short* in, const std::int32_t* k, const double* f,
-                                   int count, short* out) {
+void InterpolateMonoToStereo(const short* in, const std::int32_t* k, const double* f, int count,
+                             short* out) {
   for (int i = 0; i < count; ++i, out += 2) {
-    InterpolateScalar(in, k + i, f + i, 1, 1, out);
+    Interpolate(in, k + i, f + i, 1, 1, out);
     out[1] = out[0];
   }
 }
 
 int MixSum(const MixInputs& in, int i) {
-  std::uint32_t sum = 0;  // Wraps as a 32-bit sum does; that takes more than 65,535 inputs.
+  std::uint32_t sum = 0;  // Wraps around with more than 65,535 inputs.
   for (int n = 0; n < in.count; ++n) sum += static_cast<std::uint32_t>(in.inputs[n][i]);
   return static_cast<std::int32_t>(sum);
 }
 
-int MixUnityScalar(const MixInputs& in, int i, int end, short* out) {
+int MixUnity(const MixInputs& in, int i, int end, short* out) {
   for (; i < end; ++i) {
     const int sum = MixSum(in, i);
     if (sum > kFullScale || sum < -kFullScale) break;
@@ -104,7 +104,7 @@ int MixUnityScalar(const MixInputs& in, int i, int end, short* out) {
   return i;
 }
 
-int MixGainScalar(const MixInputs& in, int i, int end, double gain, double step, short* out) {
+int MixGain(const MixInputs& in, int i, int end, double gain, double step, short* out) {
   for (; i < end; ++i, gain += step) {
     const double value = MixSum(in, i) * gain;
     if (value >= kFullScale + 1.0 || value <= -kFullScale - 1.0) break;
@@ -115,7 +115,7 @@ int MixGainScalar(const MixInputs& in, int i, int end, double gain, double step,
 
 #define ZEL_CHANNEL_ROW(in, mono, stereo) \
   { mono, stereo, EachFrame<(in), 6, SpreadToSix<(in)>> }
-const Kernels kKernelsScalar = {
+const Kernels kKernels = {
     {ZEL_CHANNEL_ROW(1, nullptr, (EachFrame<1, 2, MixToStereo<1>>)),
      ZEL_CHANNEL_ROW(2, (EachFrame<2, 1, MixToMono<2>>), nullptr),
      ZEL_CHANNEL_ROW(3, (EachFrame<3, 1, MixToMono<3>>), (EachFrame<3, 2, MixToStereo<3>>)),
@@ -124,12 +124,12 @@ const Kernels kKernelsScalar = {
      {EachFrame<6, 1, MixToMono<6>>, EachFrame<6, 2, MixToStereo<6>>, nullptr},
      ZEL_CHANNEL_ROW(7, (EachFrame<7, 1, MixToMono<7>>), (EachFrame<7, 2, MixToStereo<7>>)),
      ZEL_CHANNEL_ROW(8, (EachFrame<8, 1, MixToMono<8>>), (EachFrame<8, 2, MixToStereo<8>>))},
-    PositionsScalar,
-    InterpolateScalar,
-    InterpolateMonoToStereoScalar,
-    MixUnityScalar,
-    MixGainScalar,
+    Positions,
+    Interpolate,
+    InterpolateMonoToStereo,
+    MixUnity,
+    MixGain,
 };
 #undef ZEL_CHANNEL_ROW
 
-}  // namespace zel::audio
+}  // namespace zel::audio::plain

@@ -1,19 +1,22 @@
-// Kernels of the colour conversions, and their choice.
+// The kernels of the colour conversions: one table per level of the processor.
 //
-// A kernel converts a rectangle of rows, of which pairs share their chroma; it knows nothing of
-// bitmaps, row order or positions. It reads and writes exactly `width` pixels of `rows` rows, both
-// positive; an odd last row has its chroma for itself, and so has an odd last column. The scalar
-// kernels state what is computed; every other level gives the same bytes.
+// A kernel converts a rectangle of rows. It knows nothing of bitmaps, row order or positions. It
+// reads and writes exactly `width` pixels of `rows` rows, both positive. Two rows share their
+// chroma; an odd last row has its own, and so has an odd last column. The plain kernels are the
+// reference; every other level gives the same bytes.
 //
-// This header is included by files compiled for newer processors than the build's own. Its
-// functions are always inlined, or the linker might keep the copy that older processors cannot run.
+// Files that are compiled for newer processors include this header, so its functions are always
+// inlined: the linker could keep a copy that older processors cannot run.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 
 #include "zel/Common/Image/Bitmap.h"
-#include "zel/detail/Cpu.h"
+
+namespace zel {
+enum class Level;
+}
 
 namespace zel::image {
 
@@ -23,29 +26,28 @@ namespace zel::image {
 template <typename Byte>
 struct Planes {
   Byte *y, *u, *v;
-  Byte* a;  ///< Alpha, with the pitch of luma; used by `to_bgra32` and `from_bgra32` only.
-  std::ptrdiff_t pitch_y, pitch_u, pitch_v;
+  Byte* a;  ///< Alpha, with the pitch of luma; used by `toBgra32` and `fromBgra32` only.
+  std::ptrdiff_t pitchY, pitchU, pitchV;
 
   /// The same from row `row` and column `x` on; both are even.
   [[gnu::always_inline]] Planes From(std::ptrdiff_t row, std::ptrdiff_t x) const {
-    const std::ptrdiff_t luma = row * pitch_y + x;
+    const std::ptrdiff_t luma = row * pitchY + x;
     return {y + luma,
-            u + row / 2 * pitch_u + x / 2,
-            v + row / 2 * pitch_v + x / 2,
+            u + row / 2 * pitchU + x / 2,
+            v + row / 2 * pitchV + x / 2,
             a ? a + luma : nullptr,
-            pitch_y,
-            pitch_u,
-            pitch_v};
+            pitchY,
+            pitchU,
+            pitchV};
   }
-  /// The same, beginning with the last of `rows` rows, an even number: each pair is the other way
-  /// round, too.
+  /// The same from the last of `rows` rows backwards. `rows` is even.
   [[gnu::always_inline]] Planes Backward(std::ptrdiff_t rows) const {
     Planes all = From(rows - 2, 0);
-    all.y += pitch_y;
-    if (a) all.a += pitch_y;
-    all.pitch_y = -pitch_y;
-    all.pitch_u = -pitch_u;
-    all.pitch_v = -pitch_v;
+    all.y += pitchY;
+    if (a) all.a += pitchY;
+    all.pitchY = -pitchY;
+    all.pitchU = -pitchU;
+    all.pitchV = -pitchV;
     return all;
   }
 };
@@ -63,13 +65,12 @@ struct PixelRows {
 using PixelSource = PixelRows<const std::uint8_t>;
 using PixelTarget = PixelRows<std::uint8_t>;
 
-/// The colours of an indexed picture with what becomes of them. Only entries 0 to `known` - 1 have
-/// been computed: a colour table may end where the highest index ends.
+/// The colours of an indexed picture, converted. Only entries 0 to `known` - 1 are: a colour table
+/// may end with the highest index that the picture uses.
 struct Palette {
   const tagRGBQUAD* colors;
   int known = 0;
-  /// Y in bits 0..7, U from bit 10, V from bit 20: four of them add up without a carry between
-  /// fields.
+  /// Y in bits 0..7, U from bit 10, V from bit 20. The sum of four has no carry between fields.
   std::uint32_t packed[256];
   std::uint8_t y[256], u[256], v[256];
 };
@@ -77,49 +78,48 @@ struct Palette {
 struct ConvertKernels {
   using ToRgb = void (*)(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width,
                          std::ptrdiff_t rows);
-  ToRgb to_bgr24;
-  ToRgb to_bgrx32;    ///< The fourth byte keeps its value.
-  ToRgb to_opaque32;  ///< The fourth byte is 255.
-  ToRgb to_bgra32;
-  ToRgb to_bgr24_simple;
+  ToRgb toBgr24;
+  ToRgb toBgrx32;    ///< The fourth byte keeps its value.
+  ToRgb toOpaque32;  ///< The fourth byte is 255.
+  ToRgb toBgra32;
+  ToRgb toBgr24Simple;
 
   using FromRgb = void (*)(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width,
                            std::ptrdiff_t rows);
-  FromRgb from_bgr24;
-  FromRgb from_bgrx32;
-  FromRgb from_bgra32;
-  FromRgb from_bgr24_simple;
+  FromRgb fromBgr24;
+  FromRgb fromBgrx32;
+  FromRgb fromBgra32;
+  FromRgb fromBgr24Simple;
 
   /// The highest of `count` > 0 bytes.
   int (*highest)(const std::uint8_t* bytes, std::ptrdiff_t count);
   /// Every index must be below `palette.known`.
-  void (*from_indexed)(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width,
-                       std::ptrdiff_t rows, const Palette& palette);
+  void (*fromIndexed)(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width,
+                      std::ptrdiff_t rows, const Palette& palette);
 
-  // Packed 4:2:2: `width` is even, and `luma_first` tells Y0 U Y1 V from U Y0 V Y1.
+  // Packed 4:2:2. `width` is even. The order is Y0 U Y1 V with `lumaFirst`, else U Y0 V Y1.
 
-  /// To planes; chroma of two rows is their truncated mean.
+  /// To planes. Chroma is the truncated mean of two rows.
   void (*split)(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width, std::ptrdiff_t rows,
-                bool luma_first);
+                bool lumaFirst);
   void (*merge)(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width, std::ptrdiff_t rows,
-                bool luma_first);
-  void (*packed_to_bgr24)(PixelSource src, PixelTarget dst, std::ptrdiff_t width,
-                          std::ptrdiff_t rows, bool luma_first);
-  void (*bgr24_to_packed)(PixelSource src, PixelTarget dst, std::ptrdiff_t width,
-                          std::ptrdiff_t rows, bool luma_first);
+                bool lumaFirst);
+  void (*packedToBgr24)(PixelSource src, PixelTarget dst, std::ptrdiff_t width, std::ptrdiff_t rows,
+                        bool lumaFirst);
+  void (*bgr24ToPacked)(PixelSource src, PixelTarget dst, std::ptrdiff_t width, std::ptrdiff_t rows,
+                        bool lumaFirst);
   /// Exchanges the bytes of each of `count` 16-bit words in every row; `dst` may be `src`.
   void (*swap)(PixelSource src, PixelTarget dst, std::ptrdiff_t count, std::ptrdiff_t rows);
 };
 
-/// The kernels for a processor of this level. Levels without kernels of their own have those of the
-/// level below.
-const ConvertKernels& ConvertKernelsFor(CpuLevel level);
+namespace plain {
+extern const ConvertKernels kConvert;
+}
 
-/// The kernels in use: at first those for this processor.
+/// The kernels of `level`. The processor must have it when they are called.
+const ConvertKernels& ConvertKernelsFor(Level level);
+
+/// The kernels in use.
 const ConvertKernels& ActiveConvertKernels();
-
-/// Makes `level`, which the processor must have, the one in use, in tests and benchmarks. Not to be
-/// called while a conversion runs.
-void UseConvertKernels(CpuLevel level);
 
 }  // namespace zel::image

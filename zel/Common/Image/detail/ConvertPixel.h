@@ -1,5 +1,5 @@
-// The colour arithmetic of one pixel. Not for the vector kernels' files: what is inline here must
-// not be compiled for a processor that the rest of the library does not ask for.
+// The colour arithmetic of one pixel. Files of vector kernels must not include it: its inline
+// functions would be compiled for their processors.
 #pragma once
 
 #include <cstdint>
@@ -14,7 +14,7 @@ struct ToRgbFactors {
 };
 inline constexpr ToRgbFactors kToRgb{9536,     16532,   -3203,    -6660, 13074,
                                      -2268594, 1109918, -1826095, 13};
-/// 10 bits, with the luma offset 16 * 1192 less a rounding half; chroma is centred first.
+/// With 10 bits. The offset is 16 * 1192 less a half, which rounds; chroma is centred first.
 inline constexpr ToRgbFactors kToRgbSimple{1192,
                                            2065,
                                            -401,
@@ -35,7 +35,7 @@ struct ToYuvFactors {
 };
 inline constexpr ToYuvFactors kToYuv{1606,  8258,  4211,  16 << 14, 7193,      -4768,
                                      -2425, -1163, -6029, 7193,     128 << 14, 14};
-/// With rounding halves. (Results lie in 16..235 and 16..240 by themselves.)
+/// The offsets include a half, which rounds. (Results lie in 16..235 and 16..240 by themselves.)
 inline constexpr ToYuvFactors kToYuvSimple{100, 516,  263, (16 << 10) + 512,  450, -298, -152,
                                            -73, -377, 450, (128 << 10) + 512, 10};
 
@@ -43,14 +43,14 @@ constexpr std::uint8_t ClampToByte(int value) {
   return static_cast<std::uint8_t>(value < 0 ? 0 : value > 255 ? 255 : value);
 }
 
-/// Writes blue, green, red. (Right shifts of negative values floor, in C++20 by definition.)
+/// Writes blue, green, red. (C++20 defines that right shifts floor.)
 constexpr void PixelToRgb(const ToRgbFactors& f, int y, int u, int v, std::uint8_t* bgr) {
   bgr[0] = ClampToByte((f.y * y + f.bu * u + f.b0) >> f.shift);
   bgr[1] = ClampToByte((f.y * y + f.gu * u + f.gv * v + f.g0) >> f.shift);
   bgr[2] = ClampToByte((f.y * y + f.rv * v + f.r0) >> f.shift);
 }
 
-/// What one pixel gives: its luma, and its chroma before the mean, both with their offsets of 128.
+/// One pixel's luma, and its chroma before the mean of the block, offsets included.
 struct YuvPixel {
   int y, u, v;
 };

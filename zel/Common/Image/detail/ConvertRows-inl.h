@@ -1,117 +1,52 @@
-// The vector kernels of the colour conversions, for whatever vector the including file defines. That file
-// opens the anonymous namespace, so that nothing here is seen outside it, and defines beforehand:
+// The vector kernels of the colour conversions, in the operations of the level that the file
+// includes before this one (zel/detail/Registers-inl.h).
 //
-//   V                        the vector; ZEL_LANES lanes of 16 bytes
-//   ZEL_MM(op), ZEL_SI(op)   the intrinsics: _mm256_##op, _mm256_##op##_si256
-//   Load, Store              a vector, at any address
-//   Widen(p)                 half a vector of bytes as 16-bit words
-//   StoreHalves(p, q, v)     the lower half at p, the upper half at q
-//   MaddBytes(a, b)          per word: unsigned bytes of a times signed bytes of b, the two added
-//   Spread(v), Gather(v)     dword L*j + k (L lanes) to place j of lane k, and back: interleaving within
-//                            lanes then gives the order of memory
-//   SpreadHalves, GatherHalves   the same for qwords
-//   StoreBgr24(p, v)         4 vectors of pixels of 4 bytes, as pixels of 3 bytes
-//   LoadGroups24(p, v)       pixels of 3 bytes to 4 vectors; each lane begins with 4 pixels
-//   Deal<bytes>(v)           4 pixels in each lane to 4 words of blue and green, 4 words of red and any byte
+// Loads and stores stay within the row: its end is converted by a register that overlaps the one
+// before. An odd last column is converted with each pair of rows, while the caches hold them.
+//
+// The kernels are templates over the level's Steps: CommonSteps below, of which a level hides what
+// it does better in a way of its own. CommonSteps derives from what each register set adds:
+//
+//   Deal<bytes>(v)           4 pixels in each lane to 4 words of blue and green, 4 words of red and
+//                            any byte
+//   LoadGroups24(p, v)       pixels of 3 bytes to 4 registers; each lane begins with 4 pixels
+//   StoreBgr24(p, v)         4 registers of pixels of 4 bytes, as pixels of 3 bytes
 //   StoreChroma(u, v, uv)    per lane 8 samples of U, then of V, of pixels as LoadPairs orders them
 //   SwapBytes(v)             the bytes of each word exchanged
-//   ZEL_OWN_FROM_BLOCK       if defined, FromBlock and ToPackedBlock
-//   ZEL_OWN_FROM_BLOCK32     if defined, FromBlock32, which is used for pixels of 4 bytes
-//   ZEL_OWN_COLORS           if defined, SpreadChroma, Chroma24, LoadPacked24, PackedChroma24,
-//                            StorePackedColors and KeepFourth
-//   ZEL_OWN_INDEXED          if defined, ColorTables and FromIndexedRows
-//   ZEL_NARROWER_SWAP        if defined, `swap` is kNarrower's, and SwapBytes is not needed
-//   kNarrower                the kernels for rows that are shorter than a vector
-//
-// Loads and stores stay within the row: its end is converted by a vector that overlaps the one before. An odd
-// last column is converted with each pair of rows, while the caches hold them.
+#pragma once
 
-constexpr std::ptrdiff_t kPixels = 16 * ZEL_LANES;
+#include <cstddef>
+#include <cstdint>
 
-#define ZEL_INLINE inline __attribute__((always_inline))
-#define ZEL_INLINE_LAMBDA __attribute__((always_inline))
+#include "zel/Common/Image/detail/ConvertKernels.h"
+#include "zel/Common/Image/detail/ConvertWeights.h"
 
-ZEL_INLINE V Zero() {
-  return ZEL_SI(setzero)();
-}
-ZEL_INLINE V Words(int value) {
-  return ZEL_MM(set1_epi16)(static_cast<short>(value));
-}
-ZEL_INLINE V Dwords(std::uint32_t value) {
-  return ZEL_MM(set1_epi32)(static_cast<int>(value));
-}
-/// A byte for each even place, one for each odd place.
-ZEL_INLINE V BytePairs(int even, int odd) {
-  return Words((even & 0xff) | (odd & 0xff) << 8);
-}
-ZEL_INLINE V And(V a, V b) {
-  return ZEL_SI(and)(a, b);
-}
-ZEL_INLINE V Or(V a, V b) {
-  return ZEL_SI(or)(a, b);
-}
-ZEL_INLINE V Xor(V a, V b) {
-  return ZEL_SI(xor)(a, b);
-}
-ZEL_INLINE V Add(V a, V b) {
-  return ZEL_MM(add_epi16)(a, b);
-}
-ZEL_INLINE V Sub(V a, V b) {
-  return ZEL_MM(sub_epi16)(a, b);
-}
-ZEL_INLINE V Mul(V a, int factor) {
-  return factor == 1 ? a : ZEL_MM(mullo_epi16)(a, Words(factor));
-}
-template <int kBits>
-ZEL_INLINE V ShiftLeft(V a) {
-  return ZEL_MM(slli_epi16)(a, kBits);
-}
-template <int kBits>
-ZEL_INLINE V ShiftRight(V a) {
-  return ZEL_MM(srli_epi16)(a, kBits);
-}
-template <int kBits>
-ZEL_INLINE V ShiftRightSigned(V a) {
-  return ZEL_MM(srai_epi16)(a, kBits);
-}
-/// Words to bytes with saturation, within lanes: a's, then b's.
-ZEL_INLINE V Pack(V a, V b) {
-  return ZEL_MM(packus_epi16)(a, b);
-}
-ZEL_INLINE V InterleaveLo8(V a, V b) {
-  return ZEL_MM(unpacklo_epi8)(a, b);
-}
-ZEL_INLINE V InterleaveHi8(V a, V b) {
-  return ZEL_MM(unpackhi_epi8)(a, b);
-}
-ZEL_INLINE V InterleaveLo16(V a, V b) {
-  return ZEL_MM(unpacklo_epi16)(a, b);
-}
-ZEL_INLINE V InterleaveHi16(V a, V b) {
-  return ZEL_MM(unpackhi_epi16)(a, b);
-}
+namespace zel::image::ZEL_LEVEL {
+namespace {
 
-/// Pixels of `bytes` bytes from `p` to where vectors are aligned; 0 if none is, or is worth an overlap in a
-/// row of `width`.
+using namespace ::zel::ZEL_LEVEL;
+
+/// Pixels that a register holds a byte of.
+constexpr std::ptrdiff_t kPixels = kRegBytes;
+constexpr std::ptrdiff_t kNoHead = 0;
+
+/// A constant as an argument. (The standard library's would leave functions for other files.)
+template <int kValue>
+struct Constant {
+  ZEL_INLINE constexpr operator int() const { return kValue; }  // NOLINT: meant to convert.
+};
+
+// Rows -------------------------------------------------------------------------------------------
+
+/// Pixels of `bytes` bytes from `p` to where vectors are aligned; 0 if none is, or is worth an
+/// overlap in a row of `width`.
 ZEL_INLINE std::ptrdiff_t Head(const std::uint8_t* p, int bytes, std::ptrdiff_t width) {
-  const auto gap = static_cast<std::ptrdiff_t>(-reinterpret_cast<std::uintptr_t>(p) %
-                                               (16 * ZEL_LANES));
+  const auto gap = static_cast<std::ptrdiff_t>(-reinterpret_cast<std::uintptr_t>(p) % kRegBytes);
   return width >= 8 * kPixels && gap % (2 * bytes) == 0 ? gap / bytes : 0;
 }
 
-/// Calls `step(x)` so that vectors of kPixels cover `width` pixels, which are at least that many. With a
-/// `head`, the second vector begins there, within the first.
-template <typename Step>
-ZEL_INLINE void Cover(std::ptrdiff_t width, std::ptrdiff_t head, Step step) {
-  if (head > 0) step(0);
-  for (std::ptrdiff_t x = head; x < width; x += kPixels) {
-    if (x > width - kPixels) x = width - kPixels;
-    step(x);
-  }
-}
-
-// The processor foresees a row's next bytes, but not where the next row begins, least of all where rows go
-// backwards. While a row is converted, the one that follows is therefore asked for.
+// The processor foresees a row's next bytes, but not where the next row begins, least of all where
+// rows go backwards. While a row is converted, the one that follows is therefore asked for.
 
 /// Whether that pays: for pictures that the nearest caches do not hold, with rows that they do.
 ZEL_INLINE bool WorthAsking(std::ptrdiff_t width, std::ptrdiff_t rows) {
@@ -122,48 +57,46 @@ template <int kBytes, bool kToWrite>
 ZEL_INLINE void Ask(const std::uint8_t* p) {
   for (int i = 0; i < kBytes; ++i) __builtin_prefetch(p + 64 * i, kToWrite);
 }
-/// Of the steps of Cover, one in each 64 pixels.
+/// Of the steps that cover a row, one in each 64 pixels.
 ZEL_INLINE bool AsksAt(std::ptrdiff_t x) {
   return (x & 63) < kPixels;
 }
 
-/// Calls `step(row, count, ask)` for every pair of rows and for an odd last one. `ask` says whether to ask
-/// for the next pair, that is, whether the picture is large; `count` and `ask` are constants, so that small
-/// pictures pay nothing for large ones.
+/// Calls `step(row, count, ask)` for every pair of rows and for an odd last one. `ask` says whether
+/// to ask for the next pair, that is, whether the picture is large; `count` and `ask` are
+/// constants, so that small pictures pay nothing for large ones.
 template <typename Step>
 ZEL_INLINE void InPairs(std::ptrdiff_t width, std::ptrdiff_t rows, Step step) {
-  using One = std::integral_constant<int, 1>;
-  using Two = std::integral_constant<int, 2>;
   std::ptrdiff_t row = 0;
   if (WorthAsking(width, rows)) {
-    for (; row + 3 < rows; row += 2) step(row, Two(), std::true_type());
+    for (; row + 3 < rows; row += 2) step(row, Constant<2>(), Constant<true>());
   }
-  for (; row + 1 < rows; row += 2) step(row, Two(), std::false_type());
-  if (row < rows) step(row, One(), std::false_type());
+  for (; row + 1 < rows; row += 2) step(row, Constant<2>(), Constant<false>());
+  if (row < rows) step(row, Constant<1>(), Constant<false>());
 }
 /// Calls `step(row, ask)` for every row, in the same way.
 template <typename Step>
 ZEL_INLINE void InRows(std::ptrdiff_t width, std::ptrdiff_t rows, Step step) {
   std::ptrdiff_t row = 0;
   if (WorthAsking(width, rows)) {
-    for (; row + 1 < rows; ++row) step(row, std::true_type());
+    for (; row + 1 < rows; ++row) step(row, Constant<true>());
   }
-  for (; row < rows; ++row) step(row, std::false_type());
+  for (; row < rows; ++row) step(row, Constant<false>());
 }
 
-/// Pictures of more pixels than this leave every cache before they are read again. Memory takes and gives
-/// their rows faster one after the other than two at once, where rows go forward.
+/// Pictures of more pixels than this leave every cache before they are read again. Memory takes and
+/// gives their rows faster one after the other than two at once, where rows go forward.
 constexpr std::ptrdiff_t kBeyondCaches = std::ptrdiff_t{1} << 22;
 
 /// Asks for the planes' next pair of rows.
 template <bool kAlpha, bool kToWrite, typename Byte>
 ZEL_INLINE void AskPlanes(const Planes<Byte>& planes, std::ptrdiff_t x) {
   for (int row = 2; row < 4; ++row) {
-    Ask<1, kToWrite>(planes.y + row * planes.pitch_y + x);
-    if (kAlpha) Ask<1, kToWrite>(planes.a + row * planes.pitch_y + x);
+    Ask<1, kToWrite>(planes.y + row * planes.pitchY + x);
+    if (kAlpha) Ask<1, kToWrite>(planes.a + row * planes.pitchY + x);
   }
-  Ask<1, kToWrite>(planes.u + planes.pitch_u + x / 2);
-  Ask<1, kToWrite>(planes.v + planes.pitch_v + x / 2);
+  Ask<1, kToWrite>(planes.u + planes.pitchU + x / 2);
+  Ask<1, kToWrite>(planes.v + planes.pitchV + x / 2);
 }
 template <int kBytes, bool kToWrite, typename Byte>
 ZEL_INLINE void AskPixels(PixelRows<Byte> pixels, std::ptrdiff_t x) {
@@ -172,16 +105,16 @@ ZEL_INLINE void AskPixels(PixelRows<Byte> pixels, std::ptrdiff_t x) {
 
 /// The second row of a pair, with its chroma.
 ZEL_INLINE YuvSource SecondRow(YuvSource pair) {
-  pair.y += pair.pitch_y;
-  if (pair.a) pair.a += pair.pitch_y;
+  pair.y += pair.pitchY;
+  if (pair.a) pair.a += pair.pitchY;
   return pair;
 }
 
-// --- YUV to RGB --------------------------------------------------------------------------------------
+// YUV to RGB -------------------------------------------------------------------------------------
 //
-// 9536 is 64 * 149 and 1192 is 8 * 149, so that both conversions become (149 Y + c) >> 7 with c, the chroma
-// term, floored after the division by 64 or 8: exact, and within 16 bits but for blue. c is a multiple of
-// the sample and a small remainder with a shift of its own.
+// 9536 is 64 * 149 and 1192 is 8 * 149, so that both conversions become (149 Y + c) >> 7 with c,
+// the chroma term, floored after the division by 64 or 8: exact, and within 16 bits but for blue. c
+// is a multiple of the sample and a small remainder with a shift of its own.
 
 struct ToRgbExact {
   static constexpr int kBlueMul = 74, kBlueAdd = 7, kBlueShift = 5, kBlueBase = 35447;
@@ -200,86 +133,77 @@ struct ToRgbSimple {
 constexpr int kLumaBias = 8192;
 
 /// Words with a byte of U and a byte of V, of kPixels pixels.
-ZEL_INLINE V ChromaPairs(const std::uint8_t* u, const std::uint8_t* v) {
-  return Or(Widen(u), ShiftLeft<8>(Widen(v)));
+ZEL_INLINE Reg ChromaPairs(const std::uint8_t* u, const std::uint8_t* v) {
+  return Or(LoadBytesAs16(u), ShiftLeft16<8>(LoadBytesAs16(v)));
 }
 
-/// Chroma terms, a word each. Blue's lies in -35447..30422: its positive and negative parts are apart.
+/// Chroma terms, a word each. Blue's lies in -35447..30422: its positive and negative parts are
+/// apart.
 struct Chroma {
-  V blue_plus, blue_minus, green, red;
+  Reg bluePlus, blueMinus, green, red;
 };
 
 /// Of words with a byte of U and a byte of V.
 template <typename F>
-ZEL_INLINE Chroma ChromaTerms(V uv) {
-  const auto weigh = [uv](int u, int v) ZEL_INLINE_LAMBDA { return MaddBytes(uv, BytePairs(u, v)); };
-  const auto twice = [](V v) ZEL_INLINE_LAMBDA { return Add(v, v); };
+ZEL_INLINE Chroma ChromaTerms(Reg uv) {
+  const auto weigh = [uv](int u, int v)
+                         ZEL_INLINE_LAMBDA { return MulAddBytes(uv, SetPairs8(u, v)); };
+  const auto twice = [](Reg v) ZEL_INLINE_LAMBDA { return Add16(v, v); };
   // Blue: 256 U - (base - (mul U + add >> shift)).
-  const V blue = ShiftLeft<8>(uv);
-  const V blue_base = Sub(Words(F::kBlueBase),
-                          ShiftRight<F::kBlueShift>(Add(weigh(F::kBlueMul, 0), Words(F::kBlueAdd))));
-  const V green_rest = ShiftRight<F::kGreenShift>(
-      Add(weigh(F::kGreenMulU, F::kGreenMulV), Words(F::kGreenAdd)));
-  const V green = Sub(Words(F::kGreenBase + kLumaBias), twice(weigh(25, 52)));
-  const V red = Add(Words(F::kRedBase + kLumaBias), twice(weigh(0, 102)));
-  const V red_rest = ShiftRight<F::kRedShift>(Add(weigh(0, F::kRedMul), Words(F::kRedAdd)));
-  return {ZEL_MM(subs_epu16)(blue, blue_base), ZEL_MM(subs_epu16)(blue_base, blue),
-          Sub(green, green_rest), Add(red, red_rest)};
+  const Reg blue = ShiftLeft16<8>(uv);
+  const Reg blueBase =
+      Sub16(Set16(F::kBlueBase),
+            ShiftRight16<F::kBlueShift>(Add16(weigh(F::kBlueMul, 0), Set16(F::kBlueAdd))));
+  const Reg greenRest =
+      ShiftRight16<F::kGreenShift>(Add16(weigh(F::kGreenMulU, F::kGreenMulV), Set16(F::kGreenAdd)));
+  const Reg green = Sub16(Set16(F::kGreenBase + kLumaBias), twice(weigh(25, 52)));
+  const Reg red = Add16(Set16(F::kRedBase + kLumaBias), twice(weigh(0, 102)));
+  const Reg redRest = ShiftRight16<F::kRedShift>(Add16(weigh(0, F::kRedMul), Set16(F::kRedAdd)));
+  return {SubSatU16(blue, blueBase), SubSatU16(blueBase, blue), Sub16(green, greenRest),
+          Add16(red, redRest)};
 }
 
 template <bool kHigh>
-ZEL_INLINE V Twice(V a) {
-  return kHigh ? InterleaveHi16(a, a) : InterleaveLo16(a, a);
+ZEL_INLINE Reg Twice(Reg a) {
+  return kHigh ? InterleaveHigh16(a, a) : InterleaveLow16(a, a);
 }
 /// A word for each of the lower or upper 8 pixels of every lane.
 template <bool kHigh>
 ZEL_INLINE Chroma Twice(const Chroma& c) {
-  return {Twice<kHigh>(c.blue_plus), Twice<kHigh>(c.blue_minus), Twice<kHigh>(c.green),
+  return {Twice<kHigh>(c.bluePlus), Twice<kHigh>(c.blueMinus), Twice<kHigh>(c.green),
           Twice<kHigh>(c.red)};
 }
 
 /// Words that saturate to the colours' bytes.
 struct Color {
-  V blue, green, red;
+  Reg blue, green, red;
 };
 
-ZEL_INLINE Color Colors(V y, const Chroma& c) {
-  const V luma = Mul(y, 149);
-  const V biased = Sub(luma, Words(kLumaBias));
+ZEL_INLINE Color Colors(Reg y, const Chroma& c) {
+  const Reg luma = Mul16(y, Set16(149));
+  const Reg biased = Sub16(luma, Set16(kLumaBias));
   // What saturates in between is beyond 0..255 anyway.
-  return {ShiftRight<7>(ZEL_MM(subs_epu16)(ZEL_MM(adds_epu16)(luma, c.blue_plus), c.blue_minus)),
-          ShiftRightSigned<7>(ZEL_MM(adds_epi16)(biased, c.green)),
-          ShiftRightSigned<7>(ZEL_MM(adds_epi16)(biased, c.red))};
-}
-
-#ifndef ZEL_OWN_COLORS
-/// Pixels whose fourth bytes are 0, with those of `old`.
-ZEL_INLINE V KeepFourth(V pixels, V old) {
-  return Or(pixels, And(old, Dwords(0xff000000U)));
-}
-#endif
-/// Stores 3 of every 4 bytes; the fourth ones are 0 in `pixels`. What is there is stored again: stores with a
-/// mask of bytes take longer than that.
-ZEL_INLINE void StoreKept(std::uint8_t* p, V pixels) {
-  Store(p, KeepFourth(pixels, Load(p)));
+  return {ShiftRight16<7>(SubSatU16(AddSatU16(luma, c.bluePlus), c.blueMinus)),
+          ShiftRightSigned16<7>(AddSat16(biased, c.green)),
+          ShiftRightSigned16<7>(AddSat16(biased, c.red))};
 }
 
 enum class Fourth { kNone, kKept, kOpaque, kAlpha };
 
 /// Bytes of the channels, spread over the lanes, to 4 vectors of pixels in the order of memory.
-ZEL_INLINE void Interleave(V blue, V green, V red, V fourth, V (&pixels)[4]) {
-  const V bg_lo = InterleaveLo8(blue, green), bg_hi = InterleaveHi8(blue, green);
-  const V rx_lo = InterleaveLo8(red, fourth), rx_hi = InterleaveHi8(red, fourth);
-  pixels[0] = InterleaveLo16(bg_lo, rx_lo);
-  pixels[1] = InterleaveHi16(bg_lo, rx_lo);
-  pixels[2] = InterleaveLo16(bg_hi, rx_hi);
-  pixels[3] = InterleaveHi16(bg_hi, rx_hi);
+ZEL_INLINE void Interleave(Reg blue, Reg green, Reg red, Reg fourth, Reg (&pixels)[4]) {
+  const Reg bgLo = InterleaveLow8(blue, green), bgHi = InterleaveHigh8(blue, green);
+  const Reg rxLo = InterleaveLow8(red, fourth), rxHi = InterleaveHigh8(red, fourth);
+  pixels[0] = InterleaveLow16(bgLo, rxLo);
+  pixels[1] = InterleaveHigh16(bgLo, rxLo);
+  pixels[2] = InterleaveLow16(bgHi, rxHi);
+  pixels[3] = InterleaveHigh16(bgHi, rxHi);
 }
 
-/// A word for each of kPixels pixels; which of them are in which half, and in what order, is for the loading
-/// and the storing function to agree on.
+/// A word for each of kPixels pixels; which of them are in which half, and in what order, is for
+/// the loading and the storing function to agree on.
 struct Luma {
-  V lo, hi;
+  Reg lo, hi;
 };
 /// The same of what a pixel has several words for.
 template <typename T>
@@ -287,8 +211,8 @@ struct Halves {
   T lo, hi;
 };
 
-ZEL_INLINE Luma WidenHalves(V bytes) {
-  return {InterleaveLo8(bytes, Zero()), InterleaveHi8(bytes, Zero())};
+ZEL_INLINE Luma WidenHalves(Reg bytes) {
+  return {InterleaveLow8(bytes, Zero()), InterleaveHigh8(bytes, Zero())};
 }
 ZEL_INLINE Halves<Chroma> TwiceHalves(const Chroma& c) {
   return {Twice<false>(c), Twice<true>(c)};
@@ -297,53 +221,201 @@ ZEL_INLINE Halves<Color> ColorsOf(const Luma& luma, const Halves<Chroma>& chroma
   return {Colors(luma.lo, chroma.lo), Colors(luma.hi, chroma.hi)};
 }
 /// Four vectors of pixels in the order of memory, from halves in the order of Spread.
-ZEL_INLINE void Interleave(const Halves<Color>& c, V fourth, V (&pixels)[4]) {
-  Interleave(Pack(c.lo.blue, c.hi.blue), Pack(c.lo.green, c.hi.green), Pack(c.lo.red, c.hi.red),
-             fourth, pixels);
+ZEL_INLINE void Interleave(const Halves<Color>& c, Reg fourth, Reg (&pixels)[4]) {
+  Interleave(PackU8(c.lo.blue, c.hi.blue), PackU8(c.lo.green, c.hi.green),
+             PackU8(c.lo.red, c.hi.red), fourth, pixels);
 }
 
-#ifdef ZEL_OWN_COLORS
-ZEL_INLINE Luma Luma24(const std::uint8_t* src) {
-  return {Widen(src), Widen(src + kPixels / 2)};
+// RGB to YUV -------------------------------------------------------------------------------------
+//
+// A factor f is split into 2^n h + l with both within a signed byte, so that the weighted sum
+// shifted by n + m is (sum of h's + (sum of l's >> n)) >> m: exact, and both sums fit 16 bits. See
+// ConvertWeights.h.
+
+/// Without the whole part of the offset.
+template <const Weights& kW>
+ZEL_INLINE Reg Weigh(Reg bg, Reg r) {
+  Reg high =
+      Add16(MulAddBytes(bg, SetPairs8(kW.highB, kW.highG)), MulAddBytes(r, SetPairs8(kW.highR, 0)));
+  if (kW.rounding() != 0) high = Add16(high, Set16(kW.rounding()));
+  const Reg low =
+      Add16(MulAddBytes(bg, SetPairs8(kW.lowB, kW.lowG)), MulAddBytes(r, SetPairs8(kW.lowR, 0)));
+  return ShiftRightSigned16<kW.highShift>(Add16(high, ShiftRightSigned16<kW.lowShift>(low)));
 }
-ZEL_INLINE void StoreColors24(std::uint8_t* dst, const Halves<Color>& colors) {
-  StorePackedColors(dst, Pack(colors.lo.blue, colors.lo.green),
-                    Pack(colors.lo.red, colors.hi.blue), Pack(colors.hi.green, colors.hi.red));
+
+/// The luma bytes of kPixels pixels that Weigh left without their offset.
+template <typename F>
+ZEL_INLINE Reg LumaBytes(const Reg (&y)[2]) {
+  return Add8(Gather32(PackU8(y[0], y[1])), SetPairs8(F::kY.whole(), F::kY.whole()));
 }
-#else
-ZEL_INLINE Luma Luma24(const std::uint8_t* src) {
-  return WidenHalves(Spread(Load(src)));
+/// Means of neighbours, with their offset: the sums of words over kRows rows, two words of each
+/// lane's 16.
+template <typename F, int kRows>
+ZEL_INLINE Reg Means(const Reg (&sums)[2]) {
+  static_assert(F::kU.whole() == F::kV.whole());
+  const Reg ones = Set16(1);
+  const Reg pairs = Pack16(MulAdd16(sums[0], ones), MulAdd16(sums[1], ones));
+  return Add16(ShiftRightSigned16<kRows>(pairs), Set16(F::kU.whole()));
 }
-/// Words with a byte of U and a byte of V, of kPixels pixels, in the order of Spread.
-ZEL_INLINE V SpreadChroma(const std::uint8_t* u, const std::uint8_t* v) {
-  return Spread(ChromaPairs(u, v));
-}
-/// The same in the order of Luma24, when each stands for two pixels.
-ZEL_INLINE V Chroma24(const std::uint8_t* u, const std::uint8_t* v) {
-  return SpreadChroma(u, v);
-}
-/// A vector of packed 4:2:2, whose luma is a half of the order of Luma24.
-ZEL_INLINE V LoadPacked24(const std::uint8_t* src) {
-  return SpreadHalves(Load(src));
-}
-/// As Chroma24.
+
+// Packed 4:2:2 -----------------------------------------------------------------------------------
+
+/// kPixels pixels of packed 4:2:2: their luma, and their chroma as U, V, U, V ..., in the order of
+/// memory.
+struct Packed {
+  Reg luma, chroma;
+};
+
 template <bool kLumaFirst>
-ZEL_INLINE V PackedChroma24(V first, V second) {
-  const V low = Words(0xff);
-  return kLumaFirst ? Pack(ShiftRight<8>(first), ShiftRight<8>(second))
-                    : Pack(And(first, low), And(second, low));
+ZEL_INLINE Packed LoadPacked(const std::uint8_t* src) {
+  const Reg low = Set16(0xff);
+  const Reg first = Load(src), second = Load(src + kRegBytes);
+  const Reg even = Gather64(PackU8(And(first, low), And(second, low)));
+  const Reg odd = Gather64(PackU8(ShiftRight16<8>(first), ShiftRight16<8>(second)));
+  return kLumaFirst ? Packed{even, odd} : Packed{odd, even};
 }
-ZEL_INLINE void StoreColors24(std::uint8_t* dst, const Halves<Color>& colors) {
-  V pixels[4];
-  Interleave(colors, Zero(), pixels);
-  StoreBgr24(dst, pixels);
-}
-#endif
 
-template <typename F, Fourth kFourth, int kRows, bool kAsk>
+template <bool kLumaFirst>
+ZEL_INLINE void StorePacked(std::uint8_t* dst, Reg luma, Reg chroma) {
+  const Reg y = Spread64(luma), uv = Spread64(chroma);
+  Store(dst, kLumaFirst ? InterleaveLow8(y, uv) : InterleaveLow8(uv, y));
+  Store(dst + kRegBytes, kLumaFirst ? InterleaveHigh8(y, uv) : InterleaveHigh8(uv, y));
+}
+
+// Steps ------------------------------------------------------------------------------------------
+
+/// `kBelow` has the kernels for rows that are shorter than a register.
+template <class Pixels, const ConvertKernels& kBelow>
+struct CommonSteps : Pixels {
+  static constexpr const ConvertKernels& kNarrower = kBelow;
+  /// Whether `swap` and, in rows shorter than a register, `fromIndexed` are kNarrower's.
+  static constexpr bool kSwapsNarrower = false;
+  static constexpr bool kIndexedInRegisters = false;
+
+  /// Pixels whose fourth bytes are 0, with those of `old`.
+  ZEL_INLINE static Reg KeepFourth(Reg pixels, Reg old) {
+    return Or(pixels, And(old, Set32(-1 << 24)));
+  }
+
+  // Pixels of 3 bytes: kPixels of them as halves, in an order that these five agree on.
+
+  ZEL_INLINE static Luma Luma24(const std::uint8_t* src) {
+    return WidenHalves(Spread32(Load(src)));
+  }
+  /// Words with a byte of U and a byte of V, each for two pixels.
+  ZEL_INLINE static Reg Chroma24(const std::uint8_t* u, const std::uint8_t* v) {
+    return SpreadChroma(u, v);
+  }
+  /// A register of packed 4:2:2, whose luma is a half of the order of Luma24.
+  ZEL_INLINE static Reg LoadPacked24(const std::uint8_t* src) { return Spread64(Load(src)); }
+  /// As Chroma24.
+  template <bool kLumaFirst>
+  ZEL_INLINE static Reg PackedChroma24(Reg first, Reg second) {
+    const Reg low = Set16(0xff);
+    return kLumaFirst ? PackU8(ShiftRight16<8>(first), ShiftRight16<8>(second))
+                      : PackU8(And(first, low), And(second, low));
+  }
+  ZEL_INLINE static void StoreColors24(std::uint8_t* dst, const Halves<Color>& colors) {
+    Reg pixels[4];
+    Interleave(colors, Zero(), pixels);
+    Pixels::StoreBgr24(dst, pixels);
+  }
+
+  /// Words with a byte of U and a byte of V, of kPixels pixels, in the order of Spread32.
+  ZEL_INLINE static Reg SpreadChroma(const std::uint8_t* u, const std::uint8_t* v) {
+    return Spread32(ChromaPairs(u, v));
+  }
+
+  /// kPixels pixels to words of blue and green, and of red and a fourth byte. Lane k of bg[i] has
+  /// the four pixels that begin at L * 8 i + 4 k, and the four that begin L * 4 pixels later (L
+  /// lanes).
+  template <int kBytes>
+  ZEL_INLINE static void LoadPairs(const std::uint8_t* src, Reg (&bg)[2], Reg (&r)[2]) {
+    Reg pixels[4];
+    if constexpr (kBytes == 3) {
+      Pixels::LoadGroups24(src, pixels);
+    } else {
+      for (int i = 0; i < 4; ++i) pixels[i] = Load(src + kRegBytes * i);
+    }
+    for (int i = 0; i < 2; ++i) {
+      const Reg first = Pixels::template Deal<kBytes>(pixels[2 * i]),
+                second = Pixels::template Deal<kBytes>(pixels[2 * i + 1]);
+      bg[i] = InterleaveLow64(first, second);
+      r[i] = InterleaveHigh64(first, second);
+    }
+  }
+  /// Converts kPixels pixels of kRows rows; `dst` begins with them.
+  template <typename F, int kBytes, bool kAlpha, int kRows>
+  ZEL_INLINE static void FromBlock(PixelSource src, const YuvTarget& dst) {
+    Reg u[2], v[2];
+    for (int row = 0; row < kRows; ++row) {
+      Reg bg[2], r[2], y[2];
+      LoadPairs<kBytes>(src[row], bg, r);
+      for (int i = 0; i < 2; ++i) {
+        y[i] = Weigh<F::kY>(bg[i], r[i]);
+        const Reg pixelU = Weigh<F::kU>(bg[i], r[i]), pixelV = Weigh<F::kV>(bg[i], r[i]);
+        u[i] = row == 0 ? pixelU : Add16(u[i], pixelU);
+        v[i] = row == 0 ? pixelV : Add16(v[i], pixelV);
+      }
+      Store(dst.y + row * dst.pitchY, LumaBytes<F>(y));
+      if (kAlpha) {
+        Store(dst.a + row * dst.pitchY,
+              Gather32(PackU8(ShiftRight16<8>(r[0]), ShiftRight16<8>(r[1]))));
+      }
+    }
+    Pixels::StoreChroma(dst.u, dst.v, PackU8(Means<F, kRows>(u), Means<F, kRows>(v)));
+  }
+  /// Converts kPixels pixels.
+  template <bool kLumaFirst>
+  ZEL_INLINE static void ToPackedBlock(const std::uint8_t* src, std::uint8_t* dst) {
+    using F = ToYuvExact;
+    Reg bg[2], r[2], y[2], u[2], v[2];
+    LoadPairs<3>(src, bg, r);
+    for (int i = 0; i < 2; ++i) {
+      y[i] = Weigh<F::kY>(bg[i], r[i]);
+      u[i] = Weigh<F::kU>(bg[i], r[i]);
+      v[i] = Weigh<F::kV>(bg[i], r[i]);
+    }
+    StorePacked<kLumaFirst>(dst, LumaBytes<F>(y),
+                            Gather32(Or(Means<F, 1>(u), ShiftLeft16<8>(Means<F, 1>(v)))));
+  }
+  struct ColorTables {
+    const std::uint32_t* packed;
+
+    ZEL_INLINE explicit ColorTables(const Palette& palette) : packed(palette.packed) {}
+  };
+  template <int kRows>
+  ZEL_INLINE static void FromIndexedRows(PixelSource src, const YuvTarget& dst,
+                                         std::ptrdiff_t width, const ColorTables& colors) {
+    for (std::ptrdiff_t x = 0; x < width; x += 2) {
+      std::uint32_t sum = 0;
+      for (int row = 0; row < kRows; ++row) {
+        const std::uint8_t* const in = src[row] + x;
+        std::uint8_t* const y = dst.y + row * dst.pitchY + x;
+        const std::uint32_t left = colors.packed[in[0]], right = colors.packed[in[1]];
+        y[0] = static_cast<std::uint8_t>(left);
+        y[1] = static_cast<std::uint8_t>(right);
+        sum += left + right;
+      }
+      dst.u[x / 2] = static_cast<std::uint8_t>(sum >> (10 + kRows));
+      dst.v[x / 2] = static_cast<std::uint8_t>(sum >> (20 + kRows));
+    }
+  }
+};
+
+// Kernels ----------------------------------------------------------------------------------------
+
+/// Stores 3 of every 4 bytes; the fourth ones are 0 in `pixels`. What is there is stored again:
+/// stores with a mask of bytes take longer than that.
+template <class Steps>
+ZEL_INLINE void StoreKept(std::uint8_t* p, Reg pixels) {
+  Store(p, Steps::KeepFourth(pixels, Load(p)));
+}
+
+template <class Steps, typename F, Fourth kFourth, int kRows, bool kAsk>
 ZEL_INLINE void ToRgbRows(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width) {
   const std::ptrdiff_t head = kFourth == Fourth::kNone ? 0 : Head(dst[0], 4, width);
-  Cover(width, head, [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
+  CoverWithLarge(width, kPixels, head, [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
     if (kAsk && AsksAt(x)) {
       AskPlanes<kFourth == Fourth::kAlpha, false>(src, x);
       if constexpr (kFourth == Fourth::kOpaque || kFourth == Fourth::kAlpha) {
@@ -353,24 +425,24 @@ ZEL_INLINE void ToRgbRows(const YuvSource& src, PixelTarget dst, std::ptrdiff_t 
         AskPixels<kFourth == Fourth::kNone ? 3 : 4, true>(dst, x);
       }
     }
-    constexpr auto kChroma = kFourth == Fourth::kNone ? Chroma24 : SpreadChroma;
-    const Halves<Chroma> chroma =
-        TwiceHalves(ChromaTerms<F>(kChroma(src.u + x / 2, src.v + x / 2)));
+    const Halves<Chroma> chroma = TwiceHalves(ChromaTerms<F>(
+        kFourth == Fourth::kNone ? Steps::Chroma24(src.u + x / 2, src.v + x / 2)
+                                 : Steps::SpreadChroma(src.u + x / 2, src.v + x / 2)));
     for (int row = 0; row < kRows; ++row) {
-      const std::ptrdiff_t luma = row * src.pitch_y + x;
+      const std::ptrdiff_t luma = row * src.pitchY + x;
       if constexpr (kFourth == Fourth::kNone) {
-        StoreColors24(dst[row] + 3 * x, ColorsOf(Luma24(src.y + luma), chroma));
+        Steps::StoreColors24(dst[row] + 3 * x, ColorsOf(Steps::Luma24(src.y + luma), chroma));
       } else {
-        const Halves<Color> colors = ColorsOf(WidenHalves(Spread(Load(src.y + luma))), chroma);
-        const V fourth = kFourth == Fourth::kAlpha    ? Spread(Load(src.a + luma))
-                         : kFourth == Fourth::kOpaque ? Words(-1)
-                                                      : Zero();
-        V pixels[4];
+        const Halves<Color> colors = ColorsOf(WidenHalves(Spread32(Load(src.y + luma))), chroma);
+        const Reg fourth = kFourth == Fourth::kAlpha    ? Spread32(Load(src.a + luma))
+                           : kFourth == Fourth::kOpaque ? Set16(-1)
+                                                        : Zero();
+        Reg pixels[4];
         Interleave(colors, fourth, pixels);
         for (int i = 0; i < 4; ++i) {
-          std::uint8_t* const at = dst[row] + 4 * x + 16 * ZEL_LANES * i;
+          std::uint8_t* const at = dst[row] + 4 * x + kRegBytes * i;
           if (kFourth == Fourth::kKept) {
-            StoreKept(at, pixels[i]);
+            StoreKept<Steps>(at, pixels[i]);
           } else {
             Store(at, pixels[i]);
           }
@@ -380,378 +452,245 @@ ZEL_INLINE void ToRgbRows(const YuvSource& src, PixelTarget dst, std::ptrdiff_t 
   });
 }
 
-template <typename F, Fourth kFourth, ConvertKernels::ToRgb ConvertKernels::*kMember>
+template <class Steps, typename F, Fourth kFourth, ConvertKernels::ToRgb ConvertKernels::*kMember>
 void ToRgb(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width, std::ptrdiff_t rows) {
   const std::ptrdiff_t even = width & ~std::ptrdiff_t{1};
-  if (even < kPixels) return (kNarrower.*kMember)(src, dst, width, rows);
+  if (even < kPixels) return (Steps::kNarrower.*kMember)(src, dst, width, rows);
   InPairs(width, rows, [&](std::ptrdiff_t row, auto count, auto ask) ZEL_INLINE_LAMBDA {
     const YuvSource pair = src.From(row, 0);
-    if (ask && width * rows > kBeyondCaches && src.pitch_y > 0 && dst.pitch > 0) {
-      ToRgbRows<F, kFourth, 1, false>(pair, {dst[row], dst.pitch}, even);
-      ToRgbRows<F, kFourth, 1, false>(SecondRow(pair), {dst[row + 1], dst.pitch}, even);
+    if (ask && width * rows > kBeyondCaches && src.pitchY > 0 && dst.pitch > 0) {
+      ToRgbRows<Steps, F, kFourth, 1, false>(pair, {dst[row], dst.pitch}, even);
+      ToRgbRows<Steps, F, kFourth, 1, false>(SecondRow(pair), {dst[row + 1], dst.pitch}, even);
     } else {
-      ToRgbRows<F, kFourth, count, ask>(pair, {dst[row], dst.pitch}, even);
+      ToRgbRows<Steps, F, kFourth, count, ask>(pair, {dst[row], dst.pitch}, even);
     }
     if (even == width) return;
     constexpr int kBytes = kFourth == Fourth::kNone ? 3 : 4;
-    (kConvertScalar.*kMember)(src.From(row, even), {dst[row] + kBytes * even, dst.pitch}, 1, count);
+    (plain::kConvert.*kMember)(src.From(row, even), {dst[row] + kBytes * even, dst.pitch}, 1,
+                               count);
   });
 }
 
-// --- RGB to YUV --------------------------------------------------------------------------------------
-//
-// A factor f is split into 2^n h + l with both within a signed byte, so that the weighted sum shifted by
-// n + m is (sum of h's + (sum of l's >> n)) >> m: exact, and both sums fit 16 bits. See ConvertWeights.h.
-
-#ifndef ZEL_OWN_FROM_BLOCK
-/// Without the whole part of the offset.
-template <const Weights& kW>
-ZEL_INLINE V Weigh(V bg, V r) {
-  V high = Add(MaddBytes(bg, BytePairs(kW.high_b, kW.high_g)),
-               MaddBytes(r, BytePairs(kW.high_r, 0)));
-  if (kW.rounding() != 0) high = Add(high, Words(kW.rounding()));
-  const V low =
-      Add(MaddBytes(bg, BytePairs(kW.low_b, kW.low_g)), MaddBytes(r, BytePairs(kW.low_r, 0)));
-  return ShiftRightSigned<kW.high_shift>(Add(high, ShiftRightSigned<kW.low_shift>(low)));
-}
-
-/// kPixels pixels to words of blue and green, and of red and a fourth byte. Lane k of bg[i] has the four
-/// pixels that begin at L * 8 i + 4 k, and the four that begin L * 4 pixels later (L lanes).
-template <int kBytes>
-ZEL_INLINE void LoadPairs(const std::uint8_t* src, V (&bg)[2], V (&r)[2]) {
-  V pixels[4];
-  if constexpr (kBytes == 3) {
-    LoadGroups24(src, pixels);
-  } else {
-    for (int i = 0; i < 4; ++i) pixels[i] = Load(src + 16 * ZEL_LANES * i);
-  }
-  for (int i = 0; i < 2; ++i) {
-    const V first = Deal<kBytes>(pixels[2 * i]), second = Deal<kBytes>(pixels[2 * i + 1]);
-    bg[i] = ZEL_MM(unpacklo_epi64)(first, second);
-    r[i] = ZEL_MM(unpackhi_epi64)(first, second);
-  }
-}
-/// The luma bytes of kPixels pixels that Weigh left without their offset.
-template <typename F>
-ZEL_INLINE V LumaBytes(const V (&y)[2]) {
-  return ZEL_MM(add_epi8)(Gather(Pack(y[0], y[1])), BytePairs(F::kY.whole(), F::kY.whole()));
-}
-/// Means of neighbours, with their offset: the sums of words over kRows rows, two words of each lane's 16.
-template <typename F, int kRows>
-ZEL_INLINE V Means(const V (&sums)[2]) {
-  static_assert(F::kU.whole() == F::kV.whole());
-  const V ones = Words(1);
-  const V pairs =
-      ZEL_MM(packs_epi32)(ZEL_MM(madd_epi16)(sums[0], ones), ZEL_MM(madd_epi16)(sums[1], ones));
-  return Add(ShiftRightSigned<kRows>(pairs), Words(F::kU.whole()));
-}
-
-/// Converts kPixels pixels of kRows rows; `dst` begins with them.
-template <typename F, int kBytes, bool kAlpha, int kRows>
-ZEL_INLINE void FromBlock(PixelSource src, const YuvTarget& dst) {
-  V u[2], v[2];
-  for (int row = 0; row < kRows; ++row) {
-    V bg[2], r[2], y[2];
-    LoadPairs<kBytes>(src[row], bg, r);
-    for (int i = 0; i < 2; ++i) {
-      y[i] = Weigh<F::kY>(bg[i], r[i]);
-      const V pixel_u = Weigh<F::kU>(bg[i], r[i]), pixel_v = Weigh<F::kV>(bg[i], r[i]);
-      u[i] = row == 0 ? pixel_u : Add(u[i], pixel_u);
-      v[i] = row == 0 ? pixel_v : Add(v[i], pixel_v);
-    }
-    Store(dst.y + row * dst.pitch_y, LumaBytes<F>(y));
-    if (kAlpha) {
-      Store(dst.a + row * dst.pitch_y, Gather(Pack(ShiftRight<8>(r[0]), ShiftRight<8>(r[1]))));
-    }
-  }
-  StoreChroma(dst.u, dst.v, Pack(Means<F, kRows>(u), Means<F, kRows>(v)));
-}
-#endif
-
-template <typename F, int kBytes, bool kAlpha, int kRows, bool kAsk>
+template <class Steps, typename F, int kBytes, bool kAlpha, int kRows, bool kAsk>
 ZEL_INLINE void FromRgbRows(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width) {
   const std::ptrdiff_t head = kBytes == 4 ? Head(src[0], 4, width) : 0;
-  Cover(width, head, [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
+  CoverWithLarge(width, kPixels, head, [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
     if (kAsk && AsksAt(x)) {
       AskPixels<kBytes, false>(src, x);
       AskPlanes<kAlpha, true>(dst, x);
     }
     const PixelSource block = {src[0] + kBytes * x, src.pitch};
-#ifdef ZEL_OWN_FROM_BLOCK32
-    if constexpr (kBytes == 4) return FromBlock32<kAlpha, kRows>(block, dst.From(0, x));
-#endif
-    FromBlock<F, kBytes, kAlpha, kRows>(block, dst.From(0, x));
+    Steps::template FromBlock<F, kBytes, kAlpha, kRows>(block, dst.From(0, x));
   });
 }
 
-template <typename F, int kBytes, bool kAlpha, ConvertKernels::FromRgb ConvertKernels::*kMember>
+template <class Steps, typename F, int kBytes, bool kAlpha,
+          ConvertKernels::FromRgb ConvertKernels::*kMember>
 void FromRgb(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width, std::ptrdiff_t rows) {
   const std::ptrdiff_t even = width & ~std::ptrdiff_t{1};
-  if (even < kPixels) return (kNarrower.*kMember)(src, dst, width, rows);
+  if (even < kPixels) return (Steps::kNarrower.*kMember)(src, dst, width, rows);
   InPairs(width, rows, [&](std::ptrdiff_t row, auto count, auto ask) ZEL_INLINE_LAMBDA {
-    FromRgbRows<F, kBytes, kAlpha, count, ask>({src[row], src.pitch}, dst.From(row, 0), even);
+    FromRgbRows<Steps, F, kBytes, kAlpha, count, ask>({src[row], src.pitch}, dst.From(row, 0),
+                                                      even);
     if (even == width) return;
-    (kConvertScalar.*kMember)({src[row] + kBytes * even, src.pitch}, dst.From(row, even), 1, count);
+    (plain::kConvert.*kMember)({src[row] + kBytes * even, src.pitch}, dst.From(row, even), 1,
+                               count);
   });
 }
 
-// --- Indexed pictures --------------------------------------------------------------------------------
+// Indexed pictures -------------------------------------------------------------------------------
 
+template <class Steps>
 int Highest(const std::uint8_t* bytes, std::ptrdiff_t count) {
-  if (count < kPixels) return kNarrower.highest(bytes, count);
-  V highest = Zero();
-  Cover(count, 0,
-        [&](std::ptrdiff_t x) { highest = ZEL_MM(max_epu8)(highest, Load(bytes + x)); });
+  if (count < kPixels) return Steps::kNarrower.highest(bytes, count);
+  Reg highest = Zero();
+  Cover(count, kPixels, kNoHead,
+        [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA { highest = MaxU8(highest, Load(bytes + x)); });
   std::uint8_t each[kPixels];
   Store(each, highest);
-  return kConvertScalar.highest(each, kPixels);
+  return plain::kConvert.highest(each, kPixels);
 }
-
-#ifndef ZEL_OWN_INDEXED
-template <int kRows>
-ZEL_INLINE void FromIndexedRows(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width,
-                                const std::uint32_t* packed) {
-  for (std::ptrdiff_t x = 0; x < width; x += 2) {
-    std::uint32_t sum = 0;
-    for (int row = 0; row < kRows; ++row) {
-      const std::uint8_t* const in = src[row] + x;
-      std::uint8_t* const y = dst.y + row * dst.pitch_y + x;
-      const std::uint32_t left = packed[in[0]], right = packed[in[1]];
-      y[0] = static_cast<std::uint8_t>(left);
-      y[1] = static_cast<std::uint8_t>(right);
-      sum += left + right;
-    }
-    dst.u[x / 2] = static_cast<std::uint8_t>(sum >> (10 + kRows));
-    dst.v[x / 2] = static_cast<std::uint8_t>(sum >> (20 + kRows));
-  }
-}
-#endif
 
 template <int kRows>
 ZEL_INLINE void FromIndexedColumn(PixelSource src, const YuvTarget& dst, const Palette& palette) {
   std::uint32_t sum = 0;
   for (int row = 0; row < kRows; ++row) {
     const std::uint32_t color = palette.packed[*src[row]];
-    dst.y[row * dst.pitch_y] = static_cast<std::uint8_t>(color);
+    dst.y[row * dst.pitchY] = static_cast<std::uint8_t>(color);
     sum += color;
   }
   *dst.u = static_cast<std::uint8_t>(sum >> (9 + kRows));
   *dst.v = static_cast<std::uint8_t>(sum >> (19 + kRows));
 }
 
+template <class Steps>
 void FromIndexed(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width, std::ptrdiff_t rows,
                  const Palette& palette) {
   const std::ptrdiff_t even = width & ~std::ptrdiff_t{1};
-#ifdef ZEL_OWN_INDEXED
-  if (even < kPixels) return kNarrower.from_indexed(src, dst, width, rows, palette);
-  const ColorTables colors(palette);
-#else
-  const std::uint32_t* const colors = palette.packed;
-#endif
+  if (Steps::kIndexedInRegisters && even < kPixels) {
+    return Steps::kNarrower.fromIndexed(src, dst, width, rows, palette);
+  }
+  const typename Steps::ColorTables colors(palette);
   InPairs(width, rows, [&](std::ptrdiff_t row, auto count, auto) ZEL_INLINE_LAMBDA {
-    FromIndexedRows<count>({src[row], src.pitch}, dst.From(row, 0), even, colors);
+    Steps::template FromIndexedRows<count>({src[row], src.pitch}, dst.From(row, 0), even, colors);
     if (even == width) return;
     FromIndexedColumn<count>({src[row] + even, src.pitch}, dst.From(row, even), palette);
   });
 }
 
-// --- Packed 4:2:2 ------------------------------------------------------------------------------------
-
-/// kPixels pixels of packed 4:2:2: their luma, and their chroma as U, V, U, V ..., in the order of memory.
-struct Packed {
-  V luma, chroma;
-};
-
-template <bool kLumaFirst>
-ZEL_INLINE Packed LoadPacked(const std::uint8_t* src) {
-  const V low = Words(0xff);
-  const V first = Load(src), second = Load(src + 16 * ZEL_LANES);
-  const V even = GatherHalves(Pack(And(first, low), And(second, low)));
-  const V odd = GatherHalves(Pack(ShiftRight<8>(first), ShiftRight<8>(second)));
-  return kLumaFirst ? Packed{even, odd} : Packed{odd, even};
-}
-
-template <bool kLumaFirst>
-ZEL_INLINE void StorePacked(std::uint8_t* dst, V luma, V chroma) {
-  const V y = SpreadHalves(luma), uv = SpreadHalves(chroma);
-  Store(dst, kLumaFirst ? InterleaveLo8(y, uv) : InterleaveLo8(uv, y));
-  Store(dst + 16 * ZEL_LANES, kLumaFirst ? InterleaveHi8(y, uv) : InterleaveHi8(uv, y));
-}
-
-template <bool kLumaFirst, int kRows, bool kAsk>
+template <class Steps, bool kLumaFirst, int kRows, bool kAsk>
 ZEL_INLINE void SplitRows(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width) {
-  const V low = Words(0xff);
-  Cover(width, Head(src[0], 2, width), [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
+  const Reg low = Set16(0xff);
+  CoverWithLarge(width, kPixels, Head(src[0], 2, width), [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
     if (kAsk && AsksAt(x)) {
       AskPixels<2, false>(src, x);
       AskPlanes<false, true>(dst, x);
     }
-    V chroma[kRows];
+    Reg chroma[kRows];
     for (int row = 0; row < kRows; ++row) {
       const Packed packed = LoadPacked<kLumaFirst>(src[row] + 2 * x);
-      Store(dst.y + row * dst.pitch_y + x, packed.luma);
+      Store(dst.y + row * dst.pitchY + x, packed.luma);
       chroma[row] = packed.chroma;
     }
     if (kRows == 2) {
       // The average rounds up; the lowest bit of the difference tells where it did.
-      const V other = chroma[kRows - 1];
-      const V rounded = And(Xor(chroma[0], other), ZEL_MM(set1_epi8)(1));
-      chroma[0] = ZEL_MM(sub_epi8)(ZEL_MM(avg_epu8)(chroma[0], other), rounded);
+      const Reg other = chroma[kRows - 1];
+      const Reg rounded = And(Xor(chroma[0], other), Set8(1));
+      chroma[0] = Sub8(AverageU8(chroma[0], other), rounded);
     }
-    StoreHalves(dst.u + x / 2, dst.v + x / 2,
-                GatherHalves(Pack(And(chroma[0], low), ShiftRight<8>(chroma[0]))));
+    const Reg uv = Gather64(PackU8(And(chroma[0], low), ShiftRight16<8>(chroma[0])));
+    StoreHalf(dst.u + x / 2, Low(uv));
+    StoreHalf(dst.v + x / 2, High(uv));
   });
 }
 
-template <bool kLumaFirst>
+template <class Steps, bool kLumaFirst>
 void SplitAll(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width, std::ptrdiff_t rows) {
   InPairs(width, rows, [&](std::ptrdiff_t row, auto count, auto ask) ZEL_INLINE_LAMBDA {
-    SplitRows<kLumaFirst, count, ask>({src[row], src.pitch}, dst.From(row, 0), width);
+    SplitRows<Steps, kLumaFirst, count, ask>({src[row], src.pitch}, dst.From(row, 0), width);
   });
 }
 
+template <class Steps>
 void Split(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width, std::ptrdiff_t rows,
-           bool luma_first) {
-  if (width < kPixels) return kNarrower.split(src, dst, width, rows, luma_first);
-  (luma_first ? SplitAll<true> : SplitAll<false>)(src, dst, width, rows);
+           bool lumaFirst) {
+  if (width < kPixels) return Steps::kNarrower.split(src, dst, width, rows, lumaFirst);
+  (lumaFirst ? SplitAll<Steps, true> : SplitAll<Steps, false>)(src, dst, width, rows);
 }
 
-template <bool kLumaFirst, int kRows>
+template <class Steps, bool kLumaFirst, int kRows>
 ZEL_INLINE void MergeRows(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width) {
-  Cover(width, Head(dst[0], 2, width), [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
-    const V chroma = ChromaPairs(src.u + x / 2, src.v + x / 2);
+  CoverWithLarge(width, kPixels, Head(dst[0], 2, width), [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
+    const Reg chroma = ChromaPairs(src.u + x / 2, src.v + x / 2);
     for (int row = 0; row < kRows; ++row) {
-      StorePacked<kLumaFirst>(dst[row] + 2 * x, Load(src.y + row * src.pitch_y + x), chroma);
+      StorePacked<kLumaFirst>(dst[row] + 2 * x, Load(src.y + row * src.pitchY + x), chroma);
     }
   });
 }
 
-template <bool kLumaFirst>
+template <class Steps, bool kLumaFirst>
 void MergeAll(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width, std::ptrdiff_t rows) {
   InPairs(width, rows, [&](std::ptrdiff_t row, auto count, auto large) ZEL_INLINE_LAMBDA {
     const YuvSource pair = src.From(row, 0);
-    if (!large) return MergeRows<kLumaFirst, count>(pair, {dst[row], dst.pitch}, width);
+    if (!large) return MergeRows<Steps, kLumaFirst, count>(pair, {dst[row], dst.pitch}, width);
     // Next to nothing is computed, so that one row after the other pays sooner here.
-    MergeRows<kLumaFirst, 1>(pair, {dst[row], dst.pitch}, width);
-    MergeRows<kLumaFirst, 1>(SecondRow(pair), {dst[row + 1], dst.pitch}, width);
+    MergeRows<Steps, kLumaFirst, 1>(pair, {dst[row], dst.pitch}, width);
+    MergeRows<Steps, kLumaFirst, 1>(SecondRow(pair), {dst[row + 1], dst.pitch}, width);
   });
 }
 
+template <class Steps>
 void Merge(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width, std::ptrdiff_t rows,
-           bool luma_first) {
-  if (width < kPixels) return kNarrower.merge(src, dst, width, rows, luma_first);
-  (luma_first ? MergeAll<true> : MergeAll<false>)(src, dst, width, rows);
+           bool lumaFirst) {
+  if (width < kPixels) return Steps::kNarrower.merge(src, dst, width, rows, lumaFirst);
+  (lumaFirst ? MergeAll<Steps, true> : MergeAll<Steps, false>)(src, dst, width, rows);
 }
 
-template <bool kLumaFirst>
-void PackedToBgr24All(PixelSource src, PixelTarget dst, std::ptrdiff_t width,
-                      std::ptrdiff_t rows) {
+template <class Steps, bool kLumaFirst>
+void PackedToBgr24All(PixelSource src, PixelTarget dst, std::ptrdiff_t width, std::ptrdiff_t rows) {
   InRows(width, rows, [&](std::ptrdiff_t row, auto ask) ZEL_INLINE_LAMBDA {
-    Cover(width, 0, [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
+    CoverWithLarge(width, kPixels, kNoHead, [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
       if (ask && AsksAt(x)) {
         Ask<2, false>(src[row + 1] + 2 * x);
         Ask<3, true>(dst[row + 1] + 3 * x);
       }
-      const V first = LoadPacked24(src[row] + 2 * x);
-      const V second = LoadPacked24(src[row] + 2 * x + 16 * ZEL_LANES);
-      const Chroma chroma = ChromaTerms<ToRgbExact>(PackedChroma24<kLumaFirst>(first, second));
-      const auto luma = [](V v) ZEL_INLINE_LAMBDA {
-        return kLumaFirst ? And(v, Words(0xff)) : ShiftRight<8>(v);
+      const Reg first = Steps::LoadPacked24(src[row] + 2 * x);
+      const Reg second = Steps::LoadPacked24(src[row] + 2 * x + kRegBytes);
+      const Chroma chroma =
+          ChromaTerms<ToRgbExact>(Steps::template PackedChroma24<kLumaFirst>(first, second));
+      const auto luma = [](Reg v) ZEL_INLINE_LAMBDA {
+        return kLumaFirst ? And(v, Set16(0xff)) : ShiftRight16<8>(v);
       };
-      StoreColors24(dst[row] + 3 * x,
-                    ColorsOf({luma(first), luma(second)}, TwiceHalves(chroma)));
+      Steps::StoreColors24(dst[row] + 3 * x,
+                           ColorsOf({luma(first), luma(second)}, TwiceHalves(chroma)));
     });
   });
 }
 
+template <class Steps>
 void PackedToBgr24(PixelSource src, PixelTarget dst, std::ptrdiff_t width, std::ptrdiff_t rows,
-                   bool luma_first) {
-  if (width < kPixels) return kNarrower.packed_to_bgr24(src, dst, width, rows, luma_first);
-  (luma_first ? PackedToBgr24All<true> : PackedToBgr24All<false>)(src, dst, width, rows);
+                   bool lumaFirst) {
+  if (width < kPixels) return Steps::kNarrower.packedToBgr24(src, dst, width, rows, lumaFirst);
+  (lumaFirst ? PackedToBgr24All<Steps, true> : PackedToBgr24All<Steps, false>)(src, dst, width,
+                                                                               rows);
 }
 
-#ifndef ZEL_OWN_FROM_BLOCK
-/// Converts kPixels pixels.
-template <bool kLumaFirst>
-ZEL_INLINE void ToPackedBlock(const std::uint8_t* src, std::uint8_t* dst) {
-  using F = ToYuvExact;
-  V bg[2], r[2], y[2], u[2], v[2];
-  LoadPairs<3>(src, bg, r);
-  for (int i = 0; i < 2; ++i) {
-    y[i] = Weigh<F::kY>(bg[i], r[i]);
-    u[i] = Weigh<F::kU>(bg[i], r[i]);
-    v[i] = Weigh<F::kV>(bg[i], r[i]);
-  }
-  StorePacked<kLumaFirst>(dst, LumaBytes<F>(y),
-                          Gather(Or(Means<F, 1>(u), ShiftLeft<8>(Means<F, 1>(v)))));
-}
-#endif
-
-template <bool kLumaFirst>
-void Bgr24ToPackedAll(PixelSource src, PixelTarget dst, std::ptrdiff_t width,
-                      std::ptrdiff_t rows) {
+template <class Steps, bool kLumaFirst>
+void Bgr24ToPackedAll(PixelSource src, PixelTarget dst, std::ptrdiff_t width, std::ptrdiff_t rows) {
   InRows(width, rows, [&](std::ptrdiff_t row, auto ask) ZEL_INLINE_LAMBDA {
-    Cover(width, 0, [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
+    CoverWithLarge(width, kPixels, kNoHead, [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
       if (ask && AsksAt(x)) {
         Ask<3, false>(src[row + 1] + 3 * x);
         Ask<2, true>(dst[row + 1] + 2 * x);
       }
-      ToPackedBlock<kLumaFirst>(src[row] + 3 * x, dst[row] + 2 * x);
+      Steps::template ToPackedBlock<kLumaFirst>(src[row] + 3 * x, dst[row] + 2 * x);
     });
   });
 }
 
+template <class Steps>
 void Bgr24ToPacked(PixelSource src, PixelTarget dst, std::ptrdiff_t width, std::ptrdiff_t rows,
-                   bool luma_first) {
-  if (width < kPixels) return kNarrower.bgr24_to_packed(src, dst, width, rows, luma_first);
-  (luma_first ? Bgr24ToPackedAll<true> : Bgr24ToPackedAll<false>)(src, dst, width, rows);
+                   bool lumaFirst) {
+  if (width < kPixels) return Steps::kNarrower.bgr24ToPacked(src, dst, width, rows, lumaFirst);
+  (lumaFirst ? Bgr24ToPackedAll<Steps, true> : Bgr24ToPackedAll<Steps, false>)(src, dst, width,
+                                                                               rows);
 }
 
-#ifdef ZEL_NARROWER_SWAP
-void Swap(PixelSource src, PixelTarget dst, std::ptrdiff_t count, std::ptrdiff_t rows) {
-  kNarrower.swap(src, dst, count, rows);
-}
-#else
+template <class Steps>
 void Swap(PixelSource src, PixelTarget dst, std::ptrdiff_t count, std::ptrdiff_t rows) {
   constexpr std::ptrdiff_t kWords = kPixels / 2;
-  if (count < kWords) return kNarrower.swap(src, dst, count, rows);
+  if (Steps::kSwapsNarrower || count < kWords) return Steps::kNarrower.swap(src, dst, count, rows);
   for (std::ptrdiff_t row = 0; row < rows; ++row) {
     const std::uint8_t* const in = src[row];
     std::uint8_t* const out = dst[row];
-    // In place, what overlaps must be loaded before anything is stored.
-    const V first = SwapBytes(Load(in)), last = SwapBytes(Load(in + 2 * (count - kWords)));
-    const std::ptrdiff_t head = Head(out, 2, count);
-    std::ptrdiff_t i = head;
-    for (; i <= count - 2 * kWords; i += 2 * kWords) {
-      const V one = SwapBytes(Load(in + 2 * i)), two = SwapBytes(Load(in + 2 * (i + kWords)));
-      Store(out + 2 * i, one);
-      Store(out + 2 * (i + kWords), two);
-    }
-    if (i <= count - kWords) {
-      Store(out + 2 * i, SwapBytes(Load(in + 2 * i)));
-      i += kWords;
-    }
-    if (head > 0) Store(out, first);
-    if (i < count) Store(out + 2 * (count - kWords), last);
+    CoverInPlace(
+        count, kWords, Head(out, 2, count),
+        [=](std::ptrdiff_t i) ZEL_INLINE_LAMBDA { return Steps::SwapBytes(Load(in + 2 * i)); },
+        [=](std::ptrdiff_t i, Reg v) ZEL_INLINE_LAMBDA { Store(out + 2 * i, v); });
   }
 }
-#endif
 
-constexpr ConvertKernels kKernels = {
-    ToRgb<ToRgbExact, Fourth::kNone, &ConvertKernels::to_bgr24>,
-    ToRgb<ToRgbExact, Fourth::kKept, &ConvertKernels::to_bgrx32>,
-    ToRgb<ToRgbExact, Fourth::kOpaque, &ConvertKernels::to_opaque32>,
-    ToRgb<ToRgbExact, Fourth::kAlpha, &ConvertKernels::to_bgra32>,
-    ToRgb<ToRgbSimple, Fourth::kNone, &ConvertKernels::to_bgr24_simple>,
-    FromRgb<ToYuvExact, 3, false, &ConvertKernels::from_bgr24>,
-    FromRgb<ToYuvExact, 4, false, &ConvertKernels::from_bgrx32>,
-    FromRgb<ToYuvExact, 4, true, &ConvertKernels::from_bgra32>,
-    FromRgb<ToYuvSimple, 3, false, &ConvertKernels::from_bgr24_simple>,
-    Highest,
-    FromIndexed,
-    Split,
-    Merge,
-    PackedToBgr24,
-    Bgr24ToPacked,
-    Swap,
-};
+template <class Steps>
+constexpr ConvertKernels MakeKernels() {
+  return {
+      ToRgb<Steps, ToRgbExact, Fourth::kNone, &ConvertKernels::toBgr24>,
+      ToRgb<Steps, ToRgbExact, Fourth::kKept, &ConvertKernels::toBgrx32>,
+      ToRgb<Steps, ToRgbExact, Fourth::kOpaque, &ConvertKernels::toOpaque32>,
+      ToRgb<Steps, ToRgbExact, Fourth::kAlpha, &ConvertKernels::toBgra32>,
+      ToRgb<Steps, ToRgbSimple, Fourth::kNone, &ConvertKernels::toBgr24Simple>,
+      FromRgb<Steps, ToYuvExact, 3, false, &ConvertKernels::fromBgr24>,
+      FromRgb<Steps, ToYuvExact, 4, false, &ConvertKernels::fromBgrx32>,
+      FromRgb<Steps, ToYuvExact, 4, true, &ConvertKernels::fromBgra32>,
+      FromRgb<Steps, ToYuvSimple, 3, false, &ConvertKernels::fromBgr24Simple>,
+      Highest<Steps>,
+      FromIndexed<Steps>,
+      Split<Steps>,
+      Merge<Steps>,
+      PackedToBgr24<Steps>,
+      Bgr24ToPacked<Steps>,
+      Swap<Steps>,
+  };
+}
+
+}  // namespace
+}  // namespace zel::image::ZEL_LEVEL

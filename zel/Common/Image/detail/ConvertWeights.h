@@ -1,33 +1,32 @@
-// The factors of RGB to YUV, as the vector kernels use them. As in ConvertKernels.h, functions are
-// always inlined.
+// The factors of RGB to YUV, as the vector kernels use them. Functions are always inlined, as in
+// ConvertKernels.h.
 #pragma once
 
 namespace zel::image {
 
-/// One of the three weighted sums: (2^low_shift * high + low) for each colour, the offset in the
-/// same way with a low part of 0, and the shift of the whole, low_shift + high_shift.
+/// One of the three weighted sums. Each colour's factor is 2^lowShift * high + low, the offset is
+/// 2^lowShift * offset, and the sum is shifted by lowShift + highShift.
 struct Weights {
-  int high_b, high_g, high_r;
-  int low_b, low_g, low_r;
-  int low_shift, high_shift;
+  int highB, highG, highR;
+  int lowB, lowG, lowR;
+  int lowShift, highShift;
   int offset;
 
-  /// The offset's whole units, which may be added after the shift, and the rest, which may not.
-  [[gnu::always_inline]] constexpr int whole() const { return offset >> high_shift; }
-  [[gnu::always_inline]] constexpr int rounding() const { return offset - (whole() << high_shift); }
+  /// The offset's whole units, which can be added after the shift, and the rest, which cannot.
+  [[gnu::always_inline]] constexpr int whole() const { return offset >> highShift; }
+  [[gnu::always_inline]] constexpr int rounding() const { return offset - (whole() << highShift); }
 };
 
-/// The factors of a sum that is scaled so that its whole units begin at bit kUnit, and its
-/// rounding.
+/// The factors and the rounding of a sum whose whole units begin at bit kUnit.
 template <const Weights& kW, int kUnit>
 struct Scaled {
-  static constexpr int kLow = 1 << (kUnit - kW.low_shift - kW.high_shift);
-  static constexpr int kHigh = kLow << kW.low_shift;
-  static constexpr int kB = kW.high_b * kHigh + kW.low_b * kLow;
-  static constexpr int kG = kW.high_g * kHigh + kW.low_g * kLow;
-  static constexpr int kR = kW.high_r * kHigh + kW.low_r * kLow;
+  static constexpr int kLow = 1 << (kUnit - kW.lowShift - kW.highShift);
+  static constexpr int kHigh = kLow << kW.lowShift;
+  static constexpr int kB = kW.highB * kHigh + kW.lowB * kLow;
+  static constexpr int kG = kW.highG * kHigh + kW.lowG * kLow;
+  static constexpr int kR = kW.highR * kHigh + kW.lowR * kLow;
   static constexpr int kRounding = kW.rounding() * kHigh;
-  /// What is left to green when blue and red are taken less green.
+  /// Green's factor if the others apply to blue less green and red less green.
   static constexpr int kRest = kB + kG + kR;
 };
 

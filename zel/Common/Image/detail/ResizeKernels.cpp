@@ -2,7 +2,11 @@
 
 #include <cstring>
 
+#include "zel/Common/Image/detail/x86/ImageX86.h"
+#include "zel/detail/LevelTables.h"
+
 namespace zel::image {
+namespace plain {
 namespace {
 
 unsigned char Mix(int a, int b, int weight) {
@@ -49,14 +53,14 @@ void Blend32(const unsigned char* top, const unsigned char* bottom, int weight, 
 }
 
 void Over32(const unsigned char* top, const unsigned char* bottom, int weight, std::size_t n,
-            bool keep_alpha, unsigned char* out) {
+            bool keepAlpha, unsigned char* out) {
   for (std::size_t i = 0; i < 4 * n; i += 4) {
     const int alpha = top[i + 3];
     for (std::size_t k = i; k < i + 3; ++k) {
       const int v = Mix(top[k], bottom[k], weight);
       out[k] = static_cast<unsigned char>((out[k] * (255 - alpha) + v * alpha) / 255);
     }
-    if (!keep_alpha) {
+    if (!keepAlpha) {
       out[i + 3] = static_cast<unsigned char>(out[i + 3] * (255 - alpha) / 255 + alpha);
     }
   }
@@ -78,36 +82,32 @@ void MultiplyAlpha(const unsigned char* mask, std::size_t n, unsigned char* out)
 
 }  // namespace
 
-const ResizeKernels kResizeScalar = {CpuLevel::kScalar, {0, 0},   {0, 0},       Bilinear8,
-                                     Bilinear32,        Nearest8, Nearest32,    Blend8,
-                                     Blend32,           Over32,   ReplaceAlpha, MultiplyAlpha};
+const ResizeKernels kResize = {{0, 0}, {0, 0},  Bilinear8, Bilinear32,   Nearest8,     Nearest32,
+                               Blend8, Blend32, Over32,    ReplaceAlpha, MultiplyAlpha};
 
-const ResizeKernels& ResizeKernelsFor(CpuLevel level) {
+}  // namespace plain
+
+namespace {
+
+constexpr LevelTables<ResizeKernels> kTables = {{
+    &plain::kResize,
 #if defined(__x86_64__) || defined(__i386__)
-  switch (level) {
-    case CpuLevel::kAvx512Vbmi:
-      return kResizeAvx512Vbmi;
-    case CpuLevel::kAvx512:
-      return kResizeAvx512;
-    case CpuLevel::kAvx2:
-      return kResizeAvx2;
-    case CpuLevel::kSse41:
-    case CpuLevel::kSsse3:
-      return kResizeSsse3;
-    case CpuLevel::kSse2:
-      return kResizeSse2;
-    case CpuLevel::kScalar:
-      break;
-  }
-#else
-  (void)level;
+    &sse2::kResize,
+    &ssse3::kResize,
+    &avx2::kResize,
+    &avx512::kResize,
+    &avx512vbmi::kResize,
 #endif
-  return kResizeScalar;
+}};
+
+}  // namespace
+
+const ResizeKernels& ResizeKernelsFor(Level level) {
+  return kTables.For(level);
 }
 
 const ResizeKernels& ActiveResizeKernels() {
-  static const ResizeKernels& kernels = ResizeKernelsFor(DetectCpuLevel());
-  return kernels;
+  return kTables.Active();
 }
 
 }  // namespace zel::image

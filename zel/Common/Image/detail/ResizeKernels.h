@@ -1,19 +1,21 @@
-// The row functions of the resizers, once per processor level.
+// The row functions of the resizers: one table per level of the processor.
 //
-// All of them give the plain level's bytes exactly. This header is included by files compiled for
-// newer processors than the build's own: it must not define a function that is not always inlined,
-// or the linker might keep the copy that older processors cannot run.
+// All levels give the plain level's bytes exactly. Files that are compiled for newer processors
+// include this header, so it defines no functions: the linker could keep a copy that older
+// processors cannot run.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 
-#include "zel/detail/Cpu.h"
+namespace zel {
+enum class Level;
+}
 
 namespace zel::image {
 
 /// Where the columns of a scaled row come from. The arrays hold `kColumnPad` more columns than
-/// `count`, up to a multiple of it, so that kernels work in whole vectors.
+/// `count`, up to a multiple of it, so that kernels can use whole registers.
 struct ResizeColumns {
   static constexpr std::size_t kColumnPad = 64;
 
@@ -22,12 +24,12 @@ struct ResizeColumns {
   const std::int32_t* offset;
   /// Per column, the right neighbour's part in 1/4096, 0 to 4096. Rows of bytes.
   const std::int16_t* weight;
-  /// The same for 32-bit pixels: once for each of the channels 0 to 2, and channel 3's.
+  /// The same for 32-bit pixels: four words, one for each channel.
   const std::uint64_t* weight4;
 
-  // Near scale 1 a vector of source pixels comes from one short stretch of the row: `windows` (1 or
-  // 2) windows of a kernel's width from `base` on, one base per group, permuted by `index`.
-  // 0 windows: pixels are fetched by `offset` one by one, bilinear ones into `pairs` first.
+  // Near scale 1 a register of outputs comes from one short stretch of the row: `windows` (1 or 2)
+  // windows of the kernel's width, from `base` on (one base per group), permuted by `index`. With 0
+  // windows, pixels are fetched one by one by `offset`, for bilinear rows into `pairs`.
   int windows;
   const std::int32_t* base;   ///< Per group of outputs, in pixels.
   const std::uint8_t* index;  ///< Per output, its source pixel from `base` on.
@@ -43,7 +45,6 @@ struct ResizeWindow {
 
 /// Rows given to these functions do not overlap, and may have any address. Weights count 1/4096.
 struct ResizeKernels {
-  CpuLevel level;
   ResizeWindow bytes;
   ResizeWindow pixels;
 
@@ -61,26 +62,21 @@ struct ResizeKernels {
   void (*blend32)(const unsigned char* top, const unsigned char* bottom, int weight, std::size_t n,
                   unsigned char* out);
   /// Blends n pixels as blend32 does and lays them over `out` with their channel 3 as alpha.
-  /// out's own channel 3 stays as it is with `keep_alpha`.
+  /// out's own channel 3 stays as it is with `keepAlpha`.
   void (*over32)(const unsigned char* top, const unsigned char* bottom, int weight, std::size_t n,
-                 bool keep_alpha, unsigned char* out);
+                 bool keepAlpha, unsigned char* out);
   /// Channel 3 of n pixels becomes mask, or itself * mask / 255; where mask is 0, the pixel is 0.
-  void (*replace_alpha)(const unsigned char* mask, std::size_t n, unsigned char* out);
-  void (*multiply_alpha)(const unsigned char* mask, std::size_t n, unsigned char* out);
+  void (*replaceAlpha)(const unsigned char* mask, std::size_t n, unsigned char* out);
+  void (*multiplyAlpha)(const unsigned char* mask, std::size_t n, unsigned char* out);
 };
 
-extern const ResizeKernels kResizeScalar;
-#if defined(__x86_64__) || defined(__i386__)
-extern const ResizeKernels kResizeSse2;
-extern const ResizeKernels kResizeSsse3;
-extern const ResizeKernels kResizeAvx2;
-extern const ResizeKernels kResizeAvx512;
-extern const ResizeKernels kResizeAvx512Vbmi;
-#endif
+namespace plain {
+extern const ResizeKernels kResize;
+}
 
-/// The fastest kernels that need no more than `level`.
-const ResizeKernels& ResizeKernelsFor(CpuLevel level);
-/// Those for this processor, found out once.
+/// The kernels of `level`. The processor must have it when they are called.
+const ResizeKernels& ResizeKernelsFor(Level level);
+/// The kernels in use.
 const ResizeKernels& ActiveResizeKernels();
 
 }  // namespace zel::image

@@ -8,9 +8,9 @@
 
 namespace zel::image {
 
-bool Locate(const IMG_PARAM& image, RowOrder order, int pixel_bytes, ImageRect* rect) {
-  const std::int64_t left = std::int64_t{image.nLeft} * pixel_bytes;
-  const std::int64_t right = left + std::int64_t{image.nWidth} * pixel_bytes;
+bool Locate(const IMG_PARAM& image, RowOrder order, int pixelBytes, ImageRect* rect) {
+  const std::int64_t left = std::int64_t{image.nLeft} * pixelBytes;
+  const std::int64_t right = left + std::int64_t{image.nWidth} * pixelBytes;
   const std::int64_t pitch = std::abs(std::int64_t{image.nPitch});
   const std::int64_t bottom = std::int64_t{image.nTop} + image.nHeight;
   if (image.pBuffer == nullptr || image.nWidth < 1 || image.nHeight < 1) return false;
@@ -102,12 +102,12 @@ Position Axis::At(std::int64_t i) const {
   return {static_cast<std::int32_t>(std::min<std::int64_t>(index, source_ - 1)), 0};
 }
 
-RowScaler::RowScaler(const ResizeKernels& kernels, const ImageRect& source, int pixel_bytes,
-                     std::ptrdiff_t source_stride)
-    : kernels_(kernels), source_(source), pixel_bytes_(pixel_bytes), stride_(source_stride) {}
+RowScaler::RowScaler(const ResizeKernels& kernels, const ImageRect& source, int pixelBytes,
+                     std::ptrdiff_t sourceStride)
+    : kernels_(kernels), source_(source), pixel_bytes_(pixelBytes), stride_(sourceStride) {}
 
 bool RowScaler::Allocate(std::size_t padded) {
-  // The arrays' sizes, in the order in which they are handed out, each rounded up to a cache line.
+  // Sizes of the arrays in the order of `take` below, each rounded up to a cache line.
   const std::uint64_t pixel = static_cast<unsigned>(pixel_bytes_);
   const std::uint64_t columns = padded;
   const bool bilinear = method_ == Method::kBilinear;
@@ -165,7 +165,7 @@ void RowScaler::FillColumns(const Axis& columns, std::size_t padded) {
     identical_ =
         identical_ && p.weight == 0 && p.index == static_cast<std::int64_t>(std::min(c, count - 1));
     if (bilinear) {
-      // A last pixel has no right neighbour; it is made the right neighbour itself.
+      // The last pixel has no right neighbour. It becomes the right neighbour of the one before it.
       if (p.index + 1 >= reach_) p = {p.index - 1, 4096};
       constexpr std::uint64_t colours = 0x000100010001U;
       constexpr std::uint64_t all = 0x0001000100010001U;
@@ -192,19 +192,19 @@ bool RowScaler::WindowsFit(int windows) const {
 
 void RowScaler::FillWindows() {
   const std::int64_t width = std::int64_t{Window().width} * columns_.windows;
-  // A window must not reach beyond the row: the last ones begin early. A row shorter than a window
-  // is read from a copy.
+  // No window reaches beyond the row: the last ones begin early. A row shorter than a window is
+  // read from a copy.
   staged_ = staged_ || reach_ < width;
   const std::int64_t latest = std::max<std::int64_t>(reach_ - width, 0);
-  const std::size_t per_column = static_cast<unsigned>(PixelsPerColumn());
-  const std::size_t group = static_cast<unsigned>(Window().group) / per_column;
+  const std::size_t perColumn = static_cast<unsigned>(PixelsPerColumn());
+  const std::size_t group = static_cast<unsigned>(Window().group) / perColumn;
   const std::size_t padded =
       (columns_.count + ResizeColumns::kColumnPad - 1) & ~(ResizeColumns::kColumnPad - 1);
   for (std::size_t c = 0, output = 0; c < padded; c += group) {
     const auto base = static_cast<std::int32_t>(std::min<std::int64_t>(offset_[c], latest));
     base_[c / group] = base;
     for (std::size_t k = c; k < c + group; ++k) {
-      for (std::size_t i = 0; i < per_column; ++i, ++output) {
+      for (std::size_t i = 0; i < perColumn; ++i, ++output) {
         index_[output] =
             static_cast<std::uint8_t>(offset_[k] - base + static_cast<std::int32_t>(i));
       }
@@ -222,7 +222,7 @@ bool RowScaler::Prepare(const Axis& columns, Method method) {
   reach_ = source_.width;
   staged_ = stride_ != pixel_bytes_;
   if (method == Method::kBilinear && source_.width == 1) {
-    reach_ = 2;  // The one pixel is its own neighbour, in a copy.
+    reach_ = 2;  // In a copy, where the one pixel stands twice.
     staged_ = true;
   }
   FillColumns(columns, padded);
@@ -278,9 +278,9 @@ void RowScaler::WriteNearest(std::int64_t y, std::int32_t n, unsigned char* out)
     return;
   }
   for (std::size_t c = 0; c < count; ++c) {
-    const bool is_neighbour = (pixel == 1 ? weight_[c] : weight4_[c] & 0xFFFF) == 4096;
+    const bool isNeighbour = (pixel == 1 ? weight_[c] : weight4_[c] & 0xFFFF) == 4096;
     std::memcpy(out + c * pixel,
-                source + static_cast<std::ptrdiff_t>(offset_[c] + is_neighbour) * pixel_bytes_,
+                source + static_cast<std::ptrdiff_t>(offset_[c] + isNeighbour) * pixel_bytes_,
                 pixel);
   }
 }

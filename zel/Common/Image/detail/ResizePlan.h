@@ -30,33 +30,35 @@ struct ImageRect {
 
 enum class RowOrder { kTopDown, kBottomUp };
 
-/// Finds a rectangle of pixels of `pixel_bytes` bytes. False if the record has none: a null buffer,
-/// an empty rectangle, or one that leaves the buffer as far as the record describes it.
-bool Locate(const IMG_PARAM& image, RowOrder order, int pixel_bytes, ImageRect* rect);
+/// Finds a rectangle of pixels of `pixelBytes` bytes. False if the buffer is null, the rectangle is
+/// empty, or the record shows that it leaves the buffer.
+bool Locate(const IMG_PARAM& image, RowOrder order, int pixelBytes, ImageRect* rect);
 /// Finds the half-resolution rectangle of a chroma plane, from the luma pixel at its corner to the
 /// one at the opposite corner.
 bool LocateChroma(const IMG_PARAM& image, ImageRect* rect);
 
-/// Where an output takes its value from: `index`, counted from the rectangle's edge, and
-/// weight / 4096 of the pixel after it.
+/// Where an output takes its value from: the pixel at `index`, counted from the rectangle's edge,
+/// and weight / 4096 of the pixel after it.
 struct Position {
   std::int32_t index;
   int weight;
 };
 
-/// The source positions of an axis' outputs: of a rectangle's columns, or of its rows.
+/// The source position of each output along one axis, that is, of each column or row.
 class Axis {
  public:
   /// Steps of 1/4096 that map the first and last of `source` pixels to those of `count`.
   static Axis Steps(std::int32_t source, std::int32_t count);
-  /// The same in luma pixels, by twos, for every second of `count`; positions are chroma pixels.
-  /// `origin` is the rectangle's luma edge, on which the rounding to chroma pixels depends.
+  /// The same for a chroma plane: `source` and `count` are luma pixels, every second of them has an
+  /// output, and positions are chroma pixels. Their rounding depends on `origin`, the rectangle's
+  /// luma edge.
   static Axis ChromaSteps(std::int32_t source, std::int32_t count, std::int32_t origin);
-  /// The nearest pixel in proportion; the last output is the last pixel.
+  /// The nearest pixel in proportion. The last output takes the last pixel.
   static Axis Proportional(std::int32_t source, std::int32_t count);
-  /// This axis with its last output at the source's last pixel.
+  /// This axis, with its last output moved to the source's last pixel.
   Axis WithExactEnd() const;
-  /// This axis, each output at the position of the next one, at most at the source's last pixel.
+  /// This axis, with each output moved to the position of the next one, at most to the source's
+  /// last pixel.
   Axis Next() const;
 
   std::int32_t count() const { return count_; }
@@ -74,28 +76,28 @@ class Axis {
   std::int32_t ahead_ = 0;
 };
 
-/// The horizontal pass: rows of a source rectangle with their columns picked or interpolated.
+/// The horizontal pass: picks or interpolates the columns of source rows.
 ///
-/// The bilinear value truncates after its horizontal half, so that half depends on the
-/// source row alone: it is computed once per row, and the two rows that a vertical step needs are
-/// kept. One allocation per call at most; narrow pictures need none.
+/// The bilinear value is truncated after its horizontal half, so that half depends on the source
+/// row alone: it is computed once per row, and the two rows that a vertical step needs are kept.
+/// There is at most one allocation per call, and none for narrow pictures.
 class RowScaler {
  public:
   enum class Method { kNearest, kBilinear };
 
-  /// @param source_stride bytes from one source pixel to the next, of which the first
-  /// `pixel_bytes` (1 or 4) are scaled.
-  RowScaler(const ResizeKernels& kernels, const ImageRect& source, int pixel_bytes,
-            std::ptrdiff_t source_stride);
+  /// @param sourceStride bytes from one source pixel to the next. The first `pixelBytes` (1 or 4)
+  /// of them are scaled.
+  RowScaler(const ResizeKernels& kernels, const ImageRect& source, int pixelBytes,
+            std::ptrdiff_t sourceStride);
   RowScaler(const RowScaler&) = delete;
   RowScaler& operator=(const RowScaler&) = delete;
 
-  /// Must come first, once. False if there is no memory.
+  /// Call it once, before anything else. False if there is no memory.
   bool Prepare(const Axis& columns, Method method);
 
-  /// Source row y, scaled. Of two rows kept, row `other` is not replaced. Bilinear only.
+  /// Source row y, scaled. Row `other`, if it is one of the two rows kept, stays. Bilinear only.
   const unsigned char* Row(std::int64_t y, std::int64_t other);
-  /// Writes the first `n` columns of source row y, each the nearest pixel.
+  /// Writes the first `n` columns of source row y, by nearest neighbour.
   void WriteNearest(std::int64_t y, std::int32_t n, unsigned char* out);
   /// The last pixel of source row y.
   const unsigned char* LastPixel(std::int64_t y) const {
@@ -119,7 +121,7 @@ class RowScaler {
   const int pixel_bytes_;
   const std::ptrdiff_t stride_;
   Method method_ = Method::kNearest;
-  bool identical_ = false;  // Every column is its source pixel: rows need no pass.
+  bool identical_ = false;  // Each column is its own source pixel: nothing to do.
   ResizeColumns columns_ = {};
 
   bool staged_ = false;     // Rows are copied first: they are too short for a window, or strided.
@@ -140,8 +142,7 @@ class RowScaler {
   alignas(64) unsigned char inline_[6144];
 };
 
-/// The routines of Resize.h and AlphaResize.h on given kernels. They differ in name where the
-/// public names do not tell what they do.
+/// The routines of Resize.h and AlphaResize.h on given kernels, under names that say what they do.
 using ResizeRoutine = int(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst);
 
 ResizeRoutine NearestBitmap32;

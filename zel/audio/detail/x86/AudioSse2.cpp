@@ -1,10 +1,10 @@
-// SSE2: what every x86 processor that we run on has.
-#include "zel/audio/detail/AudioRows-inl.h"
+#include "zel/detail/x86/Sse2-inl.h"
 
-namespace zel::audio {
+#include "zel/audio/detail/x86/AudioSteps128-inl.h"
+#include "zel/audio/detail/x86/AudioX86.h"
 
-void SetSse2Kernels(Kernels* kernels) {
-  SetKernels(kernels);
-}
+namespace zel::audio::sse2 {
 
-}  // namespace zel::audio
+constinit const Kernels kKernels = MakeKernels<Steps128<plain::kKernels>>();
+
+}  // namespace zel::audio::sse2

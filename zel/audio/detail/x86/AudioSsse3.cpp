@@ -1,11 +1,12 @@
-// SSSE3: byte shuffles and pairwise sums make the mixing rules fit vectors.
-#include "zel/audio/detail/x86/ChannelLanes-inl.h"
+// Byte shuffles and pairwise sums make the mixing rules fit vectors.
+#include "zel/detail/x86/Ssse3-inl.h"
 
-namespace zel::audio {
+#include "zel/audio/detail/ChannelLanes-inl.h"
+#include "zel/audio/detail/x86/AudioSteps128-inl.h"
+#include "zel/audio/detail/x86/AudioX86.h"
 
-void SetSsse3Kernels(Kernels* kernels) {
-  SetKernels(kernels);
-  SetLaneKernels(kernels);
-}
+namespace zel::audio::ssse3 {
 
-}  // namespace zel::audio
+constinit const Kernels kKernels = MakeKernels<LaneSteps<Steps128<sse2::kKernels>>>();
+
+}  // namespace zel::audio::ssse3

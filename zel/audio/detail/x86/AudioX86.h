@@ -1,18 +1,22 @@
-// The vector kernels of x86 processors, one file per level; each puts its own over the level's
-// below.
-//
-// Such a file is compiled with its level's instructions, so it must not hold a function that the
-// linker could merge with another file's copy: everything in it but its one entry has internal
-// linkage, and it includes no standard C++ headers with functions in them.
+// The tables of the levels of x86. Each file of kernels is compiled for its level; why nothing in
+// it is seen elsewhere but its table is in zel/detail/Registers-inl.h.
 #pragma once
 
 #include "zel/audio/detail/AudioKernels.h"
 
 namespace zel::audio {
 
-void SetSse2Kernels(Kernels* kernels);
-void SetSsse3Kernels(Kernels* kernels);
-void SetAvx2Kernels(Kernels* kernels);
-void SetAvx512Kernels(Kernels* kernels);
+namespace sse2 {
+extern const Kernels kKernels;
+}
+namespace ssse3 {
+extern const Kernels kKernels;
+}
+namespace avx2 {
+extern const Kernels kKernels;
+}
+namespace avx512 {
+extern const Kernels kKernels;
+}
 
 }  // namespace zel::audio

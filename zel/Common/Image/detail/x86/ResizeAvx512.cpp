@@ -1,7 +1,10 @@
-#if defined(__x86_64__) || defined(__i386__)
-#include "zel/Common/Image/detail/ResizeRows-inl.h"
+#include "zel/detail/x86/Avx512-inl.h"
 
-namespace zel::image {
-const ResizeKernels kResizeAvx512 = KernelsFor(CpuLevel::kAvx512);
-}
-#endif
+#include "zel/Common/Image/detail/x86/ImageX86.h"
+#include "zel/Common/Image/detail/x86/ResizeSteps512-inl.h"
+
+namespace zel::image::avx512 {
+
+constinit const ResizeKernels kResize = MakeKernels<Steps512>();
+
+}  // namespace zel::image::avx512

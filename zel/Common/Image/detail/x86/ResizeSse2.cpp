@@ -1,7 +1,19 @@
-#if defined(__x86_64__) || defined(__i386__)
-#include "zel/Common/Image/detail/ResizeRows-inl.h"
+#include "zel/detail/x86/Sse2-inl.h"
 
-namespace zel::image {
-const ResizeKernels kResizeSse2 = KernelsFor(CpuLevel::kSse2);
-}
-#endif
+#include "zel/Common/Image/detail/x86/ImageX86.h"
+#include "zel/Common/Image/detail/x86/ResizeSteps128-inl.h"
+
+namespace zel::image::sse2 {
+namespace {
+
+struct Steps : Steps128<CommonSteps> {
+  ZEL_INLINE static Reg Difference(Reg pairs, Reg a) {
+    return ShiftLeft16<4>(Sub16(ShiftRight16<8>(pairs), a));
+  }
+};
+
+}  // namespace
+
+constinit const ResizeKernels kResize = MakeKernels<Steps>();
+
+}  // namespace zel::image::sse2

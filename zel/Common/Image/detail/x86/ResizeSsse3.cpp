@@ -1,7 +1,11 @@
-#if defined(__x86_64__) || defined(__i386__)
-#include "zel/Common/Image/detail/ResizeRows-inl.h"
+#include "zel/detail/x86/Ssse3-inl.h"
 
-namespace zel::image {
-const ResizeKernels kResizeSsse3 = KernelsFor(CpuLevel::kSsse3);
-}
-#endif
+#include "zel/Common/Image/detail/ResizeLanes-inl.h"
+#include "zel/Common/Image/detail/x86/ImageX86.h"
+#include "zel/Common/Image/detail/x86/ResizeSteps128-inl.h"
+
+namespace zel::image::ssse3 {
+
+constinit const ResizeKernels kResize = MakeKernels<Steps128<LaneSteps>>();
+
+}  // namespace zel::image::ssse3

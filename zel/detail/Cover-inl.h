@@ -1,0 +1,81 @@
+// Covering a row with registers, its end included, without a read or a write beyond it: Cover where
+// the same place may be made twice, CoverInPlace and CoverOnce where the output may be the input.
+#pragma once
+
+#include "zel/detail/Registers-inl.h"
+
+namespace zel::ZEL_LEVEL {
+namespace {
+
+/// Calls step(x) so that steps of `size` items cover `count` items, which are at least that many.
+/// The last step begins early enough to end with the row, within the one before it: what it makes
+/// again must come out the same, so no step may read what another has written.
+/// With a `head`, the second step begins there, within the first.
+template <typename Count, typename Step>
+ZEL_INLINE void Cover(Count count, Count size, Count head, Step step) {
+  if (head > 0) step(Count{0});
+  Count x = head;
+  for (; x < count - size; x += size) step(x);
+  step(count - size);
+}
+
+/// The same with the end in the loop, for steps of so many instructions that a copy of them for the
+/// end costs more than to ask each time.
+template <typename Count, typename Step>
+ZEL_INLINE void CoverWithLarge(Count count, Count size, Count head, Step step) {
+  if (head > 0) step(Count{0});
+  for (Count x = head; x < count; x += size) {
+    if (x > count - size) x = count - size;
+    step(x);
+  }
+}
+
+/// Cover where the output may be the input: make(x) reads and computes what put(x, v) stores.
+/// The overlapping ends are computed before anything is stored.
+template <typename Count, typename Make, typename Put>
+ZEL_INLINE void CoverInPlace(Count count, Count size, Count head, Make make, Put put) {
+  const Reg first = make(Count{0}), last = make(count - size);
+  Count x = head;
+  for (; x <= count - 2 * size; x += 2 * size) {
+    const Reg one = make(x), two = make(x + size);
+    put(x, one);
+    put(x + size, two);
+  }
+  if (x <= count - size) {
+    put(x, make(x));
+    x += size;
+  }
+  if (head > 0) put(Count{0}, first);
+  if (x < count) put(count - size, last);
+}
+
+/// How CoverOnce has a step access its place: a whole register, or the first `bytes` of one.
+struct Whole {
+  ZEL_INLINE Reg Get(const unsigned char* p) const { return Load(p); }
+  ZEL_INLINE void Put(unsigned char* p, Reg v) const { Store(p, v); }
+  /// A byte for each dword of the place.
+  ZEL_INLINE Reg GetBytesAs32(const unsigned char* p) const { return LoadBytesAs32(p); }
+};
+struct Part {
+  std::size_t bytes;
+
+  ZEL_INLINE Reg Get(const unsigned char* p) const { return LoadPart(p, bytes); }
+  ZEL_INLINE void Put(unsigned char* p, Reg v) const { StorePart(p, v, bytes); }
+  ZEL_INLINE Reg GetBytesAs32(const unsigned char* p) const {
+    unsigned char copy[kRegBytes / 4] = {};
+    std::memcpy(copy, p, bytes / 4);
+    return LoadBytesAs32(copy);
+  }
+};
+
+/// Calls step(i, access) for registers that cover `count` bytes, each byte once, so that a step may
+/// change its bytes in place. `access` is Whole, at the end of the row Part.
+template <typename Step>
+inline void CoverOnce(std::size_t count, Step step) {
+  std::size_t i = 0;
+  for (; i + kRegBytes <= count; i += kRegBytes) step(i, Whole{});
+  if (i < count) step(i, Part{count - i});
+}
+
+}  // namespace
+}  // namespace zel::ZEL_LEVEL

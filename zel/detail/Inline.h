@@ -1,0 +1,7 @@
+// For what only pays, or is only allowed, inside its caller.
+#pragma once
+
+/// Before a function: always inlined.
+#define ZEL_INLINE [[gnu::always_inline]] inline
+/// Between a lambda's parameters and its body: the same.
+#define ZEL_INLINE_LAMBDA __attribute__((always_inline))
