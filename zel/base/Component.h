@@ -53,8 +53,7 @@ class Component : public scombase::CUnknown, public Implements<Interfaces>... {
   /// @param outer the aggregating object (not referenced), or null for an object of its own.
   explicit Component(IUnknown* outer = nullptr) : CUnknown(outer) {}
 
-  /// @return S_OK with `*ppv` and one reference; E_POINTER for a null `ppv`; else E_NOINTERFACE
-  /// with
+  /// @return S_OK with one reference in `*ppv`; E_POINTER for a null `ppv`; else E_NOINTERFACE with
   ///   `*ppv` null.
   HRESULT NonDelegatingQueryInterface(const _GUID& riid, void** ppv) override {
     if (ppv == nullptr) return E_POINTER;
