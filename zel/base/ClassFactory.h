@@ -21,7 +21,7 @@ extern "C" ZEL_API const CFactoryTemplate g_Templates[];
 extern "C" ZEL_API const int g_cTemplates;
 
 /// The factory of one row of g_Templates. Any thread may call.
-class CFactory final : public IClassFactory {
+class ZEL_API CFactory final : public IClassFactory {
  public:
   /// Hands out a factory for class `rclsid` in `*ppv`, with one reference. After a failure `*ppv`
   /// is as it was.
@@ -48,7 +48,7 @@ class CFactory final : public IClassFactory {
   HRESULT LockServer(BOOL fLock) override;
 
   /// Locks taken less locks given back, for the whole process. No code reads it.
-  ZEL_API static long s_cServerLocks;
+  static long s_cServerLocks;
 
  private:
   friend struct zel::Layout<CFactory>;
