@@ -73,7 +73,7 @@ class ScriptedStream : public Component<IMediaStream> {
   }
   CZelSample* GetSampleEx() override {
     Note("GetSampleEx");
-    if (onSample) onSample();
+    if (const auto hook = onSample) hook();
     if (position < 0 || position >= length_) return nullptr;
     const Block block = script_(position);
     if (!block.hasSample) return nullptr;
@@ -88,7 +88,7 @@ class ScriptedStream : public Component<IMediaStream> {
   }
   double Seek(double seconds, int mode) override {
     Note("Seek(%.17g, %d)", seconds, mode);
-    if (onSeek) onSeek();
+    if (const auto hook = onSeek) hook();
     if (seekable) position = seconds > 0 ? static_cast<long>(seconds * 10) : 0;
     return seconds + 0.25;
   }
