@@ -128,6 +128,16 @@ TEST_F(CompositorTest, AnInputWithoutDescriptionYieldsNoSound) {
   }
 }
 
+TEST_F(CompositorTest, HandsOutTheInputsFrameInOneSample) {
+  ScriptedStream* input = Input();
+  compositor->SetInputAudioStream(input);
+  ASSERT_EQ(host.Pull(), &input->frame());
+  EXPECT_EQ(input->frame().nFrameType, FRAME_DATA_DECODED);
+  CZelSample* sample = output->GetSampleEx();
+  EXPECT_EQ(sample->GetStreamType(), AV_STREAM_AUDIO);
+  EXPECT_EQ(output->GetSampleEx(), sample);
+}
+
 TEST_F(CompositorTest, PassesCallsToTheInput) {
   compositor->SetInputAudioStream(Input());
   compositor->AddByMediaStream(Source());
@@ -165,17 +175,6 @@ TEST_F(CompositorTest, RefusesWhatIsNoSourceAndKeepsTheOneBefore) {
   EXPECT_EQ(CountOf(good), 2U);
   EXPECT_EQ(compositor->Remove(), S_OK);
   EXPECT_EQ(CountOf(good), 1U);
-}
-
-TEST_F(CompositorTest, HandsOutTheInputsFrameInOneSample) {
-  ScriptedStream* input = Input();
-  compositor->SetInputAudioStream(input);
-  ASSERT_EQ(host.Pull(), &input->frame());
-  EXPECT_EQ(input->frame().nFrameType, FRAME_DATA_DECODED);
-  CZelSample* sample = output->GetSampleEx();
-  EXPECT_EQ(sample->GetStreamType(), AV_STREAM_AUDIO);
-  host.Pull();
-  EXPECT_EQ(output->GetSampleEx(), sample);
 }
 
 TEST_F(CompositorTest, TheSourceFindsACleanFrameInEveryPass) {

@@ -26,8 +26,7 @@ struct Block {
   bool hasFrame = true;
   bool hasData = true;
   bool hasSample = true;
-  short value =
-      0;  // Of every sample; 0: samples that follow from position and seed, none of them 0.
+  short value = 0;  ///< Of every sample. 0: none is 0, and all follow from position and seed.
 };
 
 using Log = std::vector<std::string>;
