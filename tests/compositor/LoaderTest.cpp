@@ -337,12 +337,22 @@ TEST_F(LoaderTest, PullsSeeksAndRemoveGoOnDuringALoad) {
 }
 
 TEST_F(LoaderTest, TheNextLoadANewInputAndTheEndWaitForALoad) {
-  plan->whileLoading = [] { std::this_thread::sleep_for(milliseconds(60)); };
+  std::atomic<bool> finish = false;
+  const auto pause = [] { std::this_thread::sleep_for(milliseconds(60)); };
+  plan->whileLoading = [&] {
+    pause();
+    while (plan->decoded == 1 && !finish) std::this_thread::yield();
+  };
   ASSERT_EQ(Add(L"first"), S_OK);
   ASSERT_EQ(Add(L"second"), S_OK);
   EXPECT_EQ(plan->decoded, 1);
   input = nullptr;
+  std::thread later([&] {
+    pause();
+    finish = true;
+  });
   EXPECT_EQ(host->compositor->SetInputAudioStream(nullptr), S_FALSE);
+  later.join();
   EXPECT_EQ(plan->decoded, 2);
   EXPECT_EQ(plan->decodedName, L"second");
   EXPECT_EQ(plan->released.rbegin()[1], "input gone");
