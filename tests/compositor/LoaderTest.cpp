@@ -365,8 +365,10 @@ TEST_F(LoaderTest, TheNextLoadANewInputAndTheEndWaitForALoad) {
 // A stream may add a file from inside a call, and so may another thread while that call lasts. The
 // load that waits for the call to end must not be waited for.
 TEST_F(LoaderTest, CallsFromInsideAStreamReturn) {
+  std::shared_ptr<std::atomic<bool>> finish;
   const auto inside = [&] {
     input->onSample = input->onSeek = nullptr;
+    *finish = true;  // From here on the load of "a" waits for this call.
     std::thread([&] { EXPECT_EQ(Add(L"b"), S_OK); }).join();
     EXPECT_EQ(Add(L"c"), S_OK);
     EXPECT_EQ(host->compositor->AddByMediaStream(input.get()), E_ZEL_STATE);
@@ -376,6 +378,7 @@ TEST_F(LoaderTest, CallsFromInsideAStreamReturn) {
     EXPECT_EQ(host->output->Seek(1, 1), -1.0);
   };
   for (const bool isSeek : {false, true}) {
+    finish = HoldLoads();
     ASSERT_EQ(Add(L"a"), S_OK);
     (isSeek ? input->onSeek : input->onSample) = inside;
     isSeek ? host->output->Seek(0, 1) : IsReplaced();
