@@ -99,54 +99,50 @@ BENCHMARK_CAPTURE(Converter, same_format, 2, 2, 44100, 44100);
 // A stream that yields the same 1,024 frames again and again, at no cost of its own.
 class Loop final : public zel::Component<IMediaStream> {
  public:
-  Loop(int channels, int rate) : m_pcm(Noise(static_cast<std::size_t>(1024 * channels))) {
-    m_info.AddRef();
-    m_info.GetStreamInfo()->audioInfo = {rate, channels, 16, {}};
-    m_frame.nStreamType = AV_STREAM_AUDIO;
-    m_frame.audio = {rate,
-                     channels,
-                     16,
-                     reinterpret_cast<unsigned char*>(m_pcm.data()),
-                     static_cast<int>(m_pcm.size() * sizeof(short)),
-                     0};
-    m_sample.FrameAttach(&m_frame);
+  Loop(int channels, int rate) : pcm_(Noise(static_cast<std::size_t>(1024 * channels))) {
+    info_.AddRef();
+    info_.GetStreamInfo()->audioInfo = {rate, channels, 16, {}};
+    frame_.nStreamType = AV_STREAM_AUDIO;
+    frame_.audio = {rate,
+                    channels,
+                    16,
+                    reinterpret_cast<unsigned char*>(pcm_.data()),
+                    static_cast<int>(pcm_.size() * sizeof(short)),
+                    0};
+    sample_.FrameAttach(&frame_);
   }
-  ~Loop() override { m_sample.FrameAttach(nullptr); }
+  ~Loop() override { sample_.FrameAttach(nullptr); }
   HRESULT GetStreamInfo(IStreamInfo** ppInfo) override {
-    m_info.AddRef();
-    *ppInfo = &m_info;
+    info_.AddRef();
+    *ppInfo = &info_;
     return S_OK;
   }
-  CZelSample* GetSampleEx() override { return &m_sample; }
+  CZelSample* GetSampleEx() override { return &sample_; }
   int Forward() override { return 0; }
   double Seek(double seconds, int) override { return seconds; }
 
  private:
-  std::vector<short> m_pcm;
-  CStreamInfo m_info;
-  MEDIA_FRAME m_frame{};
-  CZelSample m_sample{AV_STREAM_AUDIO, FRAME_DATA_DECODED};
+  std::vector<short> pcm_;
+  CStreamInfo info_;
+  MEDIA_FRAME frame_{};
+  CZelSample sample_{AV_STREAM_AUDIO, FRAME_DATA_DECODED};
 };
 
 // Forward and GetSampleEx of the compositor, per pulled frame of 1,024 x stereo at 44,100 Hz.
 void Pull(benchmark::State& state, int channels, int rate, double delay) {
-  auto* input = new Loop(2, 44100);
-  auto* source = new Loop(channels, rate);
-  input->AddRef();
-  source->AddRef();
-  void* made = nullptr;
-  DllGetClassObject(CLSID_CAudioCompositor, IID_IClassFactory, &made);
-  auto* factory = static_cast<IClassFactory*>(made);
-  factory->CreateInstance(nullptr, IID_IAudioCompositor, &made);
-  factory->Release();
-  auto* compositor = static_cast<IAudioCompositor*>(made);
-  IMediaStream* output = nullptr;
-  compositor->GetOutPutAudioStream(&output);
-  compositor->SetInputAudioStream(input);
-  compositor->AddByMediaStream(source);
+  const auto input = zel::MakeComponent<Loop>(2, 44100);
+  const auto source = zel::MakeComponent<Loop>(channels, rate);
+  zel::Ref<IClassFactory> factory;
+  DllGetClassObject(CLSID_CAudioCompositor, IID_IClassFactory, factory.ReceiveVoid());
+  zel::Ref<IAudioCompositor> compositor;
+  factory->CreateInstance(nullptr, IID_IAudioCompositor, compositor.ReceiveVoid());
+  zel::Ref<IMediaStream> output;
+  compositor->GetOutPutAudioStream(output.Receive());
+  compositor->SetInputAudioStream(input.get());
+  compositor->AddByMediaStream(source.get());
   compositor->SetDelayTime(delay);
 
-  const auto pull = [output] {
+  const auto pull = [&output] {
     output->Forward();
     const MEDIA_FRAME* frame = output->GetSampleEx()->GetMediaFrame();
     benchmark::DoNotOptimize(frame->audio.pData);
@@ -159,10 +155,6 @@ void Pull(benchmark::State& state, int channels, int rate, double delay) {
     meter.Copy(kTimes, 2048);
   }
   meter.Report(state, 2);
-  output->Release();
-  compositor->Release();
-  source->Release();
-  input->Release();
 }
 BENCHMARK_CAPTURE(Pull, same_format, 2, 44100, 0.0);
 BENCHMARK_CAPTURE(Pull, mono_22050, 1, 22050, 0.0);

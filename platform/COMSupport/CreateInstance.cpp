@@ -12,11 +12,11 @@ namespace {
 
 using GetClassObject = HRESULT (*)(const _GUID&, const _GUID&, void**);
 
-// An object of this library, by whose address the library finds itself.
+// Its address tells the folder of this library.
 const char anchor = 0;
 
-/// The class entry of the module that stands beside this library, or null. The module stays loaded:
-/// objects of it may live on after every caller here is gone.
+/// Loads the module in this library's folder and returns its class entry, or null. The module stays
+/// loaded: its objects may outlive every caller here.
 GetClassObject LoadModule(const char* fileName) {
   Dl_info self{};
   if (dladdr(&anchor, &self) == 0 || self.dli_fname == nullptr) return nullptr;
@@ -29,8 +29,8 @@ GetClassObject LoadModule(const char* fileName) {
   return reinterpret_cast<GetClassObject>(dlsym(module, "DllGetClassObject"));
 }
 
-/// As LoadModule, once: a module that was found is never looked for again. One that was not may
-/// have been missing only for the moment, so the next call tries again.
+/// The entry of the decoder module, or null. Loads the module once; while it cannot be loaded,
+/// every call tries again.
 GetClassObject DecoderModule() {
   static std::mutex mutex;
   static GetClassObject entry = nullptr;

@@ -12,8 +12,9 @@ void FreeStreams(StreamInfo* streams, std::int32_t count) {
   delete[] streams;
 }
 
-/// Replaces an array borrowed from another record by a copy of it; by nothing, with a count of 0,
-/// when it has none or memory is short. False in the last case.
+/// Replaces an array that still belongs to the original record by a copy. An empty array becomes
+/// null with a count of 0.
+/// @return false when memory is short; the array holds the streams copied so far.
 bool CloneStreams(StreamInfo*& streams, std::int32_t& count) {
   const StreamInfo* const from = streams;
   const std::int32_t wanted = from != nullptr && count > 0 ? count : 0;
@@ -45,7 +46,7 @@ extern "C" ProgramInfo* CloneProgramInfo(const ProgramInfo* info) {
   if (info == nullptr) return nullptr;
   auto* copy = new (std::nothrow) ProgramInfo(*info);
   if (copy == nullptr) return nullptr;
-  // All three even after a failure: none may be left borrowed.
+  // Replace all three even after a failure: none may still belong to the original.
   const bool video = CloneStreams(copy->videoStreams, copy->videoStreamCount);
   const bool audio = CloneStreams(copy->audioStreams, copy->audioStreamCount);
   const bool subPic = CloneStreams(copy->subPicStreams, copy->subPicStreamCount);

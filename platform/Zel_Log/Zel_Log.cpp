@@ -25,6 +25,6 @@ extern "C" void GetAppPath(wchar_t* buffer, int capacity) {
     if (wide.size() >= static_cast<std::size_t>(capacity)) return;
     std::wmemcpy(buffer, wide.c_str(), wide.size() + 1);
   } catch (const std::bad_alloc&) {
-    // The folder is not known, then.
+    // The empty string says that the folder is not known.
   }
 }

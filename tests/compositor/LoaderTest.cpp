@@ -2,60 +2,120 @@
 // runs in three folders: with that manager, without any component support library, and with one
 // that lacks the entry.
 #include <dlfcn.h>
-#include <gtest/gtest.h>
-#include <malloc.h>
-#include <unistd.h>
 
-#include <atomic>
+#include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <functional>
 #include <limits>
 #include <mutex>
 #include <random>
-#include <string>
 #include <thread>
 
+#include "tests/compositor/CountedThreads.h"
 #include "tests/compositor/ScriptedStream.h"
-#include "zel/base/EntryPoints.h"
-#include "zel/compositor/AudioCompositor.h"
 #include "zel/compositor/detail/PathText.h"
-#include "zel/mediainfo/MediaInfo.h"
-#include "zel/platform/DecoderManager.h"
 
+namespace zel::test {
 namespace {
 
 using std::chrono::milliseconds;
-namespace fs = std::filesystem;
 
-std::atomic<int> g_live = 0;
+constexpr short kInput = 1000;
+constexpr short kTrack = 7777;
 
-/// A component with one interface, counted in g_live.
-template <class I>
-class Component : public scombase::CUnknown, public I {
- public:
-  Component() : CUnknown(nullptr) {
-    ++g_live;
-    NonDelegatingAddRef();
+using Selection = std::array<std::uint32_t, 13>;  // A DecoderSelection.
+
+/// What the manager does, and what it was asked.
+struct Plan {
+  int programs = 1;
+  int audioStreams = 1;
+  int opensAtMost = std::numeric_limits<int>::max();
+  bool hasPrograms = true;
+  bool decodes = true;
+  bool hasStream = true;
+  std::function<void()> whileLoading = [] {};
+
+  std::wstring LastDecoded() {
+    const std::lock_guard lock(mutex);
+    return decodedName;
   }
-  ~Component() override { --g_live; }
-  HRESULT QueryInterface(const _GUID& riid, void** ppv) override {
-    return GetOwner()->QueryInterface(riid, ppv);
+
+  std::mutex mutex;
+  std::wstring openedName;
+  std::wstring decodedName;
+  Selection selection{};
+  Log released;  // Since the last file was opened, each object once.
+  std::atomic<bool> argumentsAreRight = true;
+  std::atomic<int> opened = 0;
+  std::atomic<int> decoded = 0;
+};
+Plan* g_plan = nullptr;
+
+void NoteRelease(const char* name) {
+  const std::lock_guard lock(g_plan->mutex);
+  Log& released = g_plan->released;
+  if (std::find(released.begin(), released.end(), name) == released.end()) released.push_back(name);
+}
+
+void NoteEnd(const char* name) {
+  const std::lock_guard lock(g_plan->mutex);
+  g_plan->released.push_back(name);
+}
+
+/// A `Base` that writes down when it is first released.
+template <class Base>
+struct Noted : Base {
+  using Base::Base;
+  ULONG NonDelegatingRelease() override {
+    NoteRelease(name);
+    return Base::NonDelegatingRelease();
   }
-  ULONG AddRef() override { return GetOwner()->AddRef(); }
-  ULONG Release() override { return GetOwner()->Release(); }
+  const char* name = "";
+};
+/// A new object without a reference.
+template <class T>
+T* Make(const char* name) {
+  auto* made = new T;
+  made->name = name;
+  return made;
+}
+/// A new list of `count` objects.
+template <class List, class Item, class I>
+HRESULT HandOutList(const char* name, int count, const char* itemName, I** out) {
+  auto* list = Make<Noted<List>>(name);
+  for (int i = 0; i < count; ++i) list->Add(Make<Noted<Item>>(itemName));
+  list->AddRef();
+  *out = list;
+  return S_OK;
+}
+
+struct Stream : CStreamInfo {
+  std::uint32_t GetID() override { return 0x70005; }
 };
 
-class Stream : public ScriptedStream {
- public:
-  Stream()
-      : ScriptedStream(
-            "src", nullptr, [](long) { return Block{}; }, 1'000'000) {
-    ++g_live;
+struct Program : CProgramInfo {
+  std::uint32_t GetID() override { return 7; }
+  HRESULT GetAudioStreamInfos(IStreamInfos** out) override {
+    return HandOutList<CStreamInfos, Stream>("streams", g_plan->audioStreams, "stream", out);
   }
-  ~Stream() override { --g_live; }
+};
+
+struct Media : CMediaInfo {
+  HRESULT GetIPrograms(IProgramInfos** out) override {
+    if (!g_plan->hasPrograms) return E_FAIL;
+    return HandOutList<CProgramInfos, Program>("programs", g_plan->programs, "program", out);
+  }
+};
+
+struct Track : Noted<ScriptedStream> {
+  Track()
+      : Noted(
+            "src", nullptr, [](long) { return Block{.value = kTrack}; }, 1'000'000) {
+    name = "track";
+  }
+  ~Track() override { NoteEnd("track gone"); }
   double Seek(double seconds, int mode) override {
     lastSeek = seconds;
     return ScriptedStream::Seek(seconds, mode);
@@ -63,194 +123,125 @@ class Stream : public ScriptedStream {
   static inline std::atomic<double> lastSeek = 0;
 };
 
-/// What the manager does, and what it was asked.
-struct Script {
-  int programs = 1;
-  int audioStreams = 1;
-  bool opens = true;
-  int opensAtMost = std::numeric_limits<int>::max();
-  bool hasPrograms = true;
-  bool decodes = true;
-  bool hasStream = true;
-  std::function<void()> whileLoading = [] {};
-
-  std::mutex mutex;
-  std::wstring openedName;
-  std::wstring decodedName;
-  DecoderSelection selection{};
-  std::atomic<bool> argumentsAreRight = true;
-  std::atomic<int> opened = 0;
-  std::atomic<int> decoded = 0;
+struct Input : ScriptedStream {
+  Input()
+      : ScriptedStream(
+            "in", nullptr, [](long n) { return Block{.pts = n * 1'000'000, .value = kInput}; },
+            1'000'000'000) {
+    seekable = false;
+  }
+  ~Input() override { NoteEnd("input gone"); }
 };
-
-Script* g_script = nullptr;
 
 class Decoder : public Component<IMediaDecoder> {
  public:
+  ~Decoder() override { NoteEnd("decoder"); }
   HRESULT GetVideoStream(IMediaStream**) override { return E_FAIL; }
   HRESULT GetAudioStream(IMediaStream** out) override {
-    if (!g_script->hasStream) return E_FAIL;
-    *out = new Stream;
+    if (!g_plan->hasStream) return E_FAIL;
+    *out = Make<Noted<Track>>("track");
+    (*out)->AddRef();
     return S_OK;
   }
 };
 
 class Manager : public Component<IMediaDecoderMgr> {
  public:
+  ~Manager() override { NoteEnd("manager"); }
   HRESULT CreateDecoder(const wchar_t* name, int reserved, DecoderSelection* selection, int kind,
                         IMediaDecoder** out) override {
-    g_script->whileLoading();
-    const std::lock_guard lock(g_script->mutex);
-    g_script->decodedName = name;
-    g_script->selection = *selection;
-    g_script->argumentsAreRight =
-        g_script->argumentsAreRight && (reserved == 0 && kind == 11 && *out == nullptr);
-    ++g_script->decoded;
-    if (!g_script->decodes) return E_FAIL;
-    *out = new Decoder;
+    g_plan->whileLoading();
+    const std::lock_guard lock(g_plan->mutex);
+    g_plan->decodedName = name;
+    std::memcpy(&g_plan->selection, selection, sizeof *selection);
+    if (reserved != 0 || kind != 11 || *out != nullptr) g_plan->argumentsAreRight = false;
+    ++g_plan->decoded;
+    if (!g_plan->decodes) return E_FAIL;
+    *out = MakeComponent<Decoder>().Detach();
     return S_OK;
   }
   HRESULT OpenMediaInfo(const wchar_t* name, int kind, IMediaInfo** out) override {
-    const std::lock_guard lock(g_script->mutex);
-    g_script->openedName = name;
-    g_script->argumentsAreRight = g_script->argumentsAreRight && (kind == 11 && *out == nullptr);
-    ++g_script->opened;
-    if (!g_script->opens || g_script->opened > g_script->opensAtMost) return E_FAIL;
-    StreamInfo streams[2] = {};
-    streams[0].id = 0x70005;
-    ProgramInfo program = {};
-    program.id = 7;
-    program.audioStreamCount = g_script->audioStreams;
-    program.audioStreams = streams;
-    MEDIA_FILE_INFO file = {};
-    file.programCount = g_script->programs;
-    file.programs = &program;
-    struct Counted : CMediaInfo {
-      Counted() { ++g_live; }
-      ~Counted() override { --g_live; }
-    };
-    auto* info = new Counted;
-    if (g_script->hasPrograms) info->Fill(&file);
-    info->AddRef();
-    *out = info;
+    const std::lock_guard lock(g_plan->mutex);
+    g_plan->released.clear();
+    g_plan->openedName = name;
+    if (kind != 11 || *out != nullptr) g_plan->argumentsAreRight = false;
+    if (++g_plan->opened > g_plan->opensAtMost) return E_FAIL;
+    auto* media = Make<Noted<Media>>("media");
+    media->AddRef();
+    *out = media;
     return S_OK;
   }
 };
 
 HRESULT CreateManager(const _GUID& clsid, IUnknown* outer, unsigned long context, const _GUID& iid,
                       void** out) {
-  g_script->argumentsAreRight =
-      g_script->argumentsAreRight &&
-      (ZelIsEqualGUID(clsid, CLSID_CMediaDecoderMgr) && outer == nullptr && context == 0 &&
-       ZelIsEqualGUID(iid, IID_IMediaDecoderMgr));
-  *out = static_cast<IMediaDecoderMgr*>(new Manager);
+  if (!ZelIsEqualGUID(clsid, CLSID_CMediaDecoderMgr) || outer != nullptr || context != 0 ||
+      !ZelIsEqualGUID(iid, IID_IMediaDecoderMgr)) {
+    g_plan->argumentsAreRight = false;
+  }
+  *out = static_cast<IMediaDecoderMgr*>(MakeComponent<Manager>().Detach());
   return S_OK;
-}
-
-IAudioCompositor* MakeCompositor() {
-  void* out = nullptr;
-  EXPECT_EQ(DllGetClassObject(CLSID_CAudioCompositor, IID_IClassFactory, &out), S_OK);
-  auto* factory = static_cast<IClassFactory*>(out);
-  EXPECT_EQ(factory->CreateInstance(nullptr, IID_IAudioCompositor, &out), S_OK);
-  factory->Release();
-  return static_cast<IAudioCompositor*>(out);
-}
-
-std::size_t Entries(const char* folder) {
-  return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder), {}));
-}
-
-/// Bytes that the allocator has given out and not got back.
-std::size_t BytesInUse() {
-  const struct mallinfo2 info = mallinfo2();
-  return info.uordblks + info.hblkhd;
-}
-
-/// Bytes of address space: threads that nobody waited for keep their stacks.
-std::size_t AddressSpace() {
-  std::size_t pages = 0;
-  std::ifstream("/proc/self/statm") >> pages;
-  return pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
 }
 
 class LoaderTest : public testing::Test {
  protected:
   LoaderTest() {
-    g_script = &script;
-    const std::string path =
-        fs::read_symlink("/proc/self/exe").parent_path() / "libCOMSupport.dylib";
-    void* library = dlopen(path.c_str(), RTLD_LAZY);
+    const auto home = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+    void* library = dlopen((home / "libCOMSupport.dylib").c_str(), RTLD_LAZY);
     void* slot = library != nullptr ? dlsym(library, "g_createInstance") : nullptr;
-    if (slot == nullptr) {
-      ADD_FAILURE() << path << " is not the scripted library";
-      return;
-    }
-    *static_cast<decltype(&ZelCreateInstance)*>(slot) = CreateManager;
+    if (slot != nullptr) *static_cast<decltype(&ZelCreateInstance)*>(slot) = CreateManager;
+    EXPECT_NE(slot, nullptr) << home << " has not the scripted library";
     Open();
   }
   void Open() {
-    compositor = MakeCompositor();
-    compositor->GetOutPutAudioStream(&output);
-    auto* input = new ScriptedStream(
-        "in", nullptr,
-        [](long n) {
-          Block block;
-          block.pts = n * 1'000'000;
-          return block;
-        },
-        1'000'000'000, 3);
-    input->seekable = false;
-    compositor->SetInputAudioStream(input);
-    input->Release();
+    plan = std::make_unique<Plan>();
+    g_plan = plan.get();
+    host = std::make_unique<Host>();
+    input = MakeComponent<Input>();
+    host->compositor->SetInputAudioStream(input.get());
   }
   /// Waits for a load that is under way.
   void Close() {
-    if (compositor == nullptr) return;
-    output->Release();
-    compositor->Release();
-    compositor = nullptr;
-  }
-  void TearDown() override {
-    Close();
-    EXPECT_EQ(g_live, 0);
+    if (host != nullptr) host->Close();
+    host = nullptr;
+    input = nullptr;
     EXPECT_EQ(g_liveStreams, 0);
-    EXPECT_TRUE(script.argumentsAreRight);
+    EXPECT_TRUE(plan->argumentsAreRight);
   }
-  HRESULT Add(std::wstring name) { return compositor->AddByFileName(name.data()); }
-  /// True once a pulled frame's bytes are the source's and not the input's.
-  bool IsReplaced() {
-    output->Forward();
-    const MEDIA_FRAME* frame = output->GetSampleEx()->GetMediaFrame();
-    return frame->audio.pData[0] != OwnByte(frame);
+  void TearDown() override { Close(); }
+
+  HRESULT Add(std::wstring name) const { return host->compositor->AddByFileName(name.data()); }
+  bool IsReplaced() const {
+    short sample = 0;
+    std::memcpy(&sample, host->Pull()->audio.pData, sizeof sample);
+    return sample == kTrack;
   }
-  void WaitUntilDecoded(int count = 1) const {
-    while (script.decoded < count) std::this_thread::yield();
+  /// Waits, but not for ever.
+  static bool Soon(const std::function<bool()>& isTrue) {
+    for (int i = 0; i < 20'000 && !isTrue(); ++i) std::this_thread::sleep_for(milliseconds(1));
+    return isTrue();
   }
-  bool IsReplacedSoon() {
-    for (int i = 0; i < 2000; ++i) {
-      if (IsReplaced()) return true;
-      std::this_thread::sleep_for(milliseconds(1));
-    }
-    return false;
+  bool IsReplacedSoon() const {
+    return Soon([this] { return IsReplaced(); });
+  }
+  /// Holds loads until the result is set.
+  std::shared_ptr<std::atomic<bool>> HoldLoads() const {
+    auto finish = std::make_shared<std::atomic<bool>>(false);
+    plan->whileLoading = [finish] {
+      while (!*finish) std::this_thread::sleep_for(milliseconds(1));
+    };
+    return finish;
   }
 
-  Script script;
-  IAudioCompositor* compositor = nullptr;
-  IMediaStream* output = nullptr;
-
- private:
-  static unsigned char OwnByte(const MEDIA_FRAME* frame) {
-    const auto n = static_cast<std::size_t>(frame->llPTS / 1'000'000);
-    return static_cast<unsigned char>(((n * 7919 * 31 + 3) * 2 + 0x0101) | 0x0101);
-  }
+  std::unique_ptr<Plan> plan;
+  std::unique_ptr<Host> host;
+  Ref<Input> input;
 };
 
-}  // namespace
-
 TEST(PathText, IsUtf8CutAtAWholeCharacter) {
-  char out[zel::kMaxPathBytes + 1];
+  char out[kMaxPathBytes + 1];
   const auto text = [&out](const std::wstring& path) {
-    return std::string(out, zel::PathToUtf8(path.c_str(), out));
+    return std::string(out, PathToUtf8(path.c_str(), out));
   };
   EXPECT_EQ(text(L""), "");
   EXPECT_EQ(text(L"/a\x7F\x80\x7FF\x800\xFFFF"), "/a\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF");
@@ -263,174 +254,192 @@ TEST(PathText, IsUtf8CutAtAWholeCharacter) {
 
 // Run in folders of its own.
 TEST(LoaderWithoutManager, Refuses) {
-  IAudioCompositor* compositor = MakeCompositor();
+  const Host host;
   std::wstring name = L"track.wav";
-  EXPECT_EQ(compositor->AddByFileName(name.data()), E_FAIL);
-  EXPECT_EQ(compositor->AddByFileName(name.data()), E_FAIL) << "the name was not taken";
-  EXPECT_EQ(compositor->AddByFileName(nullptr), E_POINTER);
-  EXPECT_EQ(compositor->Release(), 0u);
+  EXPECT_EQ(host.compositor->AddByFileName(name.data()), E_FAIL);
+  EXPECT_EQ(host.compositor->AddByFileName(name.data()), E_FAIL) << "the name was not taken";
+  EXPECT_EQ(host.compositor->AddByFileName(nullptr), E_POINTER);
 }
 
 TEST_F(LoaderTest, AddsTheFirstAudioStreamOfTheFirstProgram) {
-  ASSERT_EQ(Add(L"\x442\x440\x435\x43A \x1F3B5.flac"), S_OK);
+  plan->programs = plan->audioStreams = 2;
+  const std::wstring name = L"\x442\x440\x435\x43A \x1F3B5.flac";
+  ASSERT_EQ(Add(name), S_OK);
   EXPECT_TRUE(IsReplacedSoon());
-  EXPECT_EQ(script.openedName, L"\x442\x440\x435\x43A \x1F3B5.flac");
-  EXPECT_EQ(script.decodedName, script.openedName);
-  EXPECT_EQ(script.selection.size, 52u);
-  EXPECT_EQ(script.selection.programId, 7u);
-  EXPECT_EQ(script.selection.streamId, 0x70005u);
-  EXPECT_EQ(script.selection.reserved0, 0u);
-  EXPECT_EQ(script.opened, 2) << "the probe and the load";
+  Close();
+  EXPECT_EQ(plan->openedName, name);
+  EXPECT_EQ(plan->decodedName, name);
+  EXPECT_EQ(plan->selection, (Selection{52, 0, 7, 0x70005}));
+  EXPECT_EQ(plan->opened, 2) << "the probe and the load";
+  EXPECT_EQ(plan->released, (Log{"streams", "stream", "program", "programs", "media", "track",
+                                 "name", "decoder", "manager", "track gone", "input gone"}));
 }
 
-TEST_F(LoaderTest, OpensAFileThatIsThereOnlyOnce) {
-  ASSERT_EQ(Add(L"a"), S_OK);
-  ASSERT_TRUE(IsReplacedSoon());
+TEST_F(LoaderTest, TakesANameOnce) {
+  g_refuseThreads = true;
   EXPECT_EQ(Add(L"a"), S_OK);
-  EXPECT_EQ(script.opened, 2);
-  EXPECT_EQ(compositor->Remove(), S_OK);
-  EXPECT_FALSE(IsReplaced());
-  EXPECT_EQ(Add(L"a"), S_OK);
-  EXPECT_TRUE(IsReplacedSoon());
+  g_refuseThreads = false;
+  EXPECT_EQ(Add(L"a"), S_OK) << "taken, though no thread could be made";
+  EXPECT_EQ(plan->opened, 1);
   EXPECT_EQ(Add(L"b"), S_OK);
-  EXPECT_EQ(Add(L"a"), S_OK);
-  Close();  // The last load, too, has opened its file then.
-  EXPECT_EQ(script.opened, 8);
-}
-
-TEST_F(LoaderTest, ARefusedFileKeepsTheSourceBefore) {
-  ASSERT_EQ(Add(L"good"), S_OK);
-  ASSERT_TRUE(IsReplacedSoon());
-  script.opens = false;
-  EXPECT_EQ(Add(L"bad"), E_INVALIDARG);
-  EXPECT_EQ(Add(L"bad"), E_INVALIDARG) << "and its name is not taken";
-  EXPECT_EQ(Add(L"good"), S_OK);
   EXPECT_TRUE(IsReplacedSoon());
+  EXPECT_EQ(host->compositor->Remove(), S_OK);
+  EXPECT_FALSE(IsReplaced());
+  EXPECT_EQ(Add(L"b"), S_OK);
+  EXPECT_TRUE(IsReplacedSoon());
+  plan->opensAtMost = plan->opened;
+  EXPECT_EQ(Add(L"bad"), E_INVALIDARG);
+  EXPECT_EQ(Add(L"bad"), E_INVALIDARG) << "not taken";
+  EXPECT_EQ(Add(L"b"), S_OK);
+  EXPECT_EQ(plan->opened, 7);
+  EXPECT_TRUE(IsReplaced());
 }
 
 TEST_F(LoaderTest, WhateverIsMissingEndsTheLoad) {
-  struct Row {
+  const struct {
     const char* what;
-    void (*set)(Script&);
-    bool reachesDecoder;
+    void (*set)(Plan&);
+    int decoded;
+    Selection selection = {};
+  } rows[] = {
+      {"no file any more", [](Plan& p) { p.opensAtMost = 1; }, 0},
+      {"no program list", [](Plan& p) { p.hasPrograms = false; }, 0},
+      {"no program", [](Plan& p) { p.programs = 0; }, 0},
+      {"no audio stream", [](Plan& p) { p.audioStreams = 0, p.hasStream = false; }, 1},
+      {"no decoder", [](Plan& p) { p.decodes = false; }, 1, {52, 0, 7, 0x70005}},
+      {"no stream", [](Plan& p) { p.hasStream = false; }, 1, {52, 0, 7, 0x70005}},
   };
-  const Row rows[] = {
-      {"no file any more", [](Script& s) { s.opensAtMost = 1; }, false},
-      {"no program list", [](Script& s) { s.hasPrograms = false; }, false},
-      {"no program", [](Script& s) { s.programs = 0; }, false},
-      {"no audio stream", [](Script& s) { s.audioStreams = 0; }, true},
-      {"no decoder", [](Script& s) { s.decodes = false; }, true},
-      {"no stream", [](Script& s) { s.hasStream = false; }, true},
-  };
-  for (const Row& row : rows) {
+  for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
     Close();
-    Script fresh;
-    g_script = &fresh;
-    row.set(fresh);
-    if (fresh.audioStreams == 0) fresh.hasStream = false;
     Open();
+    row.set(*plan);
     EXPECT_EQ(Add(L"x"), S_OK);
-    EXPECT_FALSE(IsReplaced());
     Close();
-    EXPECT_EQ(fresh.opened, 2);
-    EXPECT_EQ(fresh.decoded, row.reachesDecoder ? 1 : 0);
-    EXPECT_TRUE(fresh.argumentsAreRight);
-    EXPECT_EQ(g_live, 0);
-    if (fresh.audioStreams == 0) {
-      const DecoderSelection zero = {};
-      EXPECT_EQ(std::memcmp(&fresh.selection, &zero, sizeof(zero)), 0);
-    }
+    EXPECT_EQ(plan->opened, 2);
+    EXPECT_EQ(plan->decoded, row.decoded);
+    EXPECT_EQ(plan->selection, row.selection);
+    EXPECT_EQ(plan->released.rbegin()[1], "manager");
   }
-  g_script = &script;
 }
 
-TEST_F(LoaderTest, PullsAndSeeksGoOnDuringALoad) {
-  std::atomic<bool> finish = false;
-  script.whileLoading = [&finish] {
-    while (!finish) std::this_thread::sleep_for(milliseconds(1));
-  };
-  compositor->SetDelayTime(0.5);
+TEST_F(LoaderTest, PullsSeeksAndRemoveGoOnDuringALoad) {
+  const auto finish = HoldLoads();
+  host->compositor->SetDelayTime(0.5);
   ASSERT_EQ(Add(L"slow"), S_OK);
-  for (int i = 0; i < 20; ++i) output->Forward();
+  for (int i = 0; i < 20; ++i) host->output->Forward();
   EXPECT_FALSE(IsReplaced());
-  output->Seek(12.25, 4);
-  finish = true;
-  while (Stream::lastSeek != 11.75) std::this_thread::yield();
+  host->compositor->Remove();  // The load goes on.
+  host->output->Seek(12.25, 4);
+  *finish = true;
+  EXPECT_TRUE(Soon([] { return Track::lastSeek == 11.75; }));
   EXPECT_TRUE(IsReplacedSoon());
 }
 
-TEST_F(LoaderTest, ALoadOutlivesRemove) {
+TEST_F(LoaderTest, TheNextLoadANewInputAndTheEndWaitForALoad) {
   std::atomic<bool> finish = false;
-  script.whileLoading = [&finish] {
-    while (!finish) std::this_thread::sleep_for(milliseconds(1));
+  const auto pause = [] { std::this_thread::sleep_for(milliseconds(60)); };
+  plan->whileLoading = [&] {
+    pause();
+    while (plan->decoded == 1 && !finish) std::this_thread::yield();
   };
-  ASSERT_EQ(Add(L"slow"), S_OK);
-  compositor->Remove();
-  finish = true;
-  WaitUntilDecoded();
-  EXPECT_TRUE(IsReplacedSoon());
-}
-
-TEST_F(LoaderTest, DestructionAndTheNextLoadWaitForALoad) {
-  script.whileLoading = [] { std::this_thread::sleep_for(milliseconds(60)); };
   ASSERT_EQ(Add(L"first"), S_OK);
   ASSERT_EQ(Add(L"second"), S_OK);
-  EXPECT_EQ(script.decoded, 1);
-  Close();
-  EXPECT_EQ(script.decoded, 2);
-  EXPECT_EQ(script.decodedName, L"second");
-}
-
-TEST_F(LoaderTest, ManyLoadsLeaveNothingBehind) {
-// Emulated and sanitized, memory is also the emulator's or the sanitizer's.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(__i386__)
-  const int loads = 300;
-  const bool memoryIsOurs = false;
-#else
-  const int loads = 10'000;
-  const bool memoryIsOurs = true;
-#endif
-  std::size_t threads = 0;
-  std::size_t files = 0;
-  std::size_t bytes = 0;
-  std::size_t addresses = 0;
-  for (int i = 0; i < loads; ++i) {
-    ASSERT_EQ(Add(i % 2 != 0 ? L"a" : L"b"), S_OK);
-    if (i == 10) {
-      threads = Entries("/proc/self/task");
-      files = Entries("/proc/self/fd");
-      bytes = BytesInUse();
-      addresses = AddressSpace();
-    }
-  }
-  EXPECT_LE(Entries("/proc/self/task"), threads + 1);
-  EXPECT_EQ(Entries("/proc/self/fd"), files);
-  if (memoryIsOurs) {
-    // Less than a byte and a tenth of a stack per load.
-    EXPECT_LT(BytesInUse(), bytes + loads);
-    EXPECT_LT(AddressSpace(), addresses + loads * std::size_t{800'000});
-  }
-}
-
-TEST_F(LoaderTest, PullingWhileAnotherThreadAddsRemovesDelaysAndSeeks) {
-  std::atomic<bool> stop = false;
-  std::thread other([&] {
-    std::mt19937 random(4);
-    for (int i = 0; !stop; ++i) {
-      Add(i % 3 == 0 ? L"a" : L"b");
-      compositor->SetDelayTime(static_cast<double>(random() % 4) - 2);
-      if (random() % 3 == 0) compositor->Remove();
-      output->Seek(static_cast<double>(random() % 9), 1);
-    }
+  EXPECT_EQ(plan->decoded, 1);
+  input = nullptr;
+  std::thread later([&] {
+    pause();
+    finish = true;
   });
+  EXPECT_EQ(host->compositor->SetInputAudioStream(nullptr), S_FALSE);
+  later.join();
+  EXPECT_EQ(plan->decoded, 2);
+  EXPECT_EQ(plan->decodedName, L"second");
+  EXPECT_EQ(plan->released.rbegin()[1], "input gone");
+  EXPECT_EQ(plan->released.back(), "track gone");
+  ASSERT_EQ(Add(L"third"), S_OK);
+  Close();
+  EXPECT_EQ(plan->decoded, 3);
+}
+
+// A stream may add a file from inside a call, and so may another thread while that call lasts. The
+// load that waits for the call to end must not be waited for.
+TEST_F(LoaderTest, CallsFromInsideAStreamReturn) {
+  std::shared_ptr<std::atomic<bool>> finish;
+  const auto inside = [&] {
+    input->onSample = input->onSeek = nullptr;
+    *finish = true;  // From here on the load of "a" waits for this call.
+    std::thread([&] { EXPECT_EQ(Add(L"b"), S_OK); }).join();
+    EXPECT_EQ(Add(L"c"), S_OK);
+    EXPECT_EQ(host->compositor->AddByMediaStream(input.get()), E_ZEL_STATE);
+    EXPECT_EQ(host->compositor->Remove(), E_ZEL_STATE);
+    EXPECT_EQ(host->compositor->SetInputAudioStream(nullptr), E_ZEL_STATE);
+    EXPECT_EQ(host->output->GetSampleEx(), nullptr);
+    EXPECT_EQ(host->output->Seek(1, 1), -1.0);
+  };
+  for (const bool isSeek : {false, true}) {
+    finish = HoldLoads();
+    ASSERT_EQ(Add(L"a"), S_OK);
+    (isSeek ? input->onSeek : input->onSample) = inside;
+    isSeek ? host->output->Seek(0, 1) : IsReplaced();
+    EXPECT_TRUE(Soon([&] { return plan->LastDecoded() == L"c"; }));
+    EXPECT_TRUE(IsReplacedSoon());
+  }
+}
+
+TEST_F(LoaderTest, TheLoadersThreadMayAddAFileToo) {
+  plan->whileLoading = [this] {
+    if (plan->decoded != 0) return;
+    EXPECT_EQ(Add(L"b"), S_OK);
+    EXPECT_EQ(host->compositor->SetInputAudioStream(nullptr), E_ZEL_STATE);
+  };
+  ASSERT_EQ(Add(L"a"), S_OK);
+  EXPECT_TRUE(Soon([&] { return plan->decoded == 2; }));
+  EXPECT_EQ(plan->decodedName, L"b");
+}
+
+TEST_F(LoaderTest, TheEndInsideAStreamsCallIsAnError) {
+  input->onSample = [this] { *host = {}; };
+  EXPECT_DEATH(host->output->GetSampleEx(), "inside a stream's call");
+}
+
+TEST_F(LoaderTest, PullingWhileOtherThreadsAddRemoveDelayAndSeek) {
+  const auto openFiles = [] {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+  };
+  const auto files = openFiles();
+  std::atomic<bool> stop = false;
+  const auto use = [&](unsigned seed) {
+    std::mt19937 random(seed);
+    while (!stop) {
+      Add(random() % 3 == 0 ? L"a" : L"b");
+      if (seed != 0) continue;  // Two threads may add files at once.
+      host->compositor->SetDelayTime(static_cast<double>(random() % 4) - 2);
+      if (random() % 3 == 0) host->compositor->Remove();
+      if (random() % 3 == 0) host->compositor->AddByMediaStream(MakeComponent<Track>().get());
+      host->output->Seek(static_cast<double>(random() % 9), 1);
+    }
+  };
+  std::thread threads[] = {std::thread(use, 0), std::thread(use, 1)};
   for (int i = 0; i < 2000; ++i) {
-    output->Forward();
-    CZelSample* sample = output->GetSampleEx();
-    ASSERT_NE(sample, nullptr);
-    ASSERT_EQ(sample->GetMediaFrame()->llPTS, i * 1'000'000LL) << "no frame of the input is lost";
+    const MEDIA_FRAME* frame = host->Pull();
+    ASSERT_NE(frame, nullptr);
+    ASSERT_EQ(frame->llPTS, i * 1'000'000LL) << "no frame of the input is lost";
     std::this_thread::yield();
   }
   stop = true;
-  other.join();
+  for (std::thread& thread : threads) thread.join();
+  Close();
+  EXPECT_GT(plan->decoded, 1);
+  EXPECT_EQ(openFiles(), files);
+  EXPECT_EQ(g_threadsMade, g_threadsJoined);
+}
+
+}  // namespace
+}  // namespace zel::test
+
+extern "C" void __real_SysFreeString(wchar_t* text);
+extern "C" void __wrap_SysFreeString(wchar_t* text) {
+  if (zel::test::g_plan != nullptr) zel::test::NoteRelease("name");
+  __real_SysFreeString(text);
 }

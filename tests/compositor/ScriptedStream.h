@@ -1,20 +1,19 @@
-// Streams that play a script and write down every call.
+// A compositor as a host makes it, and streams that play a script and write down every call.
 #pragma once
+
+#include <gtest/gtest.h>
 
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <functional>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "zel/base/Ids.h"
-#include "zel/base/Unknown.h"
-#include "zel/compositor/MediaStream.h"
-#include "zel/mediainfo/StreamInfo.h"
-#include "zel/sample/Sample.h"
+#include "zel/zel.h"
+
+namespace zel::test {
 
 /// One block of a script.
 struct Block {
@@ -27,66 +26,45 @@ struct Block {
   bool hasFrame = true;
   bool hasData = true;
   bool hasSample = true;
+  short value = 0;  ///< Of every sample. 0: none is 0, and all follow from position and seed.
 };
 
 using Log = std::vector<std::string>;
+using Script = std::function<Block(long)>;
 
 inline std::atomic<int> g_liveStreams = 0;
 
-/// A stream whose block at position n is what `script(n)` says; the script's end is `length`. The
-/// bytes of a block follow from its position and `seed`, none of them zero.
-class ScriptedStream : public scombase::CUnknown, public IMediaStream {
+/// A stream whose block at position n is what `script(n)` says, for n below `length`.
+class ScriptedStream : public Component<IMediaStream> {
  public:
-  ScriptedStream(std::string name, Log* log, std::function<Block(long)> script, long length,
-                 int seed = 1)
-      : CUnknown(nullptr),
-        m_name(std::move(name)),
-        m_log(log),
-        m_script(std::move(script)),
-        m_length(length),
-        m_seed(seed) {
-    m_sample = new CZelSample(AV_STREAM_AUDIO, FRAME_DATA_DECODED);
-    m_sample->AddRef();
-    m_frame = new MEDIA_FRAME{};
-    m_sample->FrameAttach(m_frame);
-    m_frame->nStreamType = AV_STREAM_AUDIO;
+  explicit ScriptedStream(std::string name, Log* log = nullptr, Script script = {},
+                          long length = 1000, int seed = 1)
+      : name_(std::move(name)),
+        log_(log),
+        script_(script ? std::move(script) : [](long n) { return Block{.pts = n * 232'200}; }),
+        length_(length),
+        seed_(seed) {
+    frame_->nStreamType = AV_STREAM_AUDIO;
     record.audioInfo = {44100, 2, 24, {}};
     record.type = AV_STREAM_AUDIO;
-    NonDelegatingAddRef();
     ++g_liveStreams;
   }
   ~ScriptedStream() override {
-    m_frame->nStreamType = AV_STREAM_AUDIO;
-    m_frame->audio.pData = nullptr;  // The bytes are the vector's.
-    m_sample->FrameAttach(m_frame);
-    m_sample->Release();
+    Note("gone");
+    sample_->FrameAttach(frame_);
+    frame_->nStreamType = AV_STREAM_AUDIO;
+    frame_->audio.pData = nullptr;  // The bytes are the vector's.
     --g_liveStreams;
   }
 
-  HRESULT NonDelegatingQueryInterface(const _GUID& riid, void** ppv) override {
-    if (ZelIsEqualGUID(riid, IID_IMediaStream)) {
-      return scombase::GetInterface(static_cast<IMediaStream*>(this), ppv);
-    }
-    return CUnknown::NonDelegatingQueryInterface(riid, ppv);
-  }
-  HRESULT QueryInterface(const _GUID& riid, void** ppv) override {
-    return GetOwner()->QueryInterface(riid, ppv);
-  }
-  ULONG AddRef() override { return GetOwner()->AddRef(); }
-  ULONG Release() override { return GetOwner()->Release(); }
-
   HRESULT GetStreamInfo(IStreamInfo** ppInfo) override {
     Note("GetStreamInfo");
-    if (infoResult != S_OK) {
-      if (infoAllTheSame != nullptr) infoAllTheSame->AddRef();
-      *ppInfo = infoAllTheSame;
-      return infoResult;
-    }
-    auto* info = hasRecord ? new CStreamInfo : new CStreamInfo(nullptr, nullptr);
+    if (infoResult == E_FAIL) return E_FAIL;
+    auto info = hasRecord ? MakeComponent<CStreamInfo>()
+                          : Ref<CStreamInfo>::Share(new CStreamInfo(nullptr, nullptr));
     if (hasRecord) info->SetStreamInfo(&record);
-    info->AddRef();
-    *ppInfo = info;
-    return S_OK;
+    *ppInfo = info.Detach();
+    return infoResult;
   }
   HRESULT ChangeStream(int index) override {
     Note("ChangeStream(%d)", index);
@@ -94,84 +72,116 @@ class ScriptedStream : public scombase::CUnknown, public IMediaStream {
   }
   CZelSample* GetSampleEx() override {
     Note("GetSampleEx");
-    if (position < 0 || position >= m_length) return nullptr;
-    const Block block = m_script(position);
+    if (const auto hook = onSample) hook();
+    if (position < 0 || position >= length_) return nullptr;
+    const Block block = script_(position);
     if (!block.hasSample) return nullptr;
-    m_sample->FrameAttach(block.hasFrame ? m_frame : nullptr);
+    sample_->FrameAttach(block.hasFrame ? frame_ : nullptr);
     Fill(block);
-    return m_sample;
+    return sample_.get();
   }
   int Forward() override {
     Note("Forward");
     ++position;
     return 7;
   }
-  int Backward() override { return 0; }
   double Seek(double seconds, int mode) override {
     Note("Seek(%.17g, %d)", seconds, mode);
-    if (onSeek) onSeek();
+    if (const auto hook = onSeek) hook();
     if (seekable) position = seconds > 0 ? static_cast<long>(seconds * 10) : 0;
     return seconds + 0.25;
   }
   HRESULT NotifyStreamMessage(unsigned long msg, long long param, void* p1, void* p2) override {
-    Note("Notify(%lu, %lld, %p, %p)", msg, param, p1, p2);
+    Note("Notify(%lu, %lld, %d, %d)", msg, param, p1 != nullptr, p2 != nullptr);
     return 55;
   }
   CZelSample* GetOriginSampleEx() override {
     Note("GetOriginSampleEx");
-    return m_sample;
+    return sample_.get();
   }
 
-  MEDIA_FRAME& frame() { return *m_frame; }
+  MEDIA_FRAME& frame() { return *frame_; }
 
   StreamInfo record{};
   bool hasRecord = true;
-  HRESULT infoResult = S_OK;
-  IStreamInfo* infoAllTheSame = nullptr;  ///< Given with another result.
+  HRESULT infoResult = S_OK;  ///< Of GetStreamInfo, which gives nothing with E_FAIL.
   std::atomic<long> position = -1;
   bool seekable = true;
-  std::function<void()> onSeek;  // What else happens while the stream seeks.
-  bool quiet = false;            // Writes nothing down, so that nothing is allocated.
+  std::function<void()> onSample, onSeek;  ///< What else happens inside the call.
+  bool quiet = false;                      ///< Writes nothing down, so that nothing is allocated.
 
  private:
   template <class... Args>
   void Note(const char* format, Args... args) {
-    if (quiet || m_log == nullptr) return;
+    if (quiet || log_ == nullptr) return;
     char text[160];
+    const std::string whole = name_ + "." + format;
     if constexpr (sizeof...(args) == 0) {
-      std::snprintf(text, sizeof text, "%s", format);
+      log_->push_back(whole);
     } else {
-      std::snprintf(text, sizeof text, format, args...);
+      std::snprintf(text, sizeof text, whole.c_str(), args...);
+      log_->push_back(text);
     }
-    m_log->push_back(m_name + "." + text);
   }
 
   void Fill(const Block& block) {
-    const std::size_t words = static_cast<std::size_t>(block.bytes > 0 ? block.bytes + 1 : 0) / 2;
-    if (m_words.size() < words) m_words.resize(words);
-    for (std::size_t i = 0; i < words; ++i) {
-      m_words[i] =
-          static_cast<std::uint16_t>(((static_cast<std::size_t>(position) * 7919 + i) * 31 +
-                                      static_cast<std::size_t>(m_seed)) *
-                                         2 +
-                                     0x0101);
-      m_words[i] |= 0x0101;
+    words_.resize(static_cast<std::size_t>(block.bytes > 0 ? block.bytes + 1 : 0) / 2);
+    auto n = static_cast<std::size_t>(position) * 7919;
+    for (short& word : words_) {
+      const auto mixed = static_cast<short>((n++ * 31 + static_cast<std::size_t>(seed_)) * 2);
+      word = block.value != 0 ? block.value : static_cast<short>((mixed + 0x0101) | 0x0101);
     }
-    m_frame->nStreamType = block.streamType;
-    m_frame->nFrameType = FRAME_DATA_ENCODED;
-    m_frame->audio = {
-        block.rate,  block.channels,
-        block.bits,  block.hasData ? reinterpret_cast<unsigned char*>(m_words.data()) : nullptr,
-        block.bytes, block.bytes};
-    m_frame->llPTS = block.pts;
+    frame_->nStreamType = block.streamType;
+    frame_->nFrameType = FRAME_DATA_ENCODED;
+    auto* data = reinterpret_cast<unsigned char*>(words_.data());
+    frame_->audio = {block.rate,  block.channels, block.bits, block.hasData ? data : nullptr,
+                     block.bytes, block.bytes};
+    frame_->llPTS = block.pts;
   }
 
-  std::string m_name;
-  Log* m_log;
-  std::function<Block(long)> m_script;
-  long m_length;
-  int m_seed;
-  CZelSample* m_sample = nullptr;
-  MEDIA_FRAME* m_frame = nullptr;
-  std::vector<std::uint16_t> m_words;
+  std::string name_;
+  Log* log_;
+  Script script_;
+  long length_;
+  int seed_;
+  Ref<CZelSample> sample_ = MakeComponent<CZelSample>(AV_STREAM_AUDIO, FRAME_DATA_DECODED);
+  MEDIA_FRAME* frame_ = new MEDIA_FRAME{};  // The sample's, while it is attached.
+  std::vector<short> words_;
 };
+
+inline ULONG CountOf(IUnknown* object) {
+  object->AddRef();
+  return object->Release();
+}
+
+/// A compositor and its output.
+struct Host {
+  Host() {
+    Ref<IClassFactory> factory;
+    EXPECT_EQ(DllGetClassObject(CLSID_CAudioCompositor, IID_IClassFactory, factory.ReceiveVoid()),
+              S_OK);
+    EXPECT_EQ(factory->CreateInstance(nullptr, IID_IAudioCompositor, compositor.ReceiveVoid()),
+              S_OK);
+    EXPECT_EQ(compositor->GetOutPutAudioStream(output.Receive()), S_OK);
+  }
+  void Close() {
+    output = nullptr;
+    if (!compositor) return;
+    EXPECT_EQ(compositor.Detach()->Release(), 0U);
+  }
+  const MEDIA_FRAME* Pull() const {
+    output->Forward();
+    CZelSample* sample = output->GetSampleEx();
+    return sample != nullptr ? sample->GetMediaFrame() : nullptr;
+  }
+  std::vector<unsigned char> PullBytes() const {
+    const MEDIA_FRAME* frame = Pull();
+    if (frame == nullptr) return {};
+    return {frame->audio.pData, frame->audio.pData + frame->audio.nDataSize};
+  }
+
+  Ref<IAudioCompositor> compositor;
+  Ref<IMediaStream> output;
+};
+
+}  // namespace zel::test

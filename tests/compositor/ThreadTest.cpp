@@ -1,11 +1,11 @@
 // The worker thread, its events and the scoped lock.
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
 #include <functional>
 #include <thread>
 
+#include "tests/compositor/CountedThreads.h"
 #include "zel/compositor/detail/BaseThread.h"
 #include "zel/platform/Types.h"
 
@@ -16,81 +16,64 @@ using std::chrono::milliseconds;
 
 class Worker : public BaseThread {
  public:
-  explicit Worker(std::function<void(Worker&)> body) : m_body(std::move(body)) {}
+  explicit Worker(std::function<void(Worker&)> body) : body_(std::move(body)) {}
   ~Worker() override { Stop(); }
   int svc() override {
-    m_body(*this);
+    body_(*this);
     ++runs;
     return 0;
   }
   using BaseThread::GetState;
   using BaseThread::GetStopEvent;
-  void WaitFor(State state) {
-    while (GetState() != state) std::this_thread::yield();
-  }
   std::atomic<int> runs = 0;
 
  private:
-  std::function<void(Worker&)> m_body;
+  std::function<void(Worker&)> body_;
 };
 
 void UntilStopped(Worker& worker) {
   worker.GetStopEvent()->Wait(kWaitForever);
 }
 
-}  // namespace
-
-TEST(SyncEvent, IsSetAtFirstAndStaysSet) {
+TEST(SyncEvent, IsSetAtFirstStaysSetAndTimesOutNoEarlierThanAsked) {
   SyncEvent event;
-  EXPECT_EQ(event.Wait(0), 0u);
-  EXPECT_EQ(event.Wait(kWaitForever), 0u);
+  EXPECT_EQ(event.Wait(0), 0U);
+  EXPECT_EQ(event.Wait(kWaitForever), 0U);
   event.Clear();
   EXPECT_EQ(event.Wait(0), WAIT_TIMEOUT);
-  event.Set();
-  EXPECT_EQ(event.Wait(0), 0u);
-}
-
-TEST(SyncEvent, TimesOutNoEarlierThanAsked) {
-  SyncEvent event;
-  event.Clear();
   const auto start = Clock::now();
   EXPECT_EQ(event.Wait(50), WAIT_TIMEOUT);
   EXPECT_GE(Clock::now() - start, milliseconds(50));
-}
-
-TEST(SyncEvent, WakesAWaiter) {
-  SyncEvent event;
-  event.Clear();
-  std::thread setter([&event] {
-    std::this_thread::sleep_for(milliseconds(20));
-    event.Set();
-  });
-  EXPECT_EQ(event.Wait(kWaitForever), 0u);
-  setter.join();
+  event.Set();
+  EXPECT_EQ(event.Wait(0), 0U);
 }
 
 TEST(SingleLock, HoldsUntilItsEnd) {
   pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
-  {
+  for (int i = 0; i < 2; ++i) {
     const CSingleLock lock(&mutex);
     EXPECT_NE(pthread_mutex_trylock(&mutex), 0);
   }
-  CSingleLock lock(&mutex);
-  lock.Unlock();
-  EXPECT_EQ(pthread_mutex_trylock(&mutex), 0);
-  pthread_mutex_unlock(&mutex);
 }
 
-TEST(BaseThread, NothingToStopBeforeTheFirstStart) {
+TEST(BaseThread, HasNothingToStopWithoutARun) {
   Worker worker(UntilStopped);
-  EXPECT_EQ(worker.Stop(), 0);
-  EXPECT_EQ(worker.Abort(), 0);
-  EXPECT_EQ(worker.Wait(kWaitForever), 0u);
-  EXPECT_EQ(worker.GetState(), BaseThread::kIdle);
-  EXPECT_EQ(worker.GetStopEvent()->Wait(0), 0u);
+  const auto hasNothingToStop = [&worker] {
+    EXPECT_EQ(worker.Stop(), 0);
+    EXPECT_EQ(worker.Abort(), 0);
+    EXPECT_EQ(worker.Wait(kWaitForever), 0U);
+    EXPECT_EQ(worker.GetState(), BaseThread::kIdle);
+    EXPECT_EQ(worker.GetStopEvent()->Wait(0), 0U);
+  };
+  hasNothingToStop();
+  g_refuseThreads = true;
+  EXPECT_EQ(worker.Start(), 0);
+  g_refuseThreads = false;
+  hasNothingToStop();
+  EXPECT_EQ(worker.Start(), 1) << "the next one can be made";
 }
 
-TEST(BaseThread, RunsOnceAtATime) {
+TEST(BaseThread, RunsOnceAtATimeUntilStopped) {
   Worker worker(UntilStopped);
   ASSERT_EQ(worker.Start(), 1);
   EXPECT_EQ(worker.GetState(), BaseThread::kRunning);
@@ -101,52 +84,44 @@ TEST(BaseThread, RunsOnceAtATime) {
   EXPECT_EQ(worker.runs, 1);
   EXPECT_EQ(worker.GetState(), BaseThread::kFinished);
   EXPECT_EQ(worker.Stop(), 0);
-}
 
-TEST(BaseThread, AbortThenWaitJoins) {
-  Worker worker(UntilStopped);
   ASSERT_EQ(worker.Start(), 1);
   EXPECT_EQ(worker.Abort(), 1);
-  EXPECT_EQ(worker.Wait(kWaitForever), 0u);
-  EXPECT_EQ(worker.runs, 1);
+  EXPECT_EQ(worker.Wait(kWaitForever), 0U);
+  EXPECT_EQ(worker.runs, 2);
 }
 
-// A body that ends before Start has returned once left the object "running" for ever.
-TEST(BaseThread, AShortRunCanBeFollowedByTheNext) {
-  Worker worker([](Worker&) {});
-  for (int run = 1; run <= 200; ++run) {
-    ASSERT_EQ(worker.Start(), 1);
-    worker.WaitFor(BaseThread::kFinished);
-    EXPECT_EQ(worker.Stop(), 0);
-    ASSERT_EQ(worker.runs, run);
-  }
-}
-
-TEST(BaseThread, StopAgainstTheEndOfTheRun) {
-  for (int i = 0; i < 100; ++i) {
+// A body that ended before Start returned once left the object running for ever.
+TEST(BaseThread, AShortRunIsFollowedByTheNextAndEveryThreadIsJoined) {
+  const int made = g_threadsMade;
+  const int joined = g_threadsJoined;
+  {
     Worker worker([](Worker&) {});
-    ASSERT_EQ(worker.Start(), 1);
-    worker.Stop();
-    EXPECT_EQ(worker.runs, 1);
+    for (int run = 1; run <= 100; ++run) {
+      ASSERT_EQ(worker.Start(), 1);
+      if (run % 2 != 0) worker.Stop();  // Against the end of the run.
+      while (worker.GetState() != BaseThread::kFinished) std::this_thread::yield();
+      EXPECT_EQ(worker.Stop(), 0);
+      ASSERT_EQ(worker.runs, run);
+    }
   }
+  EXPECT_EQ(g_threadsMade - made, 100);
+  EXPECT_EQ(g_threadsJoined - joined, 100);
 }
 
-TEST(BaseThread, DestructionWaitsForTheRun) {
-  std::atomic<bool> ended = false;
+TEST(BaseThread, DestructionStopsTheRunAndWaits) {
+  bool ended = false;
   {
     Worker worker([&ended](Worker& self) {
       UntilStopped(self);
       std::this_thread::sleep_for(milliseconds(30));
       ended = true;
     });
+    BaseThread withDefaultBody;
     ASSERT_EQ(worker.Start(), 1);
+    ASSERT_EQ(withDefaultBody.Start(), 1);
   }
   EXPECT_TRUE(ended);
 }
 
-TEST(BaseThread, DefaultBodyRunsUntilStopped) {
-  BaseThread thread;
-  ASSERT_EQ(thread.Start(), 1);
-  EXPECT_EQ(thread.Stop(), 1);
-  ASSERT_EQ(thread.Start(), 1);  // Ended by the destructor.
-}
+}  // namespace

@@ -1,4 +1,11 @@
 // The class factory: how DllGetClassObject turns a class id into objects.
+//
+//   zel::Ref<IClassFactory> factory;
+//   DllGetClassObject(CLSID_CAudioCompositor, IID_IClassFactory, factory.ReceiveVoid());
+//   zel::Ref<IAudioCompositor> compositor;
+//   factory->CreateInstance(nullptr, IID_IAudioCompositor, compositor.ReceiveVoid());
+//
+// Threads: any thread may call anything here at any time.
 #pragma once
 
 #include <new>
@@ -8,7 +15,7 @@
 
 /// One creatable class.
 struct CFactoryTemplate {
-  /// For people; no code reads it.
+  /// Display name. The library does not read it.
   const wchar_t* name;
   const _GUID* classId;
   /// Makes an object with one reference and a result (`*phr`) that is not negative, or returns null
@@ -20,18 +27,19 @@ struct CFactoryTemplate {
 extern "C" ZEL_API const CFactoryTemplate g_Templates[];
 extern "C" ZEL_API const int g_cTemplates;
 
-/// The factory of one row of g_Templates. Any thread may call.
-class CFactory final : public IClassFactory {
+/// The factory of one row of g_Templates. It owns nothing but itself.
+class ZEL_API CFactory final : public IClassFactory {
  public:
   /// Hands out a factory for class `rclsid` in `*ppv`, with one reference. After a failure `*ppv`
   /// is as it was.
   /// @return S_OK; E_NOINTERFACE unless `riid` is IID_IUnknown or IID_IClassFactory;
   ///   CLASS_E_CLASSNOTAVAILABLE; E_POINTER for a null `ppv`; E_OUTOFMEMORY.
   static HRESULT GetClassObject(const _GUID& rclsid, const _GUID& riid, void** ppv);
-  /// There is nothing to register; 0.
+  /// Does nothing. @return S_OK.
   static HRESULT RegisterAll();
+  /// Does nothing. @return S_OK.
   static HRESULT UnregisterAll();
-  /// The library may always be unloaded; 0.
+  /// @return S_OK: the library may be unloaded once its objects are released.
   static HRESULT CanUnloadNow();
 
   /// @param row a row of the table, which must outlive the factory. The count starts at 1.
@@ -39,16 +47,18 @@ class CFactory final : public IClassFactory {
   CFactory(const CFactory&) = delete;
   CFactory& operator=(const CFactory&) = delete;
 
+  /// Answers IID_IUnknown and IID_IClassFactory.
   HRESULT QueryInterface(const _GUID& riid, void** ppv) override;
   ULONG AddRef() override;
   ULONG Release() override;
-  /// After CLASS_E_NOAGGREGATION `*ppv` is as it was. A new object that does not expose `riid` is
-  /// destroyed again.
+  /// Makes an object of the row's class; see IClassFactory. After CLASS_E_NOAGGREGATION `*ppv` is
+  /// as it was. An object that does not expose `riid` is destroyed again.
   HRESULT CreateInstance(IUnknown* pUnkOuter, const _GUID& riid, void** ppv) override;
+  /// Adds 1 to s_cServerLocks, or subtracts 1 when `fLock` is 0. @return S_OK.
   HRESULT LockServer(BOOL fLock) override;
 
-  /// Locks taken less locks given back, for the whole process. No code reads it.
-  ZEL_API static long s_cServerLocks;
+  /// Locks taken less locks given back, for the whole process. The library does not read it.
+  static long s_cServerLocks;
 
  private:
   friend struct zel::Layout<CFactory>;

@@ -9,10 +9,10 @@
 //   zel::Ref<Silence> silence = zel::MakeComponent<Silence>();
 //   compositor->AddByMediaStream(silence.get());
 //
-// The classes that the library exports spell all of this out instead: their layouts and tables are
-// part of the binary interface.
+// The exported classes of the library do not use it: their layouts and tables are part of the
+// binary interface.
 //
-// Threads: references may be taken and given back, and interfaces asked for, on any thread.
+// Threads: any thread may take and give back references and ask for interfaces.
 #pragma once
 
 #include <utility>
@@ -34,7 +34,7 @@ template <>
 struct InterfaceId<IMediaDecoderMgr> {
   static bool Equals(const _GUID& id) { return ZelIsEqualGUID(id, IID_IMediaDecoderMgr); }
 };
-/// It has no id: whoever makes a decoder hands out this face.
+/// A decoder has no id: the manager hands out this face.
 template <>
 struct InterfaceId<IMediaDecoder> {
   static bool Equals(const _GUID&) { return false; }
@@ -45,16 +45,16 @@ struct InterfaceId<IMediaDecoder> {
 template <class I>
 class Implements : public I {};
 
-/// A component that exposes `Interfaces`: reference count, aggregation, interface lookup in the
-/// order in which they are named. Derive from it and implement their operations.
+/// A component that exposes `Interfaces`. It has the reference count, the aggregation and the
+/// interface lookup, in the order in which they are named. Derive from it and implement their
+/// operations.
 template <class... Interfaces>
 class Component : public scombase::CUnknown, public Implements<Interfaces>... {
  public:
   /// @param outer the aggregating object (not referenced), or null for an object of its own.
   explicit Component(IUnknown* outer = nullptr) : CUnknown(outer) {}
 
-  /// @return S_OK with `*ppv` and one reference; E_POINTER for a null `ppv`; else E_NOINTERFACE
-  /// with
+  /// @return S_OK with one reference in `*ppv`; E_POINTER for a null `ppv`; else E_NOINTERFACE with
   ///   `*ppv` null.
   HRESULT NonDelegatingQueryInterface(const _GUID& riid, void** ppv) override {
     if (ppv == nullptr) return E_POINTER;

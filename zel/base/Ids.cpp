@@ -37,8 +37,7 @@ const _GUID IID_IMediaDecoderMgr = {
 
 }  // extern "C"
 
-// Parsed through the platform rather than copied from the constants: a host may replace the
-// platform.
+// Ids are parsed by the platform, which a host may replace, and not copied from the constants.
 #define ZEL_DEFINE_UUIDOF(Interface, text)    \
   template <>                                 \
   _GUID uuidof_class<Interface>::get_guid() { \

@@ -1,7 +1,10 @@
 // The ids of every interface and class that the library implements or asks the platform for.
 //
-// Each id exists twice: as a 16-byte constant for hosts that prefer one, and behind
-// uuidof_class<I>::get_guid(), which parses the id's text form once.
+//   stream->QueryInterface(IID_IMediaStream, face.ReceiveVoid());
+//   stream->QueryInterface(uuidof_class<IMediaStream>::get_guid(), face.ReceiveVoid());  // the
+//   same
+//
+// Threads: any thread.
 #pragma once
 
 #include "zel/base/Interfaces.h"
@@ -30,9 +33,9 @@ ZEL_API extern const _GUID IID_IMediaDecoderMgr;    // BC94D923-DF6C-4502-B142-5
 
 }  // extern "C"
 
-/// The id of interface `I`, one of the twelve above. The first call parses the id's text; any
-/// number of threads may make it at once.
+/// The id of interface `I`, one of the twelve above.
 template <class I>
 struct ZEL_API uuidof_class {
+  /// The first call parses the id's text through the platform. Threads: any number at once.
   static _GUID get_guid();
 };

@@ -1,5 +1,6 @@
-// Names of the interfaces that have an id. Declared here first, with their visibility: what is
-// instantiated over an interface (uuidof_class) is as visible as the interface.
+// Declarations of the interfaces that have an id. They come with their visibility here, because a
+// template that is instantiated over an interface, such as uuidof_class, is as visible as the
+// interface was declared.
 #pragma once
 
 #include "zel/platform/Types.h"

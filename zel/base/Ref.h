@@ -2,8 +2,8 @@
 //
 //   Ref<IMediaStream> stream;
 //   decoder->GetAudioStream(stream.Receive());           // an out-parameter: the reference is ours
-//   auto kept = Ref<IMediaStream>::Share(borrowed);      // borrowed: take a reference of our own
-//   auto file = Ref<IMediaInfo>::Adopt(MakeMediaInfo()); // handed over: take no other one
+//   auto kept = Ref<IMediaStream>::Share(borrowed);      // borrowed: takes a reference of its own
+//   auto file = Ref<IMediaInfo>::Adopt(MakeMediaInfo()); // handed over: takes no other reference
 //
 // Threads: a Ref is used by one thread at a time, like any value; several Refs on one object may be
 // used on several threads.

@@ -1,11 +1,17 @@
 // The base of every component: reference count, aggregation and interface lookup.
 //
-// A concrete class derives first from scombase::CUnknown and then from each interface that it
-// exposes. Its interface faces forward QueryInterface, AddRef and Release to the outer unknown
-// (GetOwner()): the aggregating object, or, for an object of its own, the object's non-delegating
-// face. A new object has a count of 0; its creator takes the first reference.
+// The library's classes derive first from scombase::CUnknown and then from each interface that they
+// expose. Their interface faces forward QueryInterface, AddRef and Release to the outer unknown
+// (GetOwner()). That is the aggregating object, or the object's own non-delegating face. A new
+// object has a count of 0; its creator takes the first reference.
 //
-// Threads: references may be taken and given back on any thread.
+//   auto* info = new CStreamInfo;
+//   info->AddRef();  // zel::MakeComponent<CStreamInfo>() does both
+//   if (scombase::IsEqualObject(info, other)) ...
+//
+// A class of a host's own derives from zel::Component (zel/base/Component.h), which has all this.
+//
+// Threads: any thread may take and give back references and ask for interfaces.
 #pragma once
 
 #include "zel/platform/COMSupport.h"
@@ -13,9 +19,8 @@
 namespace scombase {
 
 /// The three operations of IUnknown that act on the object itself rather than on its outer unknown.
-///
-/// They stand where IUnknown has its own, so that a pointer to this face can be stored and called
-/// as an `IUnknown*`.
+/// They have the places of IUnknown's own, so a pointer to this face can be stored and called as an
+/// `IUnknown*`.
 class ZEL_API INonDelegatingUnknown {
  public:
   virtual HRESULT NonDelegatingQueryInterface(const _GUID& riid, void** ppv) = 0;
@@ -27,9 +32,8 @@ class ZEL_API INonDelegatingUnknown {
 /// Holds the outer unknown and the reference count of a component.
 class ZEL_API CUnknown : public INonDelegatingUnknown {
  public:
-  // Both constructors are out of line on purpose. Seeing the non-delegating face stored as an
-  // IUnknown*, an optimiser may conclude that a later virtual call through it cannot happen and
-  // drop it.
+  // Both constructors are out of line. They store the non-delegating face as an IUnknown*; an
+  // optimiser that sees this may drop later virtual calls through it.
   /// @param pUnkOuter the aggregating object (not referenced), or null for an object of its own.
   explicit CUnknown(IUnknown* pUnkOuter);
   /// @param phr result slot of the creation; left as it is.

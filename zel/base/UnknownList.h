@@ -1,7 +1,14 @@
 // The ordered, reference-counted list of component objects behind IStreamInfos, ISubPicStreamInfos
 // and IProgramInfos.
 //
-// Threads: a list does not lock. Filling it (Add, Clear) must not overlap with any other use of it;
+//   zel::Ref<IStreamInfos> streams;
+//   program->GetAudioStreamInfos(streams.Receive());
+//   for (int i = 0; i < streams->GetCount(); ++i) {
+//     zel::Ref<IStreamInfo> stream;
+//     streams->GetItem(i, stream.Receive());
+//   }
+//
+// Threads: a list does not lock. Add and Clear must not overlap with any other use of it;
 // references may be taken and given back on any thread.
 #pragma once
 
@@ -39,7 +46,7 @@ class ZEL_API CUnknownList : public CUnknown, public IList {
   /// @return its position; -1, with nothing added, for null.
   /// @throws std::bad_alloc with nothing changed.
   int Add(C* item);
-  /// Gives back all items, the last one first. @return S_OK.
+  /// Releases all items, the last one first. @return S_OK.
   HRESULT Clear();
 
  private:

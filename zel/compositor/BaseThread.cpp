@@ -5,20 +5,21 @@
 #include <chrono>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "zel/platform/Types.h"
 
-SyncEvent::SyncEvent() : m_signaled(1), m_manualReset(1) {
-  pthread_mutex_init(&m_mutex, nullptr);
+SyncEvent::SyncEvent() : signaled_(1), manual_reset_(1) {
+  pthread_mutex_init(&mutex_, nullptr);
 }
 
 SyncEvent::~SyncEvent() {
-  pthread_mutex_destroy(&m_mutex);
+  pthread_mutex_destroy(&mutex_);
 }
 
 void SyncEvent::Store(std::int32_t signaled) {
-  const CSingleLock lock(&m_mutex);
-  m_signaled.store(signaled, std::memory_order_release);
+  const CSingleLock lock(&mutex_);
+  signaled_.store(signaled, std::memory_order_release);
 }
 
 void SyncEvent::Set() {
@@ -31,45 +32,41 @@ void SyncEvent::Clear() {
 unsigned SyncEvent::Wait(unsigned timeoutMs) {
   const auto start = std::chrono::steady_clock::now();
   const std::chrono::milliseconds limit(timeoutMs);
-  while (m_signaled.load(std::memory_order_acquire) == 0) {
+  while (signaled_.load(std::memory_order_acquire) == 0) {
     if (timeoutMs == 0) return WAIT_TIMEOUT;
     if (timeoutMs != kWaitForever && std::chrono::steady_clock::now() - start >= limit) {
       return WAIT_TIMEOUT;
     }
     usleep(10'000);
   }
-  if (m_manualReset == 0) Clear();
+  if (manual_reset_ == 0) Clear();
   return 0;
 }
 
-CSingleLock::CSingleLock(pthread_mutex_t* mutex) : m_pMutex(mutex), m_bLocked(1) {
-  pthread_mutex_lock(m_pMutex);
+CSingleLock::CSingleLock(pthread_mutex_t* mutex) : mutex_(mutex), is_locked_(1) {
+  pthread_mutex_lock(mutex_);
 }
 
 CSingleLock::~CSingleLock() {
-  Unlock();
-}
-
-void CSingleLock::Unlock() {
-  if (m_bLocked != 1) return;
-  pthread_mutex_unlock(m_pMutex);
-  m_bLocked = 0;
+  if (is_locked_ != 1) return;
+  pthread_mutex_unlock(mutex_);
+  is_locked_ = 0;
 }
 
 BaseThread::BaseThread() {
   auto stopEvent = std::make_unique<SyncEvent>();
-  m_pExitEvent = new SyncEvent;
-  m_pStopEvent = stopEvent.release();
+  exit_event_ = new SyncEvent;
+  stop_event_ = stopEvent.release();
 }
 
 BaseThread::~BaseThread() {
   Abort();
   Wait(kWaitForever);
   Join();
-  m_nPauseCount = 0;
-  m_state = kIdle;
-  delete m_pStopEvent;
-  delete m_pExitEvent;
+  pause_count_ = 0;
+  state_ = kIdle;
+  delete stop_event_;
+  delete exit_event_;
 }
 
 bool BaseThread::IsActive() const {
@@ -78,70 +75,72 @@ bool BaseThread::IsActive() const {
 }
 
 BaseThread::State BaseThread::GetState() const {
-  return m_state.load(std::memory_order_acquire);
+  return state_.load(std::memory_order_acquire);
 }
 
 SyncEvent* BaseThread::GetStopEvent() {
-  return m_pStopEvent;
+  return stop_event_;
 }
 
 int BaseThread::Start() {
   if (IsActive()) return 0;
-  Join();  // A run that ended by itself has left its thread behind.
-  m_pStopEvent->Clear();
-  m_pExitEvent->Clear();
-
-  // The state comes first: a short run may have ended before pthread_create returns.
-  const State before = m_state.exchange(kRunning);
-  m_nPauseCount = 0;
-  m_pThread = new (std::nothrow) pthread_t{};
-  bool created = false;
-  pthread_attr_t attributes;
-  if (m_pThread != nullptr && pthread_attr_init(&attributes) == 0) {
-    created = pthread_create(m_pThread, &attributes, thread_func, this) == 0;
-    pthread_attr_destroy(&attributes);
-  }
-  if (!created) {
-    delete m_pThread;
-    m_pThread = nullptr;
-    m_pStopEvent->Set();
-    m_pExitEvent->Set();
-    m_state = before;
+  Join();  // A run that ended by itself has left its thread to be joined.
+  stop_event_->Clear();
+  exit_event_->Clear();
+  // Enter the state before creating the thread: a short run may end before pthread_create returns.
+  const State before = state_.exchange(kRunning);
+  pause_count_ = 0;
+  if (!CreateThread()) {
+    stop_event_->Set();
+    exit_event_->Set();
+    state_ = before;
     return 0;
   }
-  usleep(1'000);  // A first chance for the new thread.
+  usleep(1'000);  // Gives the new thread a first chance to run.
   return 1;
+}
+
+bool BaseThread::CreateThread() {
+  thread_ = new (std::nothrow) pthread_t{};
+  pthread_attr_t attributes;
+  bool isCreated = false;
+  if (thread_ != nullptr && pthread_attr_init(&attributes) == 0) {
+    isCreated = pthread_create(thread_, &attributes, thread_func, this) == 0;
+    pthread_attr_destroy(&attributes);
+  }
+  if (!isCreated) delete std::exchange(thread_, nullptr);
+  return isCreated;
 }
 
 void* BaseThread::thread_func(void* arg) {
   if (arg == nullptr) return nullptr;
   auto* self = static_cast<BaseThread*>(arg);
   self->svc();
-  self->m_pExitEvent->Set();
-  self->m_state.store(kFinished, std::memory_order_release);
+  self->exit_event_->Set();
+  self->state_.store(kFinished, std::memory_order_release);
   return nullptr;
 }
 
 int BaseThread::svc() {
   for (;;) {
     while (GetState() == kPaused) usleep(10'000);
-    if (m_pStopEvent == nullptr || m_pStopEvent->Wait(0) == 0) return 0;
+    if (stop_event_ == nullptr || stop_event_->Wait(0) == 0) return 0;
   }
 }
 
 int BaseThread::Abort() {
   if (!IsActive()) return 0;
-  m_pStopEvent->Set();
-  if (m_nPauseCount > 0) {
-    m_nPauseCount = 0;
-    m_state = kRunning;  // Lets a held body see the stop event.
+  stop_event_->Set();
+  if (pause_count_ > 0) {
+    pause_count_ = 0;
+    state_ = kRunning;  // A paused body wakes up and sees the stop event.
   }
   return 1;
 }
 
 unsigned BaseThread::Wait(unsigned timeoutMs) {
   if (!IsActive()) return 0;
-  const unsigned result = m_pExitEvent->Wait(timeoutMs);
+  const unsigned result = exit_event_->Wait(timeoutMs);
   if (result != 0) return result;
   Join();
   return 0;
@@ -150,15 +149,15 @@ unsigned BaseThread::Wait(unsigned timeoutMs) {
 int BaseThread::Stop() {
   if (!IsActive()) return 0;
   Abort();
-  // The run may end between the lines; it is waited for and joined all the same.
-  m_pExitEvent->Wait(kWaitForever);
+  // Not through Wait: the run may have ended by now, and its thread must be joined all the same.
+  exit_event_->Wait(kWaitForever);
   Join();
   return 1;
 }
 
 void BaseThread::Join() {
-  if (m_pThread == nullptr) return;
-  pthread_join(*m_pThread, nullptr);
-  delete m_pThread;
-  m_pThread = nullptr;
+  if (thread_ == nullptr) return;
+  pthread_join(*thread_, nullptr);
+  delete thread_;
+  thread_ = nullptr;
 }

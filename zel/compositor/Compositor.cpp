@@ -1,4 +1,4 @@
-#include <algorithm>
+#include <cassert>
 #include <cwchar>
 #include <limits>
 #include <new>
@@ -9,11 +9,7 @@
 
 namespace {
 
-// Time stamps and durations count 100-ns units.
-constexpr double kUnitsPerSecond = 10'000'000.0;
-
-// What an information object answers by string, cut to the record's array. The object's string is
-// freed.
+// Copies a string of an information object, cut to fit `out`, and frees the object's string.
 template <std::size_t kSize>
 void CopyText(IStreamInfo& info, HRESULT (IStreamInfo::*getter)(wchar_t**), wchar_t (&out)[kSize]) {
   wchar_t* text = nullptr;
@@ -39,13 +35,14 @@ void Describe(IStreamInfo& info, StreamInfo& record) {
   CopyText(info, &IStreamInfo::GetDescription, record.description);
 }
 
-// Truncates like a conversion, and saturates where a conversion would be undefined.
-std::int64_t ToUnits(double seconds) {
-  const double units = seconds * kUnitsPerSecond;
-  constexpr auto kLimit = 9223372036854775808.0;  // 2 to the 63rd
-  if (!(units > -kLimit)) return std::numeric_limits<std::int64_t>::min();
-  if (units >= kLimit) return std::numeric_limits<std::int64_t>::max();
-  return static_cast<std::int64_t>(units);
+// Seconds in 100-ns units, truncated toward zero. Values out of range saturate; the conversion
+// would be undefined.
+std::int64_t ToTicks(double seconds) {
+  const double ticks = seconds * zel::kTicksPerSecond;
+  constexpr auto kLimit = 9223372036854775808.0;  // 2 to the power of 63
+  if (!(ticks > -kLimit)) return std::numeric_limits<std::int64_t>::min();
+  if (ticks >= kLimit) return std::numeric_limits<std::int64_t>::max();
+  return static_cast<std::int64_t>(ticks);
 }
 
 }  // namespace
@@ -55,8 +52,37 @@ CAudioCompositor::CAudioCompositor(IUnknown* pUnkOuter, long* phr) : CUnknown(pU
 }
 
 CAudioCompositor::~CAudioCompositor() {
+  assert(!IsInsideCall() && "the last reference must not be released inside a stream's call");
   Reset();
   pthread_mutex_destroy(&m_mutex);
+}
+
+CAudioCompositor::CallLock::CallLock(CAudioCompositor& compositor)
+    : compositor_(compositor), is_locked_(!compositor.HoldsLock()) {
+  if (!is_locked_) return;
+  const bool isLoader = compositor_.m_loader == std::this_thread::get_id();
+  if (isLoader) compositor_.m_bLoaderWaits = true;
+  pthread_mutex_lock(&compositor_.m_mutex);
+  if (isLoader) compositor_.m_bLoaderWaits = false;
+  compositor_.m_lockHolder.store(std::this_thread::get_id(), std::memory_order_relaxed);
+}
+
+CAudioCompositor::CallLock::~CallLock() {
+  if (!is_locked_) return;
+  compositor_.m_lockHolder.store({}, std::memory_order_relaxed);
+  pthread_mutex_unlock(&compositor_.m_mutex);
+}
+
+// Tells whether the calling thread holds m_mutex, so that a stream has called back. A relaxed load
+// does: the thread can find its own id only where it has stored it itself.
+bool CAudioCompositor::HoldsLock() const {
+  return m_lockHolder.load(std::memory_order_relaxed) == std::this_thread::get_id();
+}
+
+// Tells whether the calling thread must not wait for the loader: it may be what the loader waits
+// for, or the loader itself.
+bool CAudioCompositor::IsInsideCall() const {
+  return HoldsLock() || m_loader == std::this_thread::get_id();
 }
 
 HRESULT CAudioCompositor::NonDelegatingQueryInterface(const _GUID& riid, void** ppv) {
@@ -83,22 +109,18 @@ ULONG CAudioCompositor::Release() {
 }
 
 HRESULT CAudioCompositor::SetInputAudioStream(IMediaStream* pInput) {
+  if (IsInsideCall()) return E_ZEL_STATE;
+  if (pInput == static_cast<IMediaStream*>(this)) return E_INVALIDARG;
   Reset();
   if (pInput == nullptr) return S_FALSE;
-  m_pInput = pInput;
-  m_pInput->AddRef();
+  m_pInput = zel::Ref<IMediaStream>::Share(pInput);
 
-  IStreamInfo* info = nullptr;
-  const HRESULT described = m_pInput->GetStreamInfo(&info);
-  if (info == nullptr) return S_FALSE;
-  if (described != S_OK) {
-    info->Release();
-    return S_FALSE;
-  }
+  zel::Ref<IStreamInfo> info;
+  if (m_pInput->GetStreamInfo(info.Receive()) != S_OK || !info) return S_FALSE;
   m_pOutInfo.reset(new (std::nothrow) StreamInfo{});
-  if (m_pOutInfo != nullptr) Describe(*info, *m_pOutInfo);
-  info->Release();
-  return m_pOutInfo != nullptr ? S_OK : E_OUTOFMEMORY;
+  if (m_pOutInfo == nullptr) return E_OUTOFMEMORY;
+  Describe(*info, *m_pOutInfo);
+  return S_OK;
 }
 
 HRESULT CAudioCompositor::GetOutPutAudioStream(IMediaStream** ppOutput) {
@@ -107,42 +129,45 @@ HRESULT CAudioCompositor::GetOutPutAudioStream(IMediaStream** ppOutput) {
 }
 
 HRESULT CAudioCompositor::AddByMediaStream(IMediaStream* pSource) {
-  if (pSource == nullptr) return E_INVALIDARG;
-  IStreamInfo* info = nullptr;
-  pSource->GetStreamInfo(&info);
-  if (info == nullptr) return E_INVALIDARG;
-  const AudioInfo* audio = info->GetAudioInfo();
-  const bool hasSound = audio != nullptr && audio->channels > 0;
-  info->Release();
-  if (!hasSound) return E_INVALIDARG;
-
-  // A source that comes during playback starts where the input is. The seek may take long, so the
-  // first is made without the lock, which a pull needs; a frame delivered meanwhile makes a second
-  // one necessary.
-  const auto seekToPosition = [&](std::int64_t position) {
-    if (position < 0) return;
-    pSource->Seek(static_cast<double>(position) / kUnitsPerSecond - m_dDelay, 1);
-  };
-  seekToPosition(m_llPosition.exchange(-1));
-
-  const CSingleLock lock(&m_mutex);
+  if (pSource == nullptr || pSource == static_cast<IMediaStream*>(this)) return E_INVALIDARG;
+  if (HoldsLock()) return E_ZEL_STATE;
+  {
+    zel::Ref<IStreamInfo> info;
+    pSource->GetStreamInfo(info.Receive());
+    const AudioInfo* audio = info ? info->GetAudioInfo() : nullptr;
+    if (audio == nullptr || audio->channels <= 0) return E_INVALIDARG;
+  }
+  // Seek before taking the lock that a pull needs: a seek may take long. Seek again under the lock
+  // if a frame was delivered meanwhile.
+  SeekNewSource(*pSource, m_llPosition.exchange(-1));
+  const CallLock lock(*this);
   DropSource();
-  m_pSource = pSource;
-  m_pSource->AddRef();
-  seekToPosition(m_llPosition);
+  m_pSource = zel::Ref<IMediaStream>::Share(pSource);
+  SeekNewSource(*pSource, m_llPosition);
   return S_OK;
+}
+
+// Moves a source that is added during playback to the input's position, in 100-ns units; negative:
+// none.
+void CAudioCompositor::SeekNewSource(IMediaStream& source, std::int64_t position) const {
+  if (position < 0) return;
+  source.Seek(static_cast<double>(position) / zel::kTicksPerSecond - m_dDelay, 1);
 }
 
 HRESULT CAudioCompositor::Remove() {
-  const CSingleLock lock(&m_mutex);
-  m_fileName.clear();
+  const CallLock lock(*this);
+  if (!lock) return E_ZEL_STATE;
+  {
+    const std::lock_guard guard(m_fileGuard);
+    m_fileName.clear();
+  }
   DropSource();
   return S_OK;
 }
 
-// The second source and what was made of it. REQUIRES: m_mutex is held, or nobody else can hold it.
+// Drops the second source and the sound made of it. REQUIRES: m_mutex is held, or no other thread
+// can call.
 void CAudioCompositor::DropSource() {
-  if (m_pSource != nullptr) m_pSource->Release();
   m_pSource = nullptr;
   m_pConverter.reset();
   m_setAside.Clear();
@@ -150,7 +175,7 @@ void CAudioCompositor::DropSource() {
 
 HRESULT CAudioCompositor::SetDelayTime(double seconds) {
   m_dDelay = seconds;
-  m_bReposition = true;  // After the delay: who sees the wish sees the delay that it is about.
+  m_bReposition = true;  // Last: a pull that sees the request must see this delay.
   return S_OK;
 }
 
@@ -163,31 +188,31 @@ HRESULT CAudioCompositor::GetStreamInfo(IStreamInfo** ppInfo) {
   if (m_pOutInfo == nullptr) return S_FALSE;
   *ppInfo = nullptr;
   try {
-    auto info = std::make_unique<CStreamInfo>();
+    auto info = zel::MakeComponent<CStreamInfo>();
     info->SetStreamInfo(m_pOutInfo.get());
-    return scombase::GetInterface(static_cast<IStreamInfo*>(info.release()),
-                                  reinterpret_cast<void**>(ppInfo));
+    *ppInfo = info.Detach();
+    return S_OK;
   } catch (const std::bad_alloc&) {
     return E_OUTOFMEMORY;
   }
 }
 
 HRESULT CAudioCompositor::ChangeStream(int index) {
-  return m_pInput != nullptr ? m_pInput->ChangeStream(index) : S_FALSE;
+  return m_pInput ? m_pInput->ChangeStream(index) : S_FALSE;
 }
 
 double CAudioCompositor::Seek(double seconds, int mode) {
-  const CSingleLock lock(&m_mutex);
-  if (m_pInput == nullptr) return -1.0;
+  const CallLock lock(*this);
+  if (!lock || !m_pInput) return -1.0;
   ClearBuffered();
-  if (m_pSource != nullptr) m_pSource->Seek(seconds - m_dDelay, mode);
-  // For the source that a load under way will add.
-  if (GetState() == kRunning) m_llPosition = ToUnits(seconds);
+  if (m_pSource) m_pSource->Seek(seconds - m_dDelay, mode);
+  // The file being loaded will be added at this position.
+  if (GetState() == kRunning) m_llPosition = ToTicks(seconds);
   return m_pInput->Seek(seconds, mode);
 }
 
 int CAudioCompositor::Forward() {
-  return m_pInput != nullptr ? m_pInput->Forward() : -1;
+  return m_pInput ? m_pInput->Forward() : -1;
 }
 
 int CAudioCompositor::Backward() {
@@ -196,27 +221,24 @@ int CAudioCompositor::Backward() {
 
 HRESULT CAudioCompositor::NotifyStreamMessage(unsigned long msg, long long param, void* p1,
                                               void* p2) {
-  if (m_pInput == nullptr) return S_FALSE;
+  if (!m_pInput) return S_FALSE;
   // Every stage of a chain raises the parameter of message 1 by one.
   const auto passed = static_cast<unsigned long long>(param) + (msg == 1 ? 1 : 0);
   return m_pInput->NotifyStreamMessage(msg, static_cast<long long>(passed), p1, p2);
 }
 
 CZelSample* CAudioCompositor::GetOriginSampleEx() {
-  return m_pInput != nullptr ? m_pInput->GetOriginSampleEx() : nullptr;
+  return m_pInput ? m_pInput->GetOriginSampleEx() : nullptr;
 }
 
-// Drops all that a host has given, a load under way included. Position, delay and file name stay.
+// Drops the input, the sources and all that was made of them, once a load under way has ended.
+// Position, delay and file name stay.
 void CAudioCompositor::Reset() {
   Stop();
-  if (m_pInput != nullptr) m_pInput->Release();
   m_pInput = nullptr;
   DropSource();
   m_pOutInfo.reset();
-  if (m_pOutSample != nullptr) {
-    m_pOutSample->FrameAttach(nullptr);  // The frame is the input's; a sample frees what it holds.
-    delete m_pOutSample;
-    m_pOutSample = nullptr;
-  }
+  if (m_pOutSample != nullptr) m_pOutSample->FrameAttach(nullptr);  // The frame is the input's.
+  m_pOutSample.reset();
   m_setAside.Free();
 }

@@ -1,21 +1,26 @@
 // The pull path: frames of the input with the second source's sound.
 #include <cstdint>
 #include <cstring>
-#include <functional>
 #include <memory>
 #include <new>
+#include <span>
 #include <utility>
 
 #include "zel/compositor/detail/CompositorImpl.h"
 
 namespace {
 
-constexpr double kUnitsPerSecond = 10'000'000.0;
 constexpr std::size_t kSampleBytes = 2;
 
-// Room for about 20 s of 6-channel sound at 8 kHz, or 5 s of stereo at 96 kHz; grows when blocks
-// are longer.
+// Room for about 20 s of 6-channel sound at 8 kHz, or 5 s of stereo at 96 kHz. The queue grows when
+// blocks are longer.
 constexpr int kConverterCapacity = 0x100000;
+
+// The sample bytes of an audio frame; none when it has no data or a negative size.
+std::span<unsigned char> BytesOf(MEDIA_FRAME& frame) {
+  if (frame.audio.pData == nullptr || frame.audio.nDataSize <= 0) return {};
+  return {frame.audio.pData, static_cast<std::size_t>(frame.audio.nDataSize)};
+}
 
 bool HasSound(const MEDIA_FRAME& frame) {
   return frame.nStreamType != AV_STREAM_VIDEO && frame.audio.nDataSize > 0 &&
@@ -23,14 +28,23 @@ bool HasSound(const MEDIA_FRAME& frame) {
 }
 
 void Silence(MEDIA_FRAME& frame) {
-  std::memset(frame.audio.pData, 0, static_cast<std::size_t>(frame.audio.nDataSize));
+  const std::span<unsigned char> bytes = BytesOf(frame);
+  if (!bytes.empty()) std::memset(bytes.data(), 0, bytes.size());
 }
 
-// True when a source hands out (parts of) the very bytes that are about to be replaced.
-bool Overlaps(const MEDIA_FRAME& a, const MEDIA_FRAME& b) {
-  const std::less<const unsigned char*> before;
-  return before(a.audio.pData, b.audio.pData + b.audio.nDataSize) &&
-         before(b.audio.pData, a.audio.pData + a.audio.nDataSize);
+MEDIA_FRAME* CurrentFrame(IMediaStream& stream) {
+  CZelSample* sample = stream.GetSampleEx();
+  return sample != nullptr ? sample->GetMediaFrame() : nullptr;
+}
+
+bool IsPcm16(const MEDIA_FRAME& block) {
+  const int width = block.audio.nBitsPerSample / 8;
+  return HasSound(block) && (width == 2 || width == 0);  // 0: the stream does not say.
+}
+
+bool IsConvertible(const MEDIA_FRAME& block, const AudioInfo& output) {
+  return block.nStreamType != AV_STREAM_VIDEO && block.audio.nChannels > 0 &&
+         block.audio.nSampleRate > 0 && output.channels > 0 && output.sampleRate > 0;
 }
 
 }  // namespace
@@ -38,7 +52,7 @@ bool Overlaps(const MEDIA_FRAME& a, const MEDIA_FRAME& b) {
 CZelSample* CAudioCompositor::GetSampleEx() {
   try {
     if (m_pOutSample == nullptr) {
-      m_pOutSample = new CZelSample(AV_STREAM_AUDIO, FRAME_DATA_DECODED);
+      m_pOutSample = std::make_unique<CZelSample>(AV_STREAM_AUDIO, FRAME_DATA_DECODED);
     }
   } catch (const std::bad_alloc&) {
     return nullptr;
@@ -47,98 +61,94 @@ CZelSample* CAudioCompositor::GetSampleEx() {
   if (frame == nullptr) return nullptr;
   frame->nFrameType = FRAME_DATA_DECODED;
   m_pOutSample->FrameAttach(frame);
-  return m_pOutSample;
+  return m_pOutSample.get();
 }
 
 MEDIA_FRAME* CAudioCompositor::GetSample() {
-  const CSingleLock lock(&m_mutex);
-  if (m_pInput == nullptr || m_pOutInfo == nullptr) return nullptr;
-  CZelSample* sample = m_pInput->GetSampleEx();
-  if (sample == nullptr) return nullptr;
-  MEDIA_FRAME* frame = sample->GetMediaFrame();
+  const CallLock lock(*this);
+  if (!lock || !m_pInput || m_pOutInfo == nullptr) return nullptr;
+  MEDIA_FRAME* frame = CurrentFrame(*m_pInput);
   if (frame == nullptr || !HasSound(*frame)) return nullptr;
-
-  const double frameTime = static_cast<double>(frame->llPTS) / kUnitsPerSecond;
   try {
-    ReplaceSound(*frame, frameTime);
+    ReplaceSound(*frame);
   } catch (const std::bad_alloc&) {
-    // No exception leaves an interface; a frame without its sound is better than none.
+    // No exception leaves an interface. A silent frame is better than none.
     Silence(*frame);
   }
   m_llPosition = frame->llPTS;
   return frame;
 }
 
-// Fills the frame: with silence, from the buffer, or, after as many blocks of the source as it
-// takes, from the buffer. Without a source it stays as it is.
-void CAudioCompositor::ReplaceSound(MEDIA_FRAME& frame, double frameTime) {
-  const auto wanted = [&] { return static_cast<std::size_t>(frame.audio.nDataSize); };
+// Replaces the frame's bytes: with silence before the delay, else with the second source's sound.
+// Without a source the frame stays as it is.
+void CAudioCompositor::ReplaceSound(MEDIA_FRAME& frame) {
+  const double frameTime = static_cast<double>(frame.llPTS) / zel::kTicksPerSecond;
   if (frameTime - m_dDelay < 0) {
     Silence(frame);
     return;
   }
-  if (!m_bReposition && Buffered() > wanted()) {
-    Take(frame.audio.pData, wanted());
-    return;
-  }
-  if (m_pSource == nullptr) return;
-
-  do {
-    // The wish is taken back before the delay is read: a delay set in between makes a wish of its
-    // own.
-    if (m_bReposition.exchange(false)) {
-      m_pSource->Seek(frameTime - m_dDelay, 1);
-      ClearBuffered();
-    } else {
-      m_pSource->Forward();
-    }
-    CZelSample* sample = m_pSource->GetSampleEx();
-    const MEDIA_FRAME* sourceFrame = sample != nullptr ? sample->GetMediaFrame() : nullptr;
-    if (sourceFrame == nullptr) {
-      Silence(frame);
-      return;
-    }
-    if (HasSound(*sourceFrame) && Overlaps(*sourceFrame, frame)) Silence(frame);
-    if (!Refill(*sourceFrame)) {
-      Silence(frame);
-      return;
-    }
-  } while (Buffered() < wanted());
-  Take(frame.audio.pData, wanted());
+  const bool isReady = !m_bReposition && Buffered() > BytesOf(frame).size();
+  if (!isReady && !ReadSource(frame, frameTime)) return;
+  const std::span<unsigned char> bytes = BytesOf(frame);
+  Take(bytes.data(), bytes.size());
 }
 
-// Converts a block of the source. An empty one is no end of the source.
-// @return false for a block that cannot be converted: no 16-bit PCM, or no rate or channels to go
-// by.
-bool CAudioCompositor::Refill(const MEDIA_FRAME& sourceFrame) {
-  const MEDIA_FRAME_AUDIO& audio = sourceFrame.audio;
-  const bool knownFormat = sourceFrame.nStreamType != AV_STREAM_VIDEO && audio.nChannels > 0 &&
-                           audio.nSampleRate > 0 && m_pOutInfo->audioInfo.channels > 0 &&
-                           m_pOutInfo->audioInfo.sampleRate > 0;
-  const bool empty = audio.nDataSize == 0;
-  if (!knownFormat) return empty;
-  // A width of less than a byte stands for "not given".
-  const int width = audio.nBitsPerSample / 8 == 0 ? 2 : audio.nBitsPerSample / 8;
-  if (!empty && (width != 2 || !HasSound(sourceFrame))) return false;
-  ConverterFor(audio.nChannels, audio.nSampleRate)
-      .Put(reinterpret_cast<const short*>(audio.pData), audio.nDataSize / width);
+// Reads blocks of the source until a frame's worth waits for delivery.
+// @return false when there is no source or no more sound; the frame's bytes are final then.
+bool CAudioCompositor::ReadSource(MEDIA_FRAME& frame, double frameTime) {
+  if (!m_pSource) return false;
+  do {
+    AdvanceSource(frameTime);
+    // Clear the frame before asking the source: it may write its sound into these very bytes.
+    Silence(frame);
+    const MEDIA_FRAME* block = CurrentFrame(*m_pSource);
+    if (block == nullptr) return false;
+    if (!Convert(*block)) {
+      Silence(frame);
+      return false;
+    }
+  } while (Buffered() < BytesOf(frame).size());
   return true;
 }
 
-// The converter from a source's format to the output's; kept while the source's format stays.
+// Moves the source on by one block, or to the frame's time if SetDelayTime was called.
+void CAudioCompositor::AdvanceSource(double frameTime) {
+  // Clear the request before reading the delay: a concurrent SetDelayTime raises it again.
+  if (!m_bReposition.exchange(false)) {
+    m_pSource->Forward();
+    return;
+  }
+  m_pSource->Seek(frameTime - m_dDelay, 1);
+  ClearBuffered();
+}
+
+// Puts a block of the source into the converter. An empty block adds nothing and is no error.
+// @return false when the block cannot be converted: not 16-bit PCM, or without rate or channels.
+bool CAudioCompositor::Convert(const MEDIA_FRAME& block) {
+  const MEDIA_FRAME_AUDIO& audio = block.audio;
+  const bool isEmpty = audio.nDataSize == 0;
+  if (!isEmpty && !IsPcm16(block)) return false;
+  if (!IsConvertible(block, m_pOutInfo->audioInfo)) return isEmpty;
+  ConverterFor(audio.nChannels, audio.nSampleRate)
+      .Put(reinterpret_cast<const short*>(audio.pData),
+           audio.nDataSize / static_cast<int>(kSampleBytes));
+  return true;
+}
+
+// The converter from a source's format to the output's. It is kept while the source's format stays.
 CAudioConverter& CAudioCompositor::ConverterFor(int channels, int sampleRate) {
   if (m_pConverter == nullptr || m_pConverter->GetInputChannels() != channels ||
       m_pConverter->GetInputSampleRate() != sampleRate) {
     const AudioInfo& out = m_pOutInfo->audioInfo;
     auto converter = std::make_unique<CAudioConverter>(channels, out.channels, sampleRate,
                                                        out.sampleRate, kConverterCapacity);
-    Drain();  // What the one before has converted is still to be delivered.
+    Drain();  // The sound that the old converter holds is delivered first.
     m_pConverter = std::move(converter);
   }
   return *m_pConverter;
 }
 
-// Bytes that wait for delivery: those set aside, then the converter's queue.
+// Bytes that wait for delivery: first those set aside, then the converter's queue.
 std::size_t CAudioCompositor::Buffered() const {
   std::size_t bytes = m_setAside.size();
   if (m_pConverter != nullptr) {
@@ -147,7 +157,7 @@ std::size_t CAudioCompositor::Buffered() const {
   return bytes;
 }
 
-// Forgets what waits; the converter goes on from the source's last samples.
+// Drops the sound that waits for delivery. The converter goes on from the source's last samples.
 void CAudioCompositor::ClearBuffered() {
   m_setAside.Clear();
   if (m_pConverter != nullptr) m_pConverter->Reset();
@@ -155,9 +165,9 @@ void CAudioCompositor::ClearBuffered() {
 
 // Delivers the oldest `count` bytes. REQUIRES: count <= Buffered().
 void CAudioCompositor::Take(unsigned char* out, std::size_t count) {
-  const bool wholeSamples =
+  const bool isWholeSamples =
       count % kSampleBytes == 0 && reinterpret_cast<std::uintptr_t>(out) % alignof(short) == 0;
-  if (m_setAside.size() == 0 && wholeSamples) {
+  if (m_setAside.size() == 0 && isWholeSamples && m_pConverter != nullptr) {
     m_pConverter->Get(reinterpret_cast<short*>(out), static_cast<int>(count / kSampleBytes));
     return;
   }
@@ -169,7 +179,6 @@ void CAudioCompositor::Take(unsigned char* out, std::size_t count) {
 void CAudioCompositor::Drain() {
   const int ready = m_pConverter != nullptr ? m_pConverter->GetValidSize() : 0;
   if (ready == 0) return;
-  const std::size_t bytes = static_cast<std::size_t>(ready) * kSampleBytes;
-  m_pConverter->Get(reinterpret_cast<short*>(m_setAside.Reserve(bytes)), ready);
-  m_setAside.Commit(bytes);
+  m_pConverter->Get(m_setAside.Reserve(static_cast<std::size_t>(ready)), ready);
+  m_setAside.Commit();
 }

@@ -1,8 +1,10 @@
 // Loading of a second source by its file name, on the compositor's own thread.
 #include <dlfcn.h>
+#include <unistd.h>
 
 #include <cwchar>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <utility>
 
@@ -18,12 +20,12 @@ namespace {
 
 using zel::Ref;
 
-// What the compositor tells the decoder manager of its kind of use.
+// The kind of use that the compositor passes to the decoder manager.
 constexpr int kDecoderUse = 11;
 
-// The manager of the component support library in the application's folder, which is another file
-// than the one that this library is linked to. It stays loaded: its components may outlive every
-// object here.
+// Makes the decoder manager of the component support library in the application's folder, which may
+// be another file than the one that this library is linked to. The library stays loaded: its
+// components may outlive every object here.
 Ref<IMediaDecoderMgr> CreateDecoderManager() {
   constexpr int kCapacity = 512;
   constexpr wchar_t kLibrary[] = L"/libCOMSupport.dylib";
@@ -34,7 +36,7 @@ Ref<IMediaDecoderMgr> CreateDecoderManager() {
   zel::PathToUtf8(path, utf8);
 
   Ref<IMediaDecoderMgr> manager;
-  // Nothing is asked of the mode, but glibc refuses 0, which elsewhere is RTLD_LAZY.
+  // The mode does not matter, but glibc refuses 0.
   void* library = dlopen(utf8, RTLD_LAZY);
   if (library == nullptr) return manager;
   const auto create =
@@ -44,8 +46,8 @@ Ref<IMediaDecoderMgr> CreateDecoderManager() {
   return manager;
 }
 
-// The file's first program and its first audio stream. Without an audio stream the selection stays
-// empty.
+// Selects the first audio stream of the file's first program. The selection stays empty if that has
+// no audio stream.
 // @return false when the file has no program.
 bool SelectFirstAudio(IMediaInfo& media, DecoderSelection& selection) {
   Ref<IProgramInfos> programs;
@@ -54,11 +56,10 @@ bool SelectFirstAudio(IMediaInfo& media, DecoderSelection& selection) {
   Ref<IProgramInfo> program;
   programs->GetItem(0, program.Receive());
   if (!program) return false;
-  Ref<IStreamInfos> streams;
-  program->GetAudioStreamInfos(streams.Receive());
-  if (!streams || streams->GetCount() <= 0) return true;
   Ref<IStreamInfo> stream;
-  streams->GetItem(0, stream.Receive());
+  Ref<IStreamInfos> streams;  // Last, so that the list is released before the stream.
+  program->GetAudioStreamInfos(streams.Receive());
+  if (streams && streams->GetCount() > 0) streams->GetItem(0, stream.Receive());
   if (!stream) return true;
   selection.size = sizeof(selection);
   selection.programId = program->GetID();
@@ -66,53 +67,105 @@ bool SelectFirstAudio(IMediaInfo& media, DecoderSelection& selection) {
   return true;
 }
 
+// @return S_OK when the file can be opened; E_FAIL without a decoder manager; E_INVALIDARG.
+HRESULT Probe(const wchar_t* fileName) {
+  const Ref<IMediaDecoderMgr> manager = CreateDecoderManager();
+  if (!manager) return E_FAIL;
+  Ref<IMediaInfo> media;
+  manager->OpenMediaInfo(fileName, kDecoderUse, media.Receive());
+  return media ? S_OK : E_INVALIDARG;
+}
+
+// Opens the first audio stream of a file; null when anything is missing.
+Ref<IMediaDecoder> OpenFirstAudio(IMediaDecoderMgr& manager, const wchar_t* fileName) {
+  DecoderSelection selection = {};
+  {
+    Ref<IMediaInfo> media;
+    manager.OpenMediaInfo(fileName, kDecoderUse, media.Receive());
+    if (!media || !SelectFirstAudio(*media, selection)) return nullptr;
+  }
+  Ref<IMediaDecoder> decoder;
+  manager.CreateDecoder(fileName, 0, &selection, kDecoderUse, decoder.Receive());
+  return decoder;
+}
+
 }  // namespace
 
 HRESULT CAudioCompositor::AddByFileName(wchar_t* fileName) {
   if (fileName == nullptr) return E_POINTER;
-  {
-    const CSingleLock lock(&m_mutex);
-    if (m_fileName == fileName) return S_OK;
-  }
-  {
-    const Ref<IMediaDecoderMgr> manager = CreateDecoderManager();
-    if (!manager) return E_FAIL;
-    Ref<IMediaInfo> probed;
-    manager->OpenMediaInfo(fileName, kDecoderUse, probed.Receive());
-    if (!probed) return E_INVALIDARG;
-  }
-  // The load has a copy of its own: Remove may empty the other one before the thread has begun.
-  BstrPtr loading(SysAllocString(fileName), SysFreeString);
-  if (loading == nullptr) return E_OUTOFMEMORY;
+  if (IsCurrentFile(fileName)) return S_OK;
+  const HRESULT probed = Probe(fileName);
+  if (probed != S_OK) return probed;
+  // The loader gets a copy of its own: Remove may empty m_fileName before the load begins.
+  BstrPtr name(SysAllocString(fileName), SysFreeString);
+  if (name == nullptr) return E_OUTOFMEMORY;
+  bool isLoading = false;
   try {
-    const CSingleLock lock(&m_mutex);
+    const std::lock_guard guard(m_fileGuard);
     m_fileName = fileName;
+    m_pNextFile = std::move(name);
+    isLoading = std::exchange(m_bLoading, true);
   } catch (const std::bad_alloc&) {
     return E_OUTOFMEMORY;
   }
-  Stop();
-  m_pLoading = std::move(loading);
-  Start();
+  if (isLoading) {
+    WaitForLoader();
+  } else {
+    StartLoader();
+  }
   return S_OK;
 }
 
-int CAudioCompositor::svc() {
-  const BstrPtr name = std::move(m_pLoading);
-  if (name == nullptr) return 0;
-  const Ref<IMediaDecoderMgr> manager = CreateDecoderManager();
-  if (!manager) return 0;
+bool CAudioCompositor::IsCurrentFile(const wchar_t* fileName) {
+  const std::lock_guard guard(m_fileGuard);
+  return m_fileName == fileName;
+}
 
-  DecoderSelection selection = {};
-  {
-    Ref<IMediaInfo> media;
-    manager->OpenMediaInfo(name.get(), kDecoderUse, media.Receive());
-    if (!media || !SelectFirstAudio(*media, selection)) return 0;
-  }
-  Ref<IMediaDecoder> decoder;
-  manager->CreateDecoder(name.get(), 0, &selection, kDecoderUse, decoder.Receive());
-  if (!decoder) return 0;
-  Ref<IMediaStream> stream;
-  decoder->GetAudioStream(stream.Receive());
-  if (stream) AddByMediaStream(stream.get());
+// Starts a thread for m_pNextFile. Without a thread the name is dropped and nothing is loaded.
+void CAudioCompositor::StartLoader() {
+  const std::lock_guard starting(m_startGuard);
+  Stop();  // Joins the thread of the load before, which is about to end.
+  if (Start() == 1) return;
+  const std::lock_guard guard(m_fileGuard);
+  m_bLoading = false;
+  m_pNextFile.reset();
+}
+
+// Waits until the loader has finished the file before and taken the next one. Does not wait while
+// the loader itself waits for a pull, which may be blocked or may be the caller.
+void CAudioCompositor::WaitForLoader() {
+  if (IsInsideCall()) return;
+  const auto isTaken = [this] {
+    const std::lock_guard guard(m_fileGuard);
+    return m_pNextFile == nullptr;
+  };
+  while (!isTaken() && !m_bLoaderWaits) usleep(1'000);
+}
+
+// Takes the next name to load. After null the loader ends and the next name needs a new thread.
+CAudioCompositor::BstrPtr CAudioCompositor::NextFile() {
+  const std::lock_guard guard(m_fileGuard);
+  m_bLoading = m_pNextFile != nullptr;
+  return std::move(m_pNextFile);
+}
+
+int CAudioCompositor::svc() {
+  m_loader = std::this_thread::get_id();
+  while (BstrPtr name = NextFile()) Load(std::move(name));
+  m_loader = std::thread::id();
   return 0;
+}
+
+// Adds the sound of a file as the second source. Does nothing if anything is missing. The order of
+// the releases at the end is seen by the decoder manager's objects: stream, name, decoder, manager.
+void CAudioCompositor::Load(BstrPtr name) {
+  const Ref<IMediaDecoderMgr> manager = CreateDecoderManager();
+  if (!manager) return;
+  const Ref<IMediaDecoder> decoder = OpenFirstAudio(*manager, name.get());
+  if (decoder) {
+    Ref<IMediaStream> stream;
+    decoder->GetAudioStream(stream.Receive());
+    if (stream) AddByMediaStream(stream.get());
+  }
+  name.reset();
 }

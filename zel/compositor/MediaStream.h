@@ -1,4 +1,15 @@
-// The pull-model stream of media samples: what the compositor takes, and what it is.
+// The stream of media samples that a consumer pulls: what the compositor takes, and what it gives.
+//
+//   void PlayAll(IMediaStream& stream) {
+//     for (;;) {
+//       stream.Forward();
+//       CZelSample* sample = stream.GetSampleEx();
+//       if (sample == nullptr) return;
+//       Play(sample->GetMediaFrame());  // good until the next call into the stream
+//     }
+//   }
+//
+// A stream of one's own derives from zel::Component<IMediaStream>; see zel/base/Component.h.
 #pragma once
 
 #include "zel/base/Component.h"
@@ -7,11 +18,16 @@
 
 class CZelSample;
 
-/// A stream of samples that a consumer pulls: `Forward()` to advance, then `GetSampleEx()` to read
-/// the current sample, until that is null. Calls into one stream come from one thread at a time.
+/// A stream of samples. Its consumer calls `Forward()` to advance and `GetSampleEx()` to read the
+/// current sample, until that is null.
+///
+/// Threads: one thread at a time calls a stream. AddRef, Release and QueryInterface may come from
+/// any thread. The compositor calls its streams from the threads that call the compositor, and from
+/// its loading thread.
 class ZEL_API IMediaStream : public IUnknown {
  public:
-  /// Hands out a description of the stream in `*ppInfo`, with one reference; 0 on success.
+  /// Hands out a description of the stream in `*ppInfo`, with one reference.
+  /// @return S_OK; any other code when there is none.
   virtual HRESULT GetStreamInfo(IStreamInfo** ppInfo) = 0;
   /// Selects by 0-based index among what the stream offers.
   virtual HRESULT ChangeStream(int index) = 0;
@@ -22,10 +38,11 @@ class ZEL_API IMediaStream : public IUnknown {
   virtual int Forward() = 0;
   /// Steps back by one sample, where a stream can.
   virtual int Backward() = 0;
-  /// Positions the stream at `seconds`. The first sample of that position is what GetSampleEx gives
-  /// next, whether it is called at once or after one Forward: the first Forward after a Seek skips
+  /// Positions the stream at `seconds`. GetSampleEx then gives the first sample of that position,
+  /// whether it is called at once or after one Forward: the first Forward after a Seek skips
   /// nothing.
-  /// @param mode the streams' own; the compositor passes 1 when it positions its second source.
+  /// @param mode defined by the streams. The compositor passes 1 when it positions its second
+  ///   source.
   /// @return the position reached, in seconds; negative when there is none.
   virtual double Seek(double seconds, int mode) = 0;
   /// A message along the chain of streams; its meaning belongs to the streams.
@@ -37,7 +54,7 @@ class ZEL_API IMediaStream : public IUnknown {
   ~IMediaStream() = default;
 };
 
-/// A stream of one's own, read forward only: what else a stream may do has a default.
+/// Defaults for a stream that is read forward only: all but GetStreamInfo, GetSampleEx and Forward.
 template <>
 class zel::Implements<IMediaStream> : public IMediaStream {
  public:

@@ -1,13 +1,18 @@
-// What the library expects of the component support library (`libCOMSupport.dylib`): the root
-// interfaces, ids in text form, strings that change owners, interlocked counting, and the entry
-// through which other components are created. All functions have C linkage and may be called from
-// any thread.
+// What the library expects of the component support library, `libCOMSupport.dylib`: the root
+// interfaces, ids in text form, strings that change owners, interlocked counting, and the creation
+// of other components.
+//
+//   zel::Ref<IMediaDecoderMgr> manager;
+//   ZelCreateInstance(CLSID_CMediaDecoderMgr, nullptr, 0, IID_IMediaDecoderMgr,
+//                     manager.ReceiveVoid());
+//
+// Threads: any thread may call anything here at any time.
 #pragma once
 
 #include "zel/platform/Types.h"
 
-/// Root of every interface: lookup of the object's other interfaces and its reference count.
-/// Any thread may call; whoever receives a pointer through an out-parameter owns one reference.
+/// Root of every interface: looks up the object's other interfaces and counts its references.
+/// Whoever receives a pointer through an out-parameter owns one reference. Threads: any.
 class ZEL_API IUnknown {
  public:
   /// Stores the interface of id `riid` in `*ppv` and takes a reference for the caller.
@@ -55,18 +60,17 @@ ZEL_API wchar_t* SysAllocString(const wchar_t* text);
 /// Frees a string made by SysAllocString; null is allowed.
 ZEL_API void SysFreeString(wchar_t* text);
 
-/// Adds 1 to, or subtracts 1 from, `*value` atomically (sequentially consistent).
-/// @return the new value.
+/// Adds 1 to `*value` atomically (sequentially consistent). @return the new value.
 ZEL_API long InterlockedIncrement(volatile long* value);
+/// Subtracts 1 from `*value` atomically (sequentially consistent). @return the new value.
 ZEL_API long InterlockedDecrement(volatile long* value);
 
 /// Creates the object of class `clsid` and stores its interface `iid` in `*out`, with one
 /// reference.
 /// @param outer controlling object for aggregation, or null.
 /// @param context reserved; 0.
-/// @return S_OK; CLASS_E_CLASSNOTAVAILABLE when no component module offers the class; E_POINTER; or
-/// the
-///   failure of the class's factory. `*out` is null after a failure.
+/// @return S_OK. With `*out` null: CLASS_E_CLASSNOTAVAILABLE when no component module offers the
+///   class, or the failure of the class's factory. E_POINTER for a null `out`.
 ZEL_API HRESULT ZelCreateInstance(const _GUID& clsid, IUnknown* outer, unsigned long context,
                                   const _GUID& iid, void** out);
 

@@ -1,6 +1,10 @@
-// The decoder manager: the component behind `ZelCreateInstance(CLSID_CMediaDecoderMgr, ...)` that
-// describes media files and opens decoded streams of them. The library calls it and does not
-// implement it.
+// The decoder manager: a component of the platform that describes media files and opens decoded
+// streams of them. The library calls it and does not implement it.
+//
+//   zel::Ref<IMediaDecoder> decoder;
+//   manager->CreateDecoder(L"track.flac", 0, nullptr, 11, decoder.Receive());
+//   zel::Ref<IMediaStream> stream;
+//   if (decoder) decoder->GetAudioStream(stream.Receive());
 #pragma once
 
 #include "zel/platform/COMSupport.h"
@@ -8,7 +12,7 @@
 class IMediaInfo;
 class IMediaStream;
 
-/// Which streams of a file a decoder shall open.
+/// The stream that a decoder is to open.
 struct DecoderSelection {
   std::uint32_t size;  ///< sizeof(DecoderSelection) when a stream is chosen; 0: no choice made.
   std::uint32_t reserved0;  ///< 0.
@@ -21,22 +25,22 @@ static_assert(offsetof(DecoderSelection, programId) == 8 &&
               offsetof(DecoderSelection, streamId) == 12);
 static_assert(offsetof(DecoderSelection, reserved1) == 16);
 
-/// An opened file; hands out its decoded streams.
+/// An opened file, which hands out its decoded streams. Threads: one at a time.
 class ZEL_API IMediaDecoder : public IUnknown {
  public:
   /// Stores the video stream in `*ppStream`, with one reference.
   /// @return S_OK; E_POINTER; E_FAIL, with `*ppStream` null, when there is none.
   virtual HRESULT GetVideoStream(IMediaStream** ppStream) = 0;
-  /// The same for the audio stream: interleaved 16-bit PCM at the file's own rate and channel
-  /// count.
+  /// Stores the audio stream in `*ppStream`, with one reference: interleaved 16-bit PCM at the
+  /// file's own rate and channel count.
+  /// @return as GetVideoStream.
   virtual HRESULT GetAudioStream(IMediaStream** ppStream) = 0;
 
  protected:
   ~IMediaDecoder() = default;
 };
 
-/// Describes files and opens decoders for them. Any thread may call; calls do not disturb each
-/// other.
+/// Describes files and opens decoders for them. Threads: any number at once.
 class ZEL_API IMediaDecoderMgr : public IUnknown {
  public:
   /// Opens `fileName` (wide, UTF-32) for decoding.

@@ -1,4 +1,9 @@
 // What the library expects of the `MediaInfo` library: copies of program records.
+//
+//   ProgramInfo* copy = CloneProgramInfo(&record);
+//   FreeProgramInfo(copy);
+//
+// Threads: any thread may call, each with records that no other thread changes.
 #pragma once
 
 #include "zel/platform/Types.h"

@@ -1,11 +1,13 @@
-// What the library expects of the `Zel_Log` library.
+// What the library expects of the `Zel_Log` library: the application's folder.
+//
+//   wchar_t folder[512] = {};
+//   GetAppPath(folder, 512);
 #pragma once
 
 #include "zel/platform/Types.h"
 
-/// Writes the folder of the running executable, links resolved and without a trailing slash, as a
-/// zero-terminated wide string (UTF-32).
-/// @param buffer room for `capacity` characters, the terminator included; an empty string is
-/// written
-///   when the folder is not known or does not fit.
+/// Writes the folder of the running executable as a zero-terminated wide string (UTF-32), with
+/// links resolved and without a slash at its end. Writes an empty string when the folder is not
+/// known or does not fit. Threads: any.
+/// @param buffer room for `capacity` characters, the terminator included.
 extern "C" ZEL_API void GetAppPath(wchar_t* buffer, int capacity);

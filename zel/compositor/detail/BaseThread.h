@@ -9,9 +9,9 @@
 /// No time-out.
 constexpr unsigned kWaitForever = 0xFFFFFFFF;
 
-/// An event that is waited for by polling, every 10 ms. Set at construction.
+/// An event. Waiters poll it every 10 ms. A new event is set.
 ///
-/// Threads: all operations from any thread. The mutex orders writers; waiters read the flag without
+/// Threads: any thread may call anything. The mutex orders writers; waiters read the flag without
 /// it.
 class SyncEvent {
  public:
@@ -30,12 +30,12 @@ class SyncEvent {
  private:
   void Store(std::int32_t signaled);
 
-  pthread_mutex_t m_mutex;
-  std::atomic<std::int32_t> m_signaled;
-  std::int32_t m_manualReset;
+  pthread_mutex_t mutex_;
+  std::atomic<std::int32_t> signaled_;
+  std::int32_t manual_reset_;
 };
 
-/// Holds a mutex from construction until Unlock or destruction.
+/// Holds a mutex until the end of the scope.
 class CSingleLock {
  public:
   explicit CSingleLock(pthread_mutex_t* mutex);
@@ -43,27 +43,24 @@ class CSingleLock {
   CSingleLock& operator=(const CSingleLock&) = delete;
   virtual ~CSingleLock();
 
-  void Unlock();
-
  private:
-  pthread_mutex_t* m_pMutex;
-  std::int32_t m_bLocked;
+  pthread_mutex_t* mutex_;
+  std::int32_t is_locked_;
 };
 
 /// Gives a derived class one worker thread, which runs its svc().
 ///
 /// A run begins with Start and ends when svc() returns; after that a new run may start. A svc()
-/// that loops tests the stop event and returns when it is set. The derived class's destructor must
-/// call Stop, for when this class's destructor runs, the derived svc() is no more.
+/// that loops tests the stop event and returns when it is set. A derived class calls Stop in its
+/// destructor: when this class's destructor runs, the derived svc() no longer exists.
 ///
-/// Threads: Start, Stop, Abort and Wait come from the owner, one at a time, and never from the
-/// worker.
+/// Threads: one thread at a time calls Start, Stop, Abort and Wait, and never the worker itself.
 class BaseThread {
  public:
   enum State : std::int32_t {
     kIdle = 0,      ///< Never started.
-    kRunning = 1,   ///< A run is on.
-    kPaused = 2,    ///< A run is held; nothing here enters it.
+    kRunning = 1,   ///< svc() has not returned yet.
+    kPaused = 2,    ///< As kRunning, but held. Nothing here enters this state.
     kFinished = 3,  ///< svc() has returned.
   };
 
@@ -72,32 +69,37 @@ class BaseThread {
   BaseThread& operator=(const BaseThread&) = delete;
   /// Asks the thread to end, waits for it and joins it.
   virtual ~BaseThread();
-  /// The body. This one runs without a pause until the stop event is set. The result is not used.
+  /// The body of a run. This one loops without sleeping until the stop event is set. The result is
+  /// not used.
   virtual int svc();
 
-  /// Starts a run. @return 1; 0 when one is on, or no thread could be made (then nothing has
-  /// changed).
+  /// Starts a run.
+  /// @return 1; 0 when a run has not ended yet, or when no thread can be made. Nothing has changed
+  ///   then.
   int Start();
-  /// Asks the run to end and waits until it has. @return 1; 0 when none is on.
+  /// Asks the run to end and waits until it has ended. @return 1; 0 when there is no run.
   int Stop();
-  /// Asks the run to end. @return 1; 0 when none is on.
+  /// Asks the run to end. @return 1; 0 when there is no run.
   int Abort();
-  /// Waits for the run to end and joins its thread. @return 0, also when none is on; WAIT_TIMEOUT.
+  /// Waits for the run to end and joins its thread.
+  /// @param timeoutMs milliseconds, or kWaitForever.
+  /// @return 0, also when there is no run; WAIT_TIMEOUT.
   unsigned Wait(unsigned timeoutMs);
 
  protected:
   bool IsActive() const;
   State GetState() const;
-  /// Set by Abort: the body shall return.
+  /// Abort sets this event; the body returns then.
   SyncEvent* GetStopEvent();
 
  private:
   static void* thread_func(void* arg);
+  bool CreateThread();
   void Join();
 
-  pthread_t* m_pThread = nullptr;
-  SyncEvent* m_pStopEvent = nullptr;
-  SyncEvent* m_pExitEvent = nullptr;
-  std::int32_t m_nPauseCount = 0;
-  std::atomic<State> m_state = kIdle;
+  pthread_t* thread_ = nullptr;
+  SyncEvent* stop_event_ = nullptr;
+  SyncEvent* exit_event_ = nullptr;
+  std::int32_t pause_count_ = 0;
+  std::atomic<State> state_ = kIdle;
 };

@@ -9,9 +9,12 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
+#include <thread>
 
 #include "zel/audio/AudioConverter.h"
+#include "zel/base/Ref.h"
 #include "zel/base/Unknown.h"
 #include "zel/compositor/AudioCompositor.h"
 #include "zel/compositor/MediaStream.h"
@@ -22,10 +25,12 @@
 
 /// See IAudioCompositor.
 ///
-/// Threads: m_mutex guards the second source, the converter, the buffer and the file name. Delay,
-/// the wish to reposition and the position are atomic, because they are set without it. Input,
-/// output description and output sample belong to the thread that pulls; they change only while
-/// nobody does. No lock is held while a file loads.
+/// Threads: m_mutex guards the second source, the converter and the sound that waits for delivery;
+/// streams are called with it held. m_fileGuard guards the file name and the hand-over of names to
+/// the loader; nothing foreign is called with it held. A thread that needs both takes m_mutex
+/// first. Delay, reposition request and position are atomic, because they are set without a lock.
+/// Input, output description and output sample belong to the thread that pulls; they change only
+/// while nobody pulls.
 class CAudioCompositor : public scombase::CUnknown,
                          public IAudioCompositor,
                          public IMediaStream,
@@ -58,36 +63,73 @@ class CAudioCompositor : public scombase::CUnknown,
   CZelSample* GetSampleEx() override;
   HRESULT NotifyStreamMessage(unsigned long msg, long long param, void* p1, void* p2) override;
   CZelSample* GetOriginSampleEx() override;
-  /// Loads m_pLoading and adds it as the second source.
+  /// Loads the name handed over and adds it as the second source, until no name is left.
   int svc() override;
 
  private:
   using BstrPtr = std::unique_ptr<wchar_t, decltype(&SysFreeString)>;
+  using ThreadId = std::atomic<std::thread::id>;
 
+  /// Holds m_mutex, unless the calling thread holds it already: then a stream that this compositor
+  /// is calling has called back, and the call must be refused.
+  class CallLock {
+   public:
+    explicit CallLock(CAudioCompositor& compositor);
+    CallLock(const CallLock&) = delete;
+    CallLock& operator=(const CallLock&) = delete;
+    ~CallLock();
+    /// False when the call must be refused.
+    explicit operator bool() const { return is_locked_; }
+
+   private:
+    CAudioCompositor& compositor_;
+    bool is_locked_;
+  };
+
+  bool HoldsLock() const;
+  bool IsInsideCall() const;
   void Reset();
   void DropSource();
-  void ReplaceSound(MEDIA_FRAME& frame, double frameTime);
-  bool Refill(const MEDIA_FRAME& sourceFrame);
+  void SeekNewSource(IMediaStream& source, std::int64_t position) const;
+
+  void ReplaceSound(MEDIA_FRAME& frame);
+  bool ReadSource(MEDIA_FRAME& frame, double frameTime);
+  void AdvanceSource(double frameTime);
+  bool Convert(const MEDIA_FRAME& block);
   CAudioConverter& ConverterFor(int channels, int sampleRate);
   std::size_t Buffered() const;
   void ClearBuffered();
   void Take(unsigned char* out, std::size_t count);
   void Drain();
 
-  CZelSample* m_pOutSample = nullptr;  // Never handed out with a reference.
-  IMediaStream* m_pSource = nullptr;
-  IMediaStream* m_pInput = nullptr;
+  bool IsCurrentFile(const wchar_t* fileName);
+  void StartLoader();
+  void WaitForLoader();
+  BstrPtr NextFile();
+  void Load(BstrPtr name);
+
+  std::unique_ptr<CZelSample> m_pOutSample;  // Never handed out with a reference.
+  zel::Ref<IMediaStream> m_pSource;
+  zel::Ref<IMediaStream> m_pInput;
   std::unique_ptr<StreamInfo> m_pOutInfo;
   std::unique_ptr<CAudioConverter> m_pConverter;
   pthread_mutex_t m_mutex;
   std::atomic<bool> m_bReposition = false;
   std::wstring m_fileName;  // Last accepted by AddByFileName.
-  // What was converted waits in the converter's queue. Only what a replaced converter leaves, or
-  // what a frame of an odd size would tear apart, is set aside here; it goes first.
+  // Converted sound waits in the converter's queue. It moves here, in front of that queue, when the
+  // converter is replaced or when a frame has an odd number of bytes.
   zel::DeliveryBuffer m_setAside;
-  BstrPtr m_pLoading{nullptr, SysFreeString};  // What the next run of the thread loads.
-  // Time of the last frame delivered, or a seek target noted while a file loads; -1: none. 100-ns
-  // units.
+  // Time of the last frame delivered, or the target of a seek made while a file loads, in 100-ns
+  // units; -1: none.
   std::atomic<std::int64_t> m_llPosition = -1;
   std::atomic<double> m_dDelay = 0.0;
+
+  // What lets streams call back and any thread add a file.
+  ThreadId m_lockHolder;                        // The thread that holds m_mutex.
+  ThreadId m_loader;                            // The thread that runs svc.
+  std::mutex m_startGuard;                      // One thread at a time starts the loader.
+  std::mutex m_fileGuard;                       // Guards m_fileName and the next two.
+  BstrPtr m_pNextFile{nullptr, SysFreeString};  // The next name for the loader.
+  bool m_bLoading = false;                      // The loader will look at m_pNextFile again.
+  std::atomic<bool> m_bLoaderWaits = false;     // The loader waits for m_mutex.
 };

@@ -1,42 +1,42 @@
-// A byte queue for PCM between the converter and the frames.
+// A queue of bytes between the converter and the frames.
 #pragma once
 
 #include <cstddef>
-#include <memory>
+#include <vector>
 
 namespace zel {
 
-/// Bytes in, bytes out, in order. Memory comes with the first use, grows to exactly what is needed
-/// and stays; a take moves no bytes, and bytes move to the front only when the end of the memory is
-/// reached.
+/// Takes whole 16-bit samples at its end and gives any number of bytes from its front.
+///
+/// The first samples allocate kInitialCapacity bytes. The memory grows to exactly what is needed
+/// and is kept until Free. Taking moves no bytes; they move to the front when the end of the memory
+/// is reached.
+///
+/// Threads: used by one thread at a time.
 class DeliveryBuffer {
  public:
-  /// Bytes allocated at the first use.
+  /// Bytes allocated at first use.
   static constexpr std::size_t kInitialCapacity = 0x80000;
 
-  std::size_t size() const { return m_size; }
-  std::size_t capacity() const { return m_capacity; }
+  /// Bytes held.
+  std::size_t size() const { return bytes_.size() - head_; }
 
-  /// Forgets the bytes held.
+  /// Drops the bytes held and keeps the memory.
   void Clear();
-  /// Forgets the bytes held and frees the memory.
+  /// Drops the bytes held and frees the memory.
   void Free();
-  /// Makes room for `count` bytes behind those held and returns where they go; Commit makes them
-  /// count.
+  /// Makes room for `count` samples and returns where to write them; Commit adds them to the queue.
   /// @throws std::bad_alloc; the bytes held stay.
-  unsigned char* Reserve(std::size_t count);
-  /// Adds `count` bytes that were written at the reserved place.
-  void Commit(std::size_t count);
+  short* Reserve(std::size_t count);
+  /// Adds the samples that were written to the place last reserved. Does not throw.
+  void Commit();
   /// Moves the oldest `count` bytes to `out`. REQUIRES: count <= size().
   void Take(unsigned char* out, std::size_t count);
 
  private:
-  void MoveTo(unsigned char* data);
-
-  std::unique_ptr<unsigned char[]> m_data;  // One byte more than the capacity, for the alignment.
-  std::size_t m_capacity = 0;
-  std::size_t m_head = 0;
-  std::size_t m_size = 0;
+  std::vector<unsigned char> bytes_;
+  std::size_t head_ = 0;         // Bytes at the front of bytes_ that were taken.
+  std::vector<short> incoming_;  // Samples need an even address; the end of bytes_ may be odd.
 };
 
 }  // namespace zel
