@@ -4,8 +4,6 @@
 
 #include <string>
 
-#include "zel/platform/DecoderManager.h"
-
 namespace zel::fuzz {
 
 /// What became of a file.
@@ -19,6 +17,6 @@ struct Reading {
 /// when an answer breaks a promise of the interfaces: a result without an object, a frame whose
 /// numbers do not belong together, a failed call that hands something out.
 /// @param variety any number; chooses places to seek to
-Reading ReadMedia(IMediaDecoderMgr* manager, const std::string& path, unsigned variety);
+Reading ReadMedia(const std::string& path, unsigned variety);
 
 }  // namespace zel::fuzz

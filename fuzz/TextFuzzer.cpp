@@ -25,7 +25,7 @@ void Require(bool kept) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view text(reinterpret_cast<const char*>(data), size);
   try {
-    Require(std::isfinite(zel::tool::ParseDelay(text)));
+    Require(std::isfinite(zel::tool::ParseDelay("--delay", text)));
   } catch (const zel::tool::UsageError&) {
   } catch (const zel::tool::Failure&) {
   }

@@ -15,23 +15,14 @@ make() { # NAME ARGUMENT...
   av -i "$work/source.mkv" "${@:2}" "$work/$1"
 }
 for codec in pcm_u8 pcm_s16le pcm_s24le pcm_f32le adpcm_ima_wav pcm_alaw; do make $codec.wav -vn -c:a $codec; done
-make a.flac -vn
-make a.mp3 -vn -c:a libmp3lame
-make a.ogg -vn -c:a libvorbis
-make a.opus -vn -c:a libopus
-make a.aiff -vn
-make a.aac -vn -c:a aac
-make a.ac3 -vn -c:a ac3
-make a.au -vn
-make a.caf -vn
-make a.w64 -vn
+for name in a.flac a.aiff a.aac a.ac3 a.au a.caf a.w64; do make $name -vn; done
+for name in a.mp3,libmp3lame a.ogg,libvorbis a.opus,libopus; do make "${name%,*}" -vn -c:a "${name#*,}"; done
 make a.mp4 -c:v libx264 -c:a aac
 make fragments.mp4 -c:v libx264 -c:a aac -movflags empty_moov+frag_keyframe
 make a.mov -c:v mjpeg -c:a pcm_s16be
 make a.mkv -c:v mpeg4 -c:a flac
 make a.webm -c:v libvpx -c:a libopus
 make a.avi -c:v mpeg4 -c:a mp2
-make a.ts -c:v mpeg2video -r 25 -c:a mp2 -ar 16000
 make a.flv -c:v flv1 -c:a adpcm_swf -ar 11025
 make two.ts -map 0:v -map 0:a -map 0:a -c:v mpeg2video -r 25 -c:a mp2 -ar 16000 \
   -program program_num=3:title=One:st=0:st=1 -program program_num=7:title=Two:st=2

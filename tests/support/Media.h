@@ -1,4 +1,4 @@
-// Media files made by the ffmpeg command, and what a host obtains from them.
+// Media files made by the ffmpeg command, and their sound.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,30 +8,25 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <limits>
 #include <string>
-#include <utility>
 
 #include "kernaldec/DecodedAudio.h"
-#include "media/Utf8.h"
-#include "zel/zel.h"
+#include "tests/support/Host.h"
 
 namespace zel::test {
 
 /// A folder that is removed when the test ends.
 class Folder {
  public:
-  Folder() {
-    std::string name = (std::filesystem::temp_directory_path() / "zel-test-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) std::abort();
-    path_ = name;
-  }
+  Folder() { Require(mkdtemp(path_.data()) != nullptr, "a folder"); }
   ~Folder() { std::filesystem::remove_all(path_); }
   Folder(const Folder&) = delete;
   Folder& operator=(const Folder&) = delete;
-  std::string operator/(const std::string& name) const { return (path_ / name).string(); }
+  std::string operator/(const std::string& name) const { return path_ + '/' + name; }
 
  private:
-  std::filesystem::path path_;
+  std::string path_ = std::filesystem::temp_directory_path() / "zel-test-XXXXXX";
 };
 
 /// Runs the ffmpeg command inside `folder`.
@@ -50,45 +45,11 @@ inline void WriteFile(const std::string& path, const std::string& bytes) {
   std::ofstream(path, std::ios::binary) << bytes;
 }
 
-/// Calls `get(T**)`, which must hand out an object if, and only if, it returns S_OK.
-template <class T, class Get>
-Ref<T> Obtain(Get&& get, HRESULT expected = S_OK) {
-  T* object = reinterpret_cast<T*>(1);
-  EXPECT_EQ(get(&object), expected);
-  EXPECT_EQ(object != nullptr, expected == S_OK);
-  return Ref<T>::Adopt(expected == S_OK ? object : nullptr);
-}
-
-inline Ref<IMediaDecoderMgr> Manager() {
-  Ref<IMediaDecoderMgr> manager;
-  EXPECT_EQ(ZelCreateInstance(CLSID_CMediaDecoderMgr, nullptr, 0, IID_IMediaDecoderMgr,
-                              manager.ReceiveVoid()),
-            S_OK);
-  return manager;
-}
-
-inline Ref<IMediaDecoder> OpenFile(const std::string& path, DecoderSelection* selection = nullptr,
-                                   HRESULT expected = S_OK) {
-  return Obtain<IMediaDecoder>(
-      [&](IMediaDecoder** out) {
-        return Manager()->CreateDecoder(media::ToWide(path).c_str(), 0, selection, 11, out);
-      },
-      expected);
-}
-
-inline Ref<IMediaInfo> Describe(const std::string& path, HRESULT expected = S_OK) {
-  const std::wstring name = media::ToWide(path);
-  return Obtain<IMediaInfo>(
-      [&](auto out) { return Manager()->OpenMediaInfo(name.c_str(), 11, out); }, expected);
-}
-
 /// The audio stream of a file.
 struct Audio {
-  explicit Audio(const std::string& path, DecoderSelection* selection = nullptr) {
-    const Ref<IMediaDecoder> decoder = OpenFile(path, selection);
-    if (!decoder) return;
-    stream = Obtain<IMediaStream>([&](auto out) { return decoder->GetAudioStream(out); });
-    EXPECT_EQ(stream->QueryInterface(IID_IDecodedAudio, control.ReceiveVoid()), S_OK);
+  explicit Audio(const std::string& path, DecoderSelection* selection = nullptr)
+      : stream(Obtain<IMediaStream>(OpenFile(path, selection), &IMediaDecoder::GetAudioStream)) {
+    stream->QueryInterface(IID_IDecodedAudio, control.ReceiveVoid());
   }
 
   /// The current frame, or null.
@@ -97,12 +58,14 @@ struct Audio {
     return sample != nullptr ? sample->GetMediaFrame() : nullptr;
   }
 
-  /// The bytes of the current frame and all that follow.
-  std::string Rest() const {
+  /// The bytes of the current frame and of those that follow.
+  std::string Rest(int most = std::numeric_limits<int>::max()) const {
     std::string pcm;
-    for (const MEDIA_FRAME* frame = Frame(); frame != nullptr; stream->Forward(), frame = Frame()) {
+    for (const MEDIA_FRAME* frame = Frame(); frame != nullptr && most > 0;
+         frame = Frame(), --most) {
       pcm.append(reinterpret_cast<const char*>(frame->audio.pData),
                  static_cast<std::size_t>(frame->audio.nDataSize));
+      stream->Forward();
     }
     return pcm;
   }
@@ -112,14 +75,7 @@ struct Audio {
   }
 
   /// Empty while all is well.
-  std::string Failure() const {
-    wchar_t* text = nullptr;
-    const HRESULT status = control->GetStatus(&text);
-    EXPECT_EQ(text != nullptr, status != S_OK);
-    const std::string failure = text != nullptr ? media::ToUtf8(text) : "";
-    SysFreeString(text);
-    return failure;
-  }
+  std::wstring Failure() const { return Text(control, &IDecodedAudio::GetStatus); }
 
   Ref<IMediaStream> stream;
   Ref<IDecodedAudio> control;
