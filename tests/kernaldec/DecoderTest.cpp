@@ -81,15 +81,13 @@ std::string Path(const std::string& name) {
 
 /// Energy of the difference as a part of the energy of `b`.
 double Difference(const std::string& a, const std::string& b) {
+  const auto* x = reinterpret_cast<const std::int16_t*>(a.data());
+  const auto* y = reinterpret_cast<const std::int16_t*>(b.data());
   double difference = 0;
   double energy = 1;
-  for (std::size_t i = 0; i + 1 < a.size(); i += 2) {
-    std::int16_t x = 0;
-    std::int16_t y = 0;
-    std::memcpy(&x, &a[i], 2);
-    std::memcpy(&y, &b[i], 2);
-    difference += std::pow(x - y, 2);
-    energy += std::pow(y, 2);
+  for (std::size_t i = 0; i < a.size() / 2; ++i) {
+    difference += std::pow(x[i] - y[i], 2);
+    energy += std::pow(y[i], 2);
   }
   return difference / energy;
 }
@@ -177,18 +175,9 @@ TEST(Decoder, TellsATruncatedFileFromACompleteOne) {
     cut.stream->Seek(0.5, 1);
     EXPECT_NE(cut.Failure(), L"") << "a seek forgives nothing";
   }
-  // Sizes that programs write into pipes are no sizes.
-  std::string wave = ReadFile(Path("s16.wav"));
-  for (const std::uint32_t size : {0U, 0xFFFFFFFFU, 0x7FFFF000U}) {
-    std::memcpy(wave.data() + wave.find("data") + 4, &size, 4);
-    WriteFile(Path("piped.wav"), wave);
-    const Audio audio(Path("piped.wav"));
-    EXPECT_TRUE(audio.All() == ReadFile(Path("s16.wav.pcm"))) << size;
-    EXPECT_EQ(audio.Failure(), L"") << size;
-  }
 }
 
-TEST(Decoder, ReportsLossesInTheMiddleButNotTagsAtTheEdges) {
+TEST(Decoder, ReportsLossesInTheMiddleButNeitherTagsNorTheSizesOfPipes) {
   for (const char* name : {"flac.flac", "aac.aac"}) {
     std::string bytes = ReadFile(Path(name));
     for (std::size_t i = 0; i < 6000; ++i) bytes[bytes.size() / 2 + i] = static_cast<char>(i * 7);
@@ -197,11 +186,19 @@ TEST(Decoder, ReportsLossesInTheMiddleButNotTagsAtTheEdges) {
     damaged.All();
     EXPECT_NE(damaged.Failure(), L"") << name;
   }
-  WriteFile(Path("tagged.mp3"),
-            "junk" + ReadFile(Path("plain.mp3")) + "TAG" + std::string(125, 'x'));
-  const Audio tagged(Path("tagged.mp3"));
-  EXPECT_TRUE(tagged.All() == ReadFile(Path("plain.mp3.pcm")));
-  EXPECT_EQ(tagged.Failure(), L"");
+  const std::string wave = ReadFile(Path("s16.wav"));
+  const std::size_t size = wave.find("data") + 4;
+  const std::pair<const char*, std::string> harmless[] = {
+      {"plain.mp3", "junk" + ReadFile(Path("plain.mp3")) + "TAG" + std::string(125, 'x')},
+      {"s16.wav", std::string(wave).replace(size, 4, 4, '\0')},
+      {"s16.wav", std::string(wave).replace(size, 4, 4, '\xFF')},
+      {"s16.wav", std::string(wave).replace(size, 4, "\x00\xF0\xFF\x7F", 4)}};
+  for (const auto& [name, bytes] : harmless) {
+    WriteFile(Path("harmless"), bytes);
+    const Audio audio(Path("harmless"));
+    EXPECT_TRUE(audio.All() == ReadFile(Path(name + std::string(".pcm")))) << name;
+    EXPECT_EQ(audio.Failure(), L"") << name;
+  }
 }
 
 TEST(Decoder, OutlivesAFileThatIsReplacedWhileItIsRead) {
@@ -218,14 +215,11 @@ TEST(Decoder, OutlivesAFileThatIsReplacedWhileItIsRead) {
 
 TEST(Decoder, RefusesWhatIsNoPlainMediaFileButNoNames) {
   const std::string wave = ReadFile(Path("s16.wav"));
-  std::string numbers;
-  for (int i = 0; i < 20'000; ++i) numbers += std::to_string(i) + "\n";
-  WriteFile(Path("numbers.txt"), numbers);
   WriteFile(Path("list.ffconcat"), "ffconcat version 1.0\nfile s16.wav\n");
   ASSERT_EQ(mkfifo(Path("fifo.wav").c_str(), 0600), 0);
   for (const std::string& path :
-       {Path("fifo.wav"), Path("list.ffconcat"), Path("numbers.txt"), std::string(),
-        "file:" + Path("s16.wav"), std::string("http:x"), std::string("/dev/zero")}) {
+       {Path("fifo.wav"), Path("list.ffconcat"), std::string(), "file:" + Path("s16.wav"),
+        std::string("http:x"), std::string("/dev/zero")}) {
     SCOPED_TRACE(path);
     const std::wstring name = media::ToWide(path);
     Ref<IMediaDecoder> decoder;
@@ -236,7 +230,6 @@ TEST(Decoder, RefusesWhatIsNoPlainMediaFileButNoNames) {
   }
   EXPECT_EQ(Manager()->CreateDecoder(nullptr, 0, nullptr, 11, nullptr), E_POINTER);
   EXPECT_EQ(Manager()->OpenMediaInfo(nullptr, 11, nullptr), E_POINTER);
-
   for (const char* name : {"concat:a|b.wav", "100%d.wav", "%03d.png", "a b'\"$.wav", "\xE9.wav",
                            "\xF0\x9D\x84\x9E \xD0\x9C\xE9\x9F\xB3", "\xF0\x9D"}) {
     WriteFile(Path(name), wave);
