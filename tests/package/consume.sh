@@ -39,7 +39,7 @@ for compiler in $ZEL_COMPILERS; do
   program=$ZEL_WORK/pkg-config-$compiler
   flags=$(PKG_CONFIG_PATH=$tree/lib/pkgconfig pkg-config --cflags --libs Zel_AudioCompositor)
   # shellcheck disable=SC2086  # several options each
-  "$compiler" $ZEL_FLAGS -std=c++17 -O2 $warnings "$here/consumer/main.cpp" -o "$program" $flags -ldl
+  "$compiler" $ZEL_FLAGS -std=c++17 -O2 $warnings "$here/consumer/Consumer.cpp" -o "$program" $flags -ldl
   run "$program" "$tree/lib/zel/libZel_AudioCompositor.so"
 done
 
