@@ -21,7 +21,7 @@ using Samples = std::vector<short>;
 // The mixing rules of 1 to 8 channels to 1, 2 and 6: per output channel the divisors of the input
 // channels, 0 for those that it leaves out. Sums of 6 channels are limited to full scale.
 constexpr const char* kMixingRules[8][3] = {
-    {nullptr, "1;1", "1;;;;;"},
+    {nullptr, "1;1", "1;1;;;;"},
     {"22", nullptr, "1;01;;;;"},
     {"333", "1;022", "1;01;001;;;"},
     {"4444", "4444;4444", "1;01;001;0001;;"},

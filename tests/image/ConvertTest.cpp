@@ -82,15 +82,15 @@ struct Shape {
   int w, h;
   int pad = 0;        ///< Bytes by which pitches exceed the rows.
   bool flip = false;  ///< Negative pitches.
-  int x_dst = 0, y_dst = 0, x_src = 0, y_src = 0;
+  int xDst = 0, yDst = 0, xSrc = 0, ySrc = 0;
   int flag = 1;
-  int chroma_pad = 0;  ///< The same for chroma planes, in addition. RGB to YUV only.
-  int value = -1;      ///< Not negative: the source is every colour with one component of this.
+  int chromaPad = 0;  ///< The same for chroma planes, in addition. RGB to YUV only.
+  int value = -1;     ///< Not negative: the source is every colour with one component of this.
 
   friend std::ostream& operator<<(std::ostream& out, const Shape& s) {
-    return out << s.w << " x " << s.h << " pad " << s.pad << " and " << s.chroma_pad
-               << (s.flip ? " flipped" : "") << " from (" << s.x_src << ", " << s.y_src << ") to ("
-               << s.x_dst << ", " << s.y_dst << ") flag " << s.flag << " value " << s.value;
+    return out << s.w << " x " << s.h << " pad " << s.pad << " and " << s.chromaPad
+               << (s.flip ? " flipped" : "") << " from (" << s.xSrc << ", " << s.ySrc << ") to ("
+               << s.xDst << ", " << s.yDst << ") flag " << s.flag << " value " << s.value;
   }
 };
 
@@ -100,20 +100,20 @@ struct Plane {
   Byte* operator[](int row) const { return first + std::ptrdiff_t{row} * pitch; }
 };
 
-/// `rows` rows of `row_bytes`; nothing after the last. With a negative padding rows overlap.
-Plane Rows(Arena& arena, int rows, int row_bytes, const Shape& s) {
-  const int pitch = std::max(row_bytes + s.pad, 0);
+/// `rows` rows of `rowBytes`; nothing after the last. With a negative padding rows overlap.
+Plane Rows(Arena& arena, int rows, int rowBytes, const Shape& s) {
+  const int pitch = std::max(rowBytes + s.pad, 0);
   const std::ptrdiff_t last = std::ptrdiff_t{rows - 1} * pitch;
-  Byte* const bytes = arena.Buffer(static_cast<std::size_t>(last + row_bytes));
+  Byte* const bytes = arena.Buffer(static_cast<std::size_t>(last + rowBytes));
   return s.flip ? Plane{bytes + last, -pitch} : Plane{bytes, pitch};
 }
 
 /// A bitmap without the padding of the row that is last in memory. Row 0 is the top of the picture.
-Plane Bitmap(Arena& arena, const Shape& s, int bits, bool top_down, Byte** bytes) {
+Plane Bitmap(Arena& arena, const Shape& s, int bits, bool topDown, Byte** bytes) {
   const int stride = (s.w * bits + 31) / 32 * 4;
   *bytes = Rows(arena, s.h, s.w * bits / 8, {s.w, s.h, stride - s.w * bits / 8}).first;
-  return top_down ? Plane{*bytes, stride}
-                  : Plane{*bytes + std::ptrdiff_t{s.h - 1} * stride, -stride};
+  return topDown ? Plane{*bytes, stride}
+                 : Plane{*bytes + std::ptrdiff_t{s.h - 1} * stride, -stride};
 }
 
 struct Yuv {
@@ -128,13 +128,13 @@ using YuvToBitmap = void (*)(BitmapHeader*, Byte*, Byte*, Byte*, Byte*, int, int
 using YuvaToBitmap = void (*)(BitmapHeader*, Byte*, Byte*, Byte*, Byte*, Byte*, int, int, int);
 
 template <typename Routine>
-Family ToRgb(Routine routine, Fourth fourth, bool top_down = false, bool simple = false) {
+Family ToRgb(Routine routine, Fourth fourth, bool topDown = false, bool simple = false) {
   return [=](Arena& arena, const Shape& s, bool model) {
     const int size = fourth == Fourth::kNone ? 3 : 4;
     const Plane y = Rows(arena, s.h, s.w, s), u = Rows(arena, (s.h + 1) / 2, (s.w + 1) / 2, s),
                 v = Rows(arena, (s.h + 1) / 2, (s.w + 1) / 2, s);
     Byte* bits;
-    const Plane bitmap = Bitmap(arena, s, 8 * size, top_down, &bits);
+    const Plane bitmap = Bitmap(arena, s, 8 * size, topDown, &bits);
     const Plane a = fourth == Fourth::kAlpha ? Rows(arena, s.h, s.w, s) : Plane{};
     for (int r = 0; s.value >= 0 && r < s.h; ++r) {
       for (int x = 0; x < s.w; ++x) {
@@ -154,8 +154,8 @@ Family ToRgb(Routine routine, Fourth fourth, bool top_down = false, bool simple 
     }
     for (int r = 0; r < s.h; ++r) {
       for (int x = 0; x < s.w; ++x) {
-        const bool last_column = s.w % 2 && x == s.w - 1, last_row = s.h % 2 && r == s.h - 1;
-        if ((last_column && last_row) || (simple && (last_column || last_row))) continue;
+        const bool lastColumn = s.w % 2 && x == s.w - 1, lastRow = s.h % 2 && r == s.h - 1;
+        if ((lastColumn && lastRow) || (simple && (lastColumn || lastRow))) continue;
         Byte* const pixel = bitmap[r] + size * x;
         ToBgr(y[r][x], u[r / 2][x / 2], v[r / 2][x / 2], simple, pixel);
         if (fourth == Fourth::kOpaque) pixel[3] = 255;
@@ -170,12 +170,12 @@ using IndexedToYuv = void (*)(Byte*, Byte*, Byte*, int, int, int, tagBITMAPINFO*
 using BitmapToYuva = void (*)(Byte*, Byte*, Byte*, Byte*, int, int, int, BitmapHeader*, Byte*);
 
 template <typename Routine>
-Family ToYuv(Routine routine, int bits, Fourth fourth = Fourth::kKept, bool top_down = false,
+Family ToYuv(Routine routine, int bits, Fourth fourth = Fourth::kKept, bool topDown = false,
              bool simple = false) {
   return [=](Arena& arena, const Shape& s, bool model) {
     const int size = bits / 8;
     Byte *data, *info = nullptr;
-    const Plane bitmap = Bitmap(arena, s, bits, top_down, &data);
+    const Plane bitmap = Bitmap(arena, s, bits, topDown, &data);
     if (bits == 8) {
       // The colour table ends with the highest index of the picture.
       const int colors = s.value < 0 ? 1 + (s.w * 37 + s.h * 11) % 256 : 256;
@@ -194,13 +194,13 @@ Family ToYuv(Routine routine, int bits, Fourth fourth = Fourth::kKept, bool top_
       }
     }
     Shape chroma = s;
-    chroma.pad += s.chroma_pad;
-    const int luma_width = s.w + s.w % 2;
-    const Plane y = Rows(arena, s.h, luma_width, s),
+    chroma.pad += s.chromaPad;
+    const int lumaWidth = s.w + s.w % 2;
+    const Plane y = Rows(arena, s.h, lumaWidth, s),
                 u = Rows(arena, (s.h + 1) / 2, (s.w + 1) / 2, chroma),
                 v = Rows(arena, (s.h + 1) / 2, (s.w + 1) / 2, chroma);
     const bool alpha = fourth == Fourth::kAlpha || fourth == Fourth::kAlphaNotRepeated;
-    const Plane a = alpha ? Rows(arena, s.h, luma_width, s) : Plane{};
+    const Plane a = alpha ? Rows(arena, s.h, lumaWidth, s) : Plane{};
     auto bmi = Header(s.w, s.h, bits);
     if (info) std::memcpy(info, &bmi, 40);
     if (!model) {
@@ -247,41 +247,38 @@ int Even(int n) {
 /// A group of packed 4:2:2 by its parts.
 struct Group {
   Byte &y0, &u, &y1, &v;
-  Group(Byte* at, int luma_first)
-      : y0(at[!luma_first]),
-        u(at[!!luma_first]),
-        y1(at[2 + !luma_first]),
-        v(at[2 + !!luma_first]) {}
-  void Set(Byte new_y0, Byte new_u, Byte new_y1, Byte new_v) {
-    y0 = new_y0;
-    u = new_u;
-    y1 = new_y1;
-    v = new_v;
+  Group(Byte* at, int lumaFirst)
+      : y0(at[!lumaFirst]), u(at[!!lumaFirst]), y1(at[2 + !lumaFirst]), v(at[2 + !!lumaFirst]) {}
+  void Set(Byte newY0, Byte newU, Byte newY1, Byte newV) {
+    y0 = newY0;
+    u = newU;
+    y1 = newY1;
+    v = newV;
   }
 };
 
 void Rgb24ToYuy2(Arena& arena, const Shape& s, bool model) {
   // From x = 2 on, the rectangle begins one column earlier.
-  const int moved = s.x_dst >= 2 ? 1 : 0, cx = s.w + moved, x_dst = s.x_dst - moved;
-  Plane dst = Rows(arena, s.y_dst + s.h, 2 * (x_dst + Even(cx)), s);
-  const Plane src = Rows(arena, s.y_src + s.h, 3 * (s.x_src + cx), {1, 1, std::max(s.pad, 0)});
+  const int moved = s.xDst >= 2 ? 1 : 0, cx = s.w + moved, xDst = s.xDst - moved;
+  Plane dst = Rows(arena, s.yDst + s.h, 2 * (xDst + Even(cx)), s);
+  const Plane src = Rows(arena, s.ySrc + s.h, 3 * (s.xSrc + cx), {1, 1, std::max(s.pad, 0)});
   // The precondition on the pitch cannot hold for a negative one.
-  if (s.flip) dst = {dst[s.y_dst + s.h - 1], -dst.pitch};
+  if (s.flip) dst = {dst[s.yDst + s.h - 1], -dst.pitch};
   if (!model) {
-    Rgb24_2_YUY2(dst[0], dst.pitch, s.x_dst, s.y_dst, s.w, s.h, s.flag, src[0], s.y_src + s.h,
-                 src.pitch, s.x_src, s.y_src);
+    Rgb24_2_YUY2(dst[0], dst.pitch, s.xDst, s.yDst, s.w, s.h, s.flag, src[0], s.ySrc + s.h,
+                 src.pitch, s.xSrc, s.ySrc);
     return;
   }
   // A lone last group is written after all others.
   for (const bool lone : {false, true}) {
     for (int t = 0; t < s.h; ++t) {
       for (int k = lone ? cx / 2 * 2 : 0; lone ? k < cx : k + 1 < cx; k += 2) {
-        const Byte* const first = src[s.h - 1 - t] + 3 * (s.x_src + k);
+        const Byte* const first = src[s.h - 1 - t] + 3 * (s.xSrc + k);
         const Byte* const second = lone ? first : first + 3;
         Chroma mean;
         mean.Add(first);
         mean.Add(second);
-        Group(dst[s.y_dst + t] + 2 * (x_dst + k), s.flag)
+        Group(dst[s.yDst + t] + 2 * (xDst + k), s.flag)
             .Set(Luma(first), mean.u(), Luma(second), mean.v());
       }
     }
@@ -289,21 +286,21 @@ void Rgb24ToYuy2(Arena& arena, const Shape& s, bool model) {
 }
 
 void Yuy2ToRgb24(Arena& arena, const Shape& s, bool model) {
-  const int x_src = s.x_src >= 2 ? s.x_src - 1 : s.x_src;
+  const int xSrc = s.xSrc >= 2 ? s.xSrc - 1 : s.xSrc;
   // The last group of an odd width gives no second luma: only its first bytes are there.
-  const int last_group = s.w % 2 == 0 ? 0 : s.flag ? 4 : 3;
-  const Plane src = Rows(arena, s.y_src + s.h, 2 * (x_src + s.w / 2 * 2) + last_group, s);
-  const Plane dst = Rows(arena, s.y_dst + s.h, 3 * (s.x_dst + s.w), s);
+  const int lastGroup = s.w % 2 == 0 ? 0 : s.flag ? 4 : 3;
+  const Plane src = Rows(arena, s.ySrc + s.h, 2 * (xSrc + s.w / 2 * 2) + lastGroup, s);
+  const Plane dst = Rows(arena, s.yDst + s.h, 3 * (s.xDst + s.w), s);
   if (!model) {
-    YUY2_2_Rgb24(dst[0], s.y_dst + s.h, dst.pitch, s.x_dst, s.y_dst, s.w, s.h, src[0], src.pitch,
-                 s.flag, s.x_src, s.y_src);
+    YUY2_2_Rgb24(dst[0], s.yDst + s.h, dst.pitch, s.xDst, s.yDst, s.w, s.h, src[0], src.pitch,
+                 s.flag, s.xSrc, s.ySrc);
     return;
   }
   for (int t = 0; t < s.h; ++t) {
     for (int k = 0; k < s.w; ++k) {
-      const Group group(src[s.y_src + t] + 2 * (x_src + k / 2 * 2), s.flag);
+      const Group group(src[s.ySrc + t] + 2 * (xSrc + k / 2 * 2), s.flag);
       ToBgr(k % 2 ? group.y1 : group.y0, group.u, group.v, false,
-            dst[s.h - 1 - t] + 3 * (s.x_dst + k));
+            dst[s.h - 1 - t] + 3 * (s.xDst + k));
     }
   }
 }
@@ -311,67 +308,66 @@ void Yuy2ToRgb24(Arena& arena, const Shape& s, bool model) {
 void Yuy2Blt(Arena& arena, const Shape& s, bool model) {
   const bool copy = s.flag == 2;  // Flags are compared as integers.
   const int bytes = 2 * (copy ? s.w : Even(s.w));
-  const Plane src = Rows(arena, s.y_src + s.h, 2 * s.x_src + bytes, s);
-  const Plane dst = Rows(arena, s.y_dst + s.h, 2 * s.x_dst + bytes, s);
+  const Plane src = Rows(arena, s.ySrc + s.h, 2 * s.xSrc + bytes, s);
+  const Plane dst = Rows(arena, s.yDst + s.h, 2 * s.xDst + bytes, s);
   if (!model) {
-    YUY2_Blt_fast(dst[0], dst.pitch, s.x_dst, s.y_dst, s.w, s.h, s.flag, src[0], src.pitch, 2,
-                  s.x_src, s.y_src);
+    YUY2_Blt_fast(dst[0], dst.pitch, s.xDst, s.yDst, s.w, s.h, s.flag, src[0], src.pitch, 2, s.xSrc,
+                  s.ySrc);
     return;
   }
   for (int t = 0; t < s.h; ++t) {
     for (int i = 0; i < bytes; ++i) {
-      dst[s.y_dst + t][2 * s.x_dst + i] = src[s.y_src + t][2 * s.x_src + (copy ? i : i ^ 1)];
+      dst[s.yDst + t][2 * s.xDst + i] = src[s.ySrc + t][2 * s.xSrc + (copy ? i : i ^ 1)];
     }
   }
 }
 
-/// The planes of a rectangle at (x, y): luma, then chroma from column `chroma_x` on.
-Yuv YuvPlanes(Arena& arena, const Shape& s, int x, int y, int luma_width, int chroma_x) {
-  const int chroma_rows = y / 2 + Even(s.h) / 2, chroma_width = chroma_x + (s.w + 1) / 2;
-  return {Rows(arena, y + Even(s.h), x + luma_width, s), Rows(arena, chroma_rows, chroma_width, s),
-          Rows(arena, chroma_rows, chroma_width, s)};
+/// The planes of a rectangle at (x, y): luma, then chroma from column `chromaX` on.
+Yuv YuvPlanes(Arena& arena, const Shape& s, int x, int y, int lumaWidth, int chromaX) {
+  const int chromaRows = y / 2 + Even(s.h) / 2, chromaWidth = chromaX + (s.w + 1) / 2;
+  return {Rows(arena, y + Even(s.h), x + lumaWidth, s), Rows(arena, chromaRows, chromaWidth, s),
+          Rows(arena, chromaRows, chromaWidth, s)};
 }
 
 void CopyYuv(const Yuv& dst, const Yuv& src, const Shape& s, bool model) {
   if (!model) {
-    YV12_Blt_fast(dst.y[0], dst.u[0], dst.v[0], dst.y.pitch, dst.u.pitch, dst.v.pitch, s.x_dst,
-                  s.y_dst, s.w, s.y_dst + s.h, src.y[0], src.u[0], src.v[0], src.y.pitch,
-                  src.u.pitch, src.v.pitch, s.x_src, s.y_src);
+    YV12_Blt_fast(dst.y[0], dst.u[0], dst.v[0], dst.y.pitch, dst.u.pitch, dst.v.pitch, s.xDst,
+                  s.yDst, s.w, s.yDst + s.h, src.y[0], src.u[0], src.v[0], src.y.pitch, src.u.pitch,
+                  src.v.pitch, s.xSrc, s.ySrc);
     return;
   }
   // Pair after pair: where planes lie on each other, the order shows.
   for (int i = 0; 2 * i < s.h; ++i) {
     for (const int row : {2 * i, 2 * i + 1}) {
-      std::memcpy(dst.y[s.y_dst + row] + s.x_dst, src.y[s.y_src + row] + s.x_src,
+      std::memcpy(dst.y[s.yDst + row] + s.xDst, src.y[s.ySrc + row] + s.xSrc,
                   static_cast<std::size_t>(s.w));
     }
     for (Plane Yuv::*plane : {&Yuv::u, &Yuv::v}) {
-      std::memcpy((dst.*plane)[s.y_dst / 2 + i] + (s.x_dst + 1) / 2,
-                  (src.*plane)[s.y_src / 2 + i] + (s.x_src + 1) / 2,
+      std::memcpy((dst.*plane)[s.yDst / 2 + i] + (s.xDst + 1) / 2,
+                  (src.*plane)[s.ySrc / 2 + i] + (s.xSrc + 1) / 2,
                   static_cast<std::size_t>((s.w + 1) / 2));
     }
   }
 }
 
 void Yv12Blt(Arena& arena, const Shape& s, bool model) {
-  const Yuv src = YuvPlanes(arena, s, s.x_src, s.y_src, s.w, (s.x_src + 1) / 2);
-  CopyYuv(YuvPlanes(arena, s, s.x_dst, s.y_dst, s.w, (s.x_dst + 1) / 2), src, s, model);
+  const Yuv src = YuvPlanes(arena, s, s.xSrc, s.ySrc, s.w, (s.xSrc + 1) / 2);
+  CopyYuv(YuvPlanes(arena, s, s.xDst, s.yDst, s.w, (s.xDst + 1) / 2), src, s, model);
 }
 
 /// Planes that may lie on each other, and rows that may lie on each other, too.
 void Yv12BltAnywhere(Arena& arena, const Shape& s, bool model) {
-  Random random(static_cast<unsigned>(s.w * 997 + s.h + s.pad * 31 + s.x_dst));
+  Random random(static_cast<unsigned>(s.w * 997 + s.h + s.pad * 31 + s.xDst));
   const int w = 1 + s.w % 10, h = 1 + s.h % 9, chroma = (w + 1) / 2;
   const int pitch = w + random.Below(3) * random.Between(-3, 3);
-  const int pitch_u = chroma + random.Below(2) * random.Between(-2, 2);
-  const int pitch_v = random.Below(2) ? pitch_u : -pitch_u;
+  const int pitchU = chroma + random.Below(2) * random.Between(-2, 2);
+  const int pitchV = random.Below(2) ? pitchU : -pitchU;
   Byte* const planes = arena.Buffer(1000);
-  Byte *const at_y = planes + 400 + random.Below(100), *const end = at_y + h * pitch;
-  Byte* const at_u = random.Below(2) ? end : planes + 400 + random.Below(200);
-  Byte* const at_v =
-      random.Below(2) ? end + (h + 1) / 2 * pitch_u : planes + 400 + random.Below(200);
+  Byte *const atY = planes + 400 + random.Below(100), *const end = atY + h * pitch;
+  Byte* const atU = random.Below(2) ? end : planes + 400 + random.Below(200);
+  Byte* const atV = random.Below(2) ? end + (h + 1) / 2 * pitchU : planes + 400 + random.Below(200);
   const Yuv src = YuvPlanes(arena, {w, h}, 0, 0, w, 0);
-  CopyYuv({{at_y, pitch}, {at_u, pitch_u}, {at_v, pitch_v}}, src, {w, h}, model);
+  CopyYuv({{atY, pitch}, {atU, pitchU}, {atV, pitchV}}, src, {w, h}, model);
 }
 
 /// Packed to planes and back. Odd sizes are rounded up; planes get the mean chroma of two rows.
@@ -379,26 +375,26 @@ template <bool kToPlanes>
 void BetweenPackedAndPlanes(Arena& arena, const Shape& given, bool model) {
   Shape s = given;
   // To planes, the precondition on V asks for a positive pitch and rows not below the source's.
-  if (kToPlanes) s.y_dst = std::min(s.y_dst, s.y_src);
-  const int x = kToPlanes ? s.x_src : s.x_dst, y = kToPlanes ? s.y_src : s.y_dst;
-  const int x_yuv = kToPlanes ? s.x_dst : s.x_src, y_yuv = kToPlanes ? s.y_dst : s.y_src;
+  if (kToPlanes) s.yDst = std::min(s.yDst, s.ySrc);
+  const int x = kToPlanes ? s.xSrc : s.xDst, y = kToPlanes ? s.ySrc : s.yDst;
+  const int xYuv = kToPlanes ? s.xDst : s.xSrc, yYuv = kToPlanes ? s.yDst : s.ySrc;
   const Plane packed = Rows(arena, y + Even(s.h), 2 * (x + Even(s.w)), s);
   if (kToPlanes) s.flip = false;
-  const Yuv yuv = YuvPlanes(arena, s, x_yuv, y_yuv, Even(s.w), x_yuv / 2);
+  const Yuv yuv = YuvPlanes(arena, s, xYuv, yYuv, Even(s.w), xYuv / 2);
   if (!model && kToPlanes) {
-    YUY2_2_Yuv420(yuv.y[0], yuv.u[0], yuv.v[0], yuv.y.pitch, yuv.u.pitch, yuv.v.pitch, x_yuv, y_yuv,
+    YUY2_2_Yuv420(yuv.y[0], yuv.u[0], yuv.v[0], yuv.y.pitch, yuv.u.pitch, yuv.v.pitch, xYuv, yYuv,
                   s.w, s.h, packed[0], packed.pitch, s.flag, x, y);
   } else if (!model) {
     Yuv420_2_YUY2(packed[0], packed.pitch, x, y, s.w, s.h, s.flag, yuv.y[0], yuv.u[0], yuv.v[0],
-                  yuv.y.pitch, yuv.u.pitch, yuv.v.pitch, x_yuv, y_yuv);
+                  yuv.y.pitch, yuv.u.pitch, yuv.v.pitch, xYuv, yYuv);
   }
   for (int row = 0; model && row < Even(s.h); ++row) {
     for (int g = 0; 2 * g < s.w; ++g) {
       Group own(packed[y + row] + 2 * x + 4 * g, s.flag);
       const Group other(packed[y + (row ^ 1)] + 2 * x + 4 * g, s.flag);
-      Byte* const luma = yuv.y[y_yuv + row] + x_yuv + 2 * g;
-      Byte& u = yuv.u[y_yuv / 2 + row / 2][x_yuv / 2 + g];
-      Byte& v = yuv.v[y_yuv / 2 + row / 2][x_yuv / 2 + g];
+      Byte* const luma = yuv.y[yYuv + row] + xYuv + 2 * g;
+      Byte& u = yuv.u[yYuv / 2 + row / 2][xYuv / 2 + g];
+      Byte& v = yuv.v[yYuv / 2 + row / 2][xYuv / 2 + g];
       if (kToPlanes) {
         luma[0] = own.y0;
         luma[1] = own.y1;
@@ -414,7 +410,7 @@ void BetweenPackedAndPlanes(Arena& arena, const Shape& given, bool model) {
 struct Routine {
   const char* name;
   Family family;
-  int all_colors = 0;  ///< Rows of a picture 512 pixels wide with every colour; 0 without colours.
+  int allColors = 0;  ///< Rows of a picture 512 pixels wide with every colour; 0 without colours.
 };
 const Routine kRoutines[] = {
     {"Yuv420_2_rgb24", ToRgb(&Yuv420_2_rgb24, Fourth::kNone), 128},
@@ -494,11 +490,11 @@ TEST_P(EveryRoutine, WritesOverlappingRowsInTheOrderOfThePasses) {
 
 // All values of one component with ZEL_ALL_COLOURS in the environment, else a few.
 TEST_P(EveryRoutine, EveryColour) {
-  if (GetParam().all_colors == 0) GTEST_SKIP() << "no colours";
+  if (GetParam().allColors == 0) GTEST_SKIP() << "no colours";
   const int step = std::getenv("ZEL_ALL_COLOURS") ? 1 : 127;
   for (int value = 0; value < 256; value += step) {
     ASSERT_NO_FATAL_FAILURE(
-        Check({512, GetParam().all_colors, 0, false, 0, 0, 0, 0, value % 2, 0, value}));
+        Check({512, GetParam().allColors, 0, false, 0, 0, 0, 0, value % 2, 0, value}));
   }
 }
 
@@ -599,32 +595,32 @@ TEST_F(ConvertTest, PreconditionsAreAssertions) {
   auto bmi24 = Header(2, 2, 24), bmi32 = Header(2, 2, 32);
   tagBITMAPINFO info8{Header(2, 2, 8), {}}, info24{bmi24, {}};
   const std::string to = "lpDstBmi && lpDstBmi->biBitCount == ",
-                    to_planes = "lpDstBits && pY && pU && pV";
+                    toPlanes = "lpDstBits && pY && pU && pV";
   const std::string from = "lpSrcBmi && lpSrcBmi->biBitCount == ",
-                    from_planes = "lpSrcBits && pY && pU && pV";
+                    fromPlanes = "lpSrcBits && pY && pU && pV";
   const std::string packed = "lpBitsDst && lpBitsSrc", fits = "(xDst + cxDst) * 2 <= nPitchDst";
 #define DIES(text, call) EXPECT_DEATH(call, HasSubstr(std::string(text) + "'"))
   DIES(to + "24", Yuv420_2_rgb24(&bmi32, b, b, b, b, 2, 1, 1));
-  DIES(to_planes, Yuv420_2_rgb24(&bmi24, b, b, nullptr, b, 2, 1, 1));
+  DIES(toPlanes, Yuv420_2_rgb24(&bmi24, b, b, nullptr, b, 2, 1, 1));
   DIES(to + "32", Yuv420_2_rgb32(nullptr, b, b, b, b, 2, 1, 1));
-  DIES(to_planes, Yuv420_2_rgb32(&bmi32, nullptr, b, b, b, 2, 1, 1));
+  DIES(toPlanes, Yuv420_2_rgb32(&bmi32, nullptr, b, b, b, 2, 1, 1));
   DIES(to + "32", Yuv420_2_Argb(&bmi24, b, b, b, b, 2, 1, 1));
-  DIES(to_planes, Yuv420_2_Argb(&bmi32, b, nullptr, b, b, 2, 1, 1));
+  DIES(toPlanes, Yuv420_2_Argb(&bmi32, b, nullptr, b, b, 2, 1, 1));
   DIES(to + "32", Yuv420_2_rgb32_Alpha(&bmi24, b, b, b, b, b, 2, 1, 1));
-  DIES(to_planes + " && pA", Yuv420_2_rgb32_Alpha(&bmi32, b, b, b, b, nullptr, 2, 1, 1));
+  DIES(toPlanes + " && pA", Yuv420_2_rgb32_Alpha(&bmi32, b, b, b, b, nullptr, 2, 1, 1));
   DIES(from + "24", Rgb24_2_yuv420(b, b, b, 2, 1, 1, &bmi32, b));
-  DIES(from_planes, Rgb24_2_yuv420(b, b, b, 2, 1, 1, &bmi24, nullptr));
+  DIES(fromPlanes, Rgb24_2_yuv420(b, b, b, 2, 1, 1, &bmi24, nullptr));
   DIES(from + "32", Rgb32_2_yuv420(b, b, b, 2, 1, 1, &bmi24, b));
-  DIES(from_planes, Rgb32_2_yuv420(b, b, nullptr, 2, 1, 1, &bmi32, b));
+  DIES(fromPlanes, Rgb32_2_yuv420(b, b, nullptr, 2, 1, 1, &bmi32, b));
   DIES(from + "32", Argb_2_yuv420(b, b, b, 2, 1, 1, nullptr, b));
-  DIES(from_planes, Argb_2_yuv420(b, nullptr, b, 2, 1, 1, &bmi32, b));
+  DIES(fromPlanes, Argb_2_yuv420(b, nullptr, b, 2, 1, 1, &bmi32, b));
   DIES("lpBitmapInfo && lpBitmapInfo->bmiHeader.biBitCount == 8",
        Rgb8_2_YUV420(b, b, b, 2, 1, 1, &info24, b));
-  DIES(from_planes, Rgb8_2_YUV420(nullptr, b, b, 2, 1, 1, &info8, b));
+  DIES(fromPlanes, Rgb8_2_YUV420(nullptr, b, b, 2, 1, 1, &info8, b));
   DIES(from + "32", Rgb32_2_yuv420_Alpha(b, b, b, b, 2, 1, 1, &bmi24, b));
-  DIES(from_planes + " && pA", Rgb32_2_yuv420_Alpha(b, b, b, nullptr, 2, 1, 1, &bmi32, b));
+  DIES(fromPlanes + " && pA", Rgb32_2_yuv420_Alpha(b, b, b, nullptr, 2, 1, 1, &bmi32, b));
   DIES(from + "32", Rgb32_2_yuv420A(b, b, b, b, 2, 1, 1, &bmi24, b));
-  DIES(from_planes, Rgb32_2_yuv420A(b, b, b, b, 2, 1, 1, &bmi32, nullptr));
+  DIES(fromPlanes, Rgb32_2_yuv420A(b, b, b, b, 2, 1, 1, &bmi32, nullptr));
   DIES(packed, Rgb24_2_YUY2(b, 4, 0, 0, 2, 1, 1, nullptr, 1, 6, 0, 0));
   DIES(fits, Rgb24_2_YUY2(b, 3, 0, 0, 2, 1, 1, b, 1, 6, 0, 0));
   DIES(fits, Rgb24_2_YUY2(b, 8, 0x7fffffff, 0, 2, 1, 1, b, 1, 6, 0, 0));

@@ -36,10 +36,10 @@ struct Steps {
 
 struct Image {
   const IMG_PARAM& p;
-  bool bottom_up;
+  bool bottomUp;
   int bytes;
   Byte* At(int x, int y) const {
-    const long long row = bottom_up ? p.nImageHeight - 1LL - p.nTop - y : p.nTop + y;
+    const long long row = bottomUp ? p.nImageHeight - 1LL - p.nTop - y : p.nTop + y;
     return p.pBuffer + row * p.nPitch + (p.nLeft + x) * bytes;
   }
 };
@@ -65,9 +65,9 @@ void WalkBitmap(const IMG_PARAM& s, const IMG_PARAM& d, Each each) {
   const Steps cols{s.nWidth, d.nWidth}, rows{s.nHeight, d.nHeight};
   for (int r = 0; r < d.nHeight; ++r) {
     for (int c = 0; c < d.nWidth; ++c) {
-      const bool last_row = r == d.nHeight - 1, last_column = c == d.nWidth - 1;
-      each(c, r, last_column ? Pos{s.nWidth - 1, 0} : cols.At(c),
-           last_row ? Pos{s.nHeight - 1, 0} : rows.At(r), last_row || last_column);
+      const bool lastRow = r == d.nHeight - 1, lastColumn = c == d.nWidth - 1;
+      each(c, r, lastColumn ? Pos{s.nWidth - 1, 0} : cols.At(c),
+           lastRow ? Pos{s.nHeight - 1, 0} : rows.At(r), lastRow || lastColumn);
     }
   }
 }
@@ -190,10 +190,10 @@ struct ResizeCase {
   const char* name;
   Resizer resize;
   void (*model)(const IMG_PARAM& src, const IMG_PARAM& dst);
-  bool bottom_up;
+  bool bottomUp;
   bool chroma;  // Planes have half the size of the rectangles.
-  int src_bytes;
-  int dst_bytes;
+  int srcBytes;
+  int dstBytes;
 
   friend std::ostream& operator<<(std::ostream& out, const ResizeCase& c) { return out << c.name; }
 };
@@ -216,8 +216,8 @@ constexpr ResizeCase kResizeCases[] = {
 };
 
 /// A picture that is its own rectangle.
-IMG_PARAM Rect(Bytes& bytes, int width, int height, int pixel_bytes = 1) {
-  return {bytes.data(), 0, height, width * pixel_bytes, 8 * pixel_bytes, 0, 0, width, height};
+IMG_PARAM Rect(Bytes& bytes, int width, int height, int pixelBytes = 1) {
+  return {bytes.data(), 0, height, width * pixelBytes, 8 * pixelBytes, 0, 0, width, height};
 }
 
 class Resize : public KernelTest {};
@@ -239,7 +239,7 @@ TEST_F(Resize, GivesTheValuesWorkedOutByHand) {
 /// Finds memory for the record's rectangle, in rows of some pitch: its own bytes, or with
 /// `surrounded` whole rows and one more above and below.
 void Place(Arena& arena, Random& random, const ResizeCase& c, bool surrounded, IMG_PARAM* p) {
-  const int bytes = surrounded ? c.dst_bytes : c.src_bytes, half = c.chroma ? 2 : 1;
+  const int bytes = surrounded ? c.dstBytes : c.srcBytes, half = c.chroma ? 2 : 1;
   const int left = p->nLeft / half, columns = (p->nLeft + p->nWidth - 1) / half - left + 1;
   const int top = p->nTop / half, rows = (p->nTop + p->nHeight - 1) / half - top + 1;
   const int pitch = (left + columns) * bytes + random.Below(20);
@@ -247,14 +247,14 @@ void Place(Arena& arena, Random& random, const ResizeCase& c, bool surrounded, I
   p->nPitch = flipped ? -pitch : pitch;
   p->nImageHeight = top + rows + random.Below(3);
   // Rows that are upwards in memory begin with the last one.
-  const bool upwards = c.bottom_up != flipped;
+  const bool upwards = c.bottomUp != flipped;
   const std::ptrdiff_t size = surrounded ? std::ptrdiff_t{rows + 2} * pitch
                                          : std::ptrdiff_t{rows - 1} * pitch + columns * bytes;
   Byte* const begin = arena.Buffer(static_cast<std::size_t>(size));
   const std::ptrdiff_t corner =
       (surrounded ? pitch + left * bytes : 0) + (upwards ? std::ptrdiff_t{rows - 1} * pitch : 0);
-  const int top_row = c.bottom_up ? p->nImageHeight - 1 - top : top;
-  p->pBuffer = begin + corner - left * bytes - std::ptrdiff_t{top_row} * p->nPitch;
+  const int topRow = c.bottomUp ? p->nImageHeight - 1 - top : top;
+  p->pBuffer = begin + corner - left * bytes - std::ptrdiff_t{topRow} * p->nPitch;
 }
 
 class EveryResizer : public KernelTest, public testing::WithParamInterface<ResizeCase> {
@@ -263,7 +263,7 @@ class EveryResizer : public KernelTest, public testing::WithParamInterface<Resiz
     const ResizeCase& c = GetParam();
     const auto run = [&](Arena& arena, bool model) {
       Random random(seed_);
-      IMG_PARAM from = {nullptr,         -1, 0, 0, 8 * c.src_bytes, random.Below(6),
+      IMG_PARAM from = {nullptr,         -1, 0, 0, 8 * c.srcBytes, random.Below(6),
                         random.Below(4), sw, sh};
       IMG_PARAM to = {nullptr, -1, 0, 0, -1, random.Below(6), random.Below(4), dw, dh};
       Place(arena, random, c, false, &from);
@@ -328,24 +328,24 @@ TEST_F(Resize, OffsetsMayExceedTwoGigabytes) {
   const Mapping large(std::int64_t{kSide} * kSide * kPixel);
   if (!large.begin()) GTEST_SKIP() << "no address space for such a picture";
   for (const ResizeCase& c : kResizeCases) {
-    if (c.chroma || c.src_bytes != c.dst_bytes) continue;
-    IMG_PARAM picture = {large.begin(), 0, kSide, kSide * c.src_bytes, 0, 0, 0, kSide, kSide};
+    if (c.chroma || c.srcBytes != c.dstBytes) continue;
+    IMG_PARAM picture = {large.begin(), 0, kSide, kSide * c.srcBytes, 0, 0, 0, kSide, kSide};
     const auto at = [&](std::int64_t x, std::int64_t y) {
-      return large.begin() + y * picture.nPitch + x * c.src_bytes;
+      return large.begin() + y * picture.nPitch + x * c.srcBytes;
     };
     // The corners, which every scaled picture has.
     for (int i = 0; i < 4; ++i) {
-      std::memset(at(i % 2 * (kSide - 1), i / 2 * (kSide - 1)), 50 + i, c.src_bytes);
+      std::memset(at(i % 2 * (kSide - 1), i / 2 * (kSide - 1)), 50 + i, c.srcBytes);
     }
-    Bytes small(static_cast<size_t>(9 * c.dst_bytes), 77);
-    IMG_PARAM to = Rect(small, 3, 3, c.dst_bytes);
+    Bytes small(static_cast<size_t>(9 * c.dstBytes), 77);
+    IMG_PARAM to = Rect(small, 3, 3, c.dstBytes);
     EXPECT_EQ(c.resize(picture, to), 1) << c;
     EXPECT_EQ(small[0], c.resize == DIB_AlphaResizeBiLiner ? (77 * 205 + 50 * 50) / 255 : 50) << c;
-    Bytes source(static_cast<size_t>(9 * c.src_bytes), 255);
+    Bytes source(static_cast<size_t>(9 * c.srcBytes), 255);
     picture.nLeft = picture.nTop = kSide - 3;
-    if (c.bottom_up) picture.nTop = 0;
+    if (c.bottomUp) picture.nTop = 0;
     picture.nWidth = picture.nHeight = 3;
-    EXPECT_EQ(c.resize(Rect(source, 3, 3, c.src_bytes), picture), 1) << c;
+    EXPECT_EQ(c.resize(Rect(source, 3, 3, c.srcBytes), picture), 1) << c;
     EXPECT_EQ(*at(kSide - 3, kSide - 1), 255) << c;
     EXPECT_EQ(*at(kSide - 1, kSide - 2), 255) << c;
   }
@@ -354,7 +354,7 @@ TEST_F(Resize, OffsetsMayExceedTwoGigabytes) {
 TEST_F(Resize, RefusesWhatCannotBeDoneAndWritesNothing) {
   Bytes src(4 * 64 * 64, 5), dst(4 * 64 * 64, 77);
   for (const ResizeCase& c : kResizeCases) {
-    const IMG_PARAM good = {nullptr, 0, 16, 64, 8 * c.src_bytes, 0, 0, 8, 8};
+    const IMG_PARAM good = {nullptr, 0, 16, 64, 8 * c.srcBytes, 0, 0, 8, 8};
     const auto resize = [&](int IMG_PARAM::*field, int value, bool source, bool buffers = true) {
       IMG_PARAM from = good, to = good;
       from.pBuffer = buffers || !source ? src.data() : nullptr;
@@ -372,10 +372,10 @@ TEST_F(Resize, RefusesWhatCannotBeDoneAndWritesNothing) {
       }
       for (const int n : {-1, INT_MIN, INT_MAX}) {
         refuses(&IMG_PARAM::nLeft, n);
-        if (n < 0 || c.bottom_up) refuses(&IMG_PARAM::nTop, n);
+        if (n < 0 || c.bottomUp) refuses(&IMG_PARAM::nTop, n);
       }
       for (const int n : {3, -3}) refuses(&IMG_PARAM::nPitch, n);
-      if (c.bottom_up) refuses(&IMG_PARAM::nImageHeight, 7);
+      if (c.bottomUp) refuses(&IMG_PARAM::nImageHeight, 7);
       // More rows than an address space of 32 bits has bytes.
       if (sizeof(void*) == 4) refuses(&IMG_PARAM::nHeight, INT_MAX);
       EXPECT_EQ(resize(&IMG_PARAM::nWidth, 8, source, false), 0) << c;
@@ -396,8 +396,8 @@ TEST_F(Resize, DispatchersRunTheirRoutines) {
   const auto stretch = [](const IMG_PARAM& s, IMG_PARAM& d, IMAGE_INTERPOLATION) {
     return ImageStretchMask(s, d);
   };
-  const Resizer nearest_y = WithoutReserved<DIB_ResizeNearY>;
-  const Resizer bilinear_y = WithoutReserved<DIB_ResizeBiLinerY>;
+  const Resizer nearestY = WithoutReserved<DIB_ResizeNearY>;
+  const Resizer bilinearY = WithoutReserved<DIB_ResizeBiLinerY>;
   const Resizer alpha = DIB_AlphaResizeBiLiner, mask = StretchMaskResizeBiLiner;
   struct Dispatcher {
     int (*dispatch)(const IMG_PARAM&, IMG_PARAM&, IMAGE_INTERPOLATION);
@@ -414,7 +414,7 @@ TEST_F(Resize, DispatchersRunTheirRoutines) {
       {ImageResizeUV,
        1,
        {DIB_ResizeBiLinerUV, DIB_ResizeNearUV, DIB_ResizeBiLinerUV, nullptr, nullptr}},
-      {luma, 1, {bilinear_y, nearest_y, bilinear_y, DIB_ResizeConvolve, nullptr}},
+      {luma, 1, {bilinearY, nearestY, bilinearY, DIB_ResizeConvolve, nullptr}},
       {ImageAlphaResize, 4, {alpha, alpha, alpha, alpha, alpha}},
       {stretch, 4, {mask, mask, mask, mask, mask}},
   };
@@ -438,7 +438,7 @@ TEST_F(Resize, DispatchersRunTheirRoutines) {
 }
 
 TEST_F(Resize, PicturesAreScaledPlaneByPlane) {
-  const int src_pitch[] = {7, 5, 6, 9}, dst_pitch[] = {11, 8, 12, 13};
+  const int srcPitch[] = {7, 5, 6, 9}, dstPitch[] = {11, 8, 12, 13};
   Bytes src(4 * 90), got(4 * 160);
   for (size_t i = 0; i < src.size(); ++i) src[i] = static_cast<Byte>(i * 37);
   const IMG_PARAM from = {nullptr, 0, 0, 0, 0, 1, 1, 6, 6};
@@ -459,15 +459,15 @@ TEST_F(Resize, PicturesAreScaledPlaneByPlane) {
       const auto m = static_cast<IMAGE_INTERPOLATION>(method);
       got.assign(got.size(), 77);
       for (const int i : {0, 2, 3}) {
-        IMG_PARAM one_from = from, one_to = to;
-        one_from.pBuffer = s(i);
-        one_from.nPitch = src_pitch[i];
-        one_to.pBuffer = d(i);
-        one_to.nPitch = dst_pitch[i];
+        IMG_PARAM oneFrom = from, oneTo = to;
+        oneFrom.pBuffer = s(i);
+        oneFrom.nPitch = srcPitch[i];
+        oneTo.pBuffer = d(i);
+        oneTo.nPitch = dstPitch[i];
         if (full || i == 0) {
-          ImageResizeY(one_from, one_to, m, 0);
+          ImageResizeY(oneFrom, oneTo, m, 0);
         } else if (i < 3) {
-          ImageResizeUV(one_from, one_to, m);
+          ImageResizeUV(oneFrom, oneTo, m);
         }
       }
       const Bytes want = got;
