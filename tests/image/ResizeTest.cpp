@@ -340,7 +340,9 @@ TEST_F(Resize, OffsetsMayExceedTwoGigabytes) {
     Bytes small(static_cast<size_t>(9 * c.dstBytes), 77);
     IMG_PARAM to = Rect(small, 3, 3, c.dstBytes);
     EXPECT_EQ(c.resize(picture, to), 1) << c;
-    EXPECT_EQ(small[0], c.resize == DIB_AlphaResizeBiLiner ? (77 * 205 + 50 * 50) / 255 : 50) << c;
+    const bool box = std::strcmp(c.name, "Simulate") == 0,
+               alpha = std::strcmp(c.name, "Alpha") == 0;
+    EXPECT_EQ(small[0], box ? 50 / 4 : alpha ? (77 * 205 + 50 * 50) / 255 : 50) << c;
     Bytes source(static_cast<size_t>(9 * c.srcBytes), 255);
     picture.nLeft = picture.nTop = kSide - 3;
     if (c.bottomUp) picture.nTop = 0;
@@ -359,7 +361,8 @@ TEST_F(Resize, RefusesWhatCannotBeDoneAndWritesNothing) {
       IMG_PARAM from = good, to = good;
       from.pBuffer = buffers || !source ? src.data() : nullptr;
       to.pBuffer = buffers || source ? dst.data() : nullptr;
-      (source ? from : to).*field = value;
+      IMG_PARAM& changed = source ? from : to;
+      changed.*field = value;
       return c.resize(from, to);
     };
     for (const bool source : {true, false}) {
