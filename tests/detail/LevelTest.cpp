@@ -34,7 +34,7 @@ TEST_F(LevelTest, AForcedLevelIsTheOneInUse) {
     if (!zel::HasLevel(level)) continue;
     zel::UseLevel(level);
     functions.insert(reinterpret_cast<void*>(zel::audio::ActiveKernels().mixUnity));
-    functions.insert(reinterpret_cast<void*>(zel::image::ActiveConvertKernels().from_bgr24));
+    functions.insert(reinterpret_cast<void*>(zel::image::ActiveConvertKernels().fromBgr24));
     functions.insert(reinterpret_cast<void*>(zel::image::ActiveResizeKernels().blend8));
     count += 3;
   }
