@@ -6,8 +6,8 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <deque>
 #include <functional>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -17,7 +17,6 @@
 
 namespace {
 
-using testing::ElementsAre;
 using testing::HasSubstr;
 using namespace zel::test;  // NOLINT
 
@@ -96,37 +95,28 @@ struct Plane {
   Byte* operator[](int row) const { return first + std::ptrdiff_t{row} * pitch; }
 };
 
-/// The planes of far shapes, which stand in for those of the arena while the routine works.
-class FarPlanes {
- public:
-  Plane Move(Plane near, int rows, int rowBytes) {
-    planes_.emplace_back(near, rows, rowBytes);
-    for (int r = 0; r < rows; ++r) std::memcpy(planes_.back().far[r], near[r], rowBytes);
-    return planes_.back().far;
-  }
-  void MoveBack() {
-    for (const Moved& m : planes_) {
-      for (int r = 0; r < m.rows; ++r) std::memcpy(m.near[r], m.far[r], m.rowBytes);
-    }
-    planes_.clear();
-  }
-
- private:
-  static constexpr int kPitch = (1 << 30) + 3;
-  struct Moved {
-    Moved(Plane plane, int rowCount, int bytes)
-        : near(plane), rows(rowCount), rowBytes(bytes), memory(std::int64_t{kPitch} * rowCount) {
-      far = near.pitch < 0 ? Plane{memory.begin() + std::int64_t{kPitch} * (rows - 1), -kPitch}
-                           : Plane{memory.begin(), kPitch};
-    }
-    Plane near, far;
-    int rows;
-    std::size_t rowBytes;
-    Mapping memory;
-  };
-  std::deque<Moved> planes_;
+/// Planes whose rows are a gigabyte apart, which stand in for those of the arena while a routine
+/// works.
+struct FarPlane {
+  Plane near, far;
+  int rows, rowBytes;
+  std::unique_ptr<Mapping> memory;
 };
-FarPlanes farPlanes;
+std::vector<FarPlane> farPlanes;
+
+void CopyRows(Plane to, Plane from, int rows, int rowBytes) {
+  for (int r = 0; r < rows; ++r) std::memcpy(to[r], from[r], static_cast<std::size_t>(rowBytes));
+}
+
+Plane MoveFar(Plane near, int rows, int rowBytes) {
+  constexpr int kPitch = (1 << 30) + 3;
+  auto memory = std::make_unique<Mapping>(std::int64_t{kPitch} * rows);
+  Plane far = {memory->begin(), kPitch};
+  if (near.pitch < 0) far = {far[rows - 1], -kPitch};
+  CopyRows(far, near, rows, rowBytes);
+  farPlanes.push_back({near, far, rows, rowBytes, std::move(memory)});
+  return far;
+}
 
 /// `rows` rows of `rowBytes`; nothing after the last. With a negative padding rows overlap.
 Plane Rows(Arena& arena, int rows, int rowBytes, const Shape& s) {
@@ -135,7 +125,7 @@ Plane Rows(Arena& arena, int rows, int rowBytes, const Shape& s) {
   const std::ptrdiff_t last = std::ptrdiff_t{rows - 1} * pitch;
   Byte* const bytes = arena.Buffer(static_cast<std::size_t>(last + rowBytes));
   const Plane plane = s.flip ? Plane{bytes + last, -pitch} : Plane{bytes, pitch};
-  return s.far ? farPlanes.Move(plane, rows, rowBytes) : plane;
+  return s.far ? MoveFar(plane, rows, rowBytes) : plane;
 }
 
 template <typename F>
@@ -188,29 +178,29 @@ using YuvaToBitmap = void (*)(BitmapHeader*, Byte*, Byte*, Byte*, Byte*, Byte*, 
 template <typename Routine>
 Family ToRgb(Routine routine, Fourth fourth, bool topDown = false, bool simple = false) {
   return [=](Arena& arena, const Shape& s, bool model) {
-    const auto [y, u, v, a] = Planes(arena, s, 0, 0, s.h, s.w, 0);
+    const Yuv p = Planes(arena, s, 0, 0, s.h, s.w, 0);
     const int bitCount = fourth == Fourth::kNone ? 24 : 32;
     const Bitmap bitmap(arena, s, bitCount, topDown);
-    EachPixel(s, [&, &y = y, &u = u, &v = v](int r, int x) {
+    EachPixel(s, [&](int r, int x) {
       if (s.value < 0) return;
-      y[r][x] = static_cast<Byte>(2 * r + x % 2);
-      u[r / 2][x / 2] = static_cast<Byte>(x / 2);
-      v[r / 2][x / 2] = static_cast<Byte>(s.value);
+      p.y[r][x] = static_cast<Byte>(2 * r + x % 2);
+      p.u[r / 2][x / 2] = static_cast<Byte>(x / 2);
+      p.v[r / 2][x / 2] = static_cast<Byte>(s.value);
     });
     auto bmi = Header(s.w, s.h, bitCount);
     if (model) {
-      EachPixel(s, [&, &y = y, &u = u, &v = v, &a = a](int r, int x) {
+      EachPixel(s, [&](int r, int x) {
         const bool lastColumn = s.w % 2 && x == s.w - 1, lastRow = s.h % 2 && r == s.h - 1;
         if ((lastColumn && lastRow) || (simple && (lastColumn || lastRow))) return;
         Byte* const pixel = bitmap.At(r, x);
-        ToBgr(y[r][x], u[r / 2][x / 2], v[r / 2][x / 2], simple, pixel);
+        ToBgr(p.y[r][x], p.u[r / 2][x / 2], p.v[r / 2][x / 2], simple, pixel);
         if (fourth == Fourth::kOpaque) pixel[3] = 255;
-        if (fourth == Fourth::kAlpha) pixel[3] = a[r][x];
+        if (fourth == Fourth::kAlpha) pixel[3] = p.a[r][x];
       });
     } else if constexpr (std::is_same_v<Routine, YuvaToBitmap>) {
-      routine(&bmi, bitmap.bits, y[0], u[0], v[0], a[0], y.pitch, u.pitch, v.pitch);
+      routine(&bmi, bitmap.bits, p.y[0], p.u[0], p.v[0], p.a[0], p.y.pitch, p.u.pitch, p.v.pitch);
     } else {
-      routine(&bmi, bitmap.bits, y[0], u[0], v[0], y.pitch, u.pitch, v.pitch);
+      routine(&bmi, bitmap.bits, p.y[0], p.u[0], p.v[0], p.y.pitch, p.u.pitch, p.v.pitch);
     }
   };
 }
@@ -236,23 +226,23 @@ Family ToYuv(Routine routine, int bitCount, Fourth fourth = Fourth::kKept, bool 
       pixel[1] = static_cast<Byte>(r / 2);
       pixel[2] = static_cast<Byte>(s.value);
     });
-    const auto [y, u, v, a] = Planes(arena, s, 0, 0, s.h, Even(s.w), 0);
+    const Yuv p = Planes(arena, s, 0, 0, s.h, Even(s.w), 0);
     auto bmi = Header(s.w, s.h, bitCount);
     std::memcpy(info, &bmi, 40);
     if (!model) {
       if constexpr (std::is_same_v<Routine, BitmapToYuva>) {
-        routine(y[0], u[0], v[0], a[0], y.pitch, u.pitch, v.pitch, &bmi, bitmap.bits);
+        routine(p.y[0], p.u[0], p.v[0], p.a[0], p.y.pitch, p.u.pitch, p.v.pitch, &bmi, bitmap.bits);
       } else if constexpr (std::is_same_v<Routine, IndexedToYuv>) {
-        routine(y[0], u[0], v[0], y.pitch, u.pitch, v.pitch, reinterpret_cast<tagBITMAPINFO*>(info),
-                bitmap.bits);
+        routine(p.y[0], p.u[0], p.v[0], p.y.pitch, p.u.pitch, p.v.pitch,
+                reinterpret_cast<tagBITMAPINFO*>(info), bitmap.bits);
       } else {
-        routine(y[0], u[0], v[0], y.pitch, u.pitch, v.pitch, &bmi, bitmap.bits);
+        routine(p.y[0], p.u[0], p.v[0], p.y.pitch, p.u.pitch, p.v.pitch, &bmi, bitmap.bits);
       }
       return;
     }
     // Blocks, then the last column, then the last row: where rows overlap, the order shows.
     for (int pass = 0; pass < (simple ? 1 : 3); ++pass) {
-      EachPixel({(s.w + 1) / 2, (s.h + 1) / 2}, [&, &y = y, &u = u, &v = v, &a = a](int k, int m) {
+      EachPixel({(s.w + 1) / 2, (s.h + 1) / 2}, [&](int k, int m) {
         const bool lastColumn = 2 * m + 1 == s.w, lastRow = 2 * k + 1 == s.h;
         if (pass != (lastColumn ? 1 : 0) + (lastRow ? 2 : 0)) return;
         Chroma mean;
@@ -263,28 +253,21 @@ Family ToYuv(Routine routine, int bitCount, Fourth fourth = Fourth::kKept, bool 
           mean.Add(bgr, simple);
           const bool repeat = lastColumn && fourth != Fourth::kAlphaNotRepeated;
           for (int column = x; column <= x + repeat; ++column) {
-            y[r][column] = Luma(bgr, simple);
-            if (fourth != Fourth::kKept) a[r][column] = pixel[3];
+            p.y[r][column] = Luma(bgr, simple);
+            if (fourth != Fourth::kKept) p.a[r][column] = pixel[3];
           }
         });
-        u[k][m] = mean.u();
-        v[k][m] = mean.v();
+        p.u[k][m] = mean.u();
+        p.v[k][m] = mean.v();
       });
     }
   };
 }
 
-/// A group of packed 4:2:2 by its parts.
+/// Where Y0, U, Y1 and V are in a group of packed 4:2:2.
 struct Group {
-  Byte &y0, &u, &y1, &v;
-  Group(Byte* at, int lumaFirst)
-      : y0(at[!lumaFirst]), u(at[!!lumaFirst]), y1(at[2 + !lumaFirst]), v(at[2 + !!lumaFirst]) {}
-  void Set(Byte newY0, Byte newU, Byte newY1, Byte newV) {
-    y0 = newY0;
-    u = newU;
-    y1 = newY1;
-    v = newV;
-  }
+  int y0, u, y1, v;
+  explicit Group(int flag) : y0(!flag), u(!!flag), y1(2 + y0), v(2 + u) {}
 };
 
 void Rgb24ToYuy2(Arena& arena, const Shape& s, bool model) {
@@ -311,8 +294,12 @@ void Rgb24ToYuy2(Arena& arena, const Shape& s, bool model) {
       Chroma mean;
       mean.Add(first);
       mean.Add(second);
-      Group(dst[s.yDst + t] + 2 * (xDst + k), s.flag)
-          .Set(Luma(first), mean.u(), Luma(second), mean.v());
+      const Group at(s.flag);
+      Byte* const out = dst[s.yDst + t] + 2 * (xDst + k);
+      out[at.y0] = Luma(first);
+      out[at.u] = mean.u();
+      out[at.y1] = Luma(second);
+      out[at.v] = mean.v();
     });
   }
 }
@@ -329,8 +316,9 @@ void Yuy2ToRgb24(Arena& arena, const Shape& s, bool model) {
     return;
   }
   EachPixel(s, [&](int t, int k) {
-    const Group group(src[s.ySrc + t] + 2 * (xSrc + k / 2 * 2), s.flag);
-    ToBgr(k % 2 ? group.y1 : group.y0, group.u, group.v, false,
+    const Group at(s.flag);
+    const Byte* const group = src[s.ySrc + t] + 2 * (xSrc + k / 2 * 2);
+    ToBgr(group[k % 2 ? at.y1 : at.y0], group[at.u], group[at.v], false,
           dst[s.h - 1 - t] + 3 * (s.xDst + k));
   });
 }
@@ -415,18 +403,18 @@ void BetweenPackedAndPlanes(Arena& arena, const Shape& given, bool model) {
                   yuv.y.pitch, yuv.u.pitch, yuv.v.pitch, xYuv, yYuv);
   } else {
     EachPixel({Even(s.w) / 2, Even(s.h)}, [&](int row, int g) {
-      Group own(packed[y + row] + 2 * x + 4 * g, s.flag);
-      const Group other(packed[y + (row ^ 1)] + 2 * x + 4 * g, s.flag);
+      const Group at(s.flag);
+      Byte* const own = packed[y + row] + 2 * x + 4 * g;
+      const Byte* const other = packed[y + (row ^ 1)] + 2 * x + 4 * g;
       Byte* const luma = yuv.y[yYuv + row] + xYuv + 2 * g;
-      Byte& u = yuv.u[yYuv / 2 + row / 2][xYuv / 2 + g];
-      Byte& v = yuv.v[yYuv / 2 + row / 2][xYuv / 2 + g];
-      if (kToPlanes) {
-        luma[0] = own.y0;
-        luma[1] = own.y1;
-        u = static_cast<Byte>((own.u + other.u) / 2);
-        v = static_cast<Byte>((own.v + other.v) / 2);
-      } else {
-        own.Set(luma[0], u, luma[1], v);
+      for (const int i : {0, 1}) {
+        Byte& packedLuma = own[i ? at.y1 : at.y0];
+        (kToPlanes ? luma[i] : packedLuma) = kToPlanes ? packedLuma : luma[i];
+      }
+      for (const auto& [plane, i] : {std::pair{yuv.u, at.u}, {yuv.v, at.v}}) {
+        Byte& sample = plane[yYuv / 2 + row / 2][xYuv / 2 + g];
+        if (kToPlanes) sample = static_cast<Byte>((own[i] + other[i]) / 2);
+        if (!kToPlanes) own[i] = sample;
       }
     });
   }
@@ -472,7 +460,8 @@ class EveryRoutine : public KernelTest, public testing::WithParamInterface<Routi
     };
     const auto routine = [&](Arena& arena) {
       GetParam().family(arena, s, false);
-      farPlanes.MoveBack();
+      for (const FarPlane& p : farPlanes) CopyRows(p.near, p.far, p.rows, p.rowBytes);
+      farPlanes.clear();
     };
     ASSERT_TRUE(SameAtEveryLevel(seed_++, model, routine)) << s;
   }
@@ -492,7 +481,7 @@ TEST_P(EveryRoutine, SmallShapes) {
   }
 }
 
-TEST_P(EveryRoutine, LargeShapes) {
+TEST_P(EveryRoutine, LargeAndEmptyShapes) {
   for (const Shape& shape :
        {Shape{1919, 5}, Shape{2051, 3, 5, true}, Shape{4097, 2, 0, false, 3, 1, 2, 1, 0},
         Shape{133, 211, 1}, Shape{2, 1027}, Shape{521, 255}, Shape{642, 207, 6, true},
@@ -502,9 +491,6 @@ TEST_P(EveryRoutine, LargeShapes) {
   for (int w = 41; w <= 200; ++w) {
     ASSERT_NO_FATAL_FAILURE(Check({w, 3, w % 3, false, 0, 0, 0, 0, w % 2}));
   }
-}
-
-TEST_P(EveryRoutine, NothingToConvert) {
   for (const auto& [w, h] : {std::pair{0, 4}, {4, 0}, {-2, 4}, {4, -2}, {-3, 3}, {3, -3}}) {
     for (int i = 0; i < 4; ++i) ASSERT_NO_FATAL_FAILURE(Check({w, h}));
   }
@@ -554,17 +540,16 @@ INSTANTIATE_TEST_SUITE_P(Convert, EveryRoutine, testing::ValuesIn(kRoutines),
 TEST(Convert, GivesTheWorkedOutColours) {
   auto bmi = Header(2, 2, 24);
   const struct {
+    decltype(&Yuv420_2_rgb24) routine;
     Byte y, u, v;
     Bytes bgr;
-    bool simple;
-  } colors[] = {{235, 128, 128, {254, 254, 254}, false},
-                {235, 128, 128, {255, 255, 255}, true},
-                {81, 90, 240, {0, 0, 254}, false},
-                {41, 240, 110, {255, 0, 0}, true}};
+  } colors[] = {{Yuv420_2_rgb24, 235, 128, 128, {254, 254, 254}},
+                {Yuv420_2_rgb24Simple, 235, 128, 128, {255, 255, 255}},
+                {Yuv420_2_rgb24, 81, 90, 240, {0, 0, 254}},
+                {Yuv420_2_rgb24Simple, 41, 240, 110, {255, 0, 0}}};
   for (auto color : colors) {
     Bytes y(4, color.y), bits(16);
-    (color.simple ? Yuv420_2_rgb24Simple : Yuv420_2_rgb24)(&bmi, bits.data(), y.data(), &color.u,
-                                                           &color.v, 2, 1, 1);
+    color.routine(&bmi, bits.data(), y.data(), &color.u, &color.v, 2, 1, 1);
     EXPECT_EQ(Bytes(bits.begin() + 11, bits.begin() + 14), color.bgr);
   }
   // Two red and two blue pixels: the floored mean of floored terms.
@@ -574,11 +559,10 @@ TEST(Convert, GivesTheWorkedOutColours) {
   EXPECT_EQ((Bytes{y[0], y[1], u, v}), (Bytes{81, 40, 164, 174}));
   Bytes white(6, 255), group(4), row(8, 7);
   Rgb24_2_YUY2(group.data(), 4, 0, 0, 2, 1, 0, white.data(), 1, 6, 0, 0);
-  EXPECT_THAT(group, ElementsAre(128, 235, 128, 235));
-  group = {16, 128, 235, 128};
+  EXPECT_EQ(group, (Bytes{128, 235, 128, 235}));
   // A single row needs no pitch.
-  YUY2_2_Rgb24(row.data(), 1, INT_MIN, 0, 0, 2, 1, group.data(), 4, 1, 0, 0);
-  EXPECT_THAT(row, ElementsAre(0, 0, 0, 254, 254, 254, 7, 7));
+  YUY2_2_Rgb24(row.data(), 1, INT_MIN, 0, 0, 2, 1, group.data(), 4, 0, 0, 0);
+  EXPECT_EQ(row, (Bytes{254, 254, 254, 254, 254, 254, 7, 7}));
 }
 
 TEST(Convert, PreconditionsAreAssertions) {
@@ -588,20 +572,12 @@ TEST(Convert, PreconditionsAreAssertions) {
 #define DIES(text, call) EXPECT_DEATH(call, HasSubstr(std::string(text) + "'"))
   const std::string to = "lpDstBmi && lpDstBmi->biBitCount == ",
                     toPlanes = "lpDstBits && pY && pU && pV";
-  const struct {
-    YuvToBitmap routine;
-    int bits;
-  } toRgb[] = {{Yuv420_2_rgb24, 24}, {Yuv420_2_rgb32, 32}, {Yuv420_2_Argb, 32}};
-  for (const auto& [routine, bits] : toRgb) {
-    auto &good = bits == 24 ? bmi24 : bmi32, &bad = bits == 24 ? bmi32 : bmi24;
-    DIES(to + std::to_string(bits), routine(&bad, b, b, b, b, 2, 1, 1));
-    DIES(to + std::to_string(bits), routine(nullptr, b, b, b, b, 2, 1, 1));
-    for (const int i : {0, 1, 2, 3}) {
-      Byte* p[] = {b, b, b, b};
-      p[i] = nullptr;
-      DIES(toPlanes, routine(&good, p[0], p[1], p[2], p[3], 2, 1, 1));
-    }
-  }
+  DIES(to + "24", Yuv420_2_rgb24(&bmi32, b, b, b, b, 2, 1, 1));
+  DIES(toPlanes, Yuv420_2_rgb24(&bmi24, b, b, nullptr, b, 2, 1, 1));
+  DIES(to + "32", Yuv420_2_rgb32(nullptr, b, b, b, b, 2, 1, 1));
+  DIES(toPlanes, Yuv420_2_rgb32(&bmi32, nullptr, b, b, b, 2, 1, 1));
+  DIES(to + "32", Yuv420_2_Argb(&bmi24, b, b, b, b, 2, 1, 1));
+  DIES(toPlanes, Yuv420_2_Argb(&bmi32, b, nullptr, b, b, 2, 1, 1));
   DIES(to + "32", Yuv420_2_rgb32_Alpha(&bmi24, b, b, b, b, b, 2, 1, 1));
   DIES(toPlanes + " && pA", Yuv420_2_rgb32_Alpha(&bmi32, b, b, b, b, nullptr, 2, 1, 1));
   const std::string from = "lpSrcBmi && lpSrcBmi->biBitCount == ",
