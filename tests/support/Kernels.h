@@ -7,11 +7,9 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <random>
@@ -72,34 +70,33 @@ class Arena {
  public:
   void Reset(unsigned seed) {
     seed_ = seed;
-    used_.clear();
+    used_ = 0;
   }
 
   template <typename T = Byte>
   T* Buffer(std::size_t count) {
-    const std::size_t size = count * sizeof(T), i = used_.size();
-    if (i == slots_.size()) slots_.emplace_back();
-    if (slots_[i].capacity < size || !slots_[i].mapping) slots_[i] = Slot(size);
-    const Slot& slot = slots_[i];
-    Byte* const bytes = slot.begin + (AtBegin() ? 0 : slot.capacity - size);
-    std::minstd_rand starts(seed_ * 31 + static_cast<unsigned>(i));
-    for (std::size_t at = 0; at < size; at += kPool / 2) {
+    if (used_ == slots_.size()) slots_.emplace_back();
+    Slot& slot = slots_[used_++];
+    slot.Reserve(count * sizeof(T));
+    const bool atBegin = (seed_ * 0x9e3779b9u >> 16) % 2 != 0;
+    slot.bytes = slot.begin + (atBegin ? 0 : slot.capacity - slot.size);
+    std::minstd_rand starts(seed_ * 31 + static_cast<unsigned>(used_));
+    for (std::size_t at = 0; at < slot.size; at += kPool / 2) {
       const std::size_t start = starts() % (kPool / 2);
-      std::memcpy(bytes + at, Pool() + start, std::min(size - at, kPool / 2));
+      std::memcpy(slot.bytes + at, Pool() + start, std::min(slot.size - at, kPool / 2));
     }
-    used_.push_back({bytes, size});
-    return reinterpret_cast<T*>(bytes);
+    return reinterpret_cast<T*>(slot.bytes);
   }
   /// The bytes of all buffers, sources included: they must not change.
   Bytes Contents() const {
     Bytes all;
-    for (const auto& [bytes, size] : used_) all.insert(all.end(), bytes, bytes + size);
+    for (std::size_t i = 0; i < used_; ++i) {
+      all.insert(all.end(), slots_[i].bytes, slots_[i].bytes + slots_[i].size);
+    }
     return all;
   }
 
  private:
-  bool AtBegin() const { return (seed_ * 0x9e3779b9u >> 16) % 2 != 0; }
-
   static constexpr std::size_t kPool = std::size_t{1} << 20;
   static const Byte* Pool() {
     static const std::vector<std::uint16_t> pool = [] {
@@ -116,26 +113,23 @@ class Arena {
   }
 
   struct Slot {
-    Slot() = default;
-    explicit Slot(std::size_t size) {
+    void Reserve(std::size_t newSize) {
+      size = newSize;
+      if (mapping && capacity >= size) return;
       const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-      capacity = (std::max<std::size_t>(size, 1) + page - 1) / page * page;
+      capacity = size / page * page + page;
       mapping =
           std::make_unique<Mapping>(static_cast<std::int64_t>(capacity + 2 * page), PROT_NONE);
       begin = mapping->begin() + page;
       if (mprotect(begin, capacity, PROT_READ | PROT_WRITE) != 0) std::abort();
     }
     std::unique_ptr<Mapping> mapping;
-    Byte* begin = nullptr;
-    std::size_t capacity = 0;
-  };
-  struct Used {
-    Byte* bytes;
-    std::size_t size;
+    Byte *begin, *bytes;
+    std::size_t capacity, size;
   };
   unsigned seed_ = 0;
-  std::deque<Slot> slots_;
-  std::vector<Used> used_;
+  std::vector<Slot> slots_;
+  std::size_t used_ = 0;
 };
 
 using Run = std::function<void(Arena&)>;
@@ -156,21 +150,18 @@ inline testing::AssertionResult SameAtEveryLevel(unsigned seed, const Run& refer
     const auto at = std::mismatch(got.begin(), got.end(), want.begin()).first - got.begin();
     return testing::AssertionFailure()
            << LevelName(level) << ", seed " << seed << ": byte " << at << " of " << want.size()
-           << " is " << int{got[static_cast<std::size_t>(at)]} << ", not "
-           << int{want[static_cast<std::size_t>(at)]} << "; ";
+           << " is " << int{got.begin()[at]} << ", not " << int{want.begin()[at]} << "; ";
   }
   return testing::AssertionSuccess();
 }
 
 /// Whether every level leaves the bytes of the plain one.
 inline testing::AssertionResult SameAsPlain(unsigned seed, const Run& routine) {
-  return SameAtEveryLevel(
-      seed,
-      [&](Arena& arena) {
-        UseLevel(Level::kPlain);
-        routine(arena);
-      },
-      routine);
+  const auto plain = [&](Arena& arena) {
+    UseLevel(Level::kPlain);
+    routine(arena);
+  };
+  return SameAtEveryLevel(seed, plain, routine);
 }
 
 }  // namespace zel::test
