@@ -7,8 +7,7 @@
 #include <atomic>
 #include <cerrno>
 
-inline std::atomic<int> g_threadsMade = 0;
-inline std::atomic<int> g_threadsJoined = 0;
+inline std::atomic<int> g_unjoinedThreads = 0;
 inline std::atomic<bool> g_refuseThreads = false;
 
 extern "C" {
@@ -19,12 +18,12 @@ int __real_pthread_join(pthread_t, void**);
 int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
                           void* argument) {
   if (g_refuseThreads) return EAGAIN;
-  ++g_threadsMade;
+  ++g_unjoinedThreads;
   return __real_pthread_create(thread, attributes, body, argument);
 }
 
 int __wrap_pthread_join(pthread_t thread, void** result) {
-  ++g_threadsJoined;
+  --g_unjoinedThreads;
   return __real_pthread_join(thread, result);
 }
 

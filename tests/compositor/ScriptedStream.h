@@ -5,8 +5,9 @@
 
 #include <atomic>
 #include <cstdint>
-#include <cstdio>
 #include <functional>
+#include <random>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -26,7 +27,7 @@ struct Block {
   bool hasFrame = true;
   bool hasData = true;
   bool hasSample = true;
-  short value = 0;  ///< Of every sample. 0: none is 0, and all follow from position and seed.
+  short value = 0;  ///< Of every sample. 0: none is 0, and all follow from position and name.
 };
 
 using Log = std::vector<std::string>;
@@ -34,49 +35,41 @@ using Script = std::function<Block(long)>;
 
 inline std::atomic<int> g_liveStreams = 0;
 
-/// A stream whose block at position n is what `script(n)` says, for n below `length`.
+/// A stream without an end, whose block at position n is what `script(n)` says.
 class ScriptedStream : public Component<IMediaStream> {
  public:
-  explicit ScriptedStream(std::string name, Log* log = nullptr, Script script = {},
-                          long length = 1000, int seed = 1)
-      : name_(std::move(name)),
-        log_(log),
-        script_(script ? std::move(script) : [](long n) { return Block{.pts = n * 232'200}; }),
-        length_(length),
-        seed_(seed) {
-    frame_->nStreamType = AV_STREAM_AUDIO;
+  explicit ScriptedStream(std::string name, Log* calls = nullptr, Script script = {})
+      : log(calls),
+        name_(std::move(name)),
+        script_(script ? std::move(script) : [](long n) { return Block{.pts = n * 232'200}; }) {
     record.audioInfo = {44100, 2, 24, {}};
     record.type = AV_STREAM_AUDIO;
     ++g_liveStreams;
   }
   ~ScriptedStream() override {
-    Note("gone");
-    sample_->FrameAttach(frame_);
-    frame_->nStreamType = AV_STREAM_AUDIO;
-    frame_->audio.pData = nullptr;  // The bytes are the vector's.
+    sample_->FrameAttach(nullptr);
     --g_liveStreams;
   }
 
   HRESULT GetStreamInfo(IStreamInfo** ppInfo) override {
-    Note("GetStreamInfo");
     if (infoResult == E_FAIL) return E_FAIL;
-    auto info = hasRecord ? MakeComponent<CStreamInfo>()
-                          : Ref<CStreamInfo>::Share(new CStreamInfo(nullptr, nullptr));
+    auto info =
+        hasRecord ? MakeComponent<CStreamInfo>() : MakeComponent<CStreamInfo>(nullptr, nullptr);
     if (hasRecord) info->SetStreamInfo(&record);
     *ppInfo = info.Detach();
     return infoResult;
   }
   HRESULT ChangeStream(int index) override {
-    Note("ChangeStream(%d)", index);
+    Note("ChangeStream", index);
     return 100 + index;
   }
   CZelSample* GetSampleEx() override {
     Note("GetSampleEx");
     if (const auto hook = onSample) hook();
-    if (position < 0 || position >= length_) return nullptr;
+    if (position < 0) return nullptr;
     const Block block = script_(position);
     if (!block.hasSample) return nullptr;
-    sample_->FrameAttach(block.hasFrame ? frame_ : nullptr);
+    sample_->FrameAttach(block.hasFrame ? &frame : nullptr);
     Fill(block);
     return sample_.get();
   }
@@ -86,13 +79,13 @@ class ScriptedStream : public Component<IMediaStream> {
     return 7;
   }
   double Seek(double seconds, int mode) override {
-    Note("Seek(%.17g, %d)", seconds, mode);
+    Note("Seek", seconds, mode);
     if (const auto hook = onSeek) hook();
     if (seekable) position = seconds > 0 ? static_cast<long>(seconds * 10) : 0;
     return seconds + 0.25;
   }
   HRESULT NotifyStreamMessage(unsigned long msg, long long param, void* p1, void* p2) override {
-    Note("Notify(%lu, %lld, %d, %d)", msg, param, p1 != nullptr, p2 != nullptr);
+    Note("Notify", msg, param, p1 != nullptr, p2 != nullptr);
     return 55;
   }
   CZelSample* GetOriginSampleEx() override {
@@ -100,52 +93,42 @@ class ScriptedStream : public Component<IMediaStream> {
     return sample_.get();
   }
 
-  MEDIA_FRAME& frame() { return *frame_; }
-
+  MEDIA_FRAME frame{};
   StreamInfo record{};
   bool hasRecord = true;
   HRESULT infoResult = S_OK;  ///< Of GetStreamInfo, which gives nothing with E_FAIL.
   std::atomic<long> position = -1;
   bool seekable = true;
   std::function<void()> onSample, onSeek;  ///< What else happens inside the call.
-  bool quiet = false;                      ///< Writes nothing down, so that nothing is allocated.
+  Log* log;                                ///< Null: nothing is written down, nor allocated.
 
  private:
   template <class... Args>
-  void Note(const char* format, Args... args) {
-    if (quiet || log_ == nullptr) return;
-    char text[160];
-    const std::string whole = name_ + "." + format;
-    if constexpr (sizeof...(args) == 0) {
-      log_->push_back(whole);
-    } else {
-      std::snprintf(text, sizeof text, whole.c_str(), args...);
-      log_->push_back(text);
-    }
+  void Note(const char* call, Args... args) {
+    if (log == nullptr) return;
+    std::ostringstream text;
+    text << name_ << '.' << call;
+    ((text << ' ' << args), ...);
+    log->push_back(text.str());
   }
 
   void Fill(const Block& block) {
     words_.resize(static_cast<std::size_t>(block.bytes > 0 ? block.bytes + 1 : 0) / 2);
-    auto n = static_cast<std::size_t>(position) * 7919;
+    std::minstd_rand random(static_cast<unsigned>(position + name_[0]));
     for (short& word : words_) {
-      const auto mixed = static_cast<short>((n++ * 31 + static_cast<std::size_t>(seed_)) * 2);
-      word = block.value != 0 ? block.value : static_cast<short>((mixed + 0x0101) | 0x0101);
+      word = block.value != 0 ? block.value : static_cast<short>(random() | 0x0101);
     }
-    frame_->nStreamType = block.streamType;
-    frame_->nFrameType = FRAME_DATA_ENCODED;
     auto* data = reinterpret_cast<unsigned char*>(words_.data());
-    frame_->audio = {block.rate,  block.channels, block.bits, block.hasData ? data : nullptr,
-                     block.bytes, block.bytes};
-    frame_->llPTS = block.pts;
+    frame.nStreamType = block.streamType;
+    frame.nFrameType = FRAME_DATA_ENCODED;
+    frame.llPTS = block.pts;
+    frame.audio = {block.rate,  block.channels, block.bits, block.hasData ? data : nullptr,
+                   block.bytes, block.bytes};
   }
 
   std::string name_;
-  Log* log_;
   Script script_;
-  long length_;
-  int seed_;
   Ref<CZelSample> sample_ = MakeComponent<CZelSample>(AV_STREAM_AUDIO, FRAME_DATA_DECODED);
-  MEDIA_FRAME* frame_ = new MEDIA_FRAME{};  // The sample's, while it is attached.
   std::vector<short> words_;
 };
 
