@@ -7,7 +7,6 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <cwchar>
 
 #include "zel/mediainfo/ProgramRecords.h"
@@ -29,35 +28,29 @@ struct Calls {
   }
 } g_calls;
 
-std::size_t DataSize(const StreamInfo& stream) {
-  return stream.extraData != nullptr ? (stream.extraDataLength + 15U) / 16U * 16U : 0;
+template <class T>
+T* Copy(const T* from, std::size_t count) {
+  if (from == nullptr || count == 0) return nullptr;
+  auto* copy = static_cast<T*>(std::malloc(count * sizeof(T)));
+  std::copy_n(from, count, copy);
+  return copy;
 }
 
-// Bytes that copies of the streams need. Sets the count to 0 where there are none.
-std::size_t SizeOf(const StreamInfo* streams, int& count) {
+// Puts a copy in the place of the streams. The count becomes 0 where there are none.
+void CopyStreams(StreamInfo*& streams, int& count) {
   if (streams == nullptr || count < 0) count = 0;
-  std::size_t size = sizeof(StreamInfo) * static_cast<std::size_t>(count);
-  for (int i = 0; i < count; ++i) size += DataSize(streams[i]);
-  return size;
+  streams = Copy(streams, static_cast<std::size_t>(count));
+  for (StreamInfo* stream = streams; stream != streams + count; ++stream) {
+    stream->extraData = Copy(stream->extraData, stream->extraDataLength);
+    if (stream->extraData == nullptr) stream->extraDataLength = 0;
+  }
 }
 
-// Copies streams and their private data to `*to` and moves that on.
-StreamInfo* Copy(const StreamInfo* streams, int count, unsigned char** to) {
-  if (count == 0) return nullptr;
-  auto* copies = reinterpret_cast<StreamInfo*>(*to);
-  *to += sizeof(StreamInfo) * static_cast<std::size_t>(count);
-  for (int i = 0; i < count; ++i) {
-    copies[i] = streams[i];
-    copies[i].extraData = nullptr;
-    if (DataSize(streams[i]) == 0) {
-      copies[i].extraDataLength = 0;
-      continue;
-    }
-    copies[i].extraData = *to;
-    std::memcpy(*to, streams[i].extraData, streams[i].extraDataLength);
-    *to += DataSize(streams[i]);
+void FreeStreams(StreamInfo* streams, int count) {
+  for (StreamInfo* stream = streams; stream != streams + count; ++stream) {
+    std::free(stream->extraData);
   }
-  return copies;
+  std::free(streams);
 }
 
 }  // namespace
@@ -109,25 +102,22 @@ HRESULT ZelCreateInstance(const _GUID&, IUnknown*, unsigned long, const _GUID&, 
   return CLASS_E_CLASSNOTAVAILABLE;
 }
 
-// A copy is one block, with the streams and their private data behind the record.
 ProgramInfo* CloneProgramInfo(const ProgramInfo* info) {
-  if (info == nullptr) return nullptr;
+  ProgramInfo* copy = Copy(info, 1);
+  if (copy == nullptr) return nullptr;
   ++g_calls.records;
-  ProgramInfo from = *info;
-  const std::size_t size = SizeOf(from.videoStreams, from.videoStreamCount) +
-                           SizeOf(from.audioStreams, from.audioStreamCount) +
-                           SizeOf(from.subPicStreams, from.subPicStreamCount);
-  auto* copy = static_cast<ProgramInfo*>(std::malloc(sizeof(ProgramInfo) + size));
-  *copy = from;
-  auto* to = reinterpret_cast<unsigned char*>(copy + 1);
-  copy->videoStreams = Copy(from.videoStreams, from.videoStreamCount, &to);
-  copy->audioStreams = Copy(from.audioStreams, from.audioStreamCount, &to);
-  copy->subPicStreams = Copy(from.subPicStreams, from.subPicStreamCount, &to);
+  CopyStreams(copy->videoStreams, copy->videoStreamCount);
+  CopyStreams(copy->audioStreams, copy->audioStreamCount);
+  CopyStreams(copy->subPicStreams, copy->subPicStreamCount);
   return copy;
 }
 
 void FreeProgramInfo(ProgramInfo* info) {
-  if (info != nullptr) --g_calls.records;
+  if (info == nullptr) return;
+  --g_calls.records;
+  FreeStreams(info->videoStreams, info->videoStreamCount);
+  FreeStreams(info->audioStreams, info->audioStreamCount);
+  FreeStreams(info->subPicStreams, info->subPicStreamCount);
   std::free(info);
 }
 
