@@ -9,28 +9,12 @@
 #include "zel/base/ClassFactory.h"
 #include "zel/base/Component.h"
 #include "zel/base/EntryPoints.h"
+#include "zel/mediainfo/ProgramInfo.h"
 
-const _GUID kGadgetInterface = {1, 2, 3, {4, 5, 6, 7, 8, 9, 10, 11}};
-const _GUID kOtherInterface = {5, 2, 3, {4, 5, 6, 7, 8, 9, 10, 11}};
 const _GUID kGadgetClass = {2, 2, 3, {4, 5, 6, 7, 8, 9, 10, 11}};
 const _GUID kFailingClass = {3, 2, 3, {4, 5, 6, 7, 8, 9, 10, 11}};
 const _GUID kThrowingClass = {4, 2, 3, {4, 5, 6, 7, 8, 9, 10, 11}};
 const _GUID kUnknownId = {9, 9, 9, {9, 9, 9, 9, 9, 9, 9, 9}};
-
-struct IGadget : IUnknown {
-  virtual int Answer() = 0;
-};
-struct IOther : IUnknown {
-  virtual int Other() = 0;
-};
-template <>
-struct zel::InterfaceId<IGadget> {
-  static bool Equals(const _GUID& id) { return ZelIsEqualGUID(id, kGadgetInterface); }
-};
-template <>
-struct zel::InterfaceId<IOther> {
-  static bool Equals(const _GUID& id) { return ZelIsEqualGUID(id, kOtherInterface); }
-};
 
 namespace {
 
@@ -38,7 +22,7 @@ using zel::Ref;
 
 int g_alive = 0;
 
-struct Gadget : zel::Component<IGadget, IOther> {
+struct Gadget : zel::Component<IStreamInfos, IProgramInfos> {
   explicit Gadget(IUnknown* outer = nullptr, long* /*phr*/ = nullptr) : Component(outer) {
     ++g_alive;
   }
@@ -48,8 +32,9 @@ struct Gadget : zel::Component<IGadget, IOther> {
     NonDelegatingRelease();
     --g_alive;
   }
-  int Answer() override { return 42; }
-  int Other() override { return 43; }
+  int GetCount() override { return 42; }
+  HRESULT GetItem(int, IStreamInfo**) override { return 43; }
+  HRESULT GetItem(int, IProgramInfo**) override { return 44; }
 };
 
 struct Refusing : Gadget {
@@ -90,18 +75,18 @@ TEST(Unknown, CountsAnswersByIdAndIsDestroyedOnce) {
   EXPECT_EQ(gadget->NonDelegatingAddRef(), 1U);
   EXPECT_EQ(gadget->AddRef(), 2U);
   EXPECT_EQ(gadget->Release(), 1U);
-  EXPECT_EQ(gadget->QueryInterface(kGadgetInterface, nullptr), E_POINTER);
+  EXPECT_EQ(gadget->QueryInterface(IID_IStreamInfos, nullptr), E_POINTER);
   EXPECT_EQ(gadget->CUnknown::NonDelegatingQueryInterface(IID_IUnknown, nullptr), E_POINTER);
-  EXPECT_EQ(scombase::GetInterface(static_cast<IOther*>(gadget), nullptr), E_POINTER);
+  EXPECT_EQ(scombase::GetInterface(static_cast<IProgramInfos*>(gadget), nullptr), E_POINTER);
   void* out = gadget;
   EXPECT_EQ(gadget->CUnknown::NonDelegatingQueryInterface(kUnknownId, &out), E_NOINTERFACE);
   EXPECT_EQ(out, nullptr);
   Ref<IUnknown> root;
   EXPECT_EQ(gadget->QueryInterface(IID_IUnknown, root.ReceiveVoid()), S_OK);
   EXPECT_EQ(static_cast<void*>(root.get()), static_cast<scombase::INonDelegatingUnknown*>(gadget));
-  Ref<IOther> other;
-  ASSERT_EQ(root->QueryInterface(kOtherInterface, other.ReceiveVoid()), S_OK);
-  EXPECT_EQ(other->Other(), 43);
+  Ref<IProgramInfos> other;
+  ASSERT_EQ(root->QueryInterface(IID_IProgramInfos, other.ReceiveVoid()), S_OK);
+  EXPECT_EQ(other->GetItem(0, nullptr), 44);
   EXPECT_EQ(gadget->GetRefCount(), 3);
   root = nullptr;
   other = nullptr;
@@ -112,13 +97,13 @@ TEST(Unknown, CountsAnswersByIdAndIsDestroyedOnce) {
 
 TEST(Unknown, FacesOfAnAggregatedObjectReachTheOuterOne) {
   const auto outer = zel::MakeComponent<Gadget>();
-  IGadget* outerFace = outer.get();
+  IStreamInfos* outerFace = outer.get();
   auto* gadget = new Gadget(outerFace);
   gadget->NonDelegatingAddRef();
-  Ref<IGadget> face;
-  EXPECT_EQ(gadget->QueryInterface(kGadgetInterface, face.ReceiveVoid()), S_OK);
+  Ref<IStreamInfos> face;
+  EXPECT_EQ(gadget->QueryInterface(IID_IStreamInfos, face.ReceiveVoid()), S_OK);
   EXPECT_EQ(face.get(), outerFace);
-  EXPECT_EQ(gadget->NonDelegatingQueryInterface(kGadgetInterface, face.ReceiveVoid()), S_OK);
+  EXPECT_EQ(gadget->NonDelegatingQueryInterface(IID_IStreamInfos, face.ReceiveVoid()), S_OK);
   EXPECT_EQ(face.get(), gadget);
   EXPECT_EQ(outer->GetRefCount(), 2) << "references on an inner face are the outer object's";
   EXPECT_EQ(gadget->GetRefCount(), 1);
@@ -130,13 +115,13 @@ TEST(Unknown, TellsObjectsApart) {
   const auto first = zel::MakeComponent<Gadget>();
   const auto second = zel::MakeComponent<Gadget>();
   const auto refusing = zel::MakeComponent<Refusing>();
-  IGadget* face = first.get();
-  IGadget* another = second.get();
-  IGadget* noFace = refusing.get();
-  EXPECT_EQ(scombase::IsEqualObject(face, static_cast<IOther*>(first.get())), 1);
+  IStreamInfos* face = first.get();
+  IStreamInfos* another = second.get();
+  IStreamInfos* noFace = refusing.get();
+  EXPECT_EQ(scombase::IsEqualObject(face, static_cast<IProgramInfos*>(first.get())), 1);
   EXPECT_EQ(scombase::IsEqualObject(noFace, noFace), 1);
   EXPECT_EQ(refusing->queries, 0) << "the same pointer needs no question";
-  for (IGadget* other : {another, noFace, static_cast<IGadget*>(nullptr)}) {
+  for (IStreamInfos* other : {another, noFace, static_cast<IStreamInfos*>(nullptr)}) {
     EXPECT_EQ(scombase::IsEqualObject(face, other), 0);
     EXPECT_EQ(scombase::IsEqualObject(other, face), 0);
   }
@@ -147,11 +132,10 @@ TEST(Ref, HoldsOneReference) {
   const auto gadget = zel::MakeComponent<Gadget>();
   auto shared = Ref<Gadget>::Share(gadget.get());
   Ref<Gadget> copy = shared;
-  EXPECT_EQ(gadget->GetRefCount(), 3);
+  EXPECT_EQ(copy->GetRefCount(), 3);
   Ref<Gadget> moved = std::move(copy);
   shared = nullptr;
-  EXPECT_EQ(moved->Answer() + (*moved).Other(), 85);
-  EXPECT_EQ(gadget->GetRefCount(), 2);
+  EXPECT_EQ((*moved).GetRefCount(), 2);
   shared = Ref<Gadget>::Adopt(moved.Detach());
   EXPECT_FALSE(moved);
   EXPECT_EQ(gadget->GetRefCount(), 2);
@@ -197,9 +181,9 @@ TEST(Ids, ParserTakesOnlyTheOneForm) {
 TEST(Factory, IsFoundByClassAndCounted) {
   int marker = 0;
   void* out = &marker;
-  EXPECT_EQ(DllGetClassObject(kGadgetClass, kGadgetInterface, &out), E_NOINTERFACE);
+  EXPECT_EQ(DllGetClassObject(kGadgetClass, IID_IStreamInfos, &out), E_NOINTERFACE);
   EXPECT_EQ(DllGetClassObject(kUnknownId, IID_IClassFactory, &out), CLASS_E_CLASSNOTAVAILABLE);
-  EXPECT_EQ(DllGetClassObject(kUnknownId, kGadgetInterface, &out), E_NOINTERFACE);
+  EXPECT_EQ(DllGetClassObject(kUnknownId, IID_IStreamInfos, &out), E_NOINTERFACE);
   EXPECT_EQ(out, &marker) << "left as it was";
   EXPECT_EQ(DllGetClassObject(kGadgetClass, IID_IClassFactory, nullptr), E_POINTER);
 
@@ -208,7 +192,7 @@ TEST(Factory, IsFoundByClassAndCounted) {
   EXPECT_EQ(factory->AddRef(), 2U);
   ASSERT_EQ(factory->QueryInterface(IID_IClassFactory, &out), S_OK);
   EXPECT_EQ(out, factory);
-  EXPECT_EQ(factory->QueryInterface(kGadgetInterface, &out), E_NOINTERFACE);
+  EXPECT_EQ(factory->QueryInterface(IID_IStreamInfos, &out), E_NOINTERFACE);
   EXPECT_EQ(out, nullptr);
   EXPECT_EQ(factory->QueryInterface(IID_IUnknown, nullptr), E_POINTER);
   for (const ULONG left : {2U, 1U, 0U}) EXPECT_EQ(factory->Release(), left);
@@ -216,21 +200,21 @@ TEST(Factory, IsFoundByClassAndCounted) {
 
 TEST(Factory, CreatesTheFirstRowOfTheIdOrNothing) {
   const auto factory = FactoryOf(kGadgetClass);
-  Ref<IGadget> gadget;
-  ASSERT_EQ(factory->CreateInstance(nullptr, kGadgetInterface, gadget.ReceiveVoid()), S_OK);
-  EXPECT_EQ(gadget->Answer(), 42);
+  Ref<IStreamInfos> gadget;
+  ASSERT_EQ(factory->CreateInstance(nullptr, IID_IStreamInfos, gadget.ReceiveVoid()), S_OK);
+  EXPECT_EQ(gadget->GetCount(), 42);
 
   void* out = &gadget;
   EXPECT_EQ(factory->CreateInstance(nullptr, kUnknownId, &out), E_NOINTERFACE);
   EXPECT_EQ(out, nullptr);
-  EXPECT_EQ(factory->CreateInstance(nullptr, kGadgetInterface, nullptr), E_POINTER);
+  EXPECT_EQ(factory->CreateInstance(nullptr, IID_IStreamInfos, nullptr), E_POINTER);
   EXPECT_EQ(FactoryOf(kFailingClass)->CreateInstance(nullptr, IID_IUnknown, &out), E_INVALIDARG);
   EXPECT_EQ(FactoryOf(kThrowingClass)->CreateInstance(nullptr, IID_IUnknown, &out), E_OUTOFMEMORY);
   EXPECT_EQ(g_alive, 1);
 
-  IGadget* outer = gadget.get();
+  IStreamInfos* outer = gadget.get();
   out = outer;
-  EXPECT_EQ(factory->CreateInstance(outer, kGadgetInterface, &out), CLASS_E_NOAGGREGATION);
+  EXPECT_EQ(factory->CreateInstance(outer, IID_IStreamInfos, &out), CLASS_E_NOAGGREGATION);
   EXPECT_EQ(out, outer);
   ASSERT_EQ(factory->CreateInstance(outer, IID_IUnknown, &out), S_OK);
   EXPECT_EQ(static_cast<IUnknown*>(out)->Release(), 0U);

@@ -1,12 +1,9 @@
 // Loading of a second source by name, against a decoder manager that plays a script. The program
 // runs in three folders: with that manager, without any component support library, and with one
 // that lacks the entry.
-#include <dlfcn.h>
-
 #include <array>
 #include <chrono>
 #include <cstring>
-#include <filesystem>
 #include <limits>
 #include <mutex>
 #include <random>
@@ -155,25 +152,9 @@ struct Manager : Component<IMediaDecoderMgr> {
   }
 };
 
-HRESULT CreateManager(const _GUID& clsid, IUnknown* outer, unsigned long context, const _GUID& iid,
-                      void** out) {
-  if (!ZelIsEqualGUID(clsid, CLSID_CMediaDecoderMgr) || outer != nullptr || context != 0 ||
-      !ZelIsEqualGUID(iid, IID_IMediaDecoderMgr)) {
-    g_plan->argumentsAreRight = false;
-  }
-  return Give<Manager>(true, "manager", reinterpret_cast<IMediaDecoderMgr**>(out));
-}
-
 class LoaderTest : public testing::Test {
  protected:
-  LoaderTest() {
-    const auto home = std::filesystem::read_symlink("/proc/self/exe").parent_path();
-    void* library = dlopen((home / "libCOMSupport.dylib").c_str(), RTLD_LAZY);
-    void* slot = library != nullptr ? dlsym(library, "g_createInstance") : nullptr;
-    if (slot != nullptr) *static_cast<decltype(&ZelCreateInstance)*>(slot) = CreateManager;
-    EXPECT_NE(slot, nullptr) << home << " has not the scripted library";
-    Open();
-  }
+  LoaderTest() { Open(); }
   void Open() {
     plan = std::make_unique<Plan>();
     g_plan = plan.get();
@@ -403,8 +384,22 @@ TEST_F(LoaderTest, PullingWhileOtherThreadsAddRemoveDelayAndSeek) {
 }  // namespace
 }  // namespace zel::test
 
-extern "C" void __real_SysFreeString(wchar_t* text);
-extern "C" void __wrap_SysFreeString(wchar_t* text) {
+extern "C" {
+
+ZEL_API HRESULT CreateScripted(const _GUID& clsid, IUnknown* outer, unsigned long context,
+                               const _GUID& iid, void** out) {
+  using namespace zel::test;
+  if (!ZelIsEqualGUID(clsid, CLSID_CMediaDecoderMgr) || outer != nullptr || context != 0 ||
+      !ZelIsEqualGUID(iid, IID_IMediaDecoderMgr)) {
+    g_plan->argumentsAreRight = false;
+  }
+  return Give<Manager>(true, "manager", reinterpret_cast<IMediaDecoderMgr**>(out));
+}
+
+void __real_SysFreeString(wchar_t* text);
+void __wrap_SysFreeString(wchar_t* text) {
   if (zel::test::g_plan != nullptr) zel::test::NoteRelease("name");
   __real_SysFreeString(text);
 }
+
+}  // extern "C"
