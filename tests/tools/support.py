@@ -6,7 +6,9 @@ import json
 import math
 import os
 import random
+import re
 import resource
+import shlex
 import shutil
 import signal
 import subprocess
@@ -54,6 +56,11 @@ def ffmpeg(*args):
     else:
         shutil.copyfile(kept, path)
     return b""
+
+
+def lavfi(source):
+    """An input of FFmpeg's command that a filter makes."""
+    return "-f", "lavfi", "-i", source
 
 
 def probe(path, *entries):
@@ -171,6 +178,16 @@ class Case(unittest.TestCase):
         self.assertEqual((got, out), (code, ""), (args, err))
         self.assertEqual(err.count("\n"), 1 if code == 1 else 2, err)
         self.assertEqual(set(os.listdir(self.folder)), files, args)
+
+    def all_fail(self, code, table):
+        """Runs the command once per line "arguments | pattern of what it says", or "arguments : words | pattern", where
+        each of the words takes the place of every @."""
+        for line in filter(None, map(str.strip, table.split("\n"))):
+            args, pattern = line.split(" | ")
+            args, _, words = args.partition(" : ")
+            for word in shlex.split(words) or "@":
+                self.fails([arg.replace("@", word) for arg in shlex.split(args)], code,
+                           "^zel.*: .*" + pattern.replace("@", re.escape(word)))
 
     def needs_no_more_memory(self, long, short, spare=16 * 1024):
         """Runs the command on long and on short files: memory must not grow with them by more than `spare` KiB."""
