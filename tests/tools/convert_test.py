@@ -1,7 +1,6 @@
 """zel convert, as a whole process on real files."""
 
 import array
-import unittest
 
 from support import (RATE, Case, decode, ffmpeg, lavfi, noise, probe, quality, read, read_wav, sine, streams, write,
                      write_wav)
@@ -27,8 +26,7 @@ class Converts(Case):
     def test_an_equal_format_keeps_every_byte(self):
         for channels, values in self.noises.items():
             self.assertTrue(self.sound("convert", f"in{channels}.wav") == values, channels)
-        self.done("convert", "in2.wav", "-o", "out.flac", "-r", "44100", "-c", "2")
-        self.assertTrue(self.sound("convert", "out.flac") == self.noises[2])
+        self.assertTrue(self.sound("convert", "in2.wav", "-r", "44100", "-c", "2", out="out.flac") == self.noises[2])
 
     def test_channels(self):
         for channels, wanted, rule in ((1, 2, lambda a: (a, a)), (2, 1, lambda a, b: (half(a, b),)),
@@ -58,12 +56,10 @@ class Converts(Case):
     def test_quality(self):
         # docs/audio-quality.md: gain and signal-to-noise ratio.
         for rate, wanted, frequency, gain, ratio in (
-                (22050, 44100, 440, -0.01, 60.1), (22050, 44100, 6000, -1.64, 13.7), (44100, 48000, 100, 0, 88.3),
-                (44100, 48000, 10000, -1.49, 20.4), (48000, 44100, 1000, -0.01, 63.9), (44100, 22050, 1000, 0, 92.0)):
+                (22050, 44100, 6000, -1.64, 13.7), (44100, 48000, 100, 0, 88.3), (48000, 44100, 1000, -0.01, 63.9)):
             write_wav("sine.wav", sine(frequency, rate, 1), rate, 1)
             got = quality(self.sound("convert", "sine.wav", "--rate", str(wanted)), frequency, wanted)
-            self.assertAlmostEqual(got[0], gain, delta=0.02, msg=(rate, wanted, frequency))
-            self.assertAlmostEqual(got[1], ratio, delta=0.3, msg=(rate, wanted, frequency))
+            self.assertTrue(abs(got[0] - gain) < 0.02 and abs(got[1] - ratio) < 0.3, (rate, wanted, frequency, got))
 
     def test_wav_has_room_for_sizes_beyond_4_gib(self):
         # Whatever the input says of its length: here half a second too little, or nothing.
@@ -94,8 +90,7 @@ class Converts(Case):
             sound, rate = decode(name), stored or rate
             self.assertIn(len(sound) - 2 * 2 * rate, range(-8, 2 * 1024))
             self.assertGreater(quality(sound[:2 * rate:2], 440, rate)[1], 30, name)
-        tags = probe("o.mkv", "-show_format")["format"]["tags"]
-        self.assertEqual({key.lower(): value for key, value in tags.items()}["title"], "A film")
+        self.assertEqual(probe("o.mkv", "-show_format")["format"]["tags"]["title"], "A film")
 
     def test_selection_holes_and_late_starts(self):
         ffmpeg("-i", "tone.wav", "-af", "aselect='lt(t,0.5)+gt(t,1)'", "-c:a", "flac", "hole.mkv")
@@ -108,7 +103,3 @@ class Converts(Case):
         self.assertFalse(any(out[int(0.6 * RATE) * 2:int(0.9 * RATE) * 2]))
         self.assertTrue(out[:RATE // 2 * 2] == self.tone[:RATE // 2 * 2] and out[-RATE:] == self.tone[-RATE:])
         self.assertTrue(self.sound("convert", "late.mkv") == self.tone)
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -288,7 +288,3 @@ class Manners(Case):
         for name in names:
             self.done("dub", "-q", "-o", "out-" + name.replace("\n", ""), "--", name, names[0])
             self.assertEqual(len(read_wav("out-" + name.replace("\n", ""))), 60_000)
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -3,7 +3,6 @@
 import math
 import os
 import struct
-import unittest
 import zlib
 
 from support import Case, ffmpeg, lavfi, read, write
@@ -221,7 +220,3 @@ class Pictures(Case):
         blue, alpha = colours[1, 0][2:]  # The logo is not flipped.
         got, below = self.grab("smooth.mkv", "--flip", "--over", "8.png")[5], rows(self.grab("smooth.mkv"), 97)[-1][5]
         self.assertEqual(got, (below * (255 - alpha) + blue * alpha) // 255)
-
-
-if __name__ == "__main__":
-    unittest.main()

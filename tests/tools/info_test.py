@@ -3,10 +3,8 @@
 import json
 import os
 import re
-import subprocess
-import unittest
 
-from support import ZEL, Case, ffmpeg, lavfi, noise, probe, write, write_wav, zel
+from support import Case, ffmpeg, lavfi, noise, probe, write, write_wav, zel
 
 TITLES = ("Режиссёрская версия", "監督 版", "नमस्ते", "e\u0301té", "שלום, עולם", "عربي", "👩‍👩‍👧 🏴󠁧󠁢󠁳󠁣󠁴󠁿", "a\\x41 \"b\"")
 NASTY = {"\033[31mred": "\\x1B[31mred", "\u009b2J": "\\u009B2J", "a\nb\tc\rd": "a\\x0Ab\\x09c\\x0Dd", "\x7f": "\\x7F",
@@ -110,7 +108,7 @@ class Description(Case):
         self.assertEqual([s["title"] for s in file["programs"][0]["streams"]], [title[:63] for title in titles])
         for line, shown in zip(self.done("info", "t.mka").split("\n")[-len(titles) - 1:], titles.values()):
             self.assertTrue(line.endswith(f', "{shown}"'), line)
-        names = {**{title.replace("/", ""): title for title in TITLES}, **NASTY}
+        names = {**dict(zip(TITLES, TITLES)), **NASTY}
         for name in names:
             os.link("a.wav", name)
         out = self.done("info", "--json", *names)
@@ -121,11 +119,6 @@ class Description(Case):
         self.assertEqual(err, "".join(f"zel: missing{shown}: No such file or directory\n" for shown in NASTY.values()))
         raw = b"\xff\xc0\xaf \xed\xa0\x80 \xf4\x90\x80\x80.wav"  # No text at all.
         os.link("a.wav", raw)
-        shown = subprocess.check_output([ZEL, "info", raw])
-        self.assertEqual(shown.splitlines()[0], rb"\xFF\xC0\xAF \xED\xA0\x80 \xF4\x90\x80\x80.wav")
-        (file,) = json.loads(subprocess.check_output([ZEL, "info", "--json", raw]).decode("utf-8"))["files"]
+        self.assertTrue(self.done("info", raw).startswith("\\xFF\\xC0\\xAF \\xED\\xA0\\x80 \\xF4\\x90\\x80\\x80.wav\n"))
+        (file,) = self.info(raw)
         self.assertRegex(file["file"], "^\ufffd+ \ufffd+ \ufffd+\\.wav$")
-
-
-if __name__ == "__main__":
-    unittest.main()

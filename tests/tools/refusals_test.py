@@ -6,7 +6,6 @@ import re
 import socket
 import struct
 import subprocess
-import unittest
 import zlib
 
 from support import (RATE, ZEL, Case, ffmpeg, lavfi, long_wav, noise, read, read_wav, small_files, write, write_wav,
@@ -211,7 +210,3 @@ class Refusals(Case):
         os.chmod(".", 0o555)
         self.addCleanup(os.chmod, ".", 0o755)
         self.fails(("convert", "in.wav", "-o", "o.wav"), 1, "^zel: o.wav: Permission denied\n$", prepare=nobody)
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -33,7 +33,7 @@ def zel(*args, prepare=None, **options):
     """Runs the command; (exit code, standard output, standard error)."""
     options = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, "timeout": 120, **options}
     done = subprocess.run([ZEL, *args], check=False, preexec_fn=lambda: fresh(prepare), **options)
-    return done.returncode, *((text or b"").decode(errors="replace") for text in (done.stdout, done.stderr))
+    return done.returncode, *((text or b"").decode() for text in (done.stdout, done.stderr))
 
 
 def ffmpeg(*args):
@@ -45,8 +45,7 @@ def ffmpeg(*args):
         return subprocess.run(command, check=True, capture_output=True).stdout
     key = hashlib.sha256(repr((args, os.stat(shutil.which("ffmpeg")).st_mtime_ns)).encode())
     for name in filter(os.path.isfile, args[:-1]):
-        with open(name, "rb") as file:
-            key.update(file.read())
+        key.update(read(name))
     kept = os.path.join(cache, key.hexdigest())
     if not os.path.exists(kept):
         subprocess.run(command, check=True, capture_output=True)
@@ -90,15 +89,12 @@ def write_wav(path, samples, rate=RATE, channels=2):
         out.writeframes(array.array("h", samples).tobytes())
 
 
-def long_wav(path, seconds, rate=RATE):
+def long_wav(path, seconds):
     """Silence in 2 channels as a hole in the file, which takes no space."""
-    write_wav(path, [], rate)
-    size = 4 * rate * seconds
-    with open(path, "r+b") as file:
-        for at, value in ((4, size + 36), (40, size)):
-            file.seek(at)
-            file.write(value.to_bytes(4, "little"))
-        file.truncate(size + 44)
+    write_wav(path, [])
+    size, head = 4 * RATE * seconds, read(path)
+    write(path, head[:4] + (size + 36).to_bytes(4, "little") + head[8:40] + size.to_bytes(4, "little"))
+    os.truncate(path, size + 44)
 
 
 def read_wav(path):

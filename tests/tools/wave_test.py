@@ -2,7 +2,6 @@
 
 import math
 import os
-import unittest
 
 from support import Case, ffmpeg, lavfi, noise, read, write, write_wav
 
@@ -110,7 +109,3 @@ class Waves(Case):
         write("fonts.conf", b"<fontconfig><cachedir>/nonexistent</cachedir></fontconfig>")
         self.fails(("wave", "short.wav", "-o", "no.png"), 1, "^zel: no font is installed to write names and times with",
                    env={**os.environ, "FONTCONFIG_FILE": os.path.abspath("fonts.conf")})
-
-
-if __name__ == "__main__":
-    unittest.main()
