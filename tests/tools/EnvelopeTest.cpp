@@ -15,16 +15,16 @@ namespace {
 /// The span of the frames from `begin` to `end`, computed sample by sample.
 Envelope::Span Model(const std::vector<short>& samples, int channels, int channel,
                      std::int64_t begin, std::int64_t end) {
-  double low = 1, high = -1, squares = 0, count = 0;
+  Envelope::Span span{1, -1, 0};
+  int count = 0;
   for (std::int64_t i = begin * channels; i < end * channels; ++i) {
     if (channel >= 0 && i % channels != channel) continue;
     const double sample = samples[static_cast<std::size_t>(i)] / 32768.0;
-    low = std::min(low, sample);
-    high = std::max(high, sample);
-    squares += sample * sample;
+    span = {std::min(span.low, sample), std::max(span.high, sample), span.rms + sample * sample};
     ++count;
   }
-  return {low, high, std::sqrt(squares / count)};
+  span.rms = std::sqrt(span.rms / count);
+  return span;
 }
 
 TEST(EnvelopeTest, KnowsRangeAndPowerWithinAStretch) {
@@ -56,8 +56,8 @@ TEST(EnvelopeTest, KnowsRangeAndPowerWithinAStretch) {
       EXPECT_EQ(span.high, wanted.high);
       EXPECT_NEAR(span.rms, wanted.rms, 1e-12);
     }
-    for (const auto& [from, to] : {std::pair{-5.0, 0.0}, std::pair{frames * 1.0, frames + 9.0}}) {
-      const Envelope::Span nothing = envelope.Over(0, from, to);
+    for (const double from : {-5.0, frames * 1.0}) {
+      const Envelope::Span nothing = envelope.Over(0, from, from + 5);
       EXPECT_LT(nothing.high, nothing.low);
     }
   }

@@ -1,9 +1,9 @@
 """zel convert, as a whole process on real files."""
 
 import array
-import unittest
 
-from support import RATE, Case, decode, ffmpeg, noise, probe, quality, read, read_wav, sine, streams, write, write_wav
+from support import (RATE, Case, decode, ffmpeg, lavfi, noise, probe, quality, read, read_wav, sine, streams, write,
+                     write_wav)
 
 FRAMES = 30_011
 
@@ -20,18 +20,18 @@ class Converts(Case):
             write_wav(f"in{channels}.wav", values, RATE, channels)
         cls.tone = sine(440, RATE, 2, 2)
         write_wav("tone.wav", cls.tone)
-        ffmpeg("-f", "lavfi", "-i", "testsrc2=s=64x48:r=25:d=2", "-i", "tone.wav", "-i", "in2.wav", "-map", "0", "-map",
-               "1", "-map", "2", "-c:v", "mpeg4", "-c:a", "flac", "-metadata", "title=A film", "film.mkv")
+        ffmpeg(*lavfi("testsrc2=s=64x48:r=25:d=2"), "-i", "tone.wav", "-i", "in2.wav", "-map", "0", "-map", "1",
+               "-map", "2", "-c:v", "mpeg4", "-c:a", "flac", "-metadata", "title=A film", "film.mkv")
 
     def test_an_equal_format_keeps_every_byte(self):
         for channels, values in self.noises.items():
             self.assertTrue(self.sound("convert", f"in{channels}.wav") == values, channels)
-        self.done("convert", "in2.wav", "-o", "out.flac", "-r", "44100", "-c", "2")
-        self.assertTrue(self.sound("convert", "out.flac") == self.noises[2])
+        self.assertTrue(self.sound("convert", "in2.wav", "-r", "44100", "-c", "2", out="out.flac") == self.noises[2])
 
     def test_channels(self):
         for channels, wanted, rule in ((1, 2, lambda a: (a, a)), (2, 1, lambda a, b: (half(a, b),)),
-                                       (2, 6, lambda a, b: (a, b, 0, 0, 0, 0)), (3, 2, lambda a, b, c: (a, half(b, c)))):
+                                       (2, 6, lambda a, b: (a, b, 0, 0, 0, 0)),
+                                       (3, 2, lambda a, b, c: (a, half(b, c)))):
             values = self.noises[channels]
             frames = (rule(*values[i:i + channels]) for i in range(0, len(values), channels))
             self.assertTrue(self.sound("convert", f"in{channels}.wav", "--channels", str(wanted)) ==
@@ -56,12 +56,10 @@ class Converts(Case):
     def test_quality(self):
         # docs/audio-quality.md: gain and signal-to-noise ratio.
         for rate, wanted, frequency, gain, ratio in (
-                (22050, 44100, 440, -0.01, 60.1), (22050, 44100, 6000, -1.64, 13.7), (44100, 48000, 100, 0, 88.3),
-                (44100, 48000, 10000, -1.49, 20.4), (48000, 44100, 1000, -0.01, 63.9), (44100, 22050, 1000, 0, 92.0)):
+                (22050, 44100, 6000, -1.64, 13.7), (44100, 48000, 100, 0, 88.3), (48000, 44100, 1000, -0.01, 63.9)):
             write_wav("sine.wav", sine(frequency, rate, 1), rate, 1)
             got = quality(self.sound("convert", "sine.wav", "--rate", str(wanted)), frequency, wanted)
-            self.assertAlmostEqual(got[0], gain, delta=0.02, msg=(rate, wanted, frequency))
-            self.assertAlmostEqual(got[1], ratio, delta=0.3, msg=(rate, wanted, frequency))
+            self.assertTrue(abs(got[0] - gain) < 0.02 and abs(got[1] - ratio) < 0.3, (rate, wanted, frequency, got))
 
     def test_wav_has_room_for_sizes_beyond_4_gib(self):
         # Whatever the input says of its length: here half a second too little, or nothing.
@@ -77,15 +75,14 @@ class Converts(Case):
             self.assertTrue(read_wav("out.wav") == self.noises[2])
 
     def test_containers(self):
-        for name, codec, options, stored in (
-                ("out.flac", "flac", (), 0), ("out.mkv", "flac", (), 0), ("out.m4a", "aac", (), 0), ("out.mp4", "aac", (), 0),
-                ("out.ogg", "vorbis", (), 0), ("out.opus", "opus", (), 48000), ("out.mp3", "mp3", (), 0),
+        for name, codec, asked, stored in (
+                ("o.flac", "flac", 0, 0), ("o.mkv", "flac", 0, 0), ("o.m4a", "aac", 0, 0), ("o.mp4", "aac", 0, 0),
+                ("o.ogg", "vorbis", 0, 0), ("o.opus", "opus", 0, 48000), ("o.mp3", "mp3", 0, 0),
                 # Rates that encoders lack: the next one above, or the highest.
-                ("o.mp3", "mp3", ("-r", "192000"), 48000), ("o.mp3", "mp3", ("-r", "23000"), 24000),
-                ("o.m4a", "aac", ("-r", "96001"), 96000), ("o.m4a", "aac", ("-r", "90000"), 96000),
-                ("o.flac", "flac", ("-r", "655340"), 0), ("o.oga", "vorbis", ("-r", "200000"), 0)):
-            text = self.done("convert", "film.mkv", "-o", name, "--overwrite", *options)
-            rate = int(options[1]) if options else RATE
+                ("o.mp3", "mp3", 192000, 48000), ("o.mp3", "mp3", 23000, 24000), ("o.m4a", "aac", 96001, 96000),
+                ("o.m4a", "aac", 90000, 96000), ("o.flac", "flac", 655340, 0), ("o.oga", "vorbis", 200000, 0)):
+            rate = asked or RATE
+            text = self.done("convert", "film.mkv", "-o", name, "--overwrite", *(("-r", str(asked)) if asked else ()))
             self.assertRegex(text, rf"^{name}: sound of film.mkv, {rate} Hz, 2 channels" +
                              (rf" \(stored at {stored} Hz\)" if stored else "") + r": 2\.000 s, \d+x real time\n$")
             self.assertEqual(streams(name), [("audio", codec)])
@@ -93,8 +90,7 @@ class Converts(Case):
             sound, rate = decode(name), stored or rate
             self.assertIn(len(sound) - 2 * 2 * rate, range(-8, 2 * 1024))
             self.assertGreater(quality(sound[:2 * rate:2], 440, rate)[1], 30, name)
-        tags = probe("out.flac", "-show_format")["format"]["tags"]
-        self.assertEqual({key.lower(): value for key, value in tags.items()}["title"], "A film")
+        self.assertEqual(probe("o.mkv", "-show_format")["format"]["tags"]["title"], "A film")
 
     def test_selection_holes_and_late_starts(self):
         ffmpeg("-i", "tone.wav", "-af", "aselect='lt(t,0.5)+gt(t,1)'", "-c:a", "flac", "hole.mkv")
@@ -107,7 +103,3 @@ class Converts(Case):
         self.assertFalse(any(out[int(0.6 * RATE) * 2:int(0.9 * RATE) * 2]))
         self.assertTrue(out[:RATE // 2 * 2] == self.tone[:RATE // 2 * 2] and out[-RATE:] == self.tone[-RATE:])
         self.assertTrue(self.sound("convert", "late.mkv") == self.tone)
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -1,7 +1,6 @@
 """zel mix, as a whole process on real files."""
 
 import array
-import unittest
 
 from support import RATE, Case, noise, probe, streams, write_wav
 
@@ -43,7 +42,3 @@ class Mixes(Case):
         loud = self.sound("mix", *["b.wav"] * 64)
         self.assertTrue(all(abs(value) <= 32767 for value in loud) and max(loud) == 32767)
         self.assertTrue(all(value * (b or 1) >= 0 for value, b in zip(loud, self.b)))
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -6,7 +6,9 @@ import json
 import math
 import os
 import random
+import re
 import resource
+import shlex
 import shutil
 import signal
 import subprocess
@@ -31,7 +33,7 @@ def zel(*args, prepare=None, **options):
     """Runs the command; (exit code, standard output, standard error)."""
     options = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, "timeout": 120, **options}
     done = subprocess.run([ZEL, *args], check=False, preexec_fn=lambda: fresh(prepare), **options)
-    return done.returncode, *((text or b"").decode(errors="replace") for text in (done.stdout, done.stderr))
+    return done.returncode, *((text or b"").decode() for text in (done.stdout, done.stderr))
 
 
 def ffmpeg(*args):
@@ -43,8 +45,7 @@ def ffmpeg(*args):
         return subprocess.run(command, check=True, capture_output=True).stdout
     key = hashlib.sha256(repr((args, os.stat(shutil.which("ffmpeg")).st_mtime_ns)).encode())
     for name in filter(os.path.isfile, args[:-1]):
-        with open(name, "rb") as file:
-            key.update(file.read())
+        key.update(read(name))
     kept = os.path.join(cache, key.hexdigest())
     if not os.path.exists(kept):
         subprocess.run(command, check=True, capture_output=True)
@@ -54,6 +55,11 @@ def ffmpeg(*args):
     else:
         shutil.copyfile(kept, path)
     return b""
+
+
+def lavfi(source):
+    """An input of FFmpeg's command that a filter makes."""
+    return "-f", "lavfi", "-i", source
 
 
 def probe(path, *entries):
@@ -83,15 +89,12 @@ def write_wav(path, samples, rate=RATE, channels=2):
         out.writeframes(array.array("h", samples).tobytes())
 
 
-def long_wav(path, seconds, rate=RATE):
+def long_wav(path, seconds):
     """Silence in 2 channels as a hole in the file, which takes no space."""
-    write_wav(path, [], rate)
-    size = 4 * rate * seconds
-    with open(path, "r+b") as file:
-        for at, value in ((4, size + 36), (40, size)):
-            file.seek(at)
-            file.write(value.to_bytes(4, "little"))
-        file.truncate(size + 44)
+    write_wav(path, [])
+    size, head = 4 * RATE * seconds, read(path)
+    write(path, head[:4] + (size + 36).to_bytes(4, "little") + head[8:40] + size.to_bytes(4, "little"))
+    os.truncate(path, size + 44)
 
 
 def read_wav(path):
@@ -171,6 +174,16 @@ class Case(unittest.TestCase):
         self.assertEqual((got, out), (code, ""), (args, err))
         self.assertEqual(err.count("\n"), 1 if code == 1 else 2, err)
         self.assertEqual(set(os.listdir(self.folder)), files, args)
+
+    def all_fail(self, code, table):
+        """Runs the command once per line "arguments | pattern of what it says", or "arguments : words | pattern", where
+        each of the words takes the place of every @."""
+        for line in filter(None, map(str.strip, table.split("\n"))):
+            args, pattern = line.split(" | ")
+            args, _, words = args.partition(" : ")
+            for word in shlex.split(words) or "@":
+                self.fails([arg.replace("@", word) for arg in shlex.split(args)], code,
+                           "^zel.*: .*" + pattern.replace("@", re.escape(word)))
 
     def needs_no_more_memory(self, long, short, spare=16 * 1024):
         """Runs the command on long and on short files: memory must not grow with them by more than `spare` KiB."""

@@ -2,12 +2,11 @@
 
 import math
 import os
-import unittest
 
-from support import Case, ffmpeg, noise, read, write_wav
+from support import Case, ffmpeg, lavfi, noise, read, write, write_wav
 
-RANGE, POWER, LANE, GRID = (125, 176, 227), (28, 92, 168), (242, 245, 249), (214, 219, 227)  # Colours of the chart.
-WHITE = (255, 255, 255)
+# Colours of the chart.
+RANGE, POWER, LANE, GRID, WHITE = (125, 176, 227), (28, 92, 168), (242, 245, 249), (214, 219, 227), (255, 255, 255)
 LEFT, RIGHT = 40, 24  # Its margins.
 
 
@@ -27,16 +26,14 @@ class Chart:
 
     def lanes(self):
         """(top, bottom) of every lane that reaches a column where no text is as high."""
-        edges = [y for y in range(1, self.height) if (self.at(LEFT + 110, y) == WHITE) != (self.at(LEFT + 110, y - 1) == WHITE)]
+        white = [self.at(LEFT + 110, y) == WHITE for y in range(self.height)]
+        edges = [y for y in range(1, self.height) if white[y] != white[y - 1]]
         return [(top, bottom) for top, bottom in zip(edges[::2], edges[1::2]) if bottom - top > 12]
 
     def last_label(self):
         """(first, last) column of the last label of the axis."""
-        def inked(x, *ys):
-            return any(self.at(x, y) != WHITE for y in ys)
-
-        bottom = max(y for y in range(self.height) if any(inked(x, y) for x in range(self.width)))
-        columns = [x for x in range(self.width) if inked(x, *range(bottom - 7, bottom + 1))]
+        bottom = max(y for y in range(self.height) if any(self.at(x, y) != WHITE for x in range(self.width)))
+        columns = [x for x in range(self.width) if any(self.at(x, y) != WHITE for y in range(bottom - 7, bottom + 1))]
         return max(a for a, b in zip(columns, [-99] + columns) if a - b > 20), columns[-1]
 
     def spread(self, x, lane, *kinds):
@@ -49,7 +46,7 @@ class Waves(Case):
     def make(cls):
         # Left: loud, then a quarter; right: half the scale, then nothing.
         write_wav("two.wav", [value for i in range(16000) for value in (
-            round((32767 if i < 8000 else 8192) * math.sin(i * 0.7)), (-16384, 16384)[i % 2] if i < 8000 else 0)], 8000)
+            round((32767 if i < 8000 else 8192) * math.sin(i * 0.7)), (i < 8000) * (-16384, 16384)[i % 2])], 8000)
         write_wav("short.wav", [20000, -20000] * 2000, 4000, 1)
 
     def draw(self, *args):
@@ -63,10 +60,10 @@ class Waves(Case):
         self.assertEqual(len(lanes), 3)
         for seconds, lane, spread, power in ((0.5, 0, 1, 0.707), (1.5, 0, 0.25, 0.177), (0.5, 1, 0.5, 0.5),
                                              (1.5, 1, 0, 0), (0.5, 2, 0.61, 0.61)):
-            x = LEFT + round(seconds * 200) + 2
             one = 4.5 / (lanes[lane][1] - lanes[lane][0])
-            self.assertAlmostEqual(chart.spread(x, lanes[lane], RANGE, POWER), spread, delta=one, msg=(seconds, lane))
-            self.assertAlmostEqual(chart.spread(x, lanes[lane], POWER), power, delta=one, msg=(seconds, lane))
+            for wanted, *kinds in ((spread, RANGE, POWER), (power, POWER)):
+                got = chart.spread(LEFT + round(seconds * 200) + 2, lanes[lane], *kinds)
+                self.assertAlmostEqual(got, wanted, delta=one, msg=(seconds, lane))
         # The loud part ends in the middle, and the short file with 1 s of 2.
         middle = LEFT + 200
         self.assertGreater(chart.spread(middle - 3, lanes[0], RANGE, POWER), 0.9)
@@ -78,7 +75,7 @@ class Waves(Case):
         self.assertEqual(silent, [LEFT + 300])
 
     def test_sound_stands_where_it_is_heard(self):
-        ffmpeg("-f", "lavfi", "-i", "color=s=32x32:r=10:d=2", "-itsoffset", "1", "-i", "short.wav", "-c:v", "mpeg4",
+        ffmpeg(*lavfi("color=s=32x32:r=10:d=2"), "-itsoffset", "1", "-i", "short.wav", "-c:v", "mpeg4",
                "-c:a", "pcm_s16le", "late.mkv")
         chart = self.draw("late.mkv", "two.wav", "--size", "464x300")
         top = chart.lanes()[0][0] - 60  # Two lanes begin at the left; the late one is above them.
@@ -100,9 +97,8 @@ class Waves(Case):
         lowest = self.draw("eight.wav", "--size", "300x108")
         self.assertEqual(lowest.lanes(), [])  # Lower than it looks for, but there:
         self.assertTrue(any(lowest.kind(LEFT + 110, y) for y in range(lowest.height)))
-        for frames in (1, 3):
-            write_wav("few.wav", noise(2, frames, 1), channels=1)
-            self.assertGreater(len(self.draw("few.wav").lanes()), 0)
+        write_wav("few.wav", [12345], channels=1)
+        self.assertEqual(len(self.draw("few.wav").lanes()), 1)
 
     def test_names_of_all_scripts(self):
         names = ["голос.wav", "声.wav", "صوت.wav", "-x.wav", "b\u202eidi\n.wav", "n" * 200 + ".wav", "\udcff.wav"]
@@ -110,11 +106,6 @@ class Waves(Case):
             os.link("short.wav", name)
         out = self.done("wave", "-o", "o.png", "--", *names)
         self.assertRegex(out, r"^o\.png: 7 wave forms, 0:00:01\.000, 1200x\d+\n$")
-        with open("fonts.conf", "w", encoding="utf-8") as config:
-            config.write("<fontconfig><cachedir>/nonexistent</cachedir></fontconfig>")
-        self.fails(("wave", "short.wav", "-o", "no.png"), 1, "^zel: no font is installed to write names and times with\n$",
+        write("fonts.conf", b"<fontconfig><cachedir>/nonexistent</cachedir></fontconfig>")
+        self.fails(("wave", "short.wav", "-o", "no.png"), 1, "^zel: no font is installed to write names and times with",
                    env={**os.environ, "FONTCONFIG_FILE": os.path.abspath("fonts.conf")})
-
-
-if __name__ == "__main__":
-    unittest.main()
