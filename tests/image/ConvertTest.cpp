@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
-#include <memory>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -95,26 +94,30 @@ struct Plane {
   Byte* operator[](int row) const { return first + std::ptrdiff_t{row} * pitch; }
 };
 
-/// Planes whose rows are a gigabyte apart, which stand in for those of the arena while a routine
-/// works.
+/// A plane of the arena, and the one whose rows are a gigabyte apart that stands in for it while a
+/// routine works.
 struct FarPlane {
   Plane near, far;
   int rows, rowBytes;
-  std::unique_ptr<Mapping> memory;
 };
 std::vector<FarPlane> farPlanes;
+
+constexpr int kFarPitch = (1 << 30) + 3;
+const Mapping& FarMemory() {
+  static const Mapping memory(std::int64_t{kFarPitch} * 8);
+  return memory;
+}
 
 void CopyRows(Plane to, Plane from, int rows, int rowBytes) {
   for (int r = 0; r < rows; ++r) std::memcpy(to[r], from[r], static_cast<std::size_t>(rowBytes));
 }
 
+/// The planes' rows lie between each other's.
 Plane MoveFar(Plane near, int rows, int rowBytes) {
-  constexpr int kPitch = (1 << 30) + 3;
-  auto memory = std::make_unique<Mapping>(std::int64_t{kPitch} * rows);
-  Plane far = {memory->begin(), kPitch};
-  if (near.pitch < 0) far = {far[rows - 1], -kPitch};
+  Plane far = {FarMemory().begin() + (farPlanes.size() << 16), kFarPitch};
+  if (near.pitch < 0) far = {far[rows - 1], -kFarPitch};
   CopyRows(far, near, rows, rowBytes);
-  farPlanes.push_back({near, far, rows, rowBytes, std::move(memory)});
+  farPlanes.push_back({near, far, rows, rowBytes});
   return far;
 }
 
@@ -526,7 +529,7 @@ TEST_P(EveryRoutine, EveryColour) {
 
 // Planes with pitches of a gigabyte, of which only some pages are touched.
 TEST_P(EveryRoutine, OffsetsMayExceedTwoGigabytes) {
-  if (!Mapping(std::int64_t{1} << 36).begin()) GTEST_SKIP() << "no address space for such planes";
+  if (!FarMemory().begin()) GTEST_SKIP() << "no address space for such planes";
   for (const bool flip : {false, true}) {
     ASSERT_NO_FATAL_FAILURE(Check({70, 6, 0, flip, 2, 1, 3, 1, 1, 0, -1, true}));
   }

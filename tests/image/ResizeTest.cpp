@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstring>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -434,15 +435,13 @@ TEST_F(Resize, PicturesAreScaledPlaneByPlane) {
 }
 
 TEST(Rotate, ScalesSoThatAQuarterTurnFits) {
-  const auto scale = [](int width, int height, int angle) {
-    return CalcResizeScaleforRotate({nullptr, 0, 0, 0, 0, 0, 0, width, height}, angle);
-  };
-  for (const int angle : {0, 180, 360, -180, -360}) EXPECT_EQ(scale(640, 480, angle), 1.0);
-  for (const int angle : {90, 270, 1, -90}) {
-    EXPECT_EQ(scale(640, 480, angle), 0.75);
-    EXPECT_EQ(scale(480, 640, angle), 0.75);
-    EXPECT_EQ(scale(77, 77, angle), 1.0);
-    EXPECT_EQ(scale(0, 0, angle), 1.0);
+  for (const int angle : {0, 180, 360, -180, -360, 90, 270, 1, -90}) {
+    const double turned = angle % 180 == 0 ? 1.0 : 0.75;
+    for (const auto& [w, h, want] :
+         {std::tuple{640, 480, turned}, {480, 640, turned}, {77, 77, 1.0}, {0, 0, 1.0}}) {
+      const IMG_PARAM picture = {nullptr, 0, 0, 0, 0, 0, 0, w, h};
+      EXPECT_EQ(CalcResizeScaleforRotate(picture, angle), want) << angle;
+    }
   }
 }
 

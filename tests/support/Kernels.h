@@ -155,13 +155,4 @@ inline testing::AssertionResult SameAtEveryLevel(unsigned seed, const Run& refer
   return testing::AssertionSuccess();
 }
 
-/// Whether every level leaves the bytes of the plain one.
-inline testing::AssertionResult SameAsPlain(unsigned seed, const Run& routine) {
-  const auto plain = [&](Arena& arena) {
-    UseLevel(Level::kPlain);
-    routine(arena);
-  };
-  return SameAtEveryLevel(seed, plain, routine);
-}
-
 }  // namespace zel::test
