@@ -131,8 +131,8 @@ TEST_F(SampleTest, KeepsItsTimesApartFromTheFramesTimes) {
 }
 
 TEST_F(SampleTest, AllocatesByStreamAndImageFormat) {
-  Sample sound(kSound), encoded(kBytes, 0, kEncoded), picture(kPicture), bitmap(kBitmap, 0),
-      unknown(3, 0);
+  Sample sound(kSound), encoded(kBytes, 0, kEncoded), picture(kPicture), bitmap(kBitmap),
+      unknown(3);
   for (const auto& [sample, format] :
        {std::pair(&sound, 2), std::pair(&encoded, 2), std::pair(&picture, 1)}) {
     const auto yuv = static_cast<YUV_IMAGE_FORMAT>(format);
