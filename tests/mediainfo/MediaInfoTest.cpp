@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <sstream>
@@ -137,20 +138,15 @@ TEST_F(MediaInfoTest, ListsAppendCopiesOfRecords) {
   EXPECT_EQ(Make<CProgramInfos>()->AddNewProgram(), S_OK);
   streams->AddNewStream()->id = 6;
   for (int count = 1; count < 20; ++count) {
-    EXPECT_GE(
-        FailEachAllocation([&] { return streams->AddByStreamInfo(program.videoStreams) == S_OK; },
-                           [&] { EXPECT_EQ(streams->GetCount(), count); }),
-        4);
+    const auto add = [&] { return streams->AddByStreamInfo(program.videoStreams) == S_OK; };
+    EXPECT_GE(FailEachAllocation(add, [&] { EXPECT_EQ(streams->GetCount(), count); }), 4);
   }
-  EXPECT_EQ(streams->GetCount(), 20);
-  for (const int index : {0, 1}) {
-    Ref<IStreamInfo> stream;
-    streams->GetItem(index, stream.Receive());
-    EXPECT_EQ(stream->GetID(), index == 0 ? 6U : 1U);
-  }
+  Ref<IStreamInfo> first, last;
   Ref<ISubPicStreamInfo> item;
-  ASSERT_EQ(subPics->GetItem(0, item.Receive()), S_OK);
-  EXPECT_EQ(item->GetID(), 8U);
+  streams->GetItem(0, first.Receive());
+  streams->GetItem(19, last.Receive());
+  subPics->GetItem(0, item.Receive());
+  EXPECT_EQ(std::tuple(first->GetID(), last->GetID(), item->GetID()), std::tuple(6U, 1U, 8U));
 }
 
 TEST_F(MediaInfoTest, ObjectsExposeTheirOwnInterfacesAlone) {
@@ -229,23 +225,21 @@ TEST_F(MediaInfoTest, RecordsAreClonedDeeply) {
 
 TEST_F(MediaInfoTest, RefusesWithoutPrograms) {
   const auto info = Make<CMediaInfo>();
-  auto* out = reinterpret_cast<IProgramInfos*>(8);
-  EXPECT_EQ(info->GetIPrograms(&out), S_FALSE);
-  EXPECT_EQ(out, reinterpret_cast<IProgramInfos*>(8));
-  for (const HRESULT result : {info->GetIPrograms(nullptr), info->GetFileName(nullptr),
-                               info->GetDescription(nullptr), info->Fill(nullptr)})
-    EXPECT_EQ(result, E_POINTER);
-  for (const HRESULT result : {info->SelectStream(1, 0, 0), info->UpdateAllStream(1)})
-    EXPECT_EQ(result, S_FALSE);
+  IProgramInfos* out = nullptr;
+  wchar_t* text = nullptr;
+  EXPECT_EQ(std::tuple(info->GetIPrograms(nullptr), info->GetFileName(nullptr),
+                       info->GetDescription(nullptr), info->Fill(nullptr)),
+            std::tuple(E_POINTER, E_POINTER, E_POINTER, E_POINTER));
+  EXPECT_EQ(
+      std::tuple(info->GetIPrograms(&out), info->SelectStream(1, 0, 0), info->UpdateAllStream(1)),
+      std::tuple(S_FALSE, S_FALSE, S_FALSE));
+  EXPECT_EQ(std::tuple(info->SetStreamIdentifier(1, text), info->GetStreamIndentifier(1, &text),
+                       info->UpdateTrimSetting(nullptr)),
+            std::tuple(E_ZEL_NOTIMPL, E_ZEL_NOTIMPL, E_ZEL_NOTIMPL));
   EXPECT_EQ(info->GetOjectReference(), 1);
   EXPECT_EQ(info->GetSelectStreamNumber(0xFFFFFFFF), 0);
   EXPECT_EQ(info->FindStream(0), nullptr);
   EXPECT_EQ(info->GetStreamInfoObject(0), nullptr);
-  wchar_t* text = nullptr;
-  for (const HRESULT result :
-       {info->SetStreamIdentifier(1, text), info->GetStreamIndentifier(1, &text),
-        info->UpdateTrimSetting(nullptr)})
-    EXPECT_EQ(result, E_ZEL_NOTIMPL);
 }
 
 TEST_F(MediaInfoTest, TakesWhatItIsFilledWith) {
@@ -325,77 +319,70 @@ TEST_F(MediaInfoTest, KeepsChoicesInTheStreams) {
   const File file({first, second});
   const auto info = Make<CMediaInfo>();
   ASSERT_EQ(info->Fill(&file), S_OK);
-  constexpr unsigned long kAudio = 0x10002, kSubPic = 0x10003, kOther = 0x20002, kNone = 0x30001;
-  IMediaSetting& setting = *info;
-  const auto choices = [&](unsigned long id) {
-    unsigned int lossless = 44;
-    unsigned long channel = 55;
-    const std::int32_t selected = setting.IsStreamSelected(id, &lossless, &channel);
-    return std::vector<long>{selected, static_cast<long>(lossless), static_cast<long>(channel)};
+  constexpr unsigned long kAudio = 0x10002, kSubPic = 0x10003, kOther = 0x20002, kNone = 0x20003;
+  unsigned int lossless = 44;
+  unsigned long channel = 55;
+  EXPECT_EQ(info->IsStreamSelected(kNone, &lossless, &channel), 0);
+  EXPECT_EQ(std::tuple(lossless, channel), std::tuple(44U, 55UL));
+  // The result, and selection, lossless flag and channel of each stream.
+  const auto after = [&](HRESULT result) {
+    std::ostringstream out;
+    out << result;
+    for (const unsigned long id : {0x10001UL, kAudio, kSubPic, kOther}) {
+      const int selected = info->IsStreamSelected(id, &lossless, &channel);
+      out << ' ' << selected << '/' << lossless << '/' << static_cast<int>(channel);
+    }
+    return out.str();
   };
-  using Choices = std::vector<long>;
-  EXPECT_EQ(choices(kNone), (Choices{0, 44, 55}));
-  EXPECT_EQ(choices(kAudio), (Choices{0, 0, -1}));
-  EXPECT_EQ(setting.SelectStream(kAudio, 1, 3), S_OK);
-  EXPECT_EQ(choices(kAudio), (Choices{1, 1, 3}));
-  EXPECT_EQ(setting.IsStreamSelected(kAudio, nullptr, nullptr), 1);
-  EXPECT_EQ(setting.ClearSelectStream(kAudio), S_OK);
-  EXPECT_EQ(choices(kAudio), (Choices{0, 1, 3})) << "clearing leaves the other choices";
-  EXPECT_EQ(setting.UpdateStreamSetting(kAudio, 7), S_OK);
-  EXPECT_EQ(choices(kAudio), (Choices{1, 7, 3})) << "updating selects";
-  for (const unsigned long unknown : {0x20003UL, kNone}) {
-    EXPECT_EQ(setting.SelectStream(unknown, 0, 0), S_FALSE);
-    EXPECT_EQ(setting.UpdateStreamSetting(unknown, 0), S_FALSE);
-    EXPECT_EQ(setting.ClearSelectStream(unknown), S_FALSE);
+  EXPECT_EQ(after(S_OK), "0 0/0/-1 0/0/-1 0/0/-1 0/0/-1");
+  EXPECT_EQ(after(info->SelectStream(kNone, 0, 0)), "1 0/0/-1 0/0/-1 0/0/-1 0/0/-1");
+  EXPECT_EQ(info->UpdateStreamSetting(kNone, 0), S_FALSE);
+  EXPECT_EQ(info->ClearSelectStream(kNone), S_FALSE);
+  EXPECT_EQ(after(info->SelectStream(kAudio, 1, 3)), "0 0/0/-1 1/1/3 0/0/-1 0/0/-1");
+  EXPECT_EQ(info->IsStreamSelected(kAudio, nullptr, nullptr), 1);
+  EXPECT_EQ(after(info->ClearSelectStream(kAudio)), "0 0/0/-1 0/1/3 0/0/-1 0/0/-1");
+  EXPECT_EQ(after(info->UpdateStreamSetting(kAudio, 7)), "0 0/0/-1 1/7/3 0/0/-1 0/0/-1");
+  EXPECT_EQ(info->SelectStream(kSubPic, 5, 0), S_OK);
+  EXPECT_EQ(info->SelectStream(kOther, 5, 0), S_OK);
+  std::vector<int> counts;
+  for (const unsigned long program : {0UL, 1UL, 2UL, 3UL, 0xFFFFFFFEUL, 0xFFFFFFFFUL, ULONG_MAX}) {
+    counts.push_back(info->GetSelectStreamNumber(program));
   }
-
-  EXPECT_EQ(setting.SelectStream(kSubPic, 5, 0), S_OK);
-  EXPECT_EQ(setting.SelectStream(kOther, 5, 0), S_OK);
-  const std::pair<unsigned long, int> counts[] = {
-      {0, 0}, {1, 1}, {2, 1}, {3, 0}, {0xFFFFFFFE, 0}, {0xFFFFFFFF, 2}, {ULONG_MAX, 2}};
-  for (const auto& [number, count] : counts) {
-    EXPECT_EQ(info->GetSelectStreamNumber(number), count) << number;
-  }
-  EXPECT_EQ(info->UpdateAllStream(9), S_OK);
-  EXPECT_EQ(choices(kAudio)[1], 9);
-  EXPECT_EQ(choices(kOther)[1], 9);
-  EXPECT_EQ(choices(kSubPic)[1], 5) << "subpictures are left out";
-  EXPECT_EQ(choices(0x10001)[1], 0) << "not selected";
-  EXPECT_EQ(info->GetStreamInfoObject(kAudio)->IsLosslessProcess(), 9);
+  EXPECT_EQ(counts, (std::vector{0, 1, 1, 0, 0, 2, 2}));
+  // Subpictures are left out, and so is what is not selected.
+  EXPECT_EQ(after(info->UpdateAllStream(9)), "0 0/0/-1 1/9/3 1/5/0 1/9/0");
 
   unsigned long length = 66;
-  StreamInfo* audio = info->FindStream(kAudio);
-  audio->extraDataLength = 0;
-  EXPECT_EQ(setting.GetExtraData(kNone, &length), nullptr);
-  EXPECT_EQ(setting.GetExtraData(kAudio, nullptr), nullptr);
-  EXPECT_EQ(setting.GetExtraData(kAudio, &length), nullptr);
+  EXPECT_EQ(info->GetExtraData(kNone, &length), nullptr);
+  EXPECT_EQ(info->GetExtraData(kAudio, nullptr), nullptr);
+  info->FindStream(kAudio)->extraDataLength = 0;
+  EXPECT_EQ(info->GetExtraData(kAudio, &length), nullptr);
   EXPECT_EQ(length, 66U);
-  audio->extraDataLength = 1;
-  EXPECT_EQ(setting.GetExtraData(kAudio, &length), audio->extraData);
+  info->FindStream(kAudio)->extraDataLength = 1;
+  EXPECT_EQ(info->GetExtraData(kAudio, &length), info->FindStream(kAudio)->extraData);
   EXPECT_EQ(length, 1U);
+}
+
+bool operator==(const STrimSegment& a, const STrimSegment& b) {
+  return std::memcmp(&a, &b, sizeof(a)) == 0;
 }
 
 TEST_F(MediaInfoTest, KeepsTrimSegmentsInOrder) {
   const auto info = Make<CMediaInfo>();
-  const STrimSegment first{{1, -2, INT64_MAX, 4}}, second{{5, 6, 7, INT64_MIN}}, none{};
-  const auto equal = [](const STrimSegment& a, const STrimSegment& b) {
-    return std::memcmp(&a, &b, sizeof(a)) == 0;
-  };
-  EXPECT_TRUE(equal(info->AddTrimSegment(first, 8, 9), first));
-  for (int count = 0; count < 2; ++count) {
-    FailAllocationAfter(count);
-    EXPECT_TRUE(equal(info->AddTrimSegment(second, 0, 0), second));
-    EXPECT_EQ(info->GetTrimSegmentNumber(), 1U) << "memory was short";
+  const STrimSegment segments[] = {{{1, -2, INT64_MAX, 4}}, {{5, 6, 7, INT64_MIN}}, {}};
+  for (const unsigned i : {0U, 1U}) {
+    for (const int allocations : {0, 1, -1}) {
+      FailAllocationAfter(allocations);
+      EXPECT_TRUE(info->AddTrimSegment(segments[i], 8, 9) == segments[i]);
+      EXPECT_EQ(info->GetTrimSegmentNumber(), allocations < 0 ? i + 1 : i) << "memory was short";
+    }
   }
-  info->AddTrimSegment(second, 0, 0);
-  EXPECT_EQ(info->GetTrimSegmentNumber(), 2U);
-  EXPECT_TRUE(equal(info->GetTrimSegment(0), first));
-  EXPECT_TRUE(equal(info->GetTrimSegment(1), second));
-  EXPECT_TRUE(equal(info->GetTrimSegment(2), none));
-  EXPECT_TRUE(equal(info->GetTrimSegment(ULONG_MAX), none));
+  for (const unsigned long i : {0UL, 1UL, 2UL, ULONG_MAX}) {
+    EXPECT_TRUE(info->GetTrimSegment(i) == segments[std::min(i, 2UL)]);
+  }
   EXPECT_EQ(info->RemoveAllTrimSegments(), S_OK);
   EXPECT_EQ(info->GetTrimSegmentNumber(), 0U);
-  info->AddTrimSegment(first, 0, 0);  // Freed with the object.
+  info->AddTrimSegment({}, 0, 0);  // Freed with the object.
 }
 
 }  // namespace
