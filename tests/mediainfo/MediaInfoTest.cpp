@@ -135,6 +135,7 @@ TEST_F(MediaInfoTest, ListsAppendCopiesOfRecords) {
   EXPECT_EQ(streams->AddByStreamInfo(nullptr), E_POINTER);
   EXPECT_EQ(subPics->AddBySubPicStreamInfo(nullptr), E_POINTER);
   EXPECT_EQ(subPics->AddBySubPicStreamInfo(&subPic), S_OK);
+  EXPECT_EQ(Make<CProgramInfos>()->AddByMediaInfo(nullptr), E_POINTER);
   EXPECT_EQ(Make<CProgramInfos>()->AddNewProgram(), S_OK);
   streams->AddNewStream()->id = 6;
   for (int count = 1; count < 20; ++count) {
@@ -225,7 +226,7 @@ TEST_F(MediaInfoTest, RecordsAreClonedDeeply) {
 
 TEST_F(MediaInfoTest, RefusesWithoutPrograms) {
   const auto info = Make<CMediaInfo>();
-  IProgramInfos* out = nullptr;
+  auto* out = reinterpret_cast<IProgramInfos*>(8);
   wchar_t* text = nullptr;
   EXPECT_EQ(std::tuple(info->GetIPrograms(nullptr), info->GetFileName(nullptr),
                        info->GetDescription(nullptr), info->Fill(nullptr)),
@@ -236,6 +237,7 @@ TEST_F(MediaInfoTest, RefusesWithoutPrograms) {
   EXPECT_EQ(std::tuple(info->SetStreamIdentifier(1, text), info->GetStreamIndentifier(1, &text),
                        info->UpdateTrimSetting(nullptr)),
             std::tuple(E_ZEL_NOTIMPL, E_ZEL_NOTIMPL, E_ZEL_NOTIMPL));
+  EXPECT_EQ(out, reinterpret_cast<IProgramInfos*>(8)) << "untouched";
   EXPECT_EQ(info->GetOjectReference(), 1);
   EXPECT_EQ(info->GetSelectStreamNumber(0xFFFFFFFF), 0);
   EXPECT_EQ(info->FindStream(0), nullptr);
