@@ -32,7 +32,7 @@ MEDIA_FRAME Frame(int kind, int a, int b = 0, unsigned char* data = letters) {
   if (kind == kSound) f = {kAudio, kDecoded, {{44100, 2, 16, data, a, a}}, 0, {}, 70, 60, -5};
   if (kind == kSound) return f;
   f.video.nImageFormat = kind;
-  if (kind == kBytes) f.video.buffer = {data, a, a};
+  if (kind == kBytes) f.video.buffer = {data, a, a + 1};
   if (kind == kBitmap) f.video.rgb = {{40, 1, 2, 1, 24, 0, 0U + a, 0, 0, 0, 0}, data};
   if (kind == kPicture) {
     const int w = (a + 1) / 2, luma = a * b, chroma = w * ((b + 1) / 2);
@@ -179,6 +179,7 @@ TEST_F(SampleTest, CopiesEveryField) {
       {Sample(kBytes, 2), Frame(kBytes, 3), " 3 70 60 -5 | 1 2 -5 3 3 3 'abc'"},
       {Sample(kPicture, 5), three,
        " 17 70 60 -5 | 1 2 -5 17 7 3 3 6 2 2 0 9 13 0 'abcdefghijklmnopq'"},
+      {Sample(kPicture, 9), Frame(kPicture, 0, 3), " 9 70 60 -5 | 1 2 -5 0 2 0 3 0 0 0 0 0 0 0 ''"},
       {Sample(kPicture, 9), Frame(kPicture, 3, 0), " 9 70 60 -5 | 1 2 -5 0 2 3 0 3 2 2 0 0 0 0 ''"},
       {Sample(kBitmap, 2), Frame(kBitmap, 3), " 6 70 60 -5 | 1 2 -5 3 2 3 'abc'"},
       {Sample(5, 64), Frame(kBitmap, 3), " 64 70 60 -5 | 1 2 -5 3 2 3 'abc'"},
@@ -346,11 +347,13 @@ TEST_F(SampleTest, KeepsPacketTablesAndTexts) {
     return FailEachAllocation([&] { return sample.SetAudioPacketInfo(packets) == S_OK; },
                               [&] { EXPECT_EQ(table(10), before); });
   };
-  std::vector<int> packets(13, 100);
-  packets[0] = 12;
   EXPECT_EQ(table(2), (std::vector{1, 4096}));
-  EXPECT_EQ(set(packets.data()), 1);
-  EXPECT_EQ(table(13), packets);
+  for (const int count : {9, 12}) {
+    std::vector<int> packets(1 + static_cast<std::size_t>(count), 100);
+    packets[0] = count;
+    EXPECT_EQ(set(packets.data()), count == 9 ? 0 : 1) << "it has room for 9 from the start";
+    EXPECT_EQ(table(packets.size()), packets);
+  }
   set(std::vector{2, 1, 77}.data());
   EXPECT_EQ(set(sample.GetAudioPakcetInfo() + 1), 0);
   EXPECT_EQ(table(2), (std::vector{1, 77})) << "a table inside its own one";
