@@ -119,6 +119,7 @@ TEST_F(SampleTest, IsEmptyWhenNewAndHandsOutItsFace) {
   sample->SetCurrentPTS(5);
   sample->SetCurrentDTS(5);
   EXPECT_EQ(Text(*sample, sample->RefreshSampleInfo()), " 3 1 -1 0 0 0 -1 -1 0 refused");
+  EXPECT_EQ(sample->GetCompareFrame(), nullptr);
   EXPECT_STREQ(sample->GetSubStreamString(), L"");
   EXPECT_EQ(sample->GetAudioPakcetInfo()[0], 0) << "no frame to describe";
   ExpectFaces<IZelSample>(*sample, IID_IStreamInfo);
