@@ -1,69 +1,45 @@
 #include <climits>
 #include <cstring>
-#include <vector>
+#include <tuple>
 
+#include "tests/support/Faces.h"
 #include "tests/support/LeakCheck.h"
-#include "zel/base/Ids.h"
-#include "zel/base/Ref.h"
 #include "zel/mediainfo/MetaData.h"
 #include "zel/mediainfo/StreamInfo.h"
 
 namespace {
 
 using StreamInfoTest = LeakCheck;
-using Answers = std::vector<double>;
 
-/// What a stream answers, in the order of its interface; texts and addresses left out.
-Answers Ask(IStreamInfo& s) {
-  const auto number = [](auto value) { return static_cast<double>(value); };
-  return {number(s.GetType()),
-          number(s.GetID()),
-          number(s.GetFourCC()),
-          number(s.GetState()),
-          s.GetLength(),
-          number(s.GetBitRate()),
-          number(s.GetStartPTS()),
-          number(s.GetPTSOffset()),
-          number(s.GetSourceScanType()),
-          number(s.GetStreamPID()),
-          number(s.IsStreamSelected()),
-          number(s.IsLosslessProcess()),
-          number(s.GetChannelIndex()),
-          number(s.GetStreamDelay()),
-          number(s.GetExtraDataLength()),
-          number(s.GetFirstPacketPos()),
-          number(s.GetStreamIndex()),
-          number(s.GetExtraDataCount()),
-          number(s.GetLosslessCapacity()),
-          number(s.GetProfileValue()),
-          number(s.GetLevelValue()),
-          number(s.GetMaxBFrames())};
+/// Every number that a stream answers is the record's.
+void ExpectAnswers(IStreamInfo& s, const StreamInfo& r) {
+  const auto answers = std::tuple(
+      s.GetLength(), s.GetType(), s.GetID(), s.GetFourCC(), s.GetState(), s.GetBitRate(),
+      s.GetStartPTS(), s.GetPTSOffset(), s.GetStreamDelay(), s.GetSourceScanType(),
+      s.GetStreamPID(), s.IsStreamSelected(), s.IsLosslessProcess(), s.GetChannelIndex(),
+      s.GetExtraDataLength(), s.GetFirstPacketPos(), s.GetStreamIndex(), s.GetLosslessCapacity(),
+      s.GetProfileValue(), s.GetLevelValue(), s.GetMaxBFrames());
+  const auto fields =
+      std::tuple(r.length, r.type, r.id, r.fourCC, r.state, r.bitRate, r.startPTS, r.ptsOffset,
+                 r.ptsOffset, r.sourceScanType, r.streamPID, r.selected, r.losslessProcess,
+                 r.channelIndex, r.extraDataLength, r.firstPacketPos, r.streamIndex,
+                 r.losslessCapacity, r.profileValue, r.levelValue, r.maxBFrames);
+  EXPECT_EQ(answers, fields);
 }
 
-StreamInfo MakeRecord() {
-  StreamInfo r{};
-  r.type = 3;
-  r.id = 0x00010002;
-  r.streamIndex = 4;
-  r.fourCC = 5;
-  r.state = 6;
+/// A record whose numbers all differ.
+StreamInfo MakeRecord(unsigned char* extraData = nullptr, std::uint32_t length = 0) {
+  StreamInfo r;
+  auto* bytes = reinterpret_cast<unsigned char*>(&r);
+  for (std::size_t i = 0; i < sizeof(r); ++i) {
+    bytes[i] = static_cast<unsigned char>(i * 7 + i / 256);
+  }
   std::wcscpy(r.name, L"name");
   std::wmemset(r.description, L'd', 128);  // Without a terminator.
   std::wcscpy(r.languageDesc, L"\x4E2D\x1F600");
   r.length = 1.5;
-  r.bitRate = 0xFFFFFFFF;
-  r.startPTS = 1LL << 40;
-  r.ptsOffset = -(1LL << 41);
-  r.sourceScanType = 9;
-  r.streamPID = 10;
-  r.firstPacketPos = 1LL << 42;
-  r.selected = 11;
-  r.losslessProcess = 12;
-  r.channelIndex = 13;
-  r.losslessCapacity = 14;
-  r.profileValue = 15;
-  r.levelValue = 16;
-  r.maxBFrames = 17;
+  r.extraData = extraData;
+  r.extraDataLength = length;
   return r;
 }
 
@@ -73,27 +49,22 @@ TEST_F(StreamInfoTest, AnswersFromItsRecordOrWithoutOne) {
   CStreamInfo fresh, with(nullptr, &result), without(nullptr, &result);
   EXPECT_EQ(result, 17);
   EXPECT_EQ(with.SetStreamInfo(&record), 1);
-  EXPECT_EQ(Ask(fresh),
-            (Answers{0, 0xFFFFFFFF, 0, -1, 0, 0, 0, 0, 2, 0, 0, 0, -1, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
-  EXPECT_EQ(Ask(without),
-            (Answers{0, 0, 0, -1, 0, 0, 0, 0, 2, 0, 0, 0, -1, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
-  EXPECT_EQ(Ask(with),
-            (Answers{3,  0x10002, 5,       6, 1.5,    0xFFFFFFFF, 0x1p40, -0x1p41, 9,  10, 11,
-                     12, 13,      -0x1p41, 0, 0x1p42, 4,          0,      14,      15, 16, 17}));
-  StreamInfo* held = with.GetStreamInfo();
+  StreamInfo* const held = with.GetStreamInfo();
   EXPECT_EQ(std::memcmp(held, &record, sizeof(record)), 0);
-  EXPECT_EQ(fresh.GetStreamInfo()->reserved0, 2);
+  ExpectAnswers(with, record);
   EXPECT_EQ(with.GetAudioInfo(), &held->audioInfo);
   EXPECT_EQ(with.GetVideoInfo(), &held->videoInfo);
   EXPECT_EQ(with.GetVideoSrcInfo(), &held->videoSrcInfo);
-  const void* const none = nullptr;
-  for (const void* pointer : {static_cast<const void*>(without.GetStreamInfo()),
-                              static_cast<const void*>(without.GetAudioInfo()),
-                              static_cast<const void*>(without.GetVideoInfo()),
-                              static_cast<const void*>(without.GetVideoSrcInfo()),
-                              static_cast<const void*>(without.GetExtraData())}) {
-    EXPECT_EQ(pointer, none);
-  }
+
+  StreamInfo defaults = {};
+  defaults.state = defaults.channelIndex = -1;
+  defaults.reserved0 = defaults.sourceScanType = 2;
+  ExpectAnswers(without, defaults);
+  EXPECT_TRUE(!without.GetStreamInfo() && !without.GetAudioInfo() && !without.GetVideoInfo() &&
+              !without.GetVideoSrcInfo() && !without.GetExtraData());
+  defaults.id = 0xFFFFFFFF;
+  ExpectAnswers(fresh, defaults);
+  EXPECT_EQ(fresh.GetStreamInfo()->reserved0, 2);
 
   struct Case {
     HRESULT (IStreamInfo::*get)(wchar_t**);
@@ -105,11 +76,10 @@ TEST_F(StreamInfoTest, AnswersFromItsRecordOrWithoutOne) {
     wchar_t untouched;
     wchar_t* out = &untouched;
     EXPECT_EQ((without.*get)(&out), E_FAIL);
-    EXPECT_EQ(out, &untouched);
-    EXPECT_EQ((with.*get)(nullptr), E_POINTER);
     EXPECT_EQ((without.*get)(nullptr), E_POINTER);
     FailAllocationAfter(0);
     EXPECT_EQ((with.*get)(&out), E_OUTOFMEMORY);
+    EXPECT_EQ(out, &untouched);
     EXPECT_EQ((with.*get)(&out), S_OK);
     EXPECT_EQ(Take(out), text);
   }
@@ -117,9 +87,7 @@ TEST_F(StreamInfoTest, AnswersFromItsRecordOrWithoutOne) {
 
 TEST_F(StreamInfoTest, OwnsCopiesOfItsRecordAndExtraData) {
   unsigned char data[] = {1, 2, 3, 4, 5};
-  StreamInfo record = MakeRecord();
-  record.extraData = data;
-  record.extraDataLength = 5;
+  StreamInfo record = MakeRecord(data, 5);
   CStreamInfo stream;
   EXPECT_EQ(stream.SetStreamInfo(&record), 1);
   data[0] = 99;
@@ -133,11 +101,10 @@ TEST_F(StreamInfoTest, OwnsCopiesOfItsRecordAndExtraData) {
             2);
 
   // One byte is data; a length without data is none, and neither is data without a length.
-  for (auto [bytes, length, kept] : {std::tuple(data, 1U, 1U), std::tuple(data, 0U, 0U),
-                                     std::tuple(static_cast<unsigned char*>(nullptr), ~0U, 0U)}) {
-    record.extraData = bytes;
-    record.extraDataLength = length;
-    stream.SetStreamInfo(&record);
+  for (const auto& [from, kept] :
+       {std::pair(MakeRecord(data, 1), 1U), std::pair(MakeRecord(data, 0), 0U),
+        std::pair(MakeRecord(nullptr, ~0U), 0U)}) {
+    stream.SetStreamInfo(&from);
     EXPECT_EQ(stream.GetExtraDataLength(), kept);
     EXPECT_EQ(stream.GetExtraData() != nullptr, kept != 0);
   }
@@ -146,36 +113,49 @@ TEST_F(StreamInfoTest, OwnsCopiesOfItsRecordAndExtraData) {
 TEST_F(StreamInfoTest, KeepsTypedBlocksInOrder) {
   CStreamInfo stream(nullptr, nullptr);
   unsigned char data[] = {10, 11, 12};
-  const auto type = [](int value) { return static_cast<STREAM_EXTRA_DATA_TYPE>(value); };
+  const auto add = [&](int type, unsigned long size, unsigned char* from) {
+    return stream.AddExtraData(static_cast<STREAM_EXTRA_DATA_TYPE>(type), size, from);
+  };
   EXPECT_EQ(stream.GetExtraData(0UL), nullptr);
-  for (unsigned i = 0; i < 2; ++i) {
-    EXPECT_EQ(stream.AddExtraData(type(-static_cast<int>(i)), i + 1, data), 1);
-  }
-  EXPECT_EQ(stream.AddExtraData(type(7), 0, data), 0);
-  EXPECT_EQ(stream.AddExtraData(type(7), 4, nullptr), 0);
+  EXPECT_EQ(add(7, 0, data), 0);
+  EXPECT_EQ(add(7, 4, nullptr), 0);
 #if ULONG_MAX > 0xFFFFFFFF
-  EXPECT_EQ(stream.AddExtraData(type(7), 1UL << 32, data), 0);
+  EXPECT_EQ(add(7, 1UL << 32, data), 0);
 #endif
-  EXPECT_EQ(FailEachAllocation([&] { return stream.AddExtraData(type(-2), 3, data) == 1; },
-                               [&] { EXPECT_EQ(stream.GetExtraDataCount(), 2U); }),
-            3);
+  for (unsigned i = 0; i < 3; ++i) {
+    EXPECT_EQ(FailEachAllocation([&] { return add(-static_cast<int>(i), i + 1, data) == 1; },
+                                 [&] { EXPECT_EQ(stream.GetExtraDataCount(), i); }),
+              3);
+  }
   data[0] = 0;
   const StreamInfo record = MakeRecord();
   stream.SetStreamInfo(&record);  // The blocks stay.
   ASSERT_EQ(stream.GetExtraDataCount(), 3U);
   for (unsigned i = 0; i < 3; ++i) {
-    const SStreamExtraData* entry = stream.GetExtraData(i);
-    ASSERT_NE(entry, nullptr);
-    EXPECT_EQ(entry->type, -static_cast<int>(i));
-    EXPECT_EQ(std::string(entry->data, entry->data + entry->size), std::string("\12\13\14", i + 1));
+    const SStreamExtraData& entry = *stream.GetExtraData(i);
+    EXPECT_EQ(entry.type, -static_cast<int>(i));
+    EXPECT_EQ(std::string(entry.data, entry.data + entry.size), std::string("\12\13\14", i + 1));
   }
-  EXPECT_EQ(stream.GetExtraData(3), nullptr);
-  EXPECT_EQ(stream.GetExtraData(ULONG_MAX), nullptr);
+  for (const unsigned long end : {3UL, ULONG_MAX}) EXPECT_EQ(stream.GetExtraData(end), nullptr);
 }
 
 TEST_F(StreamInfoTest, SubpictureStreamsAnswerFromTheirRecordOrFixed) {
   CSubPicStreamInfo stream, aggregating(nullptr, nullptr);
-  for (const auto get : {&ISubPicStreamInfo::GetLanguage, &ISubPicStreamInfo::GetDescription}) {
+  const auto expectNumbers = [&](int type, unsigned id, unsigned fourCC) {
+    EXPECT_EQ(std::tuple(stream.GetType(), stream.GetID(), stream.GetFourCC()),
+              std::tuple(type, id, fourCC));
+    EXPECT_EQ(stream.GetStartPTS() | stream.GetPTSOffset() | stream.GetStreamDelay() |
+                  stream.GetFirstPacketPos() | stream.GetStreamPID() | stream.GetExtraDataLength() |
+                  stream.IsStreamSelected() | stream.IsLosslessProcess() | stream.GetChannelIndex(),
+              0);
+    EXPECT_TRUE(!stream.GetVideoInfo() && !stream.GetExtraData() && !stream.GetSubPicStreamInfo());
+  };
+  expectNumbers(0, 0, 0);
+  SubPicStreamInfo record{5, 6, 7, L"language", {}};
+  std::wmemset(record.description, L'd', 157);
+  constexpr HRESULT (ISubPicStreamInfo::*kTexts[])(wchar_t**) = {
+      &ISubPicStreamInfo::GetLanguage, &ISubPicStreamInfo::GetDescription};
+  for (const auto get : kTexts) {
     for (CSubPicStreamInfo* without : {&stream, &aggregating}) {
       auto* text = reinterpret_cast<wchar_t*>(8);
       EXPECT_EQ((without->*get)(&text), E_FAIL);
@@ -183,33 +163,15 @@ TEST_F(StreamInfoTest, SubpictureStreamsAnswerFromTheirRecordOrFixed) {
       EXPECT_EQ((without->*get)(nullptr), E_POINTER);
     }
   }
-  const auto identity = [](ISubPicStreamInfo& s) {
-    return std::vector<std::uint32_t>{static_cast<std::uint32_t>(s.GetType()), s.GetID(),
-                                      s.GetFourCC()};
-  };
-  EXPECT_EQ(identity(stream), (std::vector<std::uint32_t>{0, 0, 0}));
-
-  SubPicStreamInfo record{5, 6, 7, L"language", {}};
-  std::wmemset(record.description, L'd', 157);
   EXPECT_EQ(stream.SetSubPicStreamInfo(&record), S_OK);
   record.id = 66;
   EXPECT_EQ(stream.SetSubPicStreamInfo(nullptr), E_POINTER);
-  ISubPicStreamInfo& face = stream;
-  EXPECT_EQ(identity(face), (std::vector<std::uint32_t>{5, 6, 7}));
-  wchar_t* text = nullptr;
-  EXPECT_EQ(face.GetLanguage(&text), S_OK);
-  EXPECT_EQ(Take(text), L"language");
-  EXPECT_EQ(face.GetDescription(&text), S_OK);
-  EXPECT_EQ(Take(text), std::wstring(157, L'd'));
-  EXPECT_EQ(face.GetVideoInfo(), nullptr);
-  EXPECT_EQ(face.GetExtraData(), nullptr);
-  EXPECT_EQ(stream.GetSubPicStreamInfo(), nullptr);
-  EXPECT_EQ((Answers{static_cast<double>(face.GetStartPTS() | face.GetPTSOffset() |
-                                         face.GetStreamDelay() | face.GetFirstPacketPos()),
-                     static_cast<double>(face.GetStreamPID() | face.GetExtraDataLength()),
-                     static_cast<double>(face.IsStreamSelected() | face.IsLosslessProcess() |
-                                         face.GetChannelIndex())}),
-            (Answers{0, 0, 0}));
+  expectNumbers(5, 6, 7);
+  for (const auto get : kTexts) {
+    wchar_t* text = nullptr;
+    EXPECT_EQ((stream.*get)(&text), S_OK);
+    EXPECT_EQ(Take(text), get == kTexts[0] ? L"language" : std::wstring(157, L'd'));
+  }
 }
 
 /// Counts the questions that an inner object forwards.
@@ -222,22 +184,10 @@ struct Outer : scombase::CUnknown {
   }
 };
 
-template <class C, class I>
-void ExpectOneFace(const _GUID& own, const _GUID& other) {
-  const auto object = zel::Ref<C>::Share(new C);
-  zel::Ref<I> face;
-  ASSERT_EQ(object->QueryInterface(own, face.ReceiveVoid()), S_OK);
-  EXPECT_EQ(face.get(), static_cast<I*>(object.get()));
-  EXPECT_EQ(object->GetRefCount(), 2);
-  void* none = &face;
-  EXPECT_EQ(object->QueryInterface(other, &none), E_NOINTERFACE);
-  EXPECT_EQ(none, nullptr);
-  EXPECT_EQ(object->QueryInterface(own, nullptr), E_POINTER);
-}
-
 TEST_F(StreamInfoTest, ExposesItsFaceAndForwardsToItsOwner) {
-  ExpectOneFace<CStreamInfo, IStreamInfo>(IID_IStreamInfo, IID_ISubPicStreamInfo);
-  ExpectOneFace<CSubPicStreamInfo, ISubPicStreamInfo>(IID_ISubPicStreamInfo, IID_IStreamInfo);
+  ExpectFaces<IStreamInfo>(*zel::Ref<CStreamInfo>::Share(new CStreamInfo), IID_ISubPicStreamInfo);
+  ExpectFaces<ISubPicStreamInfo>(*zel::Ref<CSubPicStreamInfo>::Share(new CSubPicStreamInfo),
+                                 IID_IStreamInfo);
   Outer outer;
   CStreamInfo inner(outer.GetOwner(), nullptr);
   outer.NonDelegatingAddRef();
@@ -254,7 +204,6 @@ TEST_F(StreamInfoTest, ExposesItsFaceAndForwardsToItsOwner) {
 
 TEST_F(StreamInfoTest, HasNoMetadataObjects) {
   EXPECT_EQ(CreateNewMetaData(), nullptr);
-  MetaData_Info_Release(nullptr);
   MetaData_Info_Release(reinterpret_cast<MetaDataInfo*>(1));
 }
 

@@ -35,7 +35,7 @@ inline std::wstring Take(wchar_t* text) {
 /// failing, and `check` after each failure. Returns the number of failures.
 inline int FailEachAllocation(const std::function<bool()>& operation,
                               const std::function<void()>& check) {
-  for (int failures = 0;; ++failures) {
+  for (int failures = 0; failures < 100; ++failures) {
     bool succeeded = false;
     FailAllocationAfter(failures);
     try {
@@ -46,4 +46,6 @@ inline int FailEachAllocation(const std::function<bool()>& operation,
     if (succeeded) return failures;
     check();
   }
+  ADD_FAILURE() << "It does not succeed.";
+  return -1;
 }
