@@ -210,9 +210,16 @@ TEST(LoaderWithoutManager, Refuses) {
   EXPECT_EQ(host.compositor->AddByFileName(nullptr), E_POINTER);
 }
 
-TEST_F(LoaderTest, AddsTheFirstAudioStreamOfTheFirstProgram) {
+TEST_F(LoaderTest, AddsTheFirstAudioStreamOfTheFirstProgramWhilePullsSeeksAndRemoveGoOn) {
   const std::wstring name = L"\x442\x440\x435\x43A \x1F3B5.flac";
+  plan->holdsLoads = true;
+  host->compositor->SetDelayTime(0.5);
   ASSERT_EQ(Add(name), S_OK);
+  EXPECT_FALSE(IsReplaced());
+  host->compositor->Remove();  // The load goes on.
+  host->output->Seek(12.25, 4);
+  plan->holdsLoads = false;
+  EXPECT_TRUE(Soon([] { return Track::lastSeek == 11.75; }));
   EXPECT_TRUE(IsReplacedSoon());
   Close();
   EXPECT_EQ(plan->openedName, name);
@@ -271,19 +278,6 @@ TEST_F(LoaderTest, WhateverIsMissingEndsTheLoad) {
     EXPECT_EQ(plan->selection, row.selection);
     EXPECT_THAT(plan->released, testing::Contains("manager"));
   }
-}
-
-TEST_F(LoaderTest, PullsSeeksAndRemoveGoOnDuringALoad) {
-  plan->holdsLoads = true;
-  host->compositor->SetDelayTime(0.5);
-  ASSERT_EQ(Add(L"slow"), S_OK);
-  for (int i = 0; i < 20; ++i) host->output->Forward();
-  EXPECT_FALSE(IsReplaced());
-  host->compositor->Remove();  // The load goes on.
-  host->output->Seek(12.25, 4);
-  plan->holdsLoads = false;
-  EXPECT_TRUE(Soon([] { return Track::lastSeek == 11.75; }));
-  EXPECT_TRUE(IsReplacedSoon());
 }
 
 TEST_F(LoaderTest, TheNextLoadANewInputAndTheEndWaitForALoad) {
