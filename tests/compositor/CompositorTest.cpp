@@ -63,9 +63,7 @@ TEST_F(CompositorTest, WithoutInputThereIsNothing) {
   EXPECT_EQ(compositor->SetInputAudioStream(nullptr), S_FALSE);
   EXPECT_EQ(compositor->AddByMediaStream(nullptr), E_INVALIDARG);
   EXPECT_EQ(compositor->Remove(), S_OK);
-  void* out = &host;
-  EXPECT_EQ(output->QueryInterface(IID_IStreamInfo, &out), E_NOINTERFACE);
-  EXPECT_EQ(out, nullptr);
+  EXPECT_EQ(output->QueryInterface(IID_IStreamInfo, info.ReceiveVoid()), E_NOINTERFACE);
 }
 
 TEST_F(CompositorTest, IsTheOneClassAndMayBeAggregated) {
