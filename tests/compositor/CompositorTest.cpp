@@ -164,7 +164,7 @@ TEST_F(CompositorTest, RefusesWhatIsNoSourceAndKeepsTheOneBefore) {
 
 TEST_F(CompositorTest, TheSourceFindsACleanFrameInEveryPassAndMayFillIt) {
   ScriptedStream* input = Input();
-  ScriptedStream* source = Source([](long) { return Block{.bytes = 2048}; });
+  ScriptedStream* source = Source([](long) { return Block{.bytes = 3000}; });
   const unsigned char* const& bytes = input->frame.audio.pData;
   int passes = 0;
   source->onSample = [&] {
@@ -175,7 +175,9 @@ TEST_F(CompositorTest, TheSourceFindsACleanFrameInEveryPassAndMayFillIt) {
   compositor->AddByMediaStream(source);
   host.Pull();
   EXPECT_EQ(passes, 2);
-  compositor->AddByMediaStream(input);  // Writes its sound into the frame that it is to replace.
+  // This one writes its sound into the frame that it is to replace. What waits of the other is
+  // gone.
+  compositor->AddByMediaStream(input);
   const Bytes heard = host.PullBytes();
   input->GetSampleEx();  // The same block, for the source has led to it.
   EXPECT_EQ(heard, (Bytes{bytes, bytes + 4096}));

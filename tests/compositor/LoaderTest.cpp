@@ -301,8 +301,11 @@ TEST_F(LoaderTest, TheNextLoadANewInputAndTheEndWaitForALoad) {
   EXPECT_EQ(plan->released.rbegin()[1], "input");
   EXPECT_EQ(plan->released.back(), "track");
   ASSERT_EQ(Add(L"fourth"), S_OK);
+  ASSERT_TRUE(Soon([&] { return plan->opened == 8; }));
+  ASSERT_EQ(Add(L"fifth"), S_OK);
+  EXPECT_GE(plan->decoded, 4);
   Close();
-  EXPECT_EQ(plan->decoded, 4);
+  EXPECT_EQ(plan->decoded, 5);
 }
 
 // A stream may add a file from inside a call, and so may another thread while that call lasts. The
