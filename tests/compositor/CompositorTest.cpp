@@ -164,7 +164,7 @@ TEST_F(CompositorTest, RefusesWhatIsNoSourceAndKeepsTheOneBefore) {
 }
 
 TEST_F(CompositorTest, TheSourceFindsACleanFrameInEveryPassAndMayFillIt) {
-  ScriptedStream* input = Input();
+  ScriptedStream* input = Input([](long n) { return Block{.hasData = n != 4}; });
   ScriptedStream* source = Source([](long) { return Block{.bytes = 3000}; });
   const unsigned char* const& bytes = input->frame.audio.pData;
   int passes = 0;
@@ -182,6 +182,7 @@ TEST_F(CompositorTest, TheSourceFindsACleanFrameInEveryPassAndMayFillIt) {
   const Bytes heard = host.PullBytes();
   input->GetSampleEx();  // The same block, for the source has led to it.
   EXPECT_EQ(heard, (Bytes{bytes, bytes + 4096}));
+  EXPECT_NE(host.Pull(), nullptr) << "the source has taken the frame's data away";
 }
 
 TEST_F(CompositorTest, BlocksWithoutSoundAreSilenceAndEndTheInput) {
