@@ -35,7 +35,7 @@ using Script = std::function<Block(long)>;
 
 inline std::atomic<int> g_liveStreams = 0;
 
-/// A stream without an end, whose block at position n is what `script(n)` says.
+/// A long stream whose block at position n is what `script(n)` says.
 class ScriptedStream : public Component<IMediaStream> {
  public:
   explicit ScriptedStream(std::string name, Log* calls = nullptr, Script script = {})
@@ -66,7 +66,7 @@ class ScriptedStream : public Component<IMediaStream> {
   CZelSample* GetSampleEx() override {
     Note("GetSampleEx");
     if (const auto hook = onSample) hook();
-    if (position < 0) return nullptr;
+    if (position < 0 || position >= 100'000) return nullptr;
     const Block block = script_(position);
     if (!block.hasSample) return nullptr;
     sample_->FrameAttach(block.hasFrame ? &frame : nullptr);

@@ -13,17 +13,20 @@ namespace {
 
 namespace fs = std::filesystem;
 
-void* const kGarbage = reinterpret_cast<void*>(0x1);
-
-HRESULT Create(const _GUID& clsid, IUnknown* outer, const _GUID& iid, void** out) {
-  return ZelCreateInstance(clsid, outer, 0, iid, out);
+// Creates an object, which must be there if, and only if, the result is S_OK.
+HRESULT Create(const _GUID& clsid, const _GUID& iid, IUnknown* outer = nullptr,
+               decltype(&ZelCreateInstance) create = &ZelCreateInstance) {
+  auto* object = reinterpret_cast<IUnknown*>(1);
+  const HRESULT result = create(clsid, outer, 0, iid, reinterpret_cast<void**>(&object));
+  EXPECT_EQ(object != nullptr, result == S_OK);
+  EXPECT_EQ(object != nullptr ? object->Release() : 0, 0U);
+  return result;
 }
 
-TEST(CreateInstance, AnswersWithCodesAndClearsTheResult) {
-  EXPECT_EQ(Create(CLSID_CMediaDecoderMgr, nullptr, IID_IMediaDecoderMgr, nullptr), E_POINTER);
-  void* out = kGarbage;
-  EXPECT_EQ(Create(CLSID_CAudioCompositor, nullptr, IID_IUnknown, &out), CLASS_E_CLASSNOTAVAILABLE);
-  EXPECT_EQ(out, nullptr);
+TEST(CreateInstance, NeedsAClassAndAPlaceForTheResult) {
+  EXPECT_EQ(Create(CLSID_CAudioCompositor, IID_IUnknown), CLASS_E_CLASSNOTAVAILABLE);
+  EXPECT_EQ(ZelCreateInstance(CLSID_CMediaDecoderMgr, nullptr, 0, IID_IMediaDecoderMgr, nullptr),
+            E_POINTER);
 }
 
 fs::path Shipped() {
@@ -37,13 +40,9 @@ HRESULT CreateFrom(const Folder& folder) {
   void* library = dlopen((folder / "libCOMSupport.dylib").c_str(), RTLD_NOW | RTLD_LOCAL);
   EXPECT_NE(library, nullptr) << dlerror();
   if (library == nullptr) return E_POINTER;
-  const auto create =
-      reinterpret_cast<decltype(&ZelCreateInstance)>(dlsym(library, "ZelCreateInstance"));
-  void* out = kGarbage;
-  const HRESULT result = create(CLSID_CMediaDecoderMgr, nullptr, 0, IID_IMediaDecoderMgr, &out);
-  EXPECT_EQ(out != nullptr, result == S_OK);
-  if (out != nullptr) static_cast<IMediaDecoderMgr*>(out)->Release();
-  return result;
+  void* create = dlsym(library, "ZelCreateInstance");
+  return Create(CLSID_CMediaDecoderMgr, IID_IMediaDecoderMgr, nullptr,
+                reinterpret_cast<decltype(&ZelCreateInstance)>(create));
 }
 
 TEST(CreateInstance, LacksTheClassWithoutItsModule) {
@@ -72,24 +71,19 @@ TEST(CreateInstance, FindsItsModuleThroughALinkAndBesideACopy) {
 
 TEST(CreateInstance, LoadsTheDecoderModuleOnManyThreadsAtOnce) {
   std::vector<std::thread> threads;
-  for (int i = 0; i < 8; ++i) {
-    threads.emplace_back([] { EXPECT_TRUE(Manager()); });
-  }
+  for (int i = 0; i < 8; ++i) threads.emplace_back(Manager);
   for (std::thread& thread : threads) thread.join();
 }
 
 TEST(CreateInstance, MakesManagersAlsoInsideOtherObjects) {
-  void* out = kGarbage;
-  EXPECT_EQ(Create(CLSID_CMediaDecoderMgr, nullptr, IID_IMediaStream, &out), E_NOINTERFACE);
-  EXPECT_EQ(out, nullptr);
-
   const Ref<IMediaDecoderMgr> outer = Manager();
-  out = kGarbage;
-  EXPECT_EQ(Create(CLSID_CMediaDecoderMgr, outer.get(), IID_IMediaDecoderMgr, &out),
+  EXPECT_EQ(Create(CLSID_CMediaDecoderMgr, IID_IMediaStream), E_NOINTERFACE);
+  EXPECT_EQ(Create(CLSID_CMediaDecoderMgr, IID_IMediaDecoderMgr, outer.get()),
             CLASS_E_NOAGGREGATION);
-  EXPECT_EQ(out, nullptr);
   Ref<IUnknown> inner;
-  ASSERT_EQ(Create(CLSID_CMediaDecoderMgr, outer.get(), IID_IUnknown, inner.ReceiveVoid()), S_OK);
+  ASSERT_EQ(
+      ZelCreateInstance(CLSID_CMediaDecoderMgr, outer.get(), 0, IID_IUnknown, inner.ReceiveVoid()),
+      S_OK);
   Ref<IMediaDecoderMgr> face;
   ASSERT_EQ(inner->QueryInterface(IID_IMediaDecoderMgr, face.ReceiveVoid()), S_OK);
   EXPECT_NE(face.get(), outer.get());

@@ -8,6 +8,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cwchar>
+#include <deque>
+#include <memory>
+#include <tuple>
+#include <vector>
 
 #include "zel/mediainfo/ProgramRecords.h"
 #include "zel/platform/COMSupport.h"
@@ -28,30 +32,11 @@ struct Calls {
   }
 } g_calls;
 
-template <class T>
-T* Copy(const T* from, std::size_t count) {
-  if (from == nullptr || count == 0) return nullptr;
-  auto* copy = static_cast<T*>(std::malloc(count * sizeof(T)));
-  std::copy_n(from, count, copy);
-  return copy;
-}
-
-// Puts a copy in the place of the streams. The count becomes 0 where there are none.
-void CopyStreams(StreamInfo*& streams, int& count) {
-  if (streams == nullptr || count < 0) count = 0;
-  streams = Copy(streams, static_cast<std::size_t>(count));
-  for (StreamInfo* stream = streams; stream != streams + count; ++stream) {
-    stream->extraData = Copy(stream->extraData, stream->extraDataLength);
-    if (stream->extraData == nullptr) stream->extraDataLength = 0;
-  }
-}
-
-void FreeStreams(StreamInfo* streams, int count) {
-  for (StreamInfo* stream = streams; stream != streams + count; ++stream) {
-    std::free(stream->extraData);
-  }
-  std::free(streams);
-}
+// A copy, and what its pointers lead to.
+struct Kept : ProgramInfo {
+  std::deque<std::vector<StreamInfo>> streams;
+  std::deque<std::vector<unsigned char>> data;
+};
 
 }  // namespace
 
@@ -103,22 +88,27 @@ HRESULT ZelCreateInstance(const _GUID&, IUnknown*, unsigned long, const _GUID&, 
 }
 
 ProgramInfo* CloneProgramInfo(const ProgramInfo* info) {
-  ProgramInfo* copy = Copy(info, 1);
-  if (copy == nullptr) return nullptr;
+  if (info == nullptr) return nullptr;
+  std::unique_ptr<Kept> kept(new Kept{*info, {}, {}});
+  for (auto [streams, count] : {std::tie(kept->videoStreams, kept->videoStreamCount),
+                                std::tie(kept->audioStreams, kept->audioStreamCount),
+                                std::tie(kept->subPicStreams, kept->subPicStreamCount)}) {
+    if (streams == nullptr || count < 0) count = 0;
+    auto& copies = kept->streams.emplace_back(streams, streams + count);
+    streams = copies.data();
+    for (StreamInfo& copy : copies) {
+      if (copy.extraData == nullptr) copy.extraDataLength = 0;
+      unsigned char* end = copy.extraData + copy.extraDataLength;
+      copy.extraData = kept->data.emplace_back(copy.extraData, end).data();
+    }
+  }
   ++g_calls.records;
-  CopyStreams(copy->videoStreams, copy->videoStreamCount);
-  CopyStreams(copy->audioStreams, copy->audioStreamCount);
-  CopyStreams(copy->subPicStreams, copy->subPicStreamCount);
-  return copy;
+  return kept.release();
 }
 
 void FreeProgramInfo(ProgramInfo* info) {
-  if (info == nullptr) return;
-  --g_calls.records;
-  FreeStreams(info->videoStreams, info->videoStreamCount);
-  FreeStreams(info->audioStreams, info->audioStreamCount);
-  FreeStreams(info->subPicStreams, info->subPicStreamCount);
-  std::free(info);
+  if (info != nullptr) --g_calls.records;
+  delete static_cast<Kept*>(info);
 }
 
 void GetAppPath(wchar_t* buffer, int capacity) {
