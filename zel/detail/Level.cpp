@@ -38,6 +38,7 @@ Level HighestLevel() {
 
 std::vector<Level> AllLevels() {
   std::vector<Level> levels;
+  levels.reserve(kLevelCount);
   for (int i = 0; i < kLevelCount; ++i) levels.push_back(static_cast<Level>(i));
   return levels;
 }

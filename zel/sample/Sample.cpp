@@ -154,10 +154,9 @@ HRESULT CZelSample::SetCompareFrame(CZelSample* sample) {
 
 HRESULT CZelSample::SetFrameBuffer(CFrameBuffer* pool) {
   if (pool == nullptr) return E_ZEL_STATE;
-  // Taken before the old one is given back: both may be the same pool's last reference.
-  pool->AddRef();
   if (m_pFrameBuffer != nullptr) m_pFrameBuffer->Release();
   m_pFrameBuffer = pool;
+  m_pFrameBuffer->AddRef();
   return S_OK;
 }
 

@@ -166,7 +166,8 @@ class ZEL_API CZelSample : public scombase::CUnknown, public IZelSample {
   /// an unknown image format stays with whoever set that format.
   /// REQUIRES: a frame, if any, is audio or video.
   void FreeMediaFrame();
-  /// [alone] Makes `pool` the pool that the sample goes back to, and holds one reference on it.
+  /// [alone] Makes `pool` the pool that the sample goes back to, and holds one reference on it. The
+  /// reference on the previous pool goes first: the caller holds one of its own on `pool`.
   /// @return 0; E_ZEL_STATE, with nothing changed, for null.
   HRESULT SetFrameBuffer(CFrameBuffer* pool);
   /// [alone] Replaces the frame by a planar 4:2:0 frame of `nWidth` x `nHeight` luma pixels, time
