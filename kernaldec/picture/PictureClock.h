@@ -67,9 +67,8 @@ class PictureClock {
   std::optional<long double> end_;  ///< End of the last picture.
   long double untimedLength_ = 0;
   std::optional<long double> decodeTime_;  ///< The last stored time that was accepted.
-  int packetsSince_ =
-      0;            ///< Packets since then. Their length is known only after the first picture.
-  int doubts_ = 0;  ///< Consecutive stored times rejected.
+  int packetsSince_ = 0;  ///< Packets since then; their length is known after the first picture.
+  int doubts_ = 0;        ///< Consecutive stored times rejected.
 };
 
 }  // namespace zel::kernaldec
