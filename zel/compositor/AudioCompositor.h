@@ -34,11 +34,11 @@
 /// time"; AddByFileName may come from any thread. Calls marked "no pull" come while no other call
 /// to the compositor or its output is under way.
 ///
-/// Calls from inside a stream: the compositor calls its streams while it pulls, seeks or exchanges
-/// sources. Inside such a call a stream must not call AddByMediaStream, Remove,
-/// SetInputAudioStream, or the output's GetSampleEx or Seek: they do nothing and return
-/// E_ZEL_STATE, null and -1.0. The last reference must not be released there: an assertion fails.
-/// AddByFileName, SetDelayTime and GetDelayTime may be called.
+/// Calls from inside a stream: a stream that the compositor calls may call AddByFileName,
+/// SetDelayTime and GetDelayTime. In every such call SetInputAudioStream does nothing and returns
+/// E_ZEL_STATE, and an assertion fails when the last reference is released. While the compositor
+/// pulls or seeks (the stream's GetSampleEx and Seek, and a source's Forward), AddByMediaStream and
+/// Remove return E_ZEL_STATE, the output's GetSampleEx null and its Seek -1.0, and do nothing.
 class ZEL_API IAudioCompositor : public IUnknown {
  public:
   /// Drops everything held so far, then holds `pInput` with one reference and reads its
@@ -53,7 +53,7 @@ class ZEL_API IAudioCompositor : public IUnknown {
   /// Makes `pSource`, held with one reference, the second source in place of the one before. It
   /// starts at the position of the last frame pulled. Threads: any time; waits for a pull to end.
   /// @return S_OK. With the source before kept: E_INVALIDARG for null, the compositor's own output,
-  ///   or a stream without description, audio or channels; E_ZEL_STATE inside a stream's call.
+  ///   or a stream without description, audio or channels; E_ZEL_STATE inside a pull or seek.
   virtual HRESULT AddByMediaStream(IMediaStream* pSource) = 0;
   /// Checks that `fileName` (zero-terminated, UTF-32) can be opened, and loads it on a thread of
   /// the compositor's own. Returns before the file is loaded; the source is added when it is.
@@ -63,13 +63,14 @@ class ZEL_API IAudioCompositor : public IUnknown {
   /// to try again.
   ///
   /// Threads: any thread, any time, also inside a stream's call. Waits for an earlier load, but not
-  /// for a pull: if the earlier load waits for a pull to end, this one follows it.
+  /// for a pull: if the earlier load waits for a pull to end, this one follows it. Of several names
+  /// that come meanwhile, the last one is loaded.
   /// @return S_OK; E_INVALIDARG when the file does not open; E_FAIL without a decoder manager;
   ///   E_POINTER; E_OUTOFMEMORY.
   virtual HRESULT AddByFileName(wchar_t* fileName) = 0;
   /// Drops the second source. A load that is under way still adds its stream. Threads: any time;
   /// waits for a pull to end.
-  /// @return S_OK; E_ZEL_STATE inside a stream's call.
+  /// @return S_OK; E_ZEL_STATE inside a pull or seek.
   virtual HRESULT Remove() = 0;
   /// Sets how many seconds after the input's time 0 the second source starts. A negative delay
   /// starts inside the source. The next frame at or after the delay repositions the source.

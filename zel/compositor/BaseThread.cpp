@@ -9,7 +9,7 @@
 
 #include "zel/platform/Types.h"
 
-SyncEvent::SyncEvent() : signaled_(1), manual_reset_(1) {
+SyncEvent::SyncEvent() : signaled_(1), isManualReset_(1) {
   pthread_mutex_init(&mutex_, nullptr);
 }
 
@@ -39,34 +39,34 @@ unsigned SyncEvent::Wait(unsigned timeoutMs) {
     }
     usleep(10'000);
   }
-  if (manual_reset_ == 0) Clear();
+  if (isManualReset_ == 0) Clear();
   return 0;
 }
 
-CSingleLock::CSingleLock(pthread_mutex_t* mutex) : mutex_(mutex), is_locked_(1) {
+CSingleLock::CSingleLock(pthread_mutex_t* mutex) : mutex_(mutex), isLocked_(1) {
   pthread_mutex_lock(mutex_);
 }
 
 CSingleLock::~CSingleLock() {
-  if (is_locked_ != 1) return;
+  if (isLocked_ != 1) return;
   pthread_mutex_unlock(mutex_);
-  is_locked_ = 0;
+  isLocked_ = 0;
 }
 
 BaseThread::BaseThread() {
   auto stopEvent = std::make_unique<SyncEvent>();
-  exit_event_ = new SyncEvent;
-  stop_event_ = stopEvent.release();
+  exitEvent_ = new SyncEvent;
+  stopEvent_ = stopEvent.release();
 }
 
 BaseThread::~BaseThread() {
   Abort();
   Wait(kWaitForever);
   Join();
-  pause_count_ = 0;
+  pauseCount_ = 0;
   state_ = kIdle;
-  delete stop_event_;
-  delete exit_event_;
+  delete stopEvent_;
+  delete exitEvent_;
 }
 
 bool BaseThread::IsActive() const {
@@ -79,20 +79,20 @@ BaseThread::State BaseThread::GetState() const {
 }
 
 SyncEvent* BaseThread::GetStopEvent() {
-  return stop_event_;
+  return stopEvent_;
 }
 
 int BaseThread::Start() {
   if (IsActive()) return 0;
   Join();  // A run that ended by itself has left its thread to be joined.
-  stop_event_->Clear();
-  exit_event_->Clear();
+  stopEvent_->Clear();
+  exitEvent_->Clear();
   // Enter the state before creating the thread: a short run may end before pthread_create returns.
   const State before = state_.exchange(kRunning);
-  pause_count_ = 0;
+  pauseCount_ = 0;
   if (!CreateThread()) {
-    stop_event_->Set();
-    exit_event_->Set();
+    stopEvent_->Set();
+    exitEvent_->Set();
     state_ = before;
     return 0;
   }
@@ -116,7 +116,7 @@ void* BaseThread::thread_func(void* arg) {
   if (arg == nullptr) return nullptr;
   auto* self = static_cast<BaseThread*>(arg);
   self->svc();
-  self->exit_event_->Set();
+  self->exitEvent_->Set();
   self->state_.store(kFinished, std::memory_order_release);
   return nullptr;
 }
@@ -124,15 +124,15 @@ void* BaseThread::thread_func(void* arg) {
 int BaseThread::svc() {
   for (;;) {
     while (GetState() == kPaused) usleep(10'000);
-    if (stop_event_ == nullptr || stop_event_->Wait(0) == 0) return 0;
+    if (stopEvent_ == nullptr || stopEvent_->Wait(0) == 0) return 0;
   }
 }
 
 int BaseThread::Abort() {
   if (!IsActive()) return 0;
-  stop_event_->Set();
-  if (pause_count_ > 0) {
-    pause_count_ = 0;
+  stopEvent_->Set();
+  if (pauseCount_ > 0) {
+    pauseCount_ = 0;
     state_ = kRunning;  // A paused body wakes up and sees the stop event.
   }
   return 1;
@@ -140,7 +140,7 @@ int BaseThread::Abort() {
 
 unsigned BaseThread::Wait(unsigned timeoutMs) {
   if (!IsActive()) return 0;
-  const unsigned result = exit_event_->Wait(timeoutMs);
+  const unsigned result = exitEvent_->Wait(timeoutMs);
   if (result != 0) return result;
   Join();
   return 0;
@@ -150,7 +150,7 @@ int BaseThread::Stop() {
   if (!IsActive()) return 0;
   Abort();
   // Not through Wait: the run may have ended by now, and its thread must be joined all the same.
-  exit_event_->Wait(kWaitForever);
+  exitEvent_->Wait(kWaitForever);
   Join();
   return 1;
 }

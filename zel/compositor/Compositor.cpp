@@ -35,6 +35,13 @@ void Describe(IStreamInfo& info, StreamInfo& record) {
   CopyText(info, &IStreamInfo::GetDescription, record.description);
 }
 
+bool HasAudio(IMediaStream& stream) {
+  zel::Ref<IStreamInfo> info;
+  stream.GetStreamInfo(info.Receive());
+  const AudioInfo* audio = info ? info->GetAudioInfo() : nullptr;
+  return audio != nullptr && audio->channels > 0;
+}
+
 // Seconds in 100-ns units, truncated toward zero. Values out of range saturate; the conversion
 // would be undefined.
 std::int64_t ToTicks(double seconds) {
@@ -58,8 +65,8 @@ CAudioCompositor::~CAudioCompositor() {
 }
 
 CAudioCompositor::CallLock::CallLock(CAudioCompositor& compositor)
-    : compositor_(compositor), is_locked_(!compositor.HoldsLock()) {
-  if (!is_locked_) return;
+    : compositor_(compositor), isLocked_(!compositor.HoldsLock()) {
+  if (!isLocked_) return;
   const bool isLoader = compositor_.m_loader == std::this_thread::get_id();
   if (isLoader) compositor_.m_bLoaderWaits = true;
   pthread_mutex_lock(&compositor_.m_mutex);
@@ -68,7 +75,7 @@ CAudioCompositor::CallLock::CallLock(CAudioCompositor& compositor)
 }
 
 CAudioCompositor::CallLock::~CallLock() {
-  if (!is_locked_) return;
+  if (!isLocked_) return;
   compositor_.m_lockHolder.store({}, std::memory_order_relaxed);
   pthread_mutex_unlock(&compositor_.m_mutex);
 }
@@ -79,10 +86,24 @@ bool CAudioCompositor::HoldsLock() const {
   return m_lockHolder.load(std::memory_order_relaxed) == std::this_thread::get_id();
 }
 
-// Tells whether the calling thread must not wait for the loader: it may be what the loader waits
-// for, or the loader itself.
+CAudioCompositor::StreamCall::StreamCall(ThreadId& caller)
+    : caller_(caller),
+      isOutermost_(caller_.load(std::memory_order_relaxed) != std::this_thread::get_id()) {
+  if (isOutermost_) caller_.store(std::this_thread::get_id(), std::memory_order_relaxed);
+}
+
+CAudioCompositor::StreamCall::~StreamCall() {
+  // Another thread may have noted its own call meanwhile.
+  const bool isNoted = caller_.load(std::memory_order_relaxed) == std::this_thread::get_id();
+  if (isOutermost_ && isNoted) caller_.store({}, std::memory_order_relaxed);
+}
+
+// Tells whether a stream or the loader has called back. Such a call must not drop streams, and must
+// not wait for the loader: it may be what the loader waits for, or the loader itself.
 bool CAudioCompositor::IsInsideCall() const {
-  return HoldsLock() || m_loader == std::this_thread::get_id();
+  const std::thread::id self = std::this_thread::get_id();
+  return HoldsLock() || m_loader == self || m_inputCaller.load(std::memory_order_relaxed) == self ||
+         m_sourceCaller.load(std::memory_order_relaxed) == self;
 }
 
 HRESULT CAudioCompositor::NonDelegatingQueryInterface(const _GUID& riid, void** ppv) {
@@ -115,6 +136,7 @@ HRESULT CAudioCompositor::SetInputAudioStream(IMediaStream* pInput) {
   if (pInput == nullptr) return S_FALSE;
   m_pInput = zel::Ref<IMediaStream>::Share(pInput);
 
+  const StreamCall call(m_inputCaller);
   zel::Ref<IStreamInfo> info;
   if (m_pInput->GetStreamInfo(info.Receive()) != S_OK || !info) return S_FALSE;
   m_pOutInfo.reset(new (std::nothrow) StreamInfo{});
@@ -132,14 +154,12 @@ HRESULT CAudioCompositor::AddByMediaStream(IMediaStream* pSource) {
   if (pSource == nullptr || pSource == static_cast<IMediaStream*>(this)) return E_INVALIDARG;
   if (HoldsLock()) return E_ZEL_STATE;
   {
-    zel::Ref<IStreamInfo> info;
-    pSource->GetStreamInfo(info.Receive());
-    const AudioInfo* audio = info ? info->GetAudioInfo() : nullptr;
-    if (audio == nullptr || audio->channels <= 0) return E_INVALIDARG;
+    const StreamCall call(m_sourceCaller);
+    if (!HasAudio(*pSource)) return E_INVALIDARG;
+    // Seek before taking the lock that a pull needs: a seek may take long. Seek again under the
+    // lock if a frame was delivered meanwhile.
+    SeekNewSource(*pSource, m_llPosition.exchange(-1));
   }
-  // Seek before taking the lock that a pull needs: a seek may take long. Seek again under the lock
-  // if a frame was delivered meanwhile.
-  SeekNewSource(*pSource, m_llPosition.exchange(-1));
   const CallLock lock(*this);
   DropSource();
   m_pSource = zel::Ref<IMediaStream>::Share(pSource);
@@ -198,6 +218,7 @@ HRESULT CAudioCompositor::GetStreamInfo(IStreamInfo** ppInfo) {
 }
 
 HRESULT CAudioCompositor::ChangeStream(int index) {
+  const StreamCall call(m_inputCaller);
   return m_pInput ? m_pInput->ChangeStream(index) : S_FALSE;
 }
 
@@ -212,6 +233,7 @@ double CAudioCompositor::Seek(double seconds, int mode) {
 }
 
 int CAudioCompositor::Forward() {
+  const StreamCall call(m_inputCaller);
   return m_pInput ? m_pInput->Forward() : -1;
 }
 
@@ -221,6 +243,7 @@ int CAudioCompositor::Backward() {
 
 HRESULT CAudioCompositor::NotifyStreamMessage(unsigned long msg, long long param, void* p1,
                                               void* p2) {
+  const StreamCall call(m_inputCaller);
   if (!m_pInput) return S_FALSE;
   // Every stage of a chain raises the parameter of message 1 by one.
   const auto passed = static_cast<unsigned long long>(param) + (msg == 1 ? 1 : 0);
@@ -228,6 +251,7 @@ HRESULT CAudioCompositor::NotifyStreamMessage(unsigned long msg, long long param
 }
 
 CZelSample* CAudioCompositor::GetOriginSampleEx() {
+  const StreamCall call(m_inputCaller);
   return m_pInput ? m_pInput->GetOriginSampleEx() : nullptr;
 }
 

@@ -16,7 +16,7 @@ constexpr std::size_t kSampleBytes = 2;
 // blocks are longer.
 constexpr int kConverterCapacity = 0x100000;
 
-// The sample bytes of an audio frame; none when it has no data or a negative size.
+// The sample bytes of an audio frame. Empty when it has no data or a negative size.
 std::span<unsigned char> BytesOf(MEDIA_FRAME& frame) {
   if (frame.audio.pData == nullptr || frame.audio.nDataSize <= 0) return {};
   return {frame.audio.pData, static_cast<std::size_t>(frame.audio.nDataSize)};

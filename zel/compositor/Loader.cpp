@@ -156,8 +156,8 @@ int CAudioCompositor::svc() {
   return 0;
 }
 
-// Adds the sound of a file as the second source. Does nothing if anything is missing. The order of
-// the releases at the end is seen by the decoder manager's objects: stream, name, decoder, manager.
+// Adds the sound of a file as the second source. Does nothing if anything is missing. The
+// decoder manager's objects see the order of the releases at the end: stream, name, decoder, manager.
 void CAudioCompositor::Load(BstrPtr name) {
   const Ref<IMediaDecoderMgr> manager = CreateDecoderManager();
   if (!manager) return;

@@ -32,7 +32,7 @@ class SyncEvent {
 
   pthread_mutex_t mutex_;
   std::atomic<std::int32_t> signaled_;
-  std::int32_t manual_reset_;
+  std::int32_t isManualReset_;
 };
 
 /// Holds a mutex until the end of the scope.
@@ -45,7 +45,7 @@ class CSingleLock {
 
  private:
   pthread_mutex_t* mutex_;
-  std::int32_t is_locked_;
+  std::int32_t isLocked_;
 };
 
 /// Gives a derived class one worker thread, which runs its svc().
@@ -98,8 +98,8 @@ class BaseThread {
   void Join();
 
   pthread_t* thread_ = nullptr;
-  SyncEvent* stop_event_ = nullptr;
-  SyncEvent* exit_event_ = nullptr;
-  std::int32_t pause_count_ = 0;
+  SyncEvent* stopEvent_ = nullptr;
+  SyncEvent* exitEvent_ = nullptr;
+  std::int32_t pauseCount_ = 0;
   std::atomic<State> state_ = kIdle;
 };

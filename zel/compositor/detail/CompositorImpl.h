@@ -79,11 +79,24 @@ class CAudioCompositor : public scombase::CUnknown,
     CallLock& operator=(const CallLock&) = delete;
     ~CallLock();
     /// False when the call must be refused.
-    explicit operator bool() const { return is_locked_; }
+    explicit operator bool() const { return isLocked_; }
 
    private:
     CAudioCompositor& compositor_;
-    bool is_locked_;
+    bool isLocked_;
+  };
+
+  /// Notes in `caller` that the calling thread is inside a call to a stream, made without m_mutex.
+  class StreamCall {
+   public:
+    explicit StreamCall(ThreadId& caller);
+    StreamCall(const StreamCall&) = delete;
+    StreamCall& operator=(const StreamCall&) = delete;
+    ~StreamCall();
+
+   private:
+    ThreadId& caller_;
+    bool isOutermost_;
   };
 
   bool HoldsLock() const;
@@ -124,8 +137,10 @@ class CAudioCompositor : public scombase::CUnknown,
   std::atomic<std::int64_t> m_llPosition = -1;
   std::atomic<double> m_dDelay = 0.0;
 
-  // What lets streams call back and any thread add a file.
+  // State that lets streams call back and any thread add a file.
   ThreadId m_lockHolder;                        // The thread that holds m_mutex.
+  ThreadId m_inputCaller;                       // The thread inside a call to the input.
+  ThreadId m_sourceCaller;                      // The thread inside a call to a new source.
   ThreadId m_loader;                            // The thread that runs svc.
   std::mutex m_startGuard;                      // One thread at a time starts the loader.
   std::mutex m_fileGuard;                       // Guards m_fileName and the next two.
