@@ -67,10 +67,9 @@ HRESULT MediaDecoder::GetStream(int index, Ref<IMediaStream>* stream, IMediaStre
       std::unique_ptr<Reader> reader = Reader::Open(std::move(file), index);
       if (reader == nullptr) return E_FAIL;
       const Program& program = programs_[static_cast<std::size_t>(selection_.program)];
-      *stream =
-          Ref<IMediaStream>::Adopt(MakeComponent<Stream>(std::move(reader), program).Detach());
+      *stream = MakeComponent<Stream>(std::move(reader), program);
     }
-    *ppStream = Ref<IMediaStream>(*stream).Detach();
+    stream->CopyTo(ppStream);
     return S_OK;
   });
 }

@@ -1,6 +1,9 @@
 // The whole public interface of Zel_AudioCompositor.
 //
-// A host starts at zel/base/EntryPoints.h (DllGetClassObject), makes a compositor, and works with
+//   zel::Ref<IClassFactory> factory;
+//   DllGetClassObject(CLSID_CAudioCompositor, IID_IClassFactory, factory.ReceiveVoid());
+//
+// A host starts with that (zel/base/EntryPoints.h), makes a compositor, and works with
 // zel/compositor/AudioCompositor.h and zel/compositor/MediaStream.h.
 #pragma once
 

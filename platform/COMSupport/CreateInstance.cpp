@@ -6,6 +6,7 @@
 #include <new>
 #include <string>
 
+#include "zel/base/Ref.h"
 #include "zel/platform/COMSupport.h"
 
 namespace {
@@ -42,14 +43,10 @@ GetClassObject DecoderModule() {
 HRESULT Create(const _GUID& clsid, IUnknown* outer, const _GUID& iid, void** out) {
   const GetClassObject getClassObject = DecoderModule();
   if (getClassObject == nullptr) return CLASS_E_CLASSNOTAVAILABLE;
-  void* object = nullptr;
-  HRESULT result = getClassObject(clsid, IID_IClassFactory, &object);
+  zel::Ref<IClassFactory> factory;
+  const HRESULT result = getClassObject(clsid, IID_IClassFactory, factory.ReceiveVoid());
   if (!ZelSucceeded(result)) return result;
-  if (object == nullptr) return E_FAIL;
-  auto* factory = static_cast<IClassFactory*>(object);
-  result = factory->CreateInstance(outer, iid, out);
-  factory->Release();
-  return result;
+  return factory ? factory->CreateInstance(outer, iid, out) : E_FAIL;
 }
 
 }  // namespace

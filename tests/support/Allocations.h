@@ -1,4 +1,4 @@
-// Link allocations.cpp to have every allocation of the program, the library's included, counted and
+// Link Allocations.cpp to have every allocation of the program, the library's included, counted and
 // held to its rules: an array is freed as an array and a single object singly. A violation aborts.
 #pragma once
 

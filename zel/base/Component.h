@@ -1,4 +1,5 @@
-// The base for components of one's own: a class names its interfaces, and the rest is here.
+// A base class for components of your own. Name the interfaces; counting, aggregation and lookup
+// come with it.
 //
 //   class Silence final : public zel::Component<IMediaStream> {
 //    public:
@@ -45,9 +46,8 @@ struct InterfaceId<IMediaDecoder> {
 template <class I>
 class Implements : public I {};
 
-/// A component that exposes `Interfaces`. It has the reference count, the aggregation and the
-/// interface lookup, in the order in which they are named. Derive from it and implement their
-/// operations.
+/// A component that exposes `Interfaces`. It counts references, supports aggregation, and looks
+/// interfaces up in the order listed. Derive from it and implement their operations.
 template <class... Interfaces>
 class Component : public scombase::CUnknown, public Implements<Interfaces>... {
  public:

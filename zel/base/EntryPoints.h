@@ -1,9 +1,10 @@
 // The four functions that a host looks up after it has loaded the library.
 //
 //   void* library = dlopen("libZel_AudioCompositor.so", RTLD_NOW);
-//   auto* get = reinterpret_cast<decltype(&DllGetClassObject)>(dlsym(library,
-//   "DllGetClassObject")); zel::Ref<IClassFactory> factory; get(CLSID_CAudioCompositor,
-//   IID_IClassFactory, factory.ReceiveVoid());
+//   auto* get =
+//       reinterpret_cast<decltype(&DllGetClassObject)>(dlsym(library, "DllGetClassObject"));
+//   zel::Ref<IClassFactory> factory;
+//   get(CLSID_CAudioCompositor, IID_IClassFactory, factory.ReceiveVoid());
 //
 // Threads: any thread may call any of them at any time.
 #pragma once

@@ -1,8 +1,7 @@
 // The ids of every interface and class that the library implements or asks the platform for.
 //
 //   stream->QueryInterface(IID_IMediaStream, face.ReceiveVoid());
-//   stream->QueryInterface(uuidof_class<IMediaStream>::get_guid(), face.ReceiveVoid());  // the
-//   same
+//   stream->QueryInterface(uuidof_class<IMediaStream>::get_guid(), face.ReceiveVoid());  // alike
 //
 // Threads: any thread.
 #pragma once

@@ -1,6 +1,6 @@
-// Declarations of the interfaces that have an id. They come with their visibility here, because a
-// template that is instantiated over an interface, such as uuidof_class, is as visible as the
-// interface was declared.
+// Declarations of the interfaces that have an id; the rooms' headers include them for you. They
+// come with their visibility here, because a template that is instantiated over an interface, such
+// as uuidof_class, is as visible as the interface was declared.
 #pragma once
 
 #include "zel/platform/Types.h"

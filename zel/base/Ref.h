@@ -10,6 +10,7 @@
 #pragma once
 
 #include <cstddef>
+#include <type_traits>
 #include <utility>
 
 namespace zel {
@@ -25,6 +26,9 @@ class Ref {
     if (object_ != nullptr) object_->AddRef();
   }
   Ref(Ref&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
+  /// Takes over what `other`, a Ref on a class derived from `T`, holds.
+  template <class Derived, std::enable_if_t<std::is_convertible_v<Derived*, T*>, int> = 0>
+  Ref(Ref<Derived>&& other) noexcept : object_(other.Detach()) {}
   Ref& operator=(Ref other) noexcept {
     std::swap(object_, other.object_);
     return *this;
@@ -58,6 +62,8 @@ class Ref {
   }
   /// The same for an untyped out-parameter, as QueryInterface has.
   void** ReceiveVoid() { return reinterpret_cast<void**>(Receive()); }
+  /// Hands out a further reference in `*out`, as an operation does in its out-parameter.
+  void CopyTo(T** out) const { *out = Ref(*this).Detach(); }
   /// Gives the reference to the caller, and holds nothing afterwards.
   [[nodiscard]] T* Detach() { return std::exchange(object_, nullptr); }
 

@@ -19,8 +19,8 @@
 namespace scombase {
 
 /// The three operations of IUnknown that act on the object itself rather than on its outer unknown.
-/// They have the places of IUnknown's own, so a pointer to this face can be stored and called as an
-/// `IUnknown*`.
+/// They occupy the same table slots as IUnknown's, so a pointer to this face can be stored and
+/// called as an `IUnknown*`.
 class ZEL_API INonDelegatingUnknown {
  public:
   virtual HRESULT NonDelegatingQueryInterface(const _GUID& riid, void** ppv) = 0;
@@ -83,4 +83,5 @@ struct zel::Layout<scombase::CUnknown> {
   static_assert(offsetof(T, m_pUnkOuter) == 4 && offsetof(T, m_cRef) == 8);
 };
 #pragma GCC diagnostic pop
+static_assert(sizeof(scombase::INonDelegatingUnknown) == 4);
 #endif

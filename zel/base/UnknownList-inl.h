@@ -1,4 +1,7 @@
-// Definitions of scombase::CUnknownList, for the source files that instantiate it.
+// Definitions of scombase::CUnknownList, for the source files that instantiate it over classes of
+// their own:
+//
+//   template class scombase::CUnknownList<CClip, IClip, IClips>;
 #pragma once
 
 #include "zel/base/Ids.h"
@@ -64,11 +67,8 @@ int CUnknownList<C, I, IList>::Add(C* item) {
 
 template <class C, class I, class IList>
 HRESULT CUnknownList<C, I, IList>::Clear() {
-  while (!m_items.empty()) {
-    C* item = m_items.back();
-    m_items.pop_back();
-    item->Release();
-  }
+  for (auto item = m_items.rbegin(); item != m_items.rend(); ++item) (*item)->Release();
+  m_items.clear();
   return S_OK;
 }
 

@@ -46,7 +46,8 @@ class ZEL_API CUnknownList : public CUnknown, public IList {
   /// @return its position; -1, with nothing added, for null.
   /// @throws std::bad_alloc with nothing changed.
   int Add(C* item);
-  /// Releases all items, the last one first. @return S_OK.
+  /// Releases all items, the last one first; then the list is empty. An item that is destroyed here
+  /// must not use the list. @return S_OK.
   HRESULT Clear();
 
  private:

@@ -14,7 +14,6 @@
 // do not matter.
 //
 // Threads: each operation says which of these holds. No object locks.
-//   [any]     any thread, at any time;
 //   [shared]  any thread, while nothing marked [alone] runs on it or on its programs and streams;
 //   [alone]   no other operation on it or on its programs and streams runs at the same time.
 #pragma once
@@ -65,8 +64,7 @@ class ZEL_API IMediaSetting : public IUnknown {
                                unsigned long channelIndex) = 0;
   /// [shared] Tells a stream's choices.
   /// @param lossless,channelIndex receive them and stay untouched when there is no such stream;
-  /// each
-  ///   may be null.
+  ///   each may be null.
   /// @return not 0 when the stream is selected; 0 also when there is no such stream.
   virtual std::int32_t IsStreamSelected(unsigned long streamId, unsigned int* lossless,
                                         unsigned long* channelIndex) = 0;

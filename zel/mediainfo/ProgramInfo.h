@@ -11,7 +11,6 @@
 // program drops live on for those who hold references to them.
 //
 // Threads: each operation says which of these holds. No object locks.
-//   [any]     any thread, at any time;
 //   [shared]  any thread, while nothing marked [alone] runs on the same object;
 //   [alone]   no other operation on the same object runs at the same time.
 #pragma once
@@ -139,7 +138,7 @@ class ZEL_API CProgramInfo : public scombase::CUnknown, public IProgramInfo {
   /// lists.
   /// @return S_OK; E_POINTER, with nothing changed, for null; E_OUTOFMEMORY, with the program left
   ///   empty, when the record cannot be copied.
-  /// @throws std::bad_alloc with the streams added that memory sufficed for.
+  /// @throws std::bad_alloc after adding as many streams as memory allowed.
   virtual HRESULT SetProgramInfo(const ProgramInfo* info);
   /// [alone] Appends a stream with a fresh record to the video (2) or audio (3) list; the program's
   /// record stays as it is.
@@ -164,12 +163,12 @@ class ZEL_API CProgramInfos
   CProgramInfos();
   ~CProgramInfos() override;
 
-  /// Appends a program for each entry of `info->programs`; none for a count below 1.
+  /// [alone] Appends a program for each entry of `info->programs`; none for a count below 1.
   /// @return S_OK; E_POINTER, with nothing added, for null or for a count without an array;
-  ///   E_OUTOFMEMORY, with the programs added that memory sufficed for.
+  ///   E_OUTOFMEMORY, after adding as many as memory allowed.
   /// @throws std::bad_alloc in the same way.
   virtual HRESULT AddByMediaInfo(const MEDIA_FILE_INFO* info);
-  /// Appends a program without a record. @return S_OK.
+  /// [alone] Appends a program without a record. @return S_OK.
   /// @throws std::bad_alloc with nothing added.
   virtual HRESULT AddNewProgram();
 };
@@ -189,6 +188,12 @@ struct zel::Layout<CProgramInfo> {
 template <>
 struct zel::Layout<scombase::CUnknownList<CStreamInfo, IStreamInfo, IStreamInfos>> {
   using T = scombase::CUnknownList<CStreamInfo, IStreamInfo, IStreamInfos>;
+  static_assert(sizeof(T) == 28);
+  static_assert(offsetof(T, m_items) == 16);
+};
+template <>
+struct zel::Layout<scombase::CUnknownList<CProgramInfo, IProgramInfo, IProgramInfos>> {
+  using T = scombase::CUnknownList<CProgramInfo, IProgramInfo, IProgramInfos>;
   static_assert(sizeof(T) == 28);
   static_assert(offsetof(T, m_items) == 16);
 };

@@ -22,8 +22,8 @@
 ///
 /// Strings belong to the caller, who frees them with SysFreeString. Pointers to records and bytes
 /// belong to the object and stay valid until its record is replaced or it is destroyed. Each answer
-/// is the record's field of that name (see StreamInfo). An object without a record gives the value
-/// that stands here.
+/// is the record's field of that name (see StreamInfo). Without a record, each answer is the value
+/// given here.
 class ZEL_API IStreamInfo : public IUnknown {
  public:
   virtual std::int32_t GetType() = 0;     ///< [shared] AV_STREAM_TYPE; 0 without a record.

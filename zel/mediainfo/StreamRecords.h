@@ -27,7 +27,8 @@ struct AudioInfo {
   unsigned char reserved[16];  ///< Carried whole.
 };
 static_assert(sizeof(AudioInfo) == 28);
-static_assert(offsetof(AudioInfo, channels) == 4 && offsetof(AudioInfo, bitsPerSample) == 8);
+static_assert(offsetof(AudioInfo, channels) == 4 && offsetof(AudioInfo, bitsPerSample) == 8 &&
+              offsetof(AudioInfo, reserved) == 12);
 
 /// One elementary stream.
 struct StreamInfo {

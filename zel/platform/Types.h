@@ -1,4 +1,8 @@
 // Fundamental types of the component object model and the result codes that its operations return.
+//
+//   zel::Ref<IZelSample> sample;
+//   const HRESULT result = object->QueryInterface(IID_IZelSample, sample.ReceiveVoid());
+//   if (!ZelSucceeded(result)) return result;  // E_NOINTERFACE, for instance
 #pragma once
 
 #include <cstddef>

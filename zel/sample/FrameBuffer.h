@@ -31,3 +31,6 @@ class ZEL_API CFrameBuffer : public scombase::INonDelegatingUnknown {
   /// sample, which does not use the sample any more.
   virtual HRESULT ReturnSample(CZelSample* sample) = 0;
 };
+#if defined(__i386__)
+static_assert(sizeof(CFrameBuffer) == 4);
+#endif

@@ -10,22 +10,37 @@ using namespace zel::sample;
 
 namespace {
 
-/// Bytes to allocate before `size` bytes of `from` are copied to `to`, a frame of the same stream
-/// type whose sample counts `sampleSize` bytes; 0 when they fit.
-std::uint32_t GetFreshSize(MEDIA_FRAME& to, const MEDIA_FRAME& from, std::uint32_t size,
-                           std::uint32_t sampleSize) {
+/// True when a sample that counts `sampleSize` bytes has enough of them for `size` bytes of `from`.
+bool Fits(MEDIA_FRAME& to, const MEDIA_FRAME& from, std::uint32_t size, std::uint32_t sampleSize) {
+  if (size > sampleSize) return false;
   const bool isVideo = from.nStreamType == AV_STREAM_VIDEO;
   const bool isRgb = isVideo && from.video.nImageFormat == IMAGE_FORMAT_RGB;
-  // A reused sample takes later, larger bitmaps without another allocation.
-  if (size > sampleSize) return isRgb ? 2 * size : size;
-
   unsigned char** const block = GetBlock(to);
-  // A copy of sound, planes or bytes leaves out what has no memory.
-  if (block != nullptr && *block == nullptr && !isRgb) return 0;
-  // Once the record does not state the block's size any more, the sample's must be true.
+  // Sound, planes and bytes are not copied into a frame without memory.
+  if (block != nullptr && *block == nullptr && !isRgb) return true;
+  // A new format whose record states no size needs a block that really has `sampleSize` bytes.
   const bool losesSize = isVideo && to.video.nImageFormat == IMAGE_FORMAT_BUFFER &&
                          from.video.nImageFormat != IMAGE_FORMAT_BUFFER;
-  return (losesSize ? sampleSize : size) > GetCapacity(to, sampleSize) ? sampleSize : 0;
+  return (losesSize ? sampleSize : size) <= GetCapacity(to, sampleSize);
+}
+
+/// Bytes to allocate where `size` bytes of `from` do not fit.
+std::uint32_t SizeToAllocate(const MEDIA_FRAME& from, std::uint32_t size,
+                             std::uint32_t sampleSize) {
+  // A block that is smaller than its sample says gets the size that it should have.
+  if (size <= sampleSize) return sampleSize;
+  // A reused sample takes later, larger bitmaps without another allocation.
+  const bool isRgb =
+      from.nStreamType == AV_STREAM_VIDEO && from.video.nImageFormat == IMAGE_FORMAT_RGB;
+  return isRgb ? 2 * size : size;
+}
+
+/// Frees a picture's block before the frame gets an unknown format, whose memory nothing frees.
+void FreePicture(MEDIA_FRAME& frame) {
+  unsigned char** const block = GetBlock(frame);
+  if (block == nullptr) return;
+  delete[] * block;
+  std::memset(&frame.video, 0, sizeof(frame.video));
 }
 
 /// True when `size` bytes at `data` lie within the `room` bytes at `block`.
@@ -127,7 +142,8 @@ HRESULT CZelSample::FrameCopy(const MEDIA_FRAME* src) {
 std::unique_ptr<unsigned char[]> CZelSample::MakeRoom(const MEDIA_FRAME& from, std::uint32_t size) {
   MEDIA_FRAME& to = *m_pMediaFrame;
   const std::uint32_t capacity = GetCapacity(to, m_nSampleSize);
-  const std::uint32_t freshSize = GetFreshSize(to, from, size, m_nSampleSize);
+  const bool fits = Fits(to, from, size, m_nSampleSize);
+  const std::uint32_t freshSize = fits ? 0 : SizeToAllocate(from, size, m_nSampleSize);
   std::unique_ptr<unsigned char[]> fresh;
   if (freshSize != 0) fresh.reset(new unsigned char[freshSize]);
 
@@ -142,51 +158,56 @@ std::unique_ptr<unsigned char[]> CZelSample::MakeRoom(const MEDIA_FRAME& from, s
 // Copies the data of `from`, `size` bytes, into this frame of the same stream type. Throws
 // std::bad_alloc with nothing changed.
 void CZelSample::CopyData(const MEDIA_FRAME& from, std::uint32_t size) {
+  if (from.nStreamType == AV_STREAM_AUDIO) return CopySound(from, size);
   MEDIA_FRAME& to = *m_pMediaFrame;
-  if (from.nStreamType == AV_STREAM_AUDIO) {
-    const auto replaced = MakeRoom(from, size);
-    if (from.audio.pData == nullptr || to.audio.pData == nullptr) return;
-    std::memmove(to.audio.pData, from.audio.pData, size);
-    to.audio.nDataSize = from.audio.nDataSize;
-    to.audio.nBitsPerSample = from.audio.nBitsPerSample;
-    to.audio.nChannels = from.audio.nChannels;
-    to.audio.nSampleRate = from.audio.nSampleRate;
-    m_nDataSize = size;
-    return;
-  }
-
   switch (from.video.nImageFormat) {
-    case IMAGE_FORMAT_BUFFER: {
-      const auto replaced = MakeRoom(from, size);
-      const MEDIA_FRAME_BUFFER& source = from.video.buffer;
-      MEDIA_FRAME_BUFFER& target = to.video.buffer;
-      if (source.pData == nullptr || target.pData == nullptr) break;
-      std::memmove(target.pData, source.pData, size);
-      target.nDataSize = source.nDataSize;
-      m_nDataSize = size;
+    case IMAGE_FORMAT_BUFFER:
+      CopyBytes(from, size);
       break;
-    }
     case IMAGE_FORMAT_YUV:
       CopyPlanes(from, size);
       break;
-    case IMAGE_FORMAT_RGB: {
-      const auto replaced = MakeRoom(from, size);
-      m_nDataSize = size;
-      to.video.rgb.bmiHeader = from.video.rgb.bmiHeader;
-      if (size != 0) std::memmove(to.video.rgb.pBits, from.video.rgb.pBits, size);
+    case IMAGE_FORMAT_RGB:
+      CopyBitmap(from, size);
       break;
-    }
     default:
-      // FreeMediaFrame does not free the memory of an unknown format.
-      if (unsigned char** block = GetBlock(to); block != nullptr) {
-        delete[] * block;
-        std::memset(&to.video, 0, sizeof(to.video));
-      }
+      FreePicture(to);
       to.video.nImageFormat = from.video.nImageFormat;
       m_nDataSize = 0;
       break;
   }
   to.bKeyFrame = from.bKeyFrame;
+}
+
+void CZelSample::CopySound(const MEDIA_FRAME& from, std::uint32_t size) {
+  const auto replaced = MakeRoom(from, size);
+  const MEDIA_FRAME_AUDIO& source = from.audio;
+  MEDIA_FRAME_AUDIO& target = m_pMediaFrame->audio;
+  if (source.pData == nullptr || target.pData == nullptr) return;
+  std::memmove(target.pData, source.pData, size);
+  target.nDataSize = source.nDataSize;
+  target.nBitsPerSample = source.nBitsPerSample;
+  target.nChannels = source.nChannels;
+  target.nSampleRate = source.nSampleRate;
+  m_nDataSize = size;
+}
+
+void CZelSample::CopyBytes(const MEDIA_FRAME& from, std::uint32_t size) {
+  const auto replaced = MakeRoom(from, size);
+  const MEDIA_FRAME_BUFFER& source = from.video.buffer;
+  MEDIA_FRAME_BUFFER& target = m_pMediaFrame->video.buffer;
+  if (source.pData == nullptr || target.pData == nullptr) return;
+  std::memmove(target.pData, source.pData, size);
+  target.nDataSize = source.nDataSize;
+  m_nDataSize = size;
+}
+
+void CZelSample::CopyBitmap(const MEDIA_FRAME& from, std::uint32_t size) {
+  const auto replaced = MakeRoom(from, size);
+  m_nDataSize = size;
+  MEDIA_FRAME_RGB& target = m_pMediaFrame->video.rgb;
+  target.bmiHeader = from.video.rgb.bmiHeader;
+  if (size != 0) std::memmove(target.pBits, from.video.rgb.pBits, size);
 }
 
 void CZelSample::CopyPlanes(const MEDIA_FRAME& from, std::uint32_t size) {
@@ -205,7 +226,7 @@ void CZelSample::CopyPlanes(const MEDIA_FRAME& from, std::uint32_t size) {
   target.nYuvFormat = source.nYuvFormat;
   for (int i = 0; i < 3; ++i) {
     unsigned char* const to = target.pPlane[i];
-    // A source without the plane before this one leaves it where an earlier picture had it.
+    // If the source lacks the preceding plane, this pointer may still come from an earlier picture.
     if (planes[i] == nullptr || !IsInside(to, bytes[i], target.pPlane[0], m_nSampleSize)) continue;
     std::memmove(to, planes[i], bytes[i]);
     if (i < 2) target.pPlane[i + 1] = to + bytes[i];

@@ -98,7 +98,7 @@ struct MEDIA_FRAME {
     MEDIA_FRAME_VIDEO video;
   };
   std::int32_t bKeyFrame;      ///< Not 0: a key frame (video).
-  unsigned char reserved[24];  ///< Other components'; kept by copies of whole records.
+  unsigned char reserved[24];  ///< Belongs to other components; copies of whole records keep it.
   std::int64_t llPTS;          ///< Presentation time.
   std::int64_t llDTS;          ///< Decoding time.
   std::int32_t nDuration;      ///< Duration.

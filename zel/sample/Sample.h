@@ -194,7 +194,10 @@ class ZEL_API CZelSample : public scombase::CUnknown, public IZelSample {
   [[gnu::visibility("hidden")]] std::unique_ptr<unsigned char[]> MakeRoom(const MEDIA_FRAME& from,
                                                                           std::uint32_t size);
   [[gnu::visibility("hidden")]] void CopyData(const MEDIA_FRAME& from, std::uint32_t size);
+  [[gnu::visibility("hidden")]] void CopySound(const MEDIA_FRAME& from, std::uint32_t size);
+  [[gnu::visibility("hidden")]] void CopyBytes(const MEDIA_FRAME& from, std::uint32_t size);
   [[gnu::visibility("hidden")]] void CopyPlanes(const MEDIA_FRAME& from, std::uint32_t size);
+  [[gnu::visibility("hidden")]] void CopyBitmap(const MEDIA_FRAME& from, std::uint32_t size);
 
   std::int32_t m_bKeyFrame;
   std::int32_t m_nStreamID;

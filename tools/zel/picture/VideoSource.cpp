@@ -38,8 +38,7 @@ void ReadToEnd(IMediaStream* stream, double from, LastPicture* last) {
 }
 
 /// @param length of the stream as the file says, in seconds. That may be the length of the sound,
-/// or
-///   of what was cut off.
+///   or of what was cut off.
 LastPicture FindLast(IMediaStream* stream, double length) {
   LastPicture last;
   for (double back = 1; last.end == 0; back *= 10) {

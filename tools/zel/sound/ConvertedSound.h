@@ -14,8 +14,7 @@ namespace zel::tool {
 /// own channels where the converter has a rule for the pair, else the wanted ones, mixed by the
 /// decoder.
 /// @throws Failure for more than 8 channels, and for rates more than 1,000 times apart: no sound
-/// has
-///   such a rate, and a few bytes of a file would yield millions.
+///   has such a rate, and a few bytes of a file would yield millions.
 void PrepareConversion(DecodedSound* sound, SoundFormat wanted);
 
 /// A sound from its beginning, without holes, converted block by block.
