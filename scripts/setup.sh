@@ -10,7 +10,7 @@ demo_packages=(
   g++ cmake make ninja-build pkg-config
   libavformat-dev libavcodec-dev libavutil-dev libswresample-dev libswscale-dev
   libcli11-dev nlohmann-json3-dev libpng-dev
-  libpango1.0-dev fonts-dejavu-core
+  libpango1.0-dev fonts-dejavu-core libseccomp-dev
   ffmpeg
 )
 test_packages=(

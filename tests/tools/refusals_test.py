@@ -162,7 +162,7 @@ class Refusals(Case):
             wave in.wav -o o.png --size @ : 199x108 200x107 99999x300 axb | @
             wave none.wav in.wav -o o.png --size @ : 300x163 | @ is too low for 2 FILEs.* 164
         """)
-        self.assertRegex(self.done("--version"), r"^zel \d+\.\d+\.\d+\n$")
+        self.assertRegex(self.done("--version"), r"^zel \d+\.\d+\.\d+\nsandbox: .+\n$")
         self.assertEqual(self.done("dub", "--version"), self.done("--version"))
         self.assertIn("Usage: ", self.done("--help"))
         self.assertIn("\nUsage: zel mix INPUT INPUT... -o OUTPUT [OPTIONS]\n", self.done("mix", "--help"))

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <charconv>
 
+#include "tools/zel/files/Confinement.h"
 #include "tools/zel/text/Failure.h"
 #include "tools/zel/text/Output.h"
 
@@ -61,6 +62,8 @@ CommandLine::CommandLine(const std::string& name, const std::string& description
     : parser_(std::make_unique<CLI::App>(description, "zel " + name)) {
   parser_->set_help_flag("-h,--help", "Show this text");
   parser_->set_version_flag("--version", VersionText(), "Show the version");
+  parser_->add_flag_callback("--no-sandbox", NeverConfine,
+                             "Keep all rights while files are decoded");
   parser_->formatter(std::make_shared<HelpFormatter>());
   parser_->get_formatter()->column_width(30);
 }
@@ -138,7 +141,7 @@ bool CommandLine::Parse(int argc, char** argv) {
 }
 
 std::string VersionText() {
-  return "zel " ZEL_VERSION "\n";
+  return "zel " ZEL_VERSION "\nsandbox: " + ConfinementText() + "\n";
 }
 
 }  // namespace zel::tool

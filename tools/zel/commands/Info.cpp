@@ -13,6 +13,7 @@
 #include "media/Utf8.h"
 #include "tools/zel/commands/CommandLine.h"
 #include "tools/zel/commands/Commands.h"
+#include "tools/zel/files/Confinement.h"
 #include "tools/zel/files/MediaPrograms.h"
 #include "tools/zel/files/Modules.h"
 #include "tools/zel/text/Delay.h"
@@ -311,6 +312,7 @@ int RunInfo(int argc, char** argv) {
   line.AddFlag("--json", &json, "Write JSON, with the keys that the manual lists");
   if (!line.Parse(argc, argv)) return kDone;
 
+  Confine(files, "");
   const Ref<IMediaDecoderMgr> manager = MakeDecoderManager();
   Json all = Json::array();
   bool failed = false;

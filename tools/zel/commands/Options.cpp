@@ -4,6 +4,7 @@
 
 #include <charconv>
 
+#include "tools/zel/files/Confinement.h"
 #include "tools/zel/files/Container.h"
 #include "tools/zel/files/PendingFile.h"
 #include "tools/zel/text/Failure.h"
@@ -47,6 +48,7 @@ void OutputOptions::Check(const std::vector<std::string>& sources) const {
     if (SameFile(path, source)) throw Failure(path, "is the same file as " + source);
   }
   PendingFile::Check(path, overwrite);
+  Confine(sources, path);
 }
 
 void SelectionOptions::AddTo(CommandLine* line, const std::string& file) {

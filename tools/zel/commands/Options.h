@@ -28,7 +28,7 @@ struct OutputOptions {
   void AddTo(CommandLine* line, const std::string& tells,
              const std::string& silence = "No progress and no closing line");
   /// Checks, before anything is opened, that the file can be written and is not one of `sources`
-  /// under another name.
+  /// under another name. From then on the process can open no other files.
   /// @throws Failure
   void Check(const std::vector<std::string>& sources) const;
 };

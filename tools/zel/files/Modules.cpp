@@ -34,10 +34,17 @@ void* Load(const std::string& path) {
   throw Failure(path, reason.starts_with(path + ": ") ? reason.substr(path.size() + 2) : reason);
 }
 
+constexpr const char* kLibrary = "libZel_AudioCompositor.so";
+constexpr const char* kDecoders = "libkernaldec.so";
+
 }  // namespace
 
+void LoadModules() {
+  for (const char* name : {kLibrary, kDecoders}) dlopen(InOwnFolder(name).c_str(), RTLD_NOW);
+}
+
 Ref<IAudioCompositor> MakeCompositor() {
-  const std::string path = InOwnFolder("libZel_AudioCompositor.so");
+  const std::string path = InOwnFolder(kLibrary);
   void* library = Load(path);
   const auto entry =
       reinterpret_cast<decltype(&DllGetClassObject)>(dlsym(library, "DllGetClassObject"));
@@ -59,7 +66,7 @@ Ref<IMediaDecoderMgr> MakeDecoderManager() {
                                            manager.ReceiveVoid());
   if (result != S_OK || !manager) {
     // The platform says only that it has no such class. Loading the module may tell why.
-    const std::string module = InOwnFolder("libkernaldec.so");
+    const std::string module = InOwnFolder(kDecoders);
     Load(module);
     throw Failure(module, "offers no decoders (" + HexText(result) + ")");
   }

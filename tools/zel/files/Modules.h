@@ -7,6 +7,10 @@
 
 namespace zel::tool {
 
+/// Loads the library and the decoder module, which are found in the command's own folder. What
+/// cannot be loaded is left to the operations below, which say why.
+void LoadModules();
+
 /// Makes a compositor from the library in the command's own folder.
 /// @throws Failure
 Ref<IAudioCompositor> MakeCompositor();
