@@ -114,15 +114,11 @@ Ref<SteadyStream> Steady(const Pieces& sound, int regroupFor = 0) {
 }
 
 TEST(SteadyStream, RegroupsToWholeNumbersOfConvertedSamples) {
-  for (const auto& [from, to] : {std::pair{44100, 48000},
-                                 {48000, 44100},
-                                 {22050, 44100},
-                                 {44100, 22050},
-                                 {22050, 48000},
-                                 {96000, 44100},
-                                 {8000, 11025},
-                                 {44100, 48001},
-                                 {192'000, 44'101}}) {
+  constexpr std::pair<int, int> rates[] = {
+      {44100, 48000}, {48000, 44100}, {22050, 44100}, {44100, 22050},    {22050, 48000},
+      {96000, 44100}, {8000, 11025},  {44100, 48001}, {192'000, 44'101},
+  };
+  for (const auto& [from, to] : rates) {
     for (const std::int64_t size : {1LL, 1152LL, 100'000LL}) {
       SCOPED_TRACE(testing::Message() << from << " to " << to << ", pieces of " << size);
       const Pieces sound = Sound(from, 2, 52'345, size);

@@ -1,6 +1,7 @@
 """zel dub, as a whole process on real files."""
 
 import array
+import contextlib
 import ctypes
 import errno
 import os
@@ -9,11 +10,10 @@ import pty
 import signal
 import struct
 import subprocess
-import time
 import unittest
 
-from support import (RATE, ZEL, Case, decode, ffmpeg, fresh, lavfi, long_wav, noise, probe, quality, read, read_wav,
-                     sine, streams, write, write_wav, zel)
+from support import (RATE, ZEL, Case, decode, ffmpeg, lavfi, long_wav, noise, probe, quality, read, read_wav, sine,
+                     streams, write, write_wav, zel)
 
 FRAMES = 100_000
 
@@ -32,12 +32,11 @@ def without(errors):
         code += [(0x15, 0, 1, number), (0x06, 0, 0, 0x50000 | error)]
     code = b"".join(struct.pack("HBBI", *instruction) for instruction in [*code, (0x06, 0, 0, 0x7FFF0000)])
 
-    class Program(ctypes.Structure):
-        _fields_ = [("length", ctypes.c_ushort), ("code", ctypes.c_char_p)]
-
-    prctl = ctypes.CDLL(None, use_errno=True).prctl
-    if prctl(38, 1, 0, 0, 0) != 0 or prctl(22, 2, ctypes.byref(Program(len(code) // 8, code)), 0, 0) != 0:
-        raise OSError(ctypes.get_errno(), "prctl")
+    kept = ctypes.create_string_buffer(code)
+    program = struct.pack("@HP", len(code) // 8, ctypes.addressof(kept))
+    prctl = ctypes.CDLL(None).prctl
+    if prctl(38, 1, 0, 0, 0) != 0 or prctl(22, 2, program, 0, 0) != 0:
+        raise OSError("prctl")
 
 
 def video_packets(path):
@@ -66,9 +65,8 @@ class Sound(Case):
                      "2.2675", "2.26758"):
             out = self.sound("dub", "in.wav", "track.wav", "-d", text)
             self.assertTrue(out == model(self.track, float(text)), text)
-        for name in ("OUT.FLAC", "out.mka"):
-            out = self.sound("dub", "in.wav", "track.wav", "-d", "1.273", out=name)
-            self.assertTrue(out == model(self.track, 1.273), name)
+        out = self.sound("dub", "in.wav", "track.wav", "-d", "1.273", out="OUT.FLAC")
+        self.assertTrue(out == model(self.track, 1.273))
         write_wav("brief.wav", noise(3, 7))  # The end of a track is never lost.
         self.assertTrue(self.sound("dub", "in.wav", "brief.wav", "-d", "1") == model(noise(3, 7), 1.0))
 
@@ -83,13 +81,11 @@ class Sound(Case):
             self.assertAlmostEqual(heard[0], max(delay, 0) * RATE, delta=reach)
             self.assertAlmostEqual(heard[-1] + 1, (delay + 1) * RATE, delta=reach)
             self.assertEqual(len(heard), heard[-1] - heard[0] + 1, "a hole")
-        # Where the rates' divisor is 1, too; frames of 1,024 samples as they are would give some 30 dB.
-        for rate, wanted, ratio in ((48000, 44100, 62), (44100, 48001, 61)):
-            write_wav("sine.wav", sine(1000, rate, 1), rate, 1)
-            write_wav("blank.wav", [0] * wanted, wanted, 1)
-            got = quality(self.sound("dub", "blank.wav", "sine.wav"), 1000, wanted)
-            self.assertAlmostEqual(got[0], 0, delta=0.05)
-            self.assertGreater(got[1], ratio, (rate, wanted))
+        # Frames as they are would give some 30 dB.
+        write_wav("sine.wav", sine(1000, RATE, 1), RATE, 1)
+        write_wav("blank.wav", [0] * 48001, 48001, 1)
+        gain, ratio = quality(self.sound("dub", "blank.wav", "sine.wav"), 1000, 48001)
+        self.assertTrue(abs(gain) < 0.05 and ratio > 61, (gain, ratio))
         write_wav("in5.wav", [0] * 5 * 20000, RATE, 5)  # Channels that the converter lacks.
         out = self.sound("dub", "in5.wav", "track.wav")
         self.assertTrue(out[0::5] == self.track[0:40000:2] and out[1::5] == self.track[1:40000:2])
@@ -126,12 +122,6 @@ class Video(Case):
             self.assertEqual(lag(reference, sound, int(1.3 * RATE)), 0)
             self.assertLess(max(map(abs, sound[:2 * (int(1.273 * RATE) - 2048)])), 4)
 
-    def test_sound_alone(self):
-        self.assertIn("left out: #0 video (h264)", self.done("dub", "in.mp4", "track.wav", "-o", "out.flac"))
-        self.assertEqual(streams("out.flac"), [("audio", "flac")])
-        self.done("dub", "in.wav", "track.wav", "-o", "out.webm")
-        self.assertEqual(streams("out.webm"), [("audio", "vorbis")])
-
     def test_everything_else_stays(self):
         write("text.srt", b"1\n00:00:00,500 --> 00:00:01,000\nHello\n\n")
         write("chapters.txt", b";FFMETADATA1\n[CHAPTER]\nTIMEBASE=1/1000\nSTART=0\nEND=1500\ntitle=One\n")
@@ -148,11 +138,12 @@ class Video(Case):
         self.assertEqual(shown["chapters"][0]["tags"]["title"], "One")
         self.assertEqual(shown["streams"][1]["tags"]["language"], "fra")
         self.done("dub", "full.mkv", "track.wav", "-o", "second.mkv", "--audio-stream", "1")
-        self.assertEqual(streams("second.mkv")[1], ("audio", "aac"))
-        self.assertEqual(len(decode("second.mkv", "0:a:1")), len(self.track))
-        out = self.done("dub", "full.mkv", "full.mkv", "-o", "third.mp4", "--stream", "0x10002")
-        self.assertIn("left out: #3 subtitle (subrip)", out)
-        self.assertEqual(lag(self.track, decode("third.mp4"), 2000), 0)
+        self.assertEqual(streams("second.mkv")[1:3], [("audio", "aac"), ("audio", "flac")])
+        for name, left in (("third.mp4", "#3 subtitle (subrip)"), ("third.flac", "#0 video (h264)")):
+            out = self.done("dub", "full.mkv", "full.mkv", "-o", name, "--stream", "0x10002")
+            self.assertIn("left out: " + left, out)
+            self.assertEqual(lag(self.track, decode(name), 2000), 0)
+        self.assertEqual(streams("third.flac"), [("audio", "flac")])
 
     def test_programs_of_a_broadcast(self):
         ffmpeg("-i", "in.mp4", *lavfi("sine=r=48000:d=3"), "-map", "0:v", "-map", "0:a", "-map", "1", "-map", "1",
@@ -186,12 +177,10 @@ class Video(Case):
         ffmpeg("-i", "in.mp4", "-c", "copy", "-output_ts_offset", "5000", "in.ts")
         for source, begin in (("late.mkv", 0.5), ("in.ts", 0.04)):  # A broadcast's clock starts anywhere.
             sound = self.sound("dub", source, "track.wav", "-d", "1", out="out.mkv")[::2]
-            shown = probe("out.mkv", "-show_streams", "-show_format")
-            self.assertLess(float(shown["format"]["start_time"]), 0.1)
-            self.assertEqual(len(video_packets("out.mkv")), 75)
-            start = float(shown["streams"][1]["start_time"])
+            picture, start = (float(s["start_time"]) for s in probe("out.mkv", "-show_streams")["streams"])
+            self.assertTrue(picture < 0.1 and abs(start - begin) < 0.045, (picture, start))
             self.assertAlmostEqual(next(i for i, value in enumerate(sound) if value) / RATE + start, 1, delta=0.0011)
-            self.assertAlmostEqual(start, begin, delta=0.045)
+            self.assertEqual(len(video_packets("out.mkv")), 75)
         ffmpeg("-i", "in.wav", "-af", "aselect='lt(t,1)+gt(t,2)'", "-c:a", "flac", "hole.mkv")
         long = noise(6, 3 * RATE)
         write_wav("long.wav", long)
@@ -223,34 +212,28 @@ class Manners(Case):
             self.assertIn("in.wav, stream #0: 44100 Hz, 2 channels, 0:00:00.680", out)
             self.assertFalse(os.path.exists("o.flac"))
         for kind in ("mka", "m4a", "ogg"):  # The same input gives the same bytes.
-            for name in ("a", "b"):
-                self.done("dub", "in.wav", "track.wav", "-o", f"{name}.{kind}")
-            self.assertTrue(read(f"a.{kind}") == read(f"b.{kind}"), kind)
+            for name in ("a.", "b."):
+                self.done("dub", "in.wav", "track.wav", "-o", name + kind)
+            self.assertTrue(read("a." + kind) == read("b." + kind), kind)
 
     def test_progress_and_interruption(self):
         for signum, code, name in ((None, 0, "o.mka"), (signal.SIGINT, 130, "o.m4a"), (signal.SIGTERM, 143, "o.m4a")):
-            try:
-                terminal, theirs = pty.openpty()
-            except OSError as error:
-                self.skipTest(f"no terminal to be had: {error}")
+            terminal, theirs = pty.openpty()
+            # Under nohup, the signal would be ignored.
             process = subprocess.Popen([ZEL, "dub", "long.wav", "track.wav", "-o", name], stderr=theirs,
-                                       stdout=subprocess.PIPE, preexec_fn=fresh)
+                                       stdout=subprocess.PIPE,
+                                       preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_DFL))
             os.close(theirs)
-            self.addCleanup(os.close, terminal)
-            self.addCleanup(process.stdout.close)
-            shown = b""
-            while b"left" not in shown:
-                shown += os.read(terminal, 1000)
+            shown = os.read(terminal, 1000)
             self.assertRegex(shown.decode(), r"^\r *\d+ %  [\d.]+x real time  \d+:\d\d:\d\d left\x1b\[K")
             self.assertTrue(self.pending())
             if signum:
                 process.send_signal(signum)
-            try:
-                while more := os.read(terminal, 1000):
-                    shown += more
-            except OSError:
-                pass  # Nobody has the other end any more.
-            self.assertEqual((process.wait(), bool(process.stdout.read())), (code, not signum))
+            with contextlib.suppress(OSError):  # In the end, nobody has the other end any more.
+                while True:
+                    shown += os.read(terminal, 1000)
+            os.close(terminal)
+            self.assertEqual((bool(process.communicate()[0]), process.returncode), (not signum, code))
             self.assertTrue(shown.endswith(b"left\x1b[K\r\x1b[K"), shown[-99:])  # The line is gone at the end.
             self.assertEqual((self.pending(), os.path.exists(name)), ([], not signum))
 
@@ -265,17 +248,16 @@ class Manners(Case):
         for lacks in ({}, no_rename, no_rename | no_links):
             done = zel("dub", "-q", "in.wav", "track.wav", "-o", "o.wav", prepare=lambda: without(lacks))
             self.assertEqual(done, (0, "", ""))
-            self.assertEqual(len(read_wav("o.wav")), 60_000)
-            self.assertEqual(*((os.stat(name).st_mode, os.stat(name).st_nlink) for name in ("o.wav", "in.wav")))
+            self.assertEqual(*((len(read_wav(name)), os.stat(name).st_mode, os.stat(name).st_nlink)
+                               for name in ("o.wav", "in.wav")))
             os.unlink("o.wav")
             process = subprocess.Popen([ZEL, "dub", "-q", "long.wav", "track.wav", "-o", "o.mka"],
                                        stderr=subprocess.PIPE, preexec_fn=lambda: without(lacks))
-            while not self.pending() and process.poll() is None:
-                time.sleep(0.001)
+            while not self.pending():
+                self.assertIsNone(process.poll())
             write("o.mka", b"mine")
-            err = process.communicate()[1]
-            self.assertEqual((process.returncode, err), (1, b"zel: o.mka: exists already (--overwrite replaces it)\n"))
-            self.assertEqual(read("o.mka"), b"mine")
+            self.assertEqual((process.communicate()[1], process.returncode, read("o.mka")),
+                             (b"zel: o.mka: exists already (--overwrite replaces it)\n", 1, b"mine"))
             os.unlink("o.mka")
         # Where nothing helps, nothing is left.
         self.fails(("dub", "in.wav", "track.wav", "-o", "o.wav"), 1, "^zel: o.wav: Input/output error\n$",
