@@ -9,13 +9,11 @@ import re
 import shlex
 import shutil
 import subprocess
-import sys
 import tempfile
 import unittest
 import wave
 
 ZEL = os.environ["ZEL"]
-SANITIZED = bool(os.environ.get("ZEL_SANITIZE"))
 RATE = 44100
 
 
@@ -158,13 +156,3 @@ class Case(unittest.TestCase):
             for word in shlex.split(words) or "@":
                 self.fails([arg.replace("@", word) for arg in shlex.split(args)], code,
                            "^zel.*: .*" + pattern.replace("@", re.escape(word)))
-
-    def needs_no_more_memory(self, long, short, spare=16 * 1024):
-        """Runs the command on long and on short files: memory must not grow with them by more than `spare` KiB."""
-        if SANITIZED:
-            self.skipTest("a sanitizer keeps freed memory")
-        script = ("import resource, subprocess, sys; subprocess.run(sys.argv[1:], check=True);"
-                  "print(resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss)")
-        peaks = [int(subprocess.check_output([sys.executable, "-c", script, ZEL, *args, "-q", "--overwrite"]))
-                 for args in (long, short)]
-        self.assertLess(peaks[0], peaks[1] + spare)
