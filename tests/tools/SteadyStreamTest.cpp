@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <map>
 
 #include "tools/zel/sound/SteadyStream.h"
 
@@ -96,8 +95,10 @@ Given Pull(const Ref<SteadyStream>& stream, bool forward = true) {
     CZelSample* sample = stream->GetSampleEx();
     if (sample == nullptr) return given;
     const MEDIA_FRAME& frame = *sample->GetMediaFrame();
-    if (rate == 0) given.start = frame.llPTS;
-    if (rate == 0) rate = frame.audio.nSampleRate;
+    if (given.lengths.empty()) {
+      given.start = frame.llPTS;
+      rate = frame.audio.nSampleRate;
+    }
     EXPECT_TRUE(frame.llPTS == given.start + Ticks(at, rate) || rate != frame.audio.nSampleRate);
     const auto* values = reinterpret_cast<const short*>(frame.audio.pData);
     const int count = frame.audio.nDataSize / 2;
@@ -153,36 +154,6 @@ TEST(SteadyStream, FillsHolesAndDropsWhatOverlaps) {
   sound = Sound(8000, 1, 3000, 1000);  // The clock jumps.
   for (std::size_t i = 1; i < 3; ++i) sound[i].pts += 700 * kTicksPerSecond;
   EXPECT_THAT(Pull(Steady(sound, 8000)).lengths, ElementsAre(1000, 1000, 1000));
-}
-
-TEST(SteadyStream, SplitsAtTheFirstSampleThatIsNotBefore) {
-  // The stamp of sample 500 lies before 0.06250001.
-  const std::map<double, int> cases = {
-      {-1, 0}, {0, 0}, {0.0625, 500}, {0.06250001, 501}, {0.125, 0}, {0.249875, 1999}, {0.25, 0}};
-  const Pieces sound = Sound(8000, 2, 2000, 1000);
-  for (const auto& [seconds, sample] : cases) {
-    const auto stream = Steady(sound);
-    stream->SplitAt(seconds);
-    const auto [start, values, lengths] = Pull(stream);
-    ASSERT_EQ(lengths.size(), sample != 0 ? 3U : 2U) << seconds;
-    EXPECT_TRUE(sample == 0 || lengths[sample / 1000] == sample % 1000) << seconds;
-    EXPECT_EQ(values, Joined(sound));
-  }
-}
-
-TEST(SteadyStream, PadsForTheLongestFrameOfTheInputOnce) {
-  const auto input = Steady(Sound(48000, 2, 4800, 4000));
-  Pull(input);
-  EXPECT_DOUBLE_EQ(input->LongestFrame(), 4000 / 48000.0);
-  const Pieces sound = Sound(12000, 1, 1500, 600);
-  const auto stream = Steady(sound, 48000);
-  stream->PadFor(input.get());
-  const Given given = Pull(stream);
-  EXPECT_THAT(given.lengths, ElementsAre(1024, 476, 1000 + 64));
-  Values wanted = Joined(sound);
-  wanted.resize(1500 + 1064);
-  EXPECT_EQ(given.values, wanted);
-  EXPECT_TRUE(Pull(stream).values.empty());
 }
 
 TEST(SteadyStream, EndsAGroupWhereTheFormatChanges) {
