@@ -4,11 +4,11 @@ import json
 import os
 import re
 
-from support import Case, ffmpeg, lavfi, noise, probe, write, write_wav, zel
+from support import Case, ffmpeg, lavfi, noise, probe, read, write, write_wav, zel
 
 TITLES = ("Режиссёрская версия", "監督 版", "नमस्ते", "e\u0301té", "שלום, עולם", "عربي", "👩‍👩‍👧 🏴󠁧󠁢󠁳󠁣󠁴󠁿", "a\\x41 \"b\"")
-NASTY = {"\033[31mred": "\\x1B[31mred", "\u009b2J": "\\u009B2J", "a\nb\tc\rd": "a\\x0Ab\\x09c\\x0Dd", "\x7f": "\\x7F",
-         "x\u202egpj.exe": "x\\u202Egpj.exe", "\u2066i\u2069": "\\u2066i\\u2069", "l\u2028p\u2029": "l\\u2028p\\u2029"}
+NASTY = {"%03d.png": "%03d.png", "\033[31mred": "\\x1B[31mred", "\u009b2J": "\\u009B2J", "\x7f": "\\x7F",
+         "a\nb\tc\rd": "a\\x0Ab\\x09c\\x0Dd", "x\u202egpj.exe": "x\\u202Egpj.exe", "\u2066i\u2069": "\\u2066i\\u2069", "l\u2028p\u2029": "l\\u2028p\\u2029"}
 
 
 class Description(Case):
@@ -71,6 +71,25 @@ class Description(Case):
         for key, name in (("start", "start_time"), ("length", "duration")):
             if name in other and "DURATION" not in tags:  # Matroska's own word for other things.
                 self.assertAlmostEqual(stream[key], float(other[name]), delta=2e-6)
+
+    def test_matroskas_statistics(self):
+        # Those of mkvmerge tell a length; what FFmpeg's muxer writes as DURATION is an end. It writes its own in any
+        # case, so ours are another word meanwhile.
+        tags = ("", "BPS=9 DURATIOM=00:00:02.500000000 _STATISTICS_TAGS=x",
+                "BPS-eng=9 DURATIOM-eng=00:00:02.5 _STATISTICS_TAGS-eng=x",
+                "BPS=-9 DURATIOM=99:00:00 _STATISTICS_TAGS=x", "BPS=x DURATIOM=soon _STATISTICS_TAGS=x",
+                "DURATIOM=00:00:01")
+        ffmpeg(*lavfi("testsrc=s=64x48:r=25:d=5"), "-itsoffset", "2", *lavfi("sine=r=48000:d=3"), "-i", "text.srt",
+               "-map", "0", "-map", "2", *["-map", "1"] * len(tags), "-c:v", "mpeg4", "-c:a", "flac",
+               *(part for i, text in enumerate(tags) for tag in text.split() for part in (f"-metadata:s:a:{i}", tag)),
+               "tagged.mkv")
+        for word, lengths in ((b"DURATION", [5, 3, 3, 3, 3, 3, 3, 0.5]), (b"SOMEWHAT", [5, 3, 2.5, 2.5, 3, 3, 3, 4.5])):
+            write("told.mkv", read("tagged.mkv").replace(b"DURATION", word).replace(b"DURATIOM", b"DURATION"))
+            (program,) = self.info("told.mkv")[0]["programs"]
+            self.assertEqual([round(s["length"], 2) for s in program["streams"]], lengths)
+            self.assertEqual([(s["start"], s["bit_rate"]) for s in program["streams"][1:-1]],
+                             [(2, rate) for rate in (None, 9, 9, None, None, None)])
+            self.assertAlmostEqual(program["length"], 5, delta=0.0011)
 
     def test_tree(self):
         out = self.done("info", "two.ts", "film.mkv")
