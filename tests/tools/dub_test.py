@@ -39,6 +39,10 @@ def without(errors):
         raise OSError("prctl")
 
 
+def pending():
+    return [name for name in os.listdir() if name.startswith(".zel-")]
+
+
 def video_packets(path):
     """(time, hash) of every packet of the first video stream, in decoding order."""
     shown = probe(path, "-select_streams", "v:0", "-show_packets", "-show_data_hash", "md5")
@@ -65,8 +69,7 @@ class Sound(Case):
                      "2.2675", "2.26758"):
             out = self.sound("dub", "in.wav", "track.wav", "-d", text)
             self.assertTrue(out == model(self.track, float(text)), text)
-        out = self.sound("dub", "in.wav", "track.wav", "-d", "1.273", out="OUT.FLAC")
-        self.assertTrue(out == model(self.track, 1.273))
+        self.assertTrue(self.sound("dub", "in.wav", "track.wav", out="OUT.FLAC") == model(self.track, 0))
         write_wav("brief.wav", noise(3, 7))  # The end of a track is never lost.
         self.assertTrue(self.sound("dub", "in.wav", "brief.wav", "-d", "1") == model(noise(3, 7), 1.0))
 
@@ -77,9 +80,9 @@ class Sound(Case):
             out = self.sound("dub", "in.wav", "level.wav", "-d", str(delay))
             self.assertEqual(len(out), 2 * FRAMES)
             heard = [i for i, value in enumerate(out[::2]) if value != 0]
-            reach = RATE / rate + 1  # Interpolation starts up to one sample of the track early.
-            self.assertAlmostEqual(heard[0], max(delay, 0) * RATE, delta=reach)
-            self.assertAlmostEqual(heard[-1] + 1, (delay + 1) * RATE, delta=reach)
+            # Interpolation starts up to one sample of the track early.
+            for place, wanted in ((heard[0], max(delay, 0)), (heard[-1] + 1, delay + 1)):
+                self.assertAlmostEqual(place, wanted * RATE, delta=RATE / rate + 1)
             self.assertEqual(len(heard), heard[-1] - heard[0] + 1, "a hole")
         # Frames as they are would give some 30 dB.
         write_wav("sine.wav", sine(1000, RATE, 1), RATE, 1)
@@ -110,12 +113,11 @@ class Video(Case):
                                 for out in ("out.wav", name))
             self.assertEqual(streams(name), [("video", "h264"), ("audio", codec)])
             for (a, hash_a), (b, hash_b) in zip(video_packets(name), video_packets(source), strict=True):
-                self.assertEqual(hash_a, hash_b)
-                self.assertAlmostEqual(a, b, delta=0.0011)  # Matroska counts milliseconds.
-            shown = probe(name, "-show_streams", "-show_format")
+                self.assertEqual((hash_a, round(a - b, 2)), (hash_b, 0))  # Matroska counts milliseconds.
+            shown = probe(name, "-show_format")
             self.assertEqual(shown["format"]["tags"]["title"], "A film")
-            for stream, original in zip(shown["streams"], probe(source, "-show_streams")["streams"]):
-                self.assertAlmostEqual(float(stream["start_time"]), float(original["start_time"]), delta=0.001)
+            self.assertEqual(*([round(float(s["start_time"]), 2) for s in probe(path, "-show_streams")["streams"]]
+                               for path in (name, source)))
             self.assertAlmostEqual(float(shown["format"]["duration"]), len(reference) / 2 / RATE, delta=0.002)
             # AAC comes in packets of 1024, which FFmpeg's decoder does not cut at the end.
             self.assertIn(len(sound) - len(reference), range(0, 2 * 1024))
@@ -129,7 +131,7 @@ class Video(Case):
                "-map", "1:a", "-map", "2", "-map_metadata", "3", "-map_chapters", "3", "-c:v", "copy", "-c:a:0", "copy",
                "-c:a:1", "flac", "-c:s", "subrip", "-metadata:s:a:0", "language=fra", "-attach", "chapters.txt",
                "-metadata:s:t", "mimetype=text/plain", "full.mkv")
-        self.assertEqual(self.done("dub", "full.mkv", "track.wav", "-o", "out.mkv").count("left out"), 0)
+        self.assertNotIn("left out", self.done("dub", "full.mkv", "track.wav", "-o", "out.mkv"))
         self.assertEqual(streams("out.mkv"), [("video", "h264"), ("audio", "flac"), ("audio", "flac"),
                                               ("subtitle", "subrip"), ("attachment", "")])
         self.assertEqual(decode("out.mkv", "0:a:1"), self.track)
@@ -149,13 +151,13 @@ class Video(Case):
         ffmpeg("-i", "in.mp4", *lavfi("sine=r=48000:d=3"), "-map", "0:v", "-map", "0:a", "-map", "1", "-map", "1",
                "-c:v", "copy", "-c:a", "mp2", "-program", "program_num=3:st=0:st=1", "-program",
                "program_num=7:st=2:st=3", "two.ts")
-        for options, rate in (("", 44100), ("--program 3", 44100), ("--program 0x7", 48000), ("--stream 458755", 48000),
-                              ("--stream 0x70002", 48000), ("--stream 0x30001 --program 3", 44100)):
-            out = self.done("dub", "in.wav", "two.ts", "-o", "o.wav", "-n", *options.split())
-            self.assertRegex(out, f"track: +two.ts: {rate} Hz")
-        for number, rate in enumerate((44100, 48000, 48000)):
-            out = self.done("dub", "two.ts", "in.wav", "-o", "o.mkv", "-n", "--audio-stream", str(number))
-            self.assertRegex(out, f"input: +two.ts, stream #{number + 1}: {rate} Hz")
+        for command, shown in (("in.wav two.ts", 44100), ("in.wav two.ts --program 0x7", 48000),
+                               ("in.wav two.ts --stream 458755", 48000),
+                               ("in.wav two.ts --stream 0x30001 --program 3", 44100),
+                               ("two.ts in.wav --audio-stream 0", "stream #1: 44100"),
+                               ("two.ts in.wav --audio-stream 2", "stream #3: 48000")):
+            out = self.done("dub", "-n", "-o", "o.mka", *command.split())
+            self.assertRegex(out, f"two.ts[:,] {shown} Hz")
         self.all_fail(1, """
             dub two.ts in.wav -o o.mkv --audio-stream 3 | two.ts: has no audio stream 3: it has 3, counted from 0$
             dub in.wav two.ts -o o.wav --program 1 | two.ts: no program 1; there are: 3, 7$
@@ -202,14 +204,13 @@ class Manners(Case):
         self.assertRegex(self.done("dub", "in.wav", "track.wav", "-o", "o.wav", "-d", "0.25"),
                          r"^o\.wav: sound of in\.wav replaced by track\.wav from 0:00:00\.250: \d+ frames, 0\.680 s, "
                          r"\d+x real time\n$")
-        self.assertEqual(self.done("dub", "in.wav", "track.wav", "-o", "p.wav", "--quiet"), "")
         for delay, silence in (("0.25", "0:00:00.000 to 0:00:00.250 (before the track), "
                                         "0:00:00.477 to 0:00:00.680 (after the track)"),
                                ("-0.1", "0:00:00.127 to 0:00:00.680 (after the track)"),
                                *((delay, "all of it: the track is never heard") for delay in ("9", "-9"))):
             out = self.done("dub", "in.wav", "track.wav", "-o", "o.flac", "-n", "-d", delay)
-            self.assertIn("silence: " + silence + "\n", out)
             self.assertIn("in.wav, stream #0: 44100 Hz, 2 channels, 0:00:00.680", out)
+            self.assertIn("silence: " + silence + "\n", out)
             self.assertFalse(os.path.exists("o.flac"))
         for kind in ("mka", "m4a", "ogg"):  # The same input gives the same bytes.
             for name in ("a.", "b."):
@@ -219,14 +220,13 @@ class Manners(Case):
     def test_progress_and_interruption(self):
         for signum, code, name in ((None, 0, "o.mka"), (signal.SIGINT, 130, "o.m4a"), (signal.SIGTERM, 143, "o.m4a")):
             terminal, theirs = pty.openpty()
-            # Under nohup, the signal would be ignored.
+            signal.signal(signal.SIGINT, signal.default_int_handler)  # Ignored under nohup, and then by children, too.
             process = subprocess.Popen([ZEL, "dub", "long.wav", "track.wav", "-o", name], stderr=theirs,
-                                       stdout=subprocess.PIPE,
-                                       preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_DFL))
+                                       stdout=subprocess.PIPE)
             os.close(theirs)
             shown = os.read(terminal, 1000)
             self.assertRegex(shown.decode(), r"^\r *\d+ %  [\d.]+x real time  \d+:\d\d:\d\d left\x1b\[K")
-            self.assertTrue(self.pending())
+            self.assertTrue(pending())
             if signum:
                 process.send_signal(signum)
             with contextlib.suppress(OSError):  # In the end, nobody has the other end any more.
@@ -235,11 +235,7 @@ class Manners(Case):
             os.close(terminal)
             self.assertEqual((bool(process.communicate()[0]), process.returncode), (not signum, code))
             self.assertTrue(shown.endswith(b"left\x1b[K\r\x1b[K"), shown[-99:])  # The line is gone at the end.
-            self.assertEqual((self.pending(), os.path.exists(name)), ([], not signum))
-
-    @staticmethod
-    def pending():
-        return [name for name in os.listdir() if name.startswith(".zel-")]
+            self.assertEqual((pending(), os.path.exists(name)), ([], not signum))
 
     @unittest.skipUnless(platform.machine() == "x86_64", "the numbers of system calls are x86-64's")
     def test_file_systems_with_less(self):
@@ -253,7 +249,7 @@ class Manners(Case):
             os.unlink("o.wav")
             process = subprocess.Popen([ZEL, "dub", "-q", "long.wav", "track.wav", "-o", "o.mka"],
                                        stderr=subprocess.PIPE, preexec_fn=lambda: without(lacks))
-            while not self.pending():
+            while not pending():
                 self.assertIsNone(process.poll())
             write("o.mka", b"mine")
             self.assertEqual((process.communicate()[1], process.returncode, read("o.mka")),

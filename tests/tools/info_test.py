@@ -8,7 +8,8 @@ from support import Case, ffmpeg, lavfi, noise, probe, read, write, write_wav, z
 
 TITLES = ("Режиссёрская версия", "監督 版", "नमस्ते", "e\u0301té", "שלום, עולם", "عربي", "👩‍👩‍👧 🏴󠁧󠁢󠁳󠁣󠁴󠁿", "a\\x41 \"b\"")
 NASTY = {"%03d.png": "%03d.png", "\033[31mred": "\\x1B[31mred", "\u009b2J": "\\u009B2J", "\x7f": "\\x7F",
-         "a\nb\tc\rd": "a\\x0Ab\\x09c\\x0Dd", "x\u202egpj.exe": "x\\u202Egpj.exe", "\u2066i\u2069": "\\u2066i\\u2069", "l\u2028p\u2029": "l\\u2028p\\u2029"}
+         "a\nb\tc\rd": "a\\x0Ab\\x09c\\x0Dd", "x\u202egpj.exe": "x\\u202Egpj.exe",
+         "\u2066i\u2069": "\\u2066i\\u2069", "l\u2028p\u2029": "l\\u2028p\\u2029"}
 
 
 class Description(Case):
