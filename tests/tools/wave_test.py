@@ -38,8 +38,9 @@ class Waves(Case):
     @classmethod
     def make(cls):
         # Left: loud, then a quarter; right: half the scale, then nothing.
-        write_wav("two.wav", [value for i in range(16000) for value in (
-            round((32767 if i < 8000 else 8192) * math.sin(i * 0.7)), (i < 8000) * (-16384, 16384)[i % 2])], 8000)
+        # It is long enough for the envelope to be merged.
+        write_wav("two.wav", [value for i in range(288_000) for value in (
+            round((32767 if i < 144_000 else 8192) * math.sin(i * 0.7)), (i < 144_000) * (-16384, 16384)[i % 2])], 144_000)
         write_wav("short.wav", [20000, -20000] * 2000, 4000, 1)
 
     def draw(self, *args):
