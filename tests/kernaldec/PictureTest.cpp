@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <map>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "tests/support/Media.h"
@@ -85,13 +86,8 @@ TEST(Picture, IsFoundByItsTimeWhateverTheContainerStores) {
   const std::string mpeg2 = "-c:v mpeg2video -b:v 2M ";
   const std::string varying =
       "-vf \"setpts='if(lt(N,20),N,3*N-40)/(25*TB)'\" -fps_mode passthrough " + openGop;
-  struct Row {
-    const char* file;
-    const char* rate;
-    double seconds;  // Of one picture.
-    std::string arguments;
-  };
-  const Row rows[] = {
+  // With the seconds of one picture.
+  const std::tuple<const char*, const char*, double, std::string> rows[] = {
       {"bare.h264", "25", 0.04, openGop},
       {"bare.m2v", "25", 0.04, mpeg2 + "-bf 2 "},
       {"ntsc.h264", "30000/1001", 1.001 / 30, openGop},
