@@ -95,8 +95,6 @@ class Sound(Case):
 
 
 class Video(Case):
-    """With a picture that is copied."""
-
     @classmethod
     def make(cls):
         ffmpeg(*lavfi("testsrc2=s=64x48:r=25:d=3"), *lavfi("sine=440:r=44100:d=3"), "-ac", "2", "-c:v", "libx264",
@@ -192,8 +190,6 @@ class Video(Case):
 
 
 class Manners(Case):
-    """What it says and leaves, and when."""
-
     @classmethod
     def make(cls):
         write_wav("in.wav", noise(9, 30_000))

@@ -113,14 +113,13 @@ class Refusals(Case):
             frame mute.mp4 --over logo.png -o @ --overwrite : same.png alias.png | @: is the same file as
             frame mute.mp4 -o o.png --at 2 | mute.mp4: has no picture at 0:00:02\.000: .* ends at 0:00:02\.000$
             frame film.mkv -o o.png --at 4 | film.mkv: has no picture at 0:00:04\.000: .* ends at 0:00:02\.000$
-            frame mute.mp4 -o o.png --over @ : none.png folder.wav | @: (No such file|Is a directory)
-            frame mute.mp4 -o o.png --over @ : fifo.wav empty.wav cut.png | @: (not a regular|.* is empty|.* is cut off)
+            frame mute.mp4 -o o.png --over @ : none.png folder.wav fifo.wav | @: (No such file|Is a dir|not a regular)
+            frame mute.mp4 -o o.png --over @ : empty.wav cut.png | @: the file is (empty|cut off)
             frame mute.mp4 -o o.png --over @ : '' in.wav text.wav | @: (a file needs a name|is no PNG file)
             frame mute.mp4 -o o.png --over bomb.png | bomb.png: a picture of 900000x900000 is too large
             dub film.mkv track.wav -o o.webm | o.webm: WebM holds no video of codec h264
             convert six.wav -o o.mp3 | o.mp3: MP3 .* holds no sound of 6 channels
             convert in.wav -o o.flac -c 1 -r @ : 768000 65541 | o.flac: .* holds no sound of @ Hz, 1 channel:
-            convert in.wav -o o.ogg -c 1 -r 200001 | o.ogg: .* holds no sound of 200001 Hz, 1 channel:
             dub in.wav mute.mp4 -o o.wav --program 1 | mute.mp4: no audio stream in program 1$
             convert mute.mp4 -o o.wav --stream 1 | mute.mp4: no audio stream 0x1; there are: none$
         """)
@@ -145,7 +144,6 @@ class Refusals(Case):
             convert in.wav -o o.wav -c @ : 0 9 | channels.* 8
             convert in.wav -o o.wav --audio-stream 0 @ 1 : --stream --program | excludes
             frame mute.mp4 -o o.png --at 1 --at 2 | --at: given more than once
-            frame mute.mp4 -o o.png --at noon | --at: 'noon'
             frame mute.mp4 -o o.png --near | --size
             frame mute.mp4 -o o.png --at-xy 1,2 | --over
             frame mute.mp4 -o o.png --over logo.png --at-xy @,0 : -2147483648 | @ is not from -1000000 to 1000000

@@ -94,8 +94,7 @@ def sine(frequency, rate, seconds, channels=1, level=16384):
 
 
 def quality(values, frequency, rate, level=16384):
-    """(gain, signal-to-noise ratio) in dB of what became of a sine of `level`: the sine of its frequency that fits
-    best, and all the rest, without the first and the last 50 ms."""
+    """(gain, signal-to-noise ratio) in dB of what became of a sine of `level`, without 50 ms at both ends."""
     step = 2 * math.pi * frequency / rate
     ss = cc = sc = sx = cx = xx = 0.0
     for i in range(rate // 20, len(values) - rate // 20):
@@ -148,8 +147,7 @@ class Case(unittest.TestCase):
         self.assertCountEqual(os.listdir(), files, args)
 
     def all_fail(self, code, table):
-        """Runs the command once per line "arguments | pattern of what it says", or "arguments : words | pattern", where
-        each of the words takes the place of every @."""
+        """Takes lines "arguments [: words, which one by one take the place of every @] | pattern of what is said"."""
         for line in filter(None, map(str.strip, table.split("\n"))):
             args, pattern = line.split(" | ")
             args, _, words = args.partition(" : ")

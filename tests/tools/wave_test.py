@@ -40,7 +40,7 @@ class Waves(Case):
         # Left: loud, then a quarter; right: half the scale, then nothing.
         # It is long enough for the envelope to be merged.
         write_wav("two.wav", [value for i in range(288_000) for value in (
-            round((32767 if i < 144_000 else 8192) * math.sin(i * 0.7)), (i < 144_000) * (-16384, 16384)[i % 2])], 144_000)
+            round((32767, 8192)[i // 144_000] * math.sin(i * 0.7)), (i < 144_000) * (-16384, 16384)[i % 2])], 144_000)
         write_wav("short.wav", [20000, -20000] * 2000, 4000, 1)
 
     def draw(self, *args):
@@ -52,7 +52,7 @@ class Waves(Case):
         self.assertEqual((chart.width, chart.height), (464, 400))
         lanes = chart.lanes()
         self.assertEqual(len(lanes), 3)
-        for x, lane, spread, power in ((100, 0, 1, 0.707), (300, 0, 0.25, 0.177), (100, 1, 0.5, 0.5), (300, 1, 0, 0),
+        for x, lane, spread, power in ((50, 0, 1, 0.707), (300, 0, 0.25, 0.177), (50, 1, 0.5, 0.5), (300, 1, 0, 0),
                                        (100, 2, 0.61, 0.61)):
             for wanted, *kinds in ((spread, RANGE, POWER), (power, POWER)):
                 got = chart.spread(LEFT + x + 2, lanes[lane], *kinds)
