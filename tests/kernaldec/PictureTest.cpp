@@ -90,7 +90,8 @@ TEST(Picture, IsFoundByItsTimeWhateverTheContainerStores) {
   const std::tuple<const char*, const char*, double, std::string> rows[] = {
       {"bare.h264", "25", 0.04, openGop},
       {"bare.m2v", "25", 0.04, mpeg2 + "-bf 2 "},
-      {"ntsc.h264", "30000/1001", 1.001 / 30, openGop},
+      {"ntsc.hevc", "30000/1001", 1.001 / 30,
+       "-c:v libx265 -x265-params log-level=none:keyint=12:bframes=4:open-gop=1 "},
       {"film.vob", "24000/1001", 1.001 / 24, mpeg2 + "-bf 2 "},
       // Blocks of several pictures with one time each, at places the wrong one.
       {"blocks.mpg", "25", 0.04, h264 + "tff=1:keyint=30 "},
