@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "kernaldec/StreamExtras.h"
+#include "tests/compositor/ScriptedStream.h"
 #include "tests/support/Media.h"
 
 namespace zel::test {
@@ -246,22 +247,18 @@ TEST(Decoder, IsTheCompositorsTrackAndLeavesNothingBehind) {
   const Audio input(Path("s16.wav"));
   const std::string all = ReadFile(Path("s16.wav.pcm"));
   const auto before = open();
-  Ref<IClassFactory> factory;
-  DllGetClassObject(CLSID_CAudioCompositor, IID_IClassFactory, factory.ReceiveVoid());
-  Ref<IAudioCompositor> compositor;
-  factory->CreateInstance(nullptr, IID_IAudioCompositor, compositor.ReceiveVoid());
-  compositor->SetInputAudioStream(input.stream.get());
-  compositor->SetDelayTime(1);
-  ASSERT_EQ(compositor->AddByFileName(media::ToWide(Path("flac.mkv")).data()), S_OK);
-  auto output = Obtain<IMediaStream>(compositor, &IAudioCompositor::GetOutPutAudioStream);
-  EXPECT_TRUE(ComesTrue([&] {
-    output->Seek(2, 1);
-    const MEDIA_FRAME_AUDIO& frame = output->GetSampleEx()->GetMediaFrame()->audio;
-    const auto size = static_cast<std::size_t>(frame.nDataSize);
-    return std::memcmp(frame.pData, &all[44100 * 4], size) == 0;
-  }));
-  output = nullptr;
-  compositor = nullptr;
+  {
+    const Host host;
+    host.compositor->SetInputAudioStream(input.stream.get());
+    host.compositor->SetDelayTime(1);
+    ASSERT_EQ(host.compositor->AddByFileName(media::ToWide(Path("flac.mkv")).data()), S_OK);
+    EXPECT_TRUE(ComesTrue([&] {
+      host.output->Seek(2, 1);
+      const MEDIA_FRAME_AUDIO& frame = host.output->GetSampleEx()->GetMediaFrame()->audio;
+      const auto size = static_cast<std::size_t>(frame.nDataSize);
+      return std::memcmp(frame.pData, &all[44100 * 4], size) == 0;
+    }));
+  }
   // A thread that was waited for may be listed a moment longer.
   EXPECT_TRUE(ComesTrue([&] { return open() == before; }));
 }
