@@ -25,15 +25,12 @@ void ReadStream(const Ref<IStreamInfo>& stream) {
   Require(Text(stream, &IStreamInfo::GetDescription).size() < 128, "a description that fits");
   Require(Text(stream, &IStreamInfo::GetLanguageDesc).size() < 64, "a language that fits");
   Require(stream->GetLength() >= 0 && std::isfinite(stream->GetLength()), "a length");
-  Require((stream->GetExtraDataLength() == 0) == (stream->GetExtraData() == nullptr),
-          "private data with a length");
   Touch(stream->GetExtraData(), stream->GetExtraDataLength());
   for (unsigned long i = 0; i < stream->GetExtraDataCount(); ++i) {
     Touch(stream->GetExtraData(i)->data, stream->GetExtraData(i)->size);
   }
-  if (stream->GetType() != AV_STREAM_AUDIO) return;
-  Require(stream->GetAudioInfo()->channels >= 0, "a count of channels");
-  Require(stream->GetAudioInfo()->sampleRate >= 0, "a sample rate");
+  const AudioInfo* audio = stream->GetAudioInfo();
+  Require(audio == nullptr || (audio->channels >= 0 && audio->sampleRate >= 0), "a format");
 }
 
 /// @return how many streams the file has
@@ -85,25 +82,24 @@ int ReadFrames(const Ref<IMediaStream>& stream, AV_STREAM_TYPE type, unsigned va
   Require(static_cast<bool>(info), "a description of an open stream");
   ReadStream(info);
   int frames = 0;
-  const auto read = [&] {
-    CZelSample* sample = stream->GetSampleEx();
-    if (sample == nullptr) return;
-    ++frames;
-    const MEDIA_FRAME* frame = sample->GetMediaFrame();
-    Require(frame != nullptr && frame->nStreamType == type, "a frame of its stream's kind");
-    type == AV_STREAM_AUDIO ? ReadSound(frame->audio) : ReadPicture(frame->video.yuv);
+  const auto pull = [&] {
+    for (int i = 0; i < 4; ++i) {
+      if (CZelSample* sample = stream->GetSampleEx(); sample != nullptr) {
+        ++frames;
+        const MEDIA_FRAME* frame = sample->GetMediaFrame();
+        Require(frame != nullptr && frame->nStreamType == type, "a frame of its stream's kind");
+        type == AV_STREAM_AUDIO ? ReadSound(frame->audio) : ReadPicture(frame->video.yuv);
+      }
+      if (stream->Forward() != 0) return;
+    }
   };
-  const auto pull = [&](int most) {
-    for (int i = 0; i < most && stream->Forward() == 0; ++i) read();
-  };
-  pull(6);
+  pull();
   const double length = info->GetLength();
   for (const double place :
        {length * (variety % 101) / 100.0, 0.0, length - 0.01, static_cast<double>(variety % 7),
         -1.0, 1e18, std::numeric_limits<double>::quiet_NaN()}) {
     Require(stream->Seek(place, 1) >= -1, "a place that a seek reached");
-    read();
-    pull(2);
+    pull();
   }
   return frames;
 }

@@ -8,15 +8,13 @@ mkdir -p "$folder"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-av() { ffmpeg -nostdin -v error -y "$@"; }
-av -f lavfi -i testsrc=s=32x18:r=10:d=1 -f lavfi -i sine=r=8000:d=1 -c:v ffv1 -c:a pcm_s16le \
+ffmpeg -nostdin -v error -f lavfi -i testsrc=s=32x18:r=10:d=1 -f lavfi -i sine=r=8000:d=1 -c:v ffv1 -c:a pcm_s16le \
   -metadata:s:a:0 language=deu -metadata:s:a:0 title=Ton "$work/source.mkv"
 make() { # NAME ARGUMENT...
-  av -i "$work/source.mkv" "${@:2}" "$work/$1"
+  ffmpeg -nostdin -v error -i "$work/source.mkv" "${@:2}" "$work/$1"
 }
 for codec in pcm_u8 pcm_s16le pcm_s24le pcm_f32le adpcm_ima_wav pcm_alaw; do make $codec.wav -vn -c:a $codec; done
-for name in a.flac a.aiff a.aac a.ac3 a.au a.caf a.w64; do make $name -vn; done
-for name in a.mp3,libmp3lame a.ogg,libvorbis a.opus,libopus; do make "${name%,*}" -vn -c:a "${name#*,}"; done
+for suffix in flac aiff aac ac3 au caf w64 mp3 ogg opus; do make a.$suffix -vn; done
 make a.mp4 -c:v libx264 -c:a aac
 make fragments.mp4 -c:v libx264 -c:a aac -movflags empty_moov+frag_keyframe
 make a.mov -c:v mjpeg -c:a pcm_s16be

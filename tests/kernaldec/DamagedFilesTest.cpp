@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <random>
 #include <string>
 
@@ -15,9 +14,8 @@ namespace {
 /// Cuts the file off, or writes a lie of 1 to 8 bytes; most of what can lie stands at the
 /// beginning.
 void Damage(std::mt19937& random, std::string& bytes) {
-  const std::size_t most =
-      random() % 4 != 0 ? std::min<std::size_t>(bytes.size(), 600) : bytes.size();
-  const std::size_t at = random() % most;
+  const std::size_t places[] = {50, 600, 600, bytes.size()};
+  const std::size_t at = random() % std::min(bytes.size(), places[random() % 4]);
   const std::size_t size = std::min(std::size_t{1} << random() % 4, bytes.size() - at);
   if (random() % 4 == 0) return bytes.resize(at + 1);
   bytes.replace(at, size, size, "\x00\xFF\x01\x7F\x5A"[random() % 5]);
@@ -48,16 +46,6 @@ TEST(DamagedFiles, KeepTheInterfacesPromises) {
     }
   }
   EXPECT_GT(read, 100) << "damage that leaves nothing to read tests nothing";
-
-  // Numbers in a header that would overflow sums and products: channels, rate, alignment, bits.
-  for (const auto& [field, size] : {std::pair{22U, 2U}, {24U, 4U}, {32U, 2U}, {34U, 2U}}) {
-    for (const std::uint32_t value : {0U, 1U, 0x7FFFU, 0xFFFFU, 0x7FFFFFFFU, 0xFFFFFFFFU}) {
-      std::string bytes = ReadFile(folder / "a.wav");
-      bytes.replace(field, size, reinterpret_cast<const char*>(&value), size);
-      WriteFile(damaged, bytes);
-      fuzz::ReadMedia(damaged, 7);
-    }
-  }
 }
 
 }  // namespace

@@ -13,11 +13,11 @@
 /// Every test ends with as many live allocations as it began with.
 class LeakCheck : public testing::Test {
  protected:
-  void SetUp() override {
+  LeakCheck() {
     { SCOPED_TRACE("The first one makes room for all."); }
     live_ = LiveAllocations();
   }
-  void TearDown() override { EXPECT_EQ(LiveAllocations(), live_); }
+  ~LeakCheck() override { EXPECT_EQ(LiveAllocations(), live_); }
 
  private:
   long live_ = 0;

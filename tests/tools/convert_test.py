@@ -77,7 +77,7 @@ class Converts(Case):
     def test_containers(self):
         for name, codec, asked, stored in (
                 ("o.flac", "flac", 0, 0), ("o.mkv", "flac", 0, 0), ("o.m4a", "aac", 0, 0), ("o.mp4", "aac", 0, 0),
-                ("o.ogg", "vorbis", 0, 0), ("o.opus", "opus", 0, 48000), ("o.mp3", "mp3", 0, 0),
+                ("o.webm", "vorbis", 0, 0), ("o.opus", "opus", 0, 48000), ("o.mp3", "mp3", 0, 0),
                 # Rates that encoders lack: the next one above, or the highest.
                 ("o.mp3", "mp3", 192000, 48000), ("o.mp3", "mp3", 23000, 24000), ("o.m4a", "aac", 96001, 96000),
                 ("o.m4a", "aac", 90000, 96000), ("o.flac", "flac", 655340, 0), ("o.oga", "vorbis", 200000, 0)):

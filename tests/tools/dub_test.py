@@ -1,6 +1,7 @@
 """zel dub, as a whole process on real files."""
 
 import array
+import contextlib
 import ctypes
 import errno
 import os
@@ -9,11 +10,10 @@ import pty
 import signal
 import struct
 import subprocess
-import time
 import unittest
 
-from support import (RATE, ZEL, Case, decode, ffmpeg, fresh, lavfi, long_wav, noise, probe, quality, read, read_wav,
-                     sine, streams, write, write_wav, zel)
+from support import (RATE, ZEL, Case, decode, ffmpeg, lavfi, long_wav, noise, probe, quality, read, read_wav, sine,
+                     streams, write, write_wav, zel)
 
 FRAMES = 100_000
 
@@ -32,12 +32,15 @@ def without(errors):
         code += [(0x15, 0, 1, number), (0x06, 0, 0, 0x50000 | error)]
     code = b"".join(struct.pack("HBBI", *instruction) for instruction in [*code, (0x06, 0, 0, 0x7FFF0000)])
 
-    class Program(ctypes.Structure):
-        _fields_ = [("length", ctypes.c_ushort), ("code", ctypes.c_char_p)]
+    kept = ctypes.create_string_buffer(code)
+    program = struct.pack("@HP", len(code) // 8, ctypes.addressof(kept))
+    prctl = ctypes.CDLL(None).prctl
+    if prctl(38, 1, 0, 0, 0) != 0 or prctl(22, 2, program, 0, 0) != 0:
+        raise OSError("prctl")
 
-    prctl = ctypes.CDLL(None, use_errno=True).prctl
-    if prctl(38, 1, 0, 0, 0) != 0 or prctl(22, 2, ctypes.byref(Program(len(code) // 8, code)), 0, 0) != 0:
-        raise OSError(ctypes.get_errno(), "prctl")
+
+def pending():
+    return [name for name in os.listdir() if name.startswith(".zel-")]
 
 
 def video_packets(path):
@@ -66,9 +69,7 @@ class Sound(Case):
                      "2.2675", "2.26758"):
             out = self.sound("dub", "in.wav", "track.wav", "-d", text)
             self.assertTrue(out == model(self.track, float(text)), text)
-        for name in ("OUT.FLAC", "out.mka"):
-            out = self.sound("dub", "in.wav", "track.wav", "-d", "1.273", out=name)
-            self.assertTrue(out == model(self.track, 1.273), name)
+        self.assertTrue(self.sound("dub", "in.wav", "track.wav", out="OUT.FLAC") == model(self.track, 0))
         write_wav("brief.wav", noise(3, 7))  # The end of a track is never lost.
         self.assertTrue(self.sound("dub", "in.wav", "brief.wav", "-d", "1") == model(noise(3, 7), 1.0))
 
@@ -79,25 +80,21 @@ class Sound(Case):
             out = self.sound("dub", "in.wav", "level.wav", "-d", str(delay))
             self.assertEqual(len(out), 2 * FRAMES)
             heard = [i for i, value in enumerate(out[::2]) if value != 0]
-            reach = RATE / rate + 1  # Interpolation starts up to one sample of the track early.
-            self.assertAlmostEqual(heard[0], max(delay, 0) * RATE, delta=reach)
-            self.assertAlmostEqual(heard[-1] + 1, (delay + 1) * RATE, delta=reach)
+            # Interpolation starts up to one sample of the track early.
+            for place, wanted in ((heard[0], max(delay, 0)), (heard[-1] + 1, delay + 1)):
+                self.assertAlmostEqual(place, wanted * RATE, delta=RATE / rate + 1)
             self.assertEqual(len(heard), heard[-1] - heard[0] + 1, "a hole")
-        # Where the rates' divisor is 1, too; frames of 1,024 samples as they are would give some 30 dB.
-        for rate, wanted, ratio in ((48000, 44100, 62), (44100, 48001, 61)):
-            write_wav("sine.wav", sine(1000, rate, 1), rate, 1)
-            write_wav("blank.wav", [0] * wanted, wanted, 1)
-            got = quality(self.sound("dub", "blank.wav", "sine.wav"), 1000, wanted)
-            self.assertAlmostEqual(got[0], 0, delta=0.05)
-            self.assertGreater(got[1], ratio, (rate, wanted))
+        # Frames as they are would give some 30 dB.
+        write_wav("sine.wav", sine(1000, RATE, 1), RATE, 1)
+        write_wav("blank.wav", [0] * 48001, 48001, 1)
+        gain, ratio = quality(self.sound("dub", "blank.wav", "sine.wav"), 1000, 48001)
+        self.assertTrue(abs(gain) < 0.05 and ratio > 61, (gain, ratio))
         write_wav("in5.wav", [0] * 5 * 20000, RATE, 5)  # Channels that the converter lacks.
         out = self.sound("dub", "in5.wav", "track.wav")
         self.assertTrue(out[0::5] == self.track[0:40000:2] and out[1::5] == self.track[1:40000:2])
 
 
 class Video(Case):
-    """With a picture that is copied."""
-
     @classmethod
     def make(cls):
         ffmpeg(*lavfi("testsrc2=s=64x48:r=25:d=3"), *lavfi("sine=440:r=44100:d=3"), "-ac", "2", "-c:v", "libx264",
@@ -114,23 +111,16 @@ class Video(Case):
                                 for out in ("out.wav", name))
             self.assertEqual(streams(name), [("video", "h264"), ("audio", codec)])
             for (a, hash_a), (b, hash_b) in zip(video_packets(name), video_packets(source), strict=True):
-                self.assertEqual(hash_a, hash_b)
-                self.assertAlmostEqual(a, b, delta=0.0011)  # Matroska counts milliseconds.
-            shown = probe(name, "-show_streams", "-show_format")
+                self.assertEqual((hash_a, round(a - b, 2)), (hash_b, 0))  # Matroska counts milliseconds.
+            shown = probe(name, "-show_format")
             self.assertEqual(shown["format"]["tags"]["title"], "A film")
-            for stream, original in zip(shown["streams"], probe(source, "-show_streams")["streams"]):
-                self.assertAlmostEqual(float(stream["start_time"]), float(original["start_time"]), delta=0.001)
+            self.assertEqual(*([round(float(s["start_time"]), 2) for s in probe(path, "-show_streams")["streams"]]
+                               for path in (name, source)))
             self.assertAlmostEqual(float(shown["format"]["duration"]), len(reference) / 2 / RATE, delta=0.002)
             # AAC comes in packets of 1024, which FFmpeg's decoder does not cut at the end.
             self.assertIn(len(sound) - len(reference), range(0, 2 * 1024))
             self.assertEqual(lag(reference, sound, int(1.3 * RATE)), 0)
             self.assertLess(max(map(abs, sound[:2 * (int(1.273 * RATE) - 2048)])), 4)
-
-    def test_sound_alone(self):
-        self.assertIn("left out: #0 video (h264)", self.done("dub", "in.mp4", "track.wav", "-o", "out.flac"))
-        self.assertEqual(streams("out.flac"), [("audio", "flac")])
-        self.done("dub", "in.wav", "track.wav", "-o", "out.webm")
-        self.assertEqual(streams("out.webm"), [("audio", "vorbis")])
 
     def test_everything_else_stays(self):
         write("text.srt", b"1\n00:00:00,500 --> 00:00:01,000\nHello\n\n")
@@ -139,7 +129,7 @@ class Video(Case):
                "-map", "1:a", "-map", "2", "-map_metadata", "3", "-map_chapters", "3", "-c:v", "copy", "-c:a:0", "copy",
                "-c:a:1", "flac", "-c:s", "subrip", "-metadata:s:a:0", "language=fra", "-attach", "chapters.txt",
                "-metadata:s:t", "mimetype=text/plain", "full.mkv")
-        self.assertEqual(self.done("dub", "full.mkv", "track.wav", "-o", "out.mkv").count("left out"), 0)
+        self.assertNotIn("left out", self.done("dub", "full.mkv", "track.wav", "-o", "out.mkv"))
         self.assertEqual(streams("out.mkv"), [("video", "h264"), ("audio", "flac"), ("audio", "flac"),
                                               ("subtitle", "subrip"), ("attachment", "")])
         self.assertEqual(decode("out.mkv", "0:a:1"), self.track)
@@ -148,23 +138,24 @@ class Video(Case):
         self.assertEqual(shown["chapters"][0]["tags"]["title"], "One")
         self.assertEqual(shown["streams"][1]["tags"]["language"], "fra")
         self.done("dub", "full.mkv", "track.wav", "-o", "second.mkv", "--audio-stream", "1")
-        self.assertEqual(streams("second.mkv")[1], ("audio", "aac"))
-        self.assertEqual(len(decode("second.mkv", "0:a:1")), len(self.track))
-        out = self.done("dub", "full.mkv", "full.mkv", "-o", "third.mp4", "--stream", "0x10002")
-        self.assertIn("left out: #3 subtitle (subrip)", out)
-        self.assertEqual(lag(self.track, decode("third.mp4"), 2000), 0)
+        self.assertEqual(streams("second.mkv")[1:3], [("audio", "aac"), ("audio", "flac")])
+        for name, left in (("third.mp4", "#3 subtitle (subrip)"), ("third.flac", "#0 video (h264)")):
+            out = self.done("dub", "full.mkv", "full.mkv", "-o", name, "--stream", "0x10002")
+            self.assertIn("left out: " + left, out)
+            self.assertEqual(lag(self.track, decode(name), 2000), 0)
+        self.assertEqual(streams("third.flac"), [("audio", "flac")])
 
     def test_programs_of_a_broadcast(self):
         ffmpeg("-i", "in.mp4", *lavfi("sine=r=48000:d=3"), "-map", "0:v", "-map", "0:a", "-map", "1", "-map", "1",
                "-c:v", "copy", "-c:a", "mp2", "-program", "program_num=3:st=0:st=1", "-program",
                "program_num=7:st=2:st=3", "two.ts")
-        for options, rate in (("", 44100), ("--program 3", 44100), ("--program 0x7", 48000), ("--stream 458755", 48000),
-                              ("--stream 0x70002", 48000), ("--stream 0x30001 --program 3", 44100)):
-            out = self.done("dub", "in.wav", "two.ts", "-o", "o.wav", "-n", *options.split())
-            self.assertRegex(out, f"track: +two.ts: {rate} Hz")
-        for number, rate in enumerate((44100, 48000, 48000)):
-            out = self.done("dub", "two.ts", "in.wav", "-o", "o.mkv", "-n", "--audio-stream", str(number))
-            self.assertRegex(out, f"input: +two.ts, stream #{number + 1}: {rate} Hz")
+        for command, shown in (("in.wav two.ts", 44100), ("in.wav two.ts --program 0x7", 48000),
+                               ("in.wav two.ts --stream 458755", 48000),
+                               ("in.wav two.ts --stream 0x30001 --program 3", 44100),
+                               ("two.ts in.wav --audio-stream 0", "stream #1: 44100"),
+                               ("two.ts in.wav --audio-stream 2", "stream #3: 48000")):
+            out = self.done("dub", "-n", "-o", "o.mka", *command.split())
+            self.assertRegex(out, f"two.ts[:,] {shown} Hz")
         self.all_fail(1, """
             dub two.ts in.wav -o o.mkv --audio-stream 3 | two.ts: has no audio stream 3: it has 3, counted from 0$
             dub in.wav two.ts -o o.wav --program 1 | two.ts: no program 1; there are: 3, 7$
@@ -186,12 +177,10 @@ class Video(Case):
         ffmpeg("-i", "in.mp4", "-c", "copy", "-output_ts_offset", "5000", "in.ts")
         for source, begin in (("late.mkv", 0.5), ("in.ts", 0.04)):  # A broadcast's clock starts anywhere.
             sound = self.sound("dub", source, "track.wav", "-d", "1", out="out.mkv")[::2]
-            shown = probe("out.mkv", "-show_streams", "-show_format")
-            self.assertLess(float(shown["format"]["start_time"]), 0.1)
-            self.assertEqual(len(video_packets("out.mkv")), 75)
-            start = float(shown["streams"][1]["start_time"])
+            picture, start = (float(s["start_time"]) for s in probe("out.mkv", "-show_streams")["streams"])
+            self.assertTrue(picture < 0.1 and abs(start - begin) < 0.045, (picture, start))
             self.assertAlmostEqual(next(i for i, value in enumerate(sound) if value) / RATE + start, 1, delta=0.0011)
-            self.assertAlmostEqual(start, begin, delta=0.045)
+            self.assertEqual(len(video_packets("out.mkv")), 75)
         ffmpeg("-i", "in.wav", "-af", "aselect='lt(t,1)+gt(t,2)'", "-c:a", "flac", "hole.mkv")
         long = noise(6, 3 * RATE)
         write_wav("long.wav", long)
@@ -201,8 +190,6 @@ class Video(Case):
 
 
 class Manners(Case):
-    """What it says and leaves, and when."""
-
     @classmethod
     def make(cls):
         write_wav("in.wav", noise(9, 30_000))
@@ -213,50 +200,38 @@ class Manners(Case):
         self.assertRegex(self.done("dub", "in.wav", "track.wav", "-o", "o.wav", "-d", "0.25"),
                          r"^o\.wav: sound of in\.wav replaced by track\.wav from 0:00:00\.250: \d+ frames, 0\.680 s, "
                          r"\d+x real time\n$")
-        self.assertEqual(self.done("dub", "in.wav", "track.wav", "-o", "p.wav", "--quiet"), "")
         for delay, silence in (("0.25", "0:00:00.000 to 0:00:00.250 (before the track), "
                                         "0:00:00.477 to 0:00:00.680 (after the track)"),
                                ("-0.1", "0:00:00.127 to 0:00:00.680 (after the track)"),
                                *((delay, "all of it: the track is never heard") for delay in ("9", "-9"))):
             out = self.done("dub", "in.wav", "track.wav", "-o", "o.flac", "-n", "-d", delay)
-            self.assertIn("silence: " + silence + "\n", out)
             self.assertIn("in.wav, stream #0: 44100 Hz, 2 channels, 0:00:00.680", out)
+            self.assertIn("silence: " + silence + "\n", out)
             self.assertFalse(os.path.exists("o.flac"))
         for kind in ("mka", "m4a", "ogg"):  # The same input gives the same bytes.
-            for name in ("a", "b"):
-                self.done("dub", "in.wav", "track.wav", "-o", f"{name}.{kind}")
-            self.assertTrue(read(f"a.{kind}") == read(f"b.{kind}"), kind)
+            for name in ("a.", "b."):
+                self.done("dub", "in.wav", "track.wav", "-o", name + kind)
+            self.assertTrue(read("a." + kind) == read("b." + kind), kind)
 
     def test_progress_and_interruption(self):
         for signum, code, name in ((None, 0, "o.mka"), (signal.SIGINT, 130, "o.m4a"), (signal.SIGTERM, 143, "o.m4a")):
-            try:
-                terminal, theirs = pty.openpty()
-            except OSError as error:
-                self.skipTest(f"no terminal to be had: {error}")
+            terminal, theirs = pty.openpty()
+            signal.signal(signal.SIGINT, signal.default_int_handler)  # Ignored under nohup, and then by children, too.
             process = subprocess.Popen([ZEL, "dub", "long.wav", "track.wav", "-o", name], stderr=theirs,
-                                       stdout=subprocess.PIPE, preexec_fn=fresh)
+                                       stdout=subprocess.PIPE)
             os.close(theirs)
-            self.addCleanup(os.close, terminal)
-            self.addCleanup(process.stdout.close)
-            shown = b""
-            while b"left" not in shown:
-                shown += os.read(terminal, 1000)
+            shown = os.read(terminal, 1000)
             self.assertRegex(shown.decode(), r"^\r *\d+ %  [\d.]+x real time  \d+:\d\d:\d\d left\x1b\[K")
-            self.assertTrue(self.pending())
+            self.assertTrue(pending())
             if signum:
                 process.send_signal(signum)
-            try:
-                while more := os.read(terminal, 1000):
-                    shown += more
-            except OSError:
-                pass  # Nobody has the other end any more.
-            self.assertEqual((process.wait(), bool(process.stdout.read())), (code, not signum))
+            with contextlib.suppress(OSError):  # In the end, nobody has the other end any more.
+                while True:
+                    shown += os.read(terminal, 1000)
+            os.close(terminal)
+            self.assertEqual((bool(process.communicate()[0]), process.returncode), (not signum, code))
             self.assertTrue(shown.endswith(b"left\x1b[K\r\x1b[K"), shown[-99:])  # The line is gone at the end.
-            self.assertEqual((self.pending(), os.path.exists(name)), ([], not signum))
-
-    @staticmethod
-    def pending():
-        return [name for name in os.listdir() if name.startswith(".zel-")]
+            self.assertEqual((pending(), os.path.exists(name)), ([], not signum))
 
     @unittest.skipUnless(platform.machine() == "x86_64", "the numbers of system calls are x86-64's")
     def test_file_systems_with_less(self):
@@ -265,17 +240,16 @@ class Manners(Case):
         for lacks in ({}, no_rename, no_rename | no_links):
             done = zel("dub", "-q", "in.wav", "track.wav", "-o", "o.wav", prepare=lambda: without(lacks))
             self.assertEqual(done, (0, "", ""))
-            self.assertEqual(len(read_wav("o.wav")), 60_000)
-            self.assertEqual(*((os.stat(name).st_mode, os.stat(name).st_nlink) for name in ("o.wav", "in.wav")))
+            self.assertEqual(*((len(read_wav(name)), os.stat(name).st_mode, os.stat(name).st_nlink)
+                               for name in ("o.wav", "in.wav")))
             os.unlink("o.wav")
             process = subprocess.Popen([ZEL, "dub", "-q", "long.wav", "track.wav", "-o", "o.mka"],
                                        stderr=subprocess.PIPE, preexec_fn=lambda: without(lacks))
-            while not self.pending() and process.poll() is None:
-                time.sleep(0.001)
+            while not pending():
+                self.assertIsNone(process.poll())
             write("o.mka", b"mine")
-            err = process.communicate()[1]
-            self.assertEqual((process.returncode, err), (1, b"zel: o.mka: exists already (--overwrite replaces it)\n"))
-            self.assertEqual(read("o.mka"), b"mine")
+            self.assertEqual((process.communicate()[1], process.returncode, read("o.mka")),
+                             (b"zel: o.mka: exists already (--overwrite replaces it)\n", 1, b"mine"))
             os.unlink("o.mka")
         # Where nothing helps, nothing is left.
         self.fails(("dub", "in.wav", "track.wav", "-o", "o.wav"), 1, "^zel: o.wav: Input/output error\n$",

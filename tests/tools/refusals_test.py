@@ -3,26 +3,28 @@
 import json
 import os
 import re
+import resource
 import socket
 import struct
 import subprocess
+import sys
+import unittest
 import zlib
 
-from support import (RATE, ZEL, Case, ffmpeg, lavfi, long_wav, noise, read, read_wav, small_files, write, write_wav,
-                     zel)
+from support import RATE, ZEL, Case, ffmpeg, lavfi, long_wav, noise, read, read_wav, write, write_wav, zel
 
 ELSEWHERE, CUT = "leads to other files, which are not opened", "the file is cut off or damaged"
 # What no command takes, and why.
-BAD = {"none.wav": "No such file or directory", "": "No such file or directory", "folder.wav": "Is a directory",
-       "fifo.wav": "not a regular file", "socket": "not a regular file", "loop": "Too many levels of symbolic links",
-       "in.wav/b": "Not a directory", "x" * 300: "File name too long", "empty.wav": "the file is empty",
+BAD = {"": "No such file or directory", "folder.wav": "Is a directory", "fifo.wav": "not a regular file",
+       "socket": "not a regular file", "loop": "Too many levels of symbolic links", "empty.wav": "the file is empty",
        "text.wav": "no known media format", "numbers.txt": "no known media format",
        **dict.fromkeys(("bin.dat", "300.mp3"), "the file is cut off, or in no known media format"),
        "900.mp4": "the file is cut off, or has no index", **dict.fromkeys(("30.flac", "100.mkv", "400.mkv"), CUT),
        **dict.fromkeys(("list.mp4", "list.wav", "list.m3u8", "fifo.idx"), ELSEWHERE)}
 # What has no sound that could be used.
 MUTE = {"mute.mp4": "has no sound", "text.mkv": "has no sound", "hollow.wav": "its sound is empty", "cut.flac": "",
-        "slow.wav": "its rate of 8 Hz is too far from 44100", "none.wav": "No such file", "list.mp4": ELSEWHERE}
+        "none.wav": "No such file", "list.mp4": ELSEWHERE}
+SLOW = {"slow.wav": "its rate of 8 Hz is too far from 44100"}
 # What has no picture that could be used.
 BLIND = {"in.wav": "has no video", "text.mkv": "has no video", "cover.m4a": "has no video: its only picture is a cover",
          "cut.mp4": "the file is cut off", "cut.png": "its video cannot be decoded .png.: it is cut off",
@@ -73,22 +75,14 @@ class Refusals(Case):
             os.symlink(*link.split())
         os.link("track.wav", "same.wav")
         os.link("mute.mp4", "same.png")
-        if os.geteuid() != 0:
-            os.link("logo.png", "secret")
-            os.chmod("secret", 0)
-            BAD["secret"] = "Permission denied"
 
     def test_sources(self):
         for before, after, reasons in (
-                (("convert",), ("-o", "o.wav"), {name: re.escape(why) + "$" for name, why in BAD.items()}),
-                (("convert",), ("-o", "o.wav"), {"tail.mp4": "the file is cut off"}),
-                (("dub", "in.wav"), ("-o", "o.wav"), MUTE), (("mix", "in.wav"), ("-o", "o.wav"), MUTE),
-                (("dub",), ("track.wav", "-o", "o.wav"), {**MUTE, "slow.wav": None}),
-                (("wave", "in.wav"), ("-o", "o.png"), {**MUTE, "slow.wav": None}),
-                (("frame",), ("-o", "o.png"), BLIND)):
+                ("convert", "-o o.wav", {**BAD, "tail.mp4": "the file is cut off"}),
+                ("dub in.wav", "-o o.wav", MUTE | SLOW), ("mix in.wav", "-o o.wav", MUTE | SLOW),
+                ("dub", "track.wav -o o.wav", MUTE), ("wave in.wav", "-o o.png", MUTE), ("frame", "-o o.png", BLIND)):
             for name, reason in reasons.items():
-                if reason is not None:
-                    self.fails((*before, name, *after), 1, f"^zel: {re.escape(name) or chr(39) * 2}: {reason}")
+                self.fails((*before.split(), name, *after.split()), 1, f"^zel: {name or chr(39) * 2}: {reason}")
         # The others go on.
         code, out, err = zel("info", *BAD, "in.wav")
         said = "".join(f"zel: {name or chr(39) * 2}: {why}\n" for name, why in BAD.items())
@@ -106,10 +100,10 @@ class Refusals(Case):
             convert in.wav -o @ : o.xyz wav | @: .*no known container
             convert in.wav -o none/o.wav | none/o.wav: its folder does not exist
             convert in.wav -o @ : in.wav/o.wav folder.wav fifo.wav | @: (Not a|Is a|not a regular)
+            convert in.wav -o /sys/o.wav | (Permission denied|Read-only file system)
             @ in.wav in.wav -o there.wav : dub mix | there.wav: exists already
-            wave in.wav -o there.png | there.png: exists already
+            @ mute.mp4 -o there.png : wave frame | there.png: exists already
             convert in.wav -o there.wav | there.wav: exists already
-            frame film.mkv -o there.png | there.png: exists already
             frame film.mkv -o lost.png | lost.png: is a link that leads nowhere
             frame film.mkv -o @ : o.jpg png .png | @: the name tells no known picture format .*png
             wave track.wav in.wav --overwrite -o o.svg | o.svg: .*no known picture format
@@ -119,14 +113,13 @@ class Refusals(Case):
             frame mute.mp4 --over logo.png -o @ --overwrite : same.png alias.png | @: is the same file as
             frame mute.mp4 -o o.png --at 2 | mute.mp4: has no picture at 0:00:02\.000: .* ends at 0:00:02\.000$
             frame film.mkv -o o.png --at 4 | film.mkv: has no picture at 0:00:04\.000: .* ends at 0:00:02\.000$
-            frame mute.mp4 -o o.png --over @ : none.png folder.wav | @: (No such file|Is a directory)
-            frame mute.mp4 -o o.png --over @ : fifo.wav empty.wav cut.png | @: (not a regular|.* is empty|.* is cut off)
+            frame mute.mp4 -o o.png --over @ : none.png folder.wav fifo.wav | @: (No such file|Is a dir|not a regular)
+            frame mute.mp4 -o o.png --over @ : empty.wav cut.png | @: the file is (empty|cut off)
             frame mute.mp4 -o o.png --over @ : '' in.wav text.wav | @: (a file needs a name|is no PNG file)
             frame mute.mp4 -o o.png --over bomb.png | bomb.png: a picture of 900000x900000 is too large
             dub film.mkv track.wav -o o.webm | o.webm: WebM holds no video of codec h264
             convert six.wav -o o.mp3 | o.mp3: MP3 .* holds no sound of 6 channels
             convert in.wav -o o.flac -c 1 -r @ : 768000 65541 | o.flac: .* holds no sound of @ Hz, 1 channel:
-            convert in.wav -o o.ogg -c 1 -r 200001 | o.ogg: .* holds no sound of 200001 Hz, 1 channel:
             dub in.wav mute.mp4 -o o.wav --program 1 | mute.mp4: no audio stream in program 1$
             convert mute.mp4 -o o.wav --stream 1 | mute.mp4: no audio stream 0x1; there are: none$
         """)
@@ -143,17 +136,14 @@ class Refusals(Case):
             mix in.wav -o o.wav | INPUT
             convert in.wav | --output is required
             dub in.wav track.wav -o o.wav @ : more --slow | @
-            info --what in.wav | --what
             dub in.wav track.wav -o o.wav @ 0x : --program --stream | @: '0x' is no id
             dub in.wav track.wav -o o.wav -d @ : -1.273x -inf | --delay: '@' is no
             dub in.wav track.wav -o o.wav --audio-stream -1 | --audio-stream: -1 is not from 0 to 65535
             convert in.wav -o o.wav -r @ : 0 -44100 999 768001 99999999999999999999 | rate: @ is not from 1000 to 768000
-            convert in.wav -o o.wav --rate @ : 1e4 '' | --rate: '@' is no whole number
-            convert in.wav -o o.wav --channels @ : 2.5 0x2 | --channels: '@' is no whole number
+            convert in.wav -o o.wav --rate @ : 1e4 '' 0x2 | --rate: '@' is no whole number
             convert in.wav -o o.wav -c @ : 0 9 | channels.* 8
             convert in.wav -o o.wav --audio-stream 0 @ 1 : --stream --program | excludes
             frame mute.mp4 -o o.png --at 1 --at 2 | --at: given more than once
-            frame mute.mp4 -o o.png --at noon | --at: 'noon'
             frame mute.mp4 -o o.png --near | --size
             frame mute.mp4 -o o.png --at-xy 1,2 | --over
             frame mute.mp4 -o o.png --over logo.png --at-xy @,0 : -2147483648 | @ is not from -1000000 to 1000000
@@ -167,12 +157,16 @@ class Refusals(Case):
         self.assertIn("Usage: ", self.done("--help"))
         self.assertIn("\nUsage: zel mix INPUT INPUT... -o OUTPUT [OPTIONS]\n", self.done("mix", "--help"))
 
+    @unittest.skipIf(os.environ.get("ZEL_SANITIZE"), "a sanitizer keeps freed memory")
     def test_memory_stays_constant(self):
         long_wav("long.wav", 1200)
+        script = ("import resource, subprocess, sys; subprocess.run([*sys.argv[1:], '-q', '--overwrite'], check=True);"
+                  "print(resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss)")
         for command, rate in (("dub long.wav long.wav -d -0.1 -o o.wav", RATE), ("mix long.wav in.wav -o o.wav", RATE),
                               ("convert long.wav -r 48000 -o o.wav", 48000), ("wave long.wav -o o.png", 0)):
-            short = command.replace("long", "in").replace("-o ", "-o p")
-            self.needs_no_more_memory(command.split(), short.split())
+            peaks = [int(subprocess.check_output([sys.executable, "-c", script, ZEL, *args.split()]))
+                     for args in (command, command.replace("long", "in").replace("-o ", "-o p"))]
+            self.assertLess(peaks[0], peaks[1] + 16 * 1024)  # In KiB.
             if rate:
                 self.assertEqual(os.path.getsize("o.wav") // 4, 1200 * rate + 20)
 
@@ -181,7 +175,8 @@ class Refusals(Case):
                                   (("dub", "in.wav", "in.wav"), 20_000, ("o.flac", "o.mkv")),
                                   (("frame", "mute.mp4"), 90, ("o.ppm", "o.bmp", "o.png"))):
             for name in names:
-                self.fails((*args, "-o", name), 1, f"^zel: {name}: File too large\n$", prepare=small_files(size))
+                self.fails((*args, "-o", name), 1, f"^zel: {name}: File too large\n$",
+                           prepare=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (size, size)))
         with open("/dev/full", "w", encoding="utf-8") as full:
             for args in (("--help",), ("info", "in.wav"), ("info", "--json", "in.wav")):
                 self.assertEqual(zel(*args, stdout=full), (1, "", "zel: standard output: No space left on device\n"))
@@ -197,16 +192,3 @@ class Refusals(Case):
         self.assertTrue(os.path.islink("alias.wav"))
         self.assertEqual((os.stat("there.wav").st_mode & 0o777, len(read_wav("there.wav"))), (0o640, 60_000))
         write("there.wav", b"mine")
-
-    def test_folders_without_permission(self):
-        def nobody():
-            if os.geteuid() == 0:
-                os.setuid(65534)
-
-        try:
-            zel("--version", prepare=nobody)
-        except (OSError, subprocess.SubprocessError):
-            self.skipTest(f"{ZEL} cannot be run without privileges from here")
-        os.chmod(".", 0o555)
-        self.addCleanup(os.chmod, ".", 0o755)
-        self.fails(("convert", "in.wav", "-o", "o.wav"), 1, "^zel: o.wav: Permission denied\n$", prepare=nobody)
