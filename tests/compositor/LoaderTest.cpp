@@ -54,7 +54,8 @@ void NoteRelease(const char* name) {
 /// A `Base` that writes down its releases.
 template <class Base>
 struct Noted : Base {
-  explicit Noted(const char* noted) : name(noted) {}
+  template <class... Args>
+  explicit Noted(const char* noted, Args... args) : Base(std::move(args)...), name(noted) {}
   ULONG NonDelegatingRelease() override {
     NoteRelease(name);
     return Base::NonDelegatingRelease();
@@ -113,14 +114,6 @@ struct Track : ScriptedStream {
   static inline std::atomic<double> lastSeek = 0;
 };
 
-struct Input : ScriptedStream {
-  Input()
-      : ScriptedStream("in", nullptr,
-                       [](long n) { return Block{.pts = n * 1'000'000, .value = kInput}; }) {
-    seekable = false;
-  }
-};
-
 struct Decoder : Component<IMediaDecoder> {
   HRESULT GetVideoStream(IMediaStream**) override { return E_FAIL; }
   HRESULT GetAudioStream(IMediaStream** out) override { return Give<Track>("track", out); }
@@ -154,7 +147,9 @@ class LoaderTest : public testing::Test {
     plan = std::make_unique<Plan>();
     g_plan = plan.get();
     host = std::make_unique<Host>();
-    input = MakeComponent<Noted<Input>>("input");
+    const Script script = [](long n) { return Block{.pts = n * 1'000'000, .value = kInput}; };
+    input = MakeComponent<Noted<ScriptedStream>>("input", "in", nullptr, script);
+    input->seekable = false;
     host->compositor->SetInputAudioStream(input.get());
   }
   /// Waits for a load that is under way.
@@ -184,7 +179,7 @@ class LoaderTest : public testing::Test {
 
   std::unique_ptr<Plan> plan;
   std::unique_ptr<Host> host;
-  Ref<Noted<Input>> input;
+  Ref<Noted<ScriptedStream>> input;
 };
 
 TEST(PathText, IsUtf8CutAtAWholeCharacter) {
@@ -252,30 +247,23 @@ TEST_F(LoaderTest, TakesANameOnce) {
 }
 
 TEST_F(LoaderTest, WhateverIsMissingEndsTheLoad) {
-  const struct {
-    const char* missing;
-    int decoded;
-    Selection selection = {};
-  } rows[] = {
-      {"media", 0},
-      {"programs", 0},
-      {"program", 0},
-      {"item", 0},
-      {"streams", 1},
-      {"stream", 1},
-      {"decoder", 1, {52, 0, 7, 0x70005}},
-      {"track", 1, {52, 0, 7, 0x70005}},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.missing);
+  for (const auto& [missing, decoded, isSelected] : {std::tuple("media", 0, false),
+                                                     {"programs", 0, false},
+                                                     {"program", 0, false},
+                                                     {"item", 0, false},
+                                                     {"streams", 1, false},
+                                                     {"stream", 1, false},
+                                                     {"decoder", 1, true},
+                                                     {"track", 1, true}}) {
+    SCOPED_TRACE(missing);
     Close();
     Open();
-    plan->missing = row.missing;
+    plan->missing = missing;
     EXPECT_EQ(Add(L"x"), S_OK);
     Close();
     EXPECT_EQ(plan->opened, 2);
-    EXPECT_EQ(plan->decoded, row.decoded);
-    EXPECT_EQ(plan->selection, row.selection);
+    EXPECT_EQ(plan->decoded, decoded);
+    EXPECT_EQ(plan->selection, isSelected ? (Selection{52, 0, 7, 0x70005}) : Selection{});
     EXPECT_THAT(plan->released, testing::Contains("manager"));
   }
 }
@@ -316,9 +304,10 @@ TEST_F(LoaderTest, CallsFromInsideAStreamReturn) {
     plan->holdsLoads = false;  // From here on the load of "a" waits for this call.
     std::thread([&] { EXPECT_EQ(Add(L"b"), S_OK); }).join();
     EXPECT_EQ(Add(L"c"), S_OK);
-    EXPECT_EQ(host->compositor->AddByMediaStream(input.get()), E_ZEL_STATE);
-    EXPECT_EQ(host->compositor->Remove(), E_ZEL_STATE);
-    EXPECT_EQ(host->compositor->SetInputAudioStream(nullptr), E_ZEL_STATE);
+    const HRESULT refused[] = {host->compositor->AddByMediaStream(input.get()),
+                               host->compositor->Remove(),
+                               host->compositor->SetInputAudioStream(nullptr)};
+    EXPECT_THAT(refused, testing::Each(E_ZEL_STATE));
     EXPECT_EQ(host->output->GetSampleEx(), nullptr);
     EXPECT_EQ(host->output->Seek(1, 1), -1.0);
   };
