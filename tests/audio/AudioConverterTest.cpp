@@ -1,12 +1,8 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <climits>
-#include <new>
 #include <optional>
 #include <stdexcept>
-#include <string>
-#include <vector>
 
 #include "tests/support/Kernels.h"
 #include "tests/support/LeakCheck.h"

@@ -1,9 +1,7 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <climits>
 #include <cmath>
-#include <vector>
 
 #include "tests/support/Kernels.h"
 #include "zel/audio/IntermixAudio.h"

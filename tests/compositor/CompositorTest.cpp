@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
-#include <memory>
 
 #include "tests/compositor/ScriptedStream.h"
 #include "tests/support/Allocations.h"
@@ -186,12 +185,7 @@ TEST_F(CompositorTest, TheSourceFindsACleanFrameInEveryPassAndMayFillIt) {
 }
 
 TEST_F(CompositorTest, BlocksWithoutSoundAreSilenceAndEndTheInput) {
-  struct Row {
-    const char* what;
-    Block block;
-    bool endsInput;
-  };
-  const Row rows[] = {
+  const std::tuple<const char*, Block, bool> rows[] = {
       {"8 bits", {.bits = 8}, false},          {"24 bits", {.bits = 24}, false},
       {"negative bits", {.bits = -64}, false}, {"no channels", {.channels = 0}, false},
       {"no rate", {.rate = -1}, false},        {"no data", {.hasData = false}, true},
@@ -199,14 +193,14 @@ TEST_F(CompositorTest, BlocksWithoutSoundAreSilenceAndEndTheInput) {
       {"no frame", {.hasFrame = false}, true}, {"no sample", {.hasSample = false}, true},
       {"no bytes", {.bytes = 0}, true},
   };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.what);
-    const Script script = [&row](long n) { return n == 0 ? row.block : Block{}; };
+  for (const auto& [what, block, endsInput] : rows) {
+    SCOPED_TRACE(what);
+    const Script script = [first = block](long n) { return n == 0 ? first : Block{}; };
     Play({}, script)->position = -1;
-    EXPECT_EQ(IsSilent(host.PullBytes()), row.block.bytes != 0) << "empty blocks are passed over";
+    EXPECT_EQ(IsSilent(host.PullBytes()), block.bytes != 0) << "empty blocks are passed over";
     EXPECT_FALSE(IsSilent(host.PullBytes())) << "the block after it is fine";
     compositor->SetInputAudioStream(Input(script));
-    EXPECT_EQ(host.Pull() == nullptr, row.endsInput);
+    EXPECT_EQ(host.Pull() == nullptr, endsInput);
   }
   compositor->SetInputAudioStream(nullptr);
 }
@@ -297,27 +291,23 @@ TEST_F(CompositorTest, ReadsTheSourceOnlyAsFarAsItMust) {
   EXPECT_EQ(TakeLog(), (Log{"src.Seek -1 1", "in.Forward", "in.GetSampleEx", "src.Seek -0.5 1"}));
   const Log next = {"in.Forward", "in.GetSampleEx", "src.Forward", "src.GetSampleEx"};
   const Log none = {"in.Forward", "in.GetSampleEx"};
-  const struct {
-    const char* what;
-    Log calls;
-    bool isSilent = false;
-  } pulls[] = {
+  const Log first = {"in.Forward", "in.GetSampleEx", "src.Seek 0 1", "src.GetSampleEx"};
+  const std::tuple<const char*, Log, bool> pulls[] = {
       {"before the delay", none, true},
-      {"at the delay, for which the request has waited",
-       {"in.Forward", "in.GetSampleEx", "src.Seek 0 1", "src.GetSampleEx"}},
-      {"nothing waits", next},
-      {"nothing waits, two frames come", next},
-      {"exactly a frame waits", next},
-      {"two frames wait", none},
-      {"exactly a frame waits", next},
-      {"exactly a frame waits, less than one comes", next},
+      {"at the delay, for which the request has waited", first, false},
+      {"nothing waits", next, false},
+      {"nothing waits, two frames come", next, false},
+      {"exactly a frame waits", next, false},
+      {"two frames wait", none, false},
+      {"exactly a frame waits", next, false},
+      {"exactly a frame waits, less than one comes", next, false},
       {"the source ends inside the frame", next, true},
-      {"it is tried again, and an odd number of bytes is taken", next},
+      {"it is tried again, and an odd number of bytes is taken", next, false},
   };
-  for (const auto& pull : pulls) {
-    SCOPED_TRACE(pull.what);
-    EXPECT_EQ(IsSilent(host.PullBytes()), pull.isSilent);
-    EXPECT_EQ(TakeLog(), pull.calls);
+  for (const auto& [what, calls, isSilent] : pulls) {
+    SCOPED_TRACE(what);
+    EXPECT_EQ(IsSilent(host.PullBytes()), isSilent);
+    EXPECT_EQ(TakeLog(), calls);
   }
   output->Seek(3, 1);  // Drops the 2,001 bytes that wait.
   const Bytes frame = host.PullBytes();

@@ -7,7 +7,6 @@
 #include <chrono>
 #include <cstring>
 #include <mutex>
-#include <random>
 #include <thread>
 
 #include "tests/compositor/CountedThreads.h"

@@ -1,15 +1,9 @@
 // The colour conversions, packed 4:2:2 routines and plane copies: worked-out values, a model of
 // each family pixel by pixel, and every colour, with the kernels of every level.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <climits>
-#include <cstdlib>
-#include <cstring>
-#include <functional>
-#include <ostream>
 #include <string>
-#include <vector>
 
 #include "tests/support/Kernels.h"
 #include "zel/Common/Image/ImageConvert.h"

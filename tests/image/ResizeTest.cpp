@@ -1,15 +1,10 @@
 // The resizing routines: worked-out values, and a model pixel by pixel that reads no pixel whose
 // weight is 0 and shares nothing with the library, with the kernels of every level.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <climits>
 #include <cmath>
-#include <cstring>
 #include <string>
-#include <tuple>
-#include <utility>
-#include <vector>
 
 #include "tests/support/Kernels.h"
 #include "zel/Common/Image/AlphaResize.h"

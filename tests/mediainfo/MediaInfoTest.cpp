@@ -4,9 +4,6 @@
 #include <climits>
 #include <cstring>
 #include <sstream>
-#include <tuple>
-#include <utility>
-#include <vector>
 
 #include "tests/support/Faces.h"
 #include "tests/support/LeakCheck.h"
@@ -279,10 +276,8 @@ TEST_F(MediaInfoTest, FindsStreamsByTwoRules) {
   const File file({far, one, twin});
   const auto info = MakeComponent<CMediaInfo>();
   info->Fill(&file);
-  struct Case {
-    unsigned long id;
-    std::uint32_t record, object;  ///< Ids of what FindStream and GetStreamInfoObject find; or 0.
-  };
+  // What FindStream and GetStreamInfoObject find by an id: the ids of the stream, or 0.
+  using Case = std::tuple<unsigned long, std::uint32_t, std::uint32_t>;
   for (const auto& [id, record, object] : {
            Case{0x00010001, 0x00010001, 0x00010001},  // Video.
            Case{0x00010002, 0x00010002, 0x00010002},  // Audio; the first program's one of two.

@@ -1,12 +1,8 @@
 #include <dlfcn.h>
-#include <gtest/gtest.h>
 
-#include <filesystem>
 #include <thread>
-#include <vector>
 
 #include "tests/support/Media.h"
-#include "zel/zel.h"
 
 namespace zel::test {
 namespace {
