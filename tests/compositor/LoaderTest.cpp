@@ -39,7 +39,6 @@ struct Plan {
   std::wstring decodedName;
   Selection selection{};
   Log released;  // Every release since the last file was opened.
-  std::atomic<bool> argumentsAreRight = true;
   std::atomic<int> opened = 0;
   std::atomic<int> decoded = 0;
 };
@@ -126,7 +125,7 @@ struct Manager : Component<IMediaDecoderMgr> {
     const std::lock_guard lock(g_plan->mutex);
     g_plan->decodedName = name;
     std::memcpy(&g_plan->selection, selection, sizeof *selection);
-    if (reserved != 0 || kind != 11 || *out != nullptr) g_plan->argumentsAreRight = false;
+    EXPECT_TRUE(reserved == 0 && kind == 11 && *out == nullptr);
     ++g_plan->decoded;
     return Give<Decoder>("decoder", out);
   }
@@ -134,7 +133,7 @@ struct Manager : Component<IMediaDecoderMgr> {
     const std::lock_guard lock(g_plan->mutex);
     g_plan->released.clear();
     g_plan->openedName = name;
-    if (kind != 11 || *out != nullptr) g_plan->argumentsAreRight = false;
+    EXPECT_TRUE(kind == 11 && *out == nullptr);
     return Give<Media>(++g_plan->opened == 1 ? "probed media" : "media", out);
   }
 };
@@ -157,7 +156,6 @@ class LoaderTest : public testing::Test {
     host = nullptr;
     input = nullptr;
     EXPECT_EQ(g_liveStreams, 0);
-    EXPECT_TRUE(plan->argumentsAreRight);
   }
   void TearDown() override { Close(); }
 
@@ -360,10 +358,8 @@ extern "C" {
 ZEL_API HRESULT CreateScripted(const _GUID& clsid, IUnknown* outer, unsigned long context,
                                const _GUID& iid, void** out) {
   using namespace zel::test;
-  if (!ZelIsEqualGUID(clsid, CLSID_CMediaDecoderMgr) || outer != nullptr || context != 0 ||
-      !ZelIsEqualGUID(iid, IID_IMediaDecoderMgr)) {
-    g_plan->argumentsAreRight = false;
-  }
+  EXPECT_TRUE(ZelIsEqualGUID(clsid, CLSID_CMediaDecoderMgr) && outer == nullptr && context == 0 &&
+              ZelIsEqualGUID(iid, IID_IMediaDecoderMgr));
   return Give<Manager>("manager", reinterpret_cast<IMediaDecoderMgr**>(out));
 }
 

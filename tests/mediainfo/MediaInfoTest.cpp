@@ -19,20 +19,18 @@ using zel::MakeComponent, zel::Ref;
 
 /// A program's record. The ids of its video, audio and subpicture streams count up from 1.
 struct Program : ProgramInfo {
-  std::vector<StreamInfo> streams;
+  StreamInfo streams[4] = {};
   Program(std::uint32_t program, int videos, int audios, int subPics)
       : ProgramInfo{100, program, 2.5, 64000, videos, audios, {}, {}, 0xABC, subPics, {}} {
     static unsigned char data[] = {7, 8, 9};
-    StreamInfo stream{};
-    stream.id = program << 16;
-    stream.channelIndex = -1;
-    stream.extraData = data;
-    stream.extraDataLength = 3;
-    for (int i = 0; i < videos + audios + subPics; ++i) {
-      ++stream.id;
-      streams.push_back(stream);
+    std::uint32_t next = program << 16;
+    for (StreamInfo& stream : streams) {
+      stream.id = ++next;
+      stream.channelIndex = -1;
+      stream.extraData = data;
+      stream.extraDataLength = 3;
     }
-    videoStreams = streams.data();
+    videoStreams = streams;
     audioStreams = videoStreams + videos;
     subPicStreams = audioStreams + audios;
   }
@@ -40,12 +38,9 @@ struct Program : ProgramInfo {
 
 struct File : MEDIA_FILE_INFO {
   std::vector<ProgramInfo> records;
-  explicit File(std::vector<ProgramInfo> list) : MEDIA_FILE_INFO{}, records(std::move(list)) {
-    fourCC = 77;
-    std::wcscpy(fileName, L"/a/\x4E2D.mp4");
+  explicit File(std::vector<ProgramInfo> list)
+      : MEDIA_FILE_INFO{77, L"/a/\x4E2D.mp4", {}, 12.25, 128000, {}, {}, {}}, records(list) {
     std::wmemset(description, L'x', 128);  // Without a terminator.
-    mediaLength = 12.25;
-    bitrate = 128000;
     programCount = static_cast<int>(records.size());
     programs = records.data();
   }
