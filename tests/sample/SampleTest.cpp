@@ -146,7 +146,8 @@ TEST_F(SampleTest, AllocatesByStreamAndImageFormat) {
                               encoded.RemallocYUVFrame(4, 2, YUV_IMAGE_420P),
                               picture.RemallocYUVFrame(4, 2, static_cast<YUV_IMAGE_FORMAT>(1)),
                               picture.RemallocYUVFrame(65536, 65536, YUV_IMAGE_420P),
-                              picture.RemallocYUVFrame(~0U, ~0U, YUV_IMAGE_420P),
+                              picture.RemallocYUVFrame(~0U, 0, YUV_IMAGE_420P),
+                              picture.RemallocYUVFrame(0, ~0U, YUV_IMAGE_420P),
                               picture.RemallocYUVFrame(INT_MAX, 2, YUV_IMAGE_420P),
                               sound.SetSampleSize(0x80000000UL)};
   EXPECT_THAT(refusals, Each(E_ZEL_STATE));
@@ -197,9 +198,10 @@ TEST_F(SampleTest, CopiesWhatThereIsAndRefreshesSizes) {
   audio.frame().audio.nDataSize = audio.frame().audio.nBufferSize = 0;
   EXPECT_THAT(Text(audio, audio.RefreshSampleInfo()),
               EndsWith(" 0 70 60 -5 | 1 0 -5 0 44100 2 16 0 0 ''"));
+  EXPECT_EQ(encoded.RefreshSampleInfo() + encoded.IsKeyFrame(), 0);
   encoded.frame().bKeyFrame = 2;
   encoded.frame().video.buffer.nBufferSize = 7;
-  EXPECT_THAT(Text(encoded, encoded.RefreshSampleInfo()), EndsWith(" 7 0 0 0 | 0 2 0 0 0 7 ''"));
+  EXPECT_THAT(Text(encoded, encoded.RefreshSampleInfo()), EndsWith(" 1 7 0 0 0 | 0 2 0 0 0 7 ''"));
 
   // Without U, V goes where the larger picture had it.
   Copy(video, Frame(kPicture, 3, 3));
