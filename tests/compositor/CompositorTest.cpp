@@ -206,13 +206,13 @@ TEST_F(CompositorTest, BlocksWithoutSoundAreSilenceAndEndTheInput) {
 }
 
 TEST_F(CompositorTest, AnOutputThatCannotBeConvertedToIsSilent) {
-  ScriptedStream* input = Input();
-  for (const AudioInfo& format : {AudioInfo{44100, 0, 16, {}}, AudioInfo{0, 2, 16, {}},
-                                  AudioInfo{INT_MAX, 1, 16, {}} /* no memory holds the result */}) {
-    input->record.audioInfo = format;
+  // No memory holds the result of the last one.
+  for (const auto& [rate, channels] : {std::pair(44100, 0), {0, 2}, {INT_MAX, 1}}) {
+    ScriptedStream* input = Input();
+    input->record.audioInfo = {rate, channels, 16, {}};
     compositor->SetInputAudioStream(input);
     compositor->AddByMediaStream(Source([](long) { return Block{.rate = 1}; }));
-    EXPECT_TRUE(IsSilent(host.PullBytes())) << format.sampleRate;
+    EXPECT_TRUE(IsSilent(host.PullBytes())) << rate;
   }
 }
 

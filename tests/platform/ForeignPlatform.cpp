@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstdio>
 #include <cstdlib>
 #include <cwchar>
 
@@ -22,9 +21,7 @@ constexpr wchar_t kMark = 0xF0E1;
 struct Calls {
   std::atomic<long> ids = 0, counts = 0, records = 0;
   ~Calls() {
-    if (ids > 0 && counts > 0 && records == 0) return;
-    std::fprintf(stderr, "%ld ids parsed, %ld records kept\n", ids.load(), records.load());
-    _exit(1);
+    if (ids == 0 || counts == 0 || records != 0) _exit(1);
   }
 } g_calls;
 
@@ -79,8 +76,9 @@ HRESULT ZelCreateInstance(const _GUID&, IUnknown*, unsigned long, const _GUID&, 
 
 // Its pointers lead to what belongs to the host, which outlives it.
 ProgramInfo* CloneProgramInfo(const ProgramInfo* info) {
+  auto* copy = new ProgramInfo(*info);
   ++g_calls.records;
-  return new ProgramInfo(*info);
+  return copy;
 }
 
 void FreeProgramInfo(ProgramInfo* info) {
