@@ -53,8 +53,9 @@ TEST(SingleLock, HoldsUntilItsEnd) {
   }
 }
 
-TEST(BaseThread, HasNothingToStopWithoutARun) {
+TEST(BaseThread, RunsOnceAtATimeUntilStopped) {
   Worker worker;
+  BaseThread withDefaultBody;
   for (const bool isRefused : {false, true}) {
     g_refuseThreads = isRefused;
     EXPECT_TRUE(!isRefused || worker.Start() == 0);
@@ -64,18 +65,11 @@ TEST(BaseThread, HasNothingToStopWithoutARun) {
     EXPECT_EQ(worker.GetStopEvent()->Wait(0), 0U);
   }
   g_refuseThreads = false;
-  EXPECT_EQ(worker.Start(), 1) << "the next one can be made";
-}
-
-TEST(BaseThread, RunsOnceAtATimeUntilStopped) {
-  Worker worker;
-  BaseThread withDefaultBody;
   ASSERT_EQ(withDefaultBody.Start(), 1);
   ASSERT_EQ(worker.Start(), 1);
   EXPECT_EQ(worker.GetState(), BaseThread::kRunning);
   EXPECT_EQ(worker.Start(), 0);
-  EXPECT_EQ(worker.Wait(0), WAIT_TIMEOUT);
-  EXPECT_EQ(worker.Wait(20), WAIT_TIMEOUT);
+  for (const unsigned ms : {0U, 20U}) EXPECT_EQ(worker.Wait(ms), WAIT_TIMEOUT);
   EXPECT_EQ(worker.Stop(), 1);
   EXPECT_EQ(worker.runs, 1);
   EXPECT_EQ(worker.GetState(), BaseThread::kFinished);

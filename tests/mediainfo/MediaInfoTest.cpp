@@ -227,16 +227,13 @@ struct File : MEDIA_FILE_INFO {
   }
 };
 
-constexpr HRESULT (IProgramInfo::*kLists[])(IStreamInfos**) = {&IProgramInfo::GetVideoStreamInfos,
-                                                               &IProgramInfo::GetAudioStreamInfos,
-                                                               &IProgramInfo::GetSubPicStreamInfos};
-
 /// A program's numbers, and the ids of its streams list by list.
 std::string Text(IProgramInfo& p) {
   std::ostringstream out;
   out << p.GetNumber() << ' ' << p.GetID() << ' ' << p.GetMediaLength() << ' ' << p.GetBitrate()
       << ' ' << std::hex << p.GetTimeStampReferenceStreamID();
-  for (const auto get : kLists) {
+  for (const auto get : {&IProgramInfo::GetVideoStreamInfos, &IProgramInfo::GetAudioStreamInfos,
+                         &IProgramInfo::GetSubPicStreamInfos}) {
     Ref<IStreamInfos> list;
     out << ((p.*get)(list.Receive()) == S_OK ? " |" : " -");
     for (int i = 0; list && i < list->GetCount(); ++i) {
