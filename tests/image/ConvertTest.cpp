@@ -585,16 +585,15 @@ TEST(Convert, PreconditionsAreAssertions) {
   dies(32, from, bitsFrom + " && pA", CALL(Rgb32_2_yuv420_Alpha(b, b, b, p, 2, 1, 1, h, b)));
   dies(32, from, bitsFrom, CALL(Rgb32_2_yuv420A(b, b, b, b, 2, 1, 1, h, p)));
 #undef CALL
-#define DIES(text, call) EXPECT_DEATH(call, HasSubstr(std::string(text) + "'"))
   const std::string packed = "lpBitsDst && lpBitsSrc", fits = "(xDst + cxDst) * 2 <= nPitchDst";
-  DIES(packed, Rgb24_2_YUY2(bytes, 4, 0, 0, 2, 1, 1, nullptr, 1, 6, 0, 0));
-  DIES(fits, Rgb24_2_YUY2(bytes, 3, 0, 0, 2, 1, 1, bytes, 1, 6, 0, 0));
-  DIES(fits, Rgb24_2_YUY2(bytes, 8, 0x7fffffff, 0, 2, 1, 1, bytes, 1, 6, 0, 0));
-  DIES("nPitchSrc / 3 - xSrc >= cxDst", Rgb24_2_YUY2(bytes, 4, 0, 0, 2, 1, 1, bytes, 1, 8, 1, 0));
-  DIES(packed, YUY2_2_Rgb24(nullptr, 1, 6, 0, 0, 2, 1, bytes, 4, 1, 0, 0));
-  DIES("(char*)V <= ((char*)pV + (ySrc + cy) * nPt_V)",
-       YUY2_2_Yuv420(bytes, bytes, bytes, 2, 1, 1, 0, 8, 2, 2, bytes, 4, 1, 0, 0));
-#undef DIES
+  EXPECT_DEATH(Rgb24_2_YUY2(bytes, 4, 0, 0, 2, 1, 1, nullptr, 1, 6, 0, 0), HasSubstr(packed));
+  EXPECT_DEATH(Rgb24_2_YUY2(bytes, 3, 0, 0, 2, 1, 1, bytes, 1, 6, 0, 0), HasSubstr(fits));
+  EXPECT_DEATH(Rgb24_2_YUY2(bytes, 8, 0x7fffffff, 0, 2, 1, 1, bytes, 1, 6, 0, 0), HasSubstr(fits));
+  EXPECT_DEATH(Rgb24_2_YUY2(bytes, 4, 0, 0, 2, 1, 1, bytes, 1, 8, 1, 0),
+               HasSubstr("nPitchSrc / 3 - xSrc >= cxDst"));
+  EXPECT_DEATH(YUY2_2_Rgb24(nullptr, 1, 6, 0, 0, 2, 1, bytes, 4, 1, 0, 0), HasSubstr(packed));
+  EXPECT_DEATH(YUY2_2_Yuv420(bytes, bytes, bytes, 2, 1, 1, 0, 8, 2, 2, bytes, 4, 1, 0, 0),
+               HasSubstr("(char*)V <= ((char*)pV + (ySrc + cy) * nPt_V)"));
   auto bmi32 = Header(2, 2, 32);
   Bytes y(4), u(1), v(1);
   Rgb32_2_yuv420A(y.data(), u.data(), v.data(), nullptr, 2, 1, 1, &bmi32, bytes);
