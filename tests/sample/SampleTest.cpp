@@ -412,8 +412,8 @@ TEST_F(SampleTest, GoesBackToItsPool) {
 TEST(SampleDeathTest, AssertsItsPreconditions) {
   Sample audio(kSound), other(kSound, 4), bitmap(kBitmap, 4);
   const MEDIA_FRAME sound = Frame(kSound, 4), unknown = Frame(3, 0);
-  MEDIA_FRAME typeless = Frame(kBytes, 0);
-  typeless.nStreamType = AV_STREAM_NONE;
+  MEDIA_FRAME typeless{};
+  typeless.video.nImageFormat = kBytes;
   CZelSample none;
   EXPECT_DEATH(none.SetSampleSize(1), "`0'");
   none.FrameAttach(&typeless);
