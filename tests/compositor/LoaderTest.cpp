@@ -7,7 +7,6 @@
 #include <chrono>
 #include <cstring>
 #include <mutex>
-#include <random>
 #include <thread>
 
 #include "tests/compositor/CountedThreads.h"
@@ -40,7 +39,6 @@ struct Plan {
   std::wstring decodedName;
   Selection selection{};
   Log released;  // Every release since the last file was opened.
-  std::atomic<bool> argumentsAreRight = true;
   std::atomic<int> opened = 0;
   std::atomic<int> decoded = 0;
 };
@@ -54,7 +52,8 @@ void NoteRelease(const char* name) {
 /// A `Base` that writes down its releases.
 template <class Base>
 struct Noted : Base {
-  explicit Noted(const char* noted) : name(noted) {}
+  template <class... Args>
+  explicit Noted(const char* noted, Args... args) : Base(std::move(args)...), name(noted) {}
   ULONG NonDelegatingRelease() override {
     NoteRelease(name);
     return Base::NonDelegatingRelease();
@@ -113,14 +112,6 @@ struct Track : ScriptedStream {
   static inline std::atomic<double> lastSeek = 0;
 };
 
-struct Input : ScriptedStream {
-  Input()
-      : ScriptedStream("in", nullptr,
-                       [](long n) { return Block{.pts = n * 1'000'000, .value = kInput}; }) {
-    seekable = false;
-  }
-};
-
 struct Decoder : Component<IMediaDecoder> {
   HRESULT GetVideoStream(IMediaStream**) override { return E_FAIL; }
   HRESULT GetAudioStream(IMediaStream** out) override { return Give<Track>("track", out); }
@@ -134,7 +125,7 @@ struct Manager : Component<IMediaDecoderMgr> {
     const std::lock_guard lock(g_plan->mutex);
     g_plan->decodedName = name;
     std::memcpy(&g_plan->selection, selection, sizeof *selection);
-    if (reserved != 0 || kind != 11 || *out != nullptr) g_plan->argumentsAreRight = false;
+    EXPECT_TRUE(reserved == 0 && kind == 11 && *out == nullptr);
     ++g_plan->decoded;
     return Give<Decoder>("decoder", out);
   }
@@ -142,7 +133,7 @@ struct Manager : Component<IMediaDecoderMgr> {
     const std::lock_guard lock(g_plan->mutex);
     g_plan->released.clear();
     g_plan->openedName = name;
-    if (kind != 11 || *out != nullptr) g_plan->argumentsAreRight = false;
+    EXPECT_TRUE(kind == 11 && *out == nullptr);
     return Give<Media>(++g_plan->opened == 1 ? "probed media" : "media", out);
   }
 };
@@ -154,7 +145,9 @@ class LoaderTest : public testing::Test {
     plan = std::make_unique<Plan>();
     g_plan = plan.get();
     host = std::make_unique<Host>();
-    input = MakeComponent<Noted<Input>>("input");
+    const Script script = [](long n) { return Block{.pts = n * 1'000'000, .value = kInput}; };
+    input = MakeComponent<Noted<ScriptedStream>>("input", "in", nullptr, script);
+    input->seekable = false;
     host->compositor->SetInputAudioStream(input.get());
   }
   /// Waits for a load that is under way.
@@ -163,7 +156,6 @@ class LoaderTest : public testing::Test {
     host = nullptr;
     input = nullptr;
     EXPECT_EQ(g_liveStreams, 0);
-    EXPECT_TRUE(plan->argumentsAreRight);
   }
   void TearDown() override { Close(); }
 
@@ -184,7 +176,7 @@ class LoaderTest : public testing::Test {
 
   std::unique_ptr<Plan> plan;
   std::unique_ptr<Host> host;
-  Ref<Noted<Input>> input;
+  Ref<Noted<ScriptedStream>> input;
 };
 
 TEST(PathText, IsUtf8CutAtAWholeCharacter) {
@@ -252,30 +244,23 @@ TEST_F(LoaderTest, TakesANameOnce) {
 }
 
 TEST_F(LoaderTest, WhateverIsMissingEndsTheLoad) {
-  const struct {
-    const char* missing;
-    int decoded;
-    Selection selection = {};
-  } rows[] = {
-      {"media", 0},
-      {"programs", 0},
-      {"program", 0},
-      {"item", 0},
-      {"streams", 1},
-      {"stream", 1},
-      {"decoder", 1, {52, 0, 7, 0x70005}},
-      {"track", 1, {52, 0, 7, 0x70005}},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.missing);
+  for (const auto& [missing, decoded, isSelected] : {std::tuple("media", 0, false),
+                                                     {"programs", 0, false},
+                                                     {"program", 0, false},
+                                                     {"item", 0, false},
+                                                     {"streams", 1, false},
+                                                     {"stream", 1, false},
+                                                     {"decoder", 1, true},
+                                                     {"track", 1, true}}) {
+    SCOPED_TRACE(missing);
     Close();
     Open();
-    plan->missing = row.missing;
+    plan->missing = missing;
     EXPECT_EQ(Add(L"x"), S_OK);
     Close();
     EXPECT_EQ(plan->opened, 2);
-    EXPECT_EQ(plan->decoded, row.decoded);
-    EXPECT_EQ(plan->selection, row.selection);
+    EXPECT_EQ(plan->decoded, decoded);
+    EXPECT_EQ(plan->selection, isSelected ? (Selection{52, 0, 7, 0x70005}) : Selection{});
     EXPECT_THAT(plan->released, testing::Contains("manager"));
   }
 }
@@ -316,9 +301,10 @@ TEST_F(LoaderTest, CallsFromInsideAStreamReturn) {
     plan->holdsLoads = false;  // From here on the load of "a" waits for this call.
     std::thread([&] { EXPECT_EQ(Add(L"b"), S_OK); }).join();
     EXPECT_EQ(Add(L"c"), S_OK);
-    EXPECT_EQ(host->compositor->AddByMediaStream(input.get()), E_ZEL_STATE);
-    EXPECT_EQ(host->compositor->Remove(), E_ZEL_STATE);
-    EXPECT_EQ(host->compositor->SetInputAudioStream(nullptr), E_ZEL_STATE);
+    const HRESULT refused[] = {host->compositor->AddByMediaStream(input.get()),
+                               host->compositor->Remove(),
+                               host->compositor->SetInputAudioStream(nullptr)};
+    EXPECT_THAT(refused, testing::Each(E_ZEL_STATE));
     EXPECT_EQ(host->output->GetSampleEx(), nullptr);
     EXPECT_EQ(host->output->Seek(1, 1), -1.0);
   };
@@ -372,10 +358,8 @@ extern "C" {
 ZEL_API HRESULT CreateScripted(const _GUID& clsid, IUnknown* outer, unsigned long context,
                                const _GUID& iid, void** out) {
   using namespace zel::test;
-  if (!ZelIsEqualGUID(clsid, CLSID_CMediaDecoderMgr) || outer != nullptr || context != 0 ||
-      !ZelIsEqualGUID(iid, IID_IMediaDecoderMgr)) {
-    g_plan->argumentsAreRight = false;
-  }
+  EXPECT_TRUE(ZelIsEqualGUID(clsid, CLSID_CMediaDecoderMgr) && outer == nullptr && context == 0 &&
+              ZelIsEqualGUID(iid, IID_IMediaDecoderMgr));
   return Give<Manager>("manager", reinterpret_cast<IMediaDecoderMgr**>(out));
 }
 

@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "zel/compositor/detail/CompositorImpl.h"
 #include "zel/zel.h"
 
 namespace zel::test {
@@ -52,11 +53,9 @@ class ScriptedStream : public Component<IMediaStream> {
   }
 
   HRESULT GetStreamInfo(IStreamInfo** ppInfo) override {
-    if (infoResult == E_FAIL) return E_FAIL;
-    auto info =
-        hasRecord ? MakeComponent<CStreamInfo>() : MakeComponent<CStreamInfo>(nullptr, nullptr);
+    auto info = MakeComponent<CStreamInfo>(nullptr, nullptr);
     if (hasRecord) info->SetStreamInfo(&record);
-    *ppInfo = info.Detach();
+    if (infoResult != E_FAIL) *ppInfo = info.Detach();
     return infoResult;
   }
   HRESULT ChangeStream(int index) override {
@@ -139,19 +138,7 @@ inline ULONG CountOf(IUnknown* object) {
 
 /// A compositor and its output.
 struct Host {
-  Host() {
-    Ref<IClassFactory> factory;
-    EXPECT_EQ(DllGetClassObject(CLSID_CAudioCompositor, IID_IClassFactory, factory.ReceiveVoid()),
-              S_OK);
-    EXPECT_EQ(factory->CreateInstance(nullptr, IID_IAudioCompositor, compositor.ReceiveVoid()),
-              S_OK);
-    EXPECT_EQ(compositor->GetOutPutAudioStream(output.Receive()), S_OK);
-  }
-  void Close() {
-    output = nullptr;
-    if (!compositor) return;
-    EXPECT_EQ(compositor.Detach()->Release(), 0U);
-  }
+  void Close() { EXPECT_EQ(compositor ? compositor.Detach()->Release() : 0, 0U); }
   const MEDIA_FRAME* Pull() const {
     output->Forward();
     CZelSample* sample = output->GetSampleEx();
@@ -163,8 +150,8 @@ struct Host {
     return {frame->audio.pData, frame->audio.pData + frame->audio.nDataSize};
   }
 
-  Ref<IAudioCompositor> compositor;
-  Ref<IMediaStream> output;
+  Ref<CAudioCompositor> compositor = MakeComponent<CAudioCompositor>(nullptr, nullptr);
+  IMediaStream* output = compositor.get();
 };
 
 }  // namespace zel::test

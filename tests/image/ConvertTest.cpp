@@ -1,15 +1,9 @@
 // The colour conversions, packed 4:2:2 routines and plane copies: worked-out values, a model of
 // each family pixel by pixel, and every colour, with the kernels of every level.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <climits>
-#include <cstdlib>
-#include <cstring>
-#include <functional>
-#include <ostream>
 #include <string>
-#include <vector>
 
 #include "tests/support/Kernels.h"
 #include "zel/Common/Image/ImageConvert.h"
@@ -456,17 +450,14 @@ const Routine kRoutines[] = {
 class EveryRoutine : public KernelTest, public testing::WithParamInterface<Routine> {
  protected:
   void Check(const Shape& s) {
-    const auto model = [&](Arena& arena) {
-      Shape near = s;
-      near.far = false;
-      GetParam().family(arena, near, true);
-    };
-    const auto routine = [&](Arena& arena) {
-      GetParam().family(arena, s, false);
+    const auto run = [&](Arena& arena, bool model) {
+      Shape shape = s;
+      shape.far = s.far && !model;
+      GetParam().family(arena, shape, model);
       for (const FarPlane& p : farPlanes) CopyRows(p.near, p.far, p.rows, p.rowBytes);
       farPlanes.clear();
     };
-    ASSERT_TRUE(SameAtEveryLevel(seed_++, model, routine)) << s;
+    ASSERT_TRUE(SameAtEveryLevel(seed_++, run)) << s;
   }
   unsigned seed_ = 1;
 };
@@ -569,46 +560,43 @@ TEST(Convert, GivesTheWorkedOutColours) {
 }
 
 TEST(Convert, PreconditionsAreAssertions) {
-  Byte b[64] = {};
-  auto bmi24 = Header(2, 2, 24), bmi32 = Header(2, 2, 32);
-  tagBITMAPINFO info8{Header(2, 2, 8), {}}, info24{bmi24, {}};
-#define DIES(text, call) EXPECT_DEATH(call, HasSubstr(std::string(text) + "'"))
-  const std::string to = "lpDstBmi && lpDstBmi->biBitCount == ",
-                    toPlanes = "lpDstBits && pY && pU && pV";
-  DIES(to + "24", Yuv420_2_rgb24(&bmi32, b, b, b, b, 2, 1, 1));
-  DIES(toPlanes, Yuv420_2_rgb24(&bmi24, b, b, nullptr, b, 2, 1, 1));
-  DIES(to + "32", Yuv420_2_rgb32(nullptr, b, b, b, b, 2, 1, 1));
-  DIES(toPlanes, Yuv420_2_rgb32(&bmi32, nullptr, b, b, b, 2, 1, 1));
-  DIES(to + "32", Yuv420_2_Argb(&bmi24, b, b, b, b, 2, 1, 1));
-  DIES(toPlanes, Yuv420_2_Argb(&bmi32, b, nullptr, b, b, 2, 1, 1));
-  DIES(to + "32", Yuv420_2_rgb32_Alpha(&bmi24, b, b, b, b, b, 2, 1, 1));
-  DIES(toPlanes + " && pA", Yuv420_2_rgb32_Alpha(&bmi32, b, b, b, b, nullptr, 2, 1, 1));
-  const std::string from = "lpSrcBmi && lpSrcBmi->biBitCount == ",
-                    fromPlanes = "lpSrcBits && pY && pU && pV";
-  DIES(from + "24", Rgb24_2_yuv420(b, b, b, 2, 1, 1, &bmi32, b));
-  DIES(fromPlanes, Rgb24_2_yuv420(b, b, b, 2, 1, 1, &bmi24, nullptr));
-  DIES(from + "32", Rgb32_2_yuv420(b, b, b, 2, 1, 1, &bmi24, b));
-  DIES(fromPlanes, Rgb32_2_yuv420(b, b, nullptr, 2, 1, 1, &bmi32, b));
-  DIES(from + "32", Argb_2_yuv420(b, b, b, 2, 1, 1, nullptr, b));
-  DIES(fromPlanes, Argb_2_yuv420(b, nullptr, b, 2, 1, 1, &bmi32, b));
-  DIES("lpBitmapInfo && lpBitmapInfo->bmiHeader.biBitCount == 8",
-       Rgb8_2_YUV420(b, b, b, 2, 1, 1, &info24, b));
-  DIES(fromPlanes, Rgb8_2_YUV420(nullptr, b, b, 2, 1, 1, &info8, b));
-  DIES(from + "32", Rgb32_2_yuv420_Alpha(b, b, b, b, 2, 1, 1, &bmi24, b));
-  DIES(fromPlanes + " && pA", Rgb32_2_yuv420_Alpha(b, b, b, nullptr, 2, 1, 1, &bmi32, b));
-  DIES(from + "32", Rgb32_2_yuv420A(b, b, b, b, 2, 1, 1, &bmi24, b));
-  DIES(fromPlanes, Rgb32_2_yuv420A(b, b, b, b, 2, 1, 1, &bmi32, nullptr));
+  Byte bytes[64] = {};
+  const auto dies = [&](int bits, const std::string& depth, const std::string& pointers,
+                        void (*convert)(BitmapHeader*, Byte*, Byte*)) {
+    tagBITMAPINFO right{Header(2, 2, bits), {}}, wrong{Header(2, 2, 40 - bits), {}};
+    const auto wrongDepth = HasSubstr(depth + "biBitCount == " + std::to_string(bits) + "'");
+    EXPECT_DEATH(convert(nullptr, bytes, bytes), wrongDepth);
+    EXPECT_DEATH(convert(&wrong.bmiHeader, bytes, bytes), wrongDepth);
+    EXPECT_DEATH(convert(&right.bmiHeader, nullptr, bytes), HasSubstr(pointers + "'"));
+  };
+  // `p` is one pointer that must not be null, each time another one.
+  const std::string to = "lpDstBmi && lpDstBmi->", bitsTo = "lpDstBits && pY && pU && pV",
+                    from = "lpSrcBmi && lpSrcBmi->", bitsFrom = "lpSrcBits && pY && pU && pV";
+#define CALL(call) [](BitmapHeader* h, Byte* p, Byte* b) { call; }
+  dies(24, to, bitsTo, CALL(Yuv420_2_rgb24(h, b, b, p, b, 2, 1, 1)));
+  dies(32, to, bitsTo, CALL(Yuv420_2_rgb32(h, p, b, b, b, 2, 1, 1)));
+  dies(32, to, bitsTo, CALL(Yuv420_2_Argb(h, b, p, b, b, 2, 1, 1)));
+  dies(32, to, bitsTo + " && pA", CALL(Yuv420_2_rgb32_Alpha(h, b, b, b, b, p, 2, 1, 1)));
+  dies(24, from, bitsFrom, CALL(Rgb24_2_yuv420(b, b, b, 2, 1, 1, h, p)));
+  dies(32, from, bitsFrom, CALL(Rgb32_2_yuv420(b, b, p, 2, 1, 1, h, b)));
+  dies(32, from, bitsFrom, CALL(Argb_2_yuv420(b, p, b, 2, 1, 1, h, b)));
+  dies(8, "lpBitmapInfo && lpBitmapInfo->bmiHeader.", bitsFrom,
+       CALL(Rgb8_2_YUV420(p, b, b, 2, 1, 1, reinterpret_cast<tagBITMAPINFO*>(h), b)));
+  dies(32, from, bitsFrom + " && pA", CALL(Rgb32_2_yuv420_Alpha(b, b, b, p, 2, 1, 1, h, b)));
+  dies(32, from, bitsFrom, CALL(Rgb32_2_yuv420A(b, b, b, b, 2, 1, 1, h, p)));
+#undef CALL
   const std::string packed = "lpBitsDst && lpBitsSrc", fits = "(xDst + cxDst) * 2 <= nPitchDst";
-  DIES(packed, Rgb24_2_YUY2(b, 4, 0, 0, 2, 1, 1, nullptr, 1, 6, 0, 0));
-  DIES(fits, Rgb24_2_YUY2(b, 3, 0, 0, 2, 1, 1, b, 1, 6, 0, 0));
-  DIES(fits, Rgb24_2_YUY2(b, 8, 0x7fffffff, 0, 2, 1, 1, b, 1, 6, 0, 0));
-  DIES("nPitchSrc / 3 - xSrc >= cxDst", Rgb24_2_YUY2(b, 4, 0, 0, 2, 1, 1, b, 1, 8, 1, 0));
-  DIES(packed, YUY2_2_Rgb24(nullptr, 1, 6, 0, 0, 2, 1, b, 4, 1, 0, 0));
-  DIES("(char*)V <= ((char*)pV + (ySrc + cy) * nPt_V)",
-       YUY2_2_Yuv420(b, b, b, 2, 1, 1, 0, 8, 2, 2, b, 4, 1, 0, 0));
-#undef DIES
+  EXPECT_DEATH(Rgb24_2_YUY2(bytes, 4, 0, 0, 2, 1, 1, nullptr, 1, 6, 0, 0), HasSubstr(packed));
+  EXPECT_DEATH(Rgb24_2_YUY2(bytes, 3, 0, 0, 2, 1, 1, bytes, 1, 6, 0, 0), HasSubstr(fits));
+  EXPECT_DEATH(Rgb24_2_YUY2(bytes, 8, 0x7fffffff, 0, 2, 1, 1, bytes, 1, 6, 0, 0), HasSubstr(fits));
+  EXPECT_DEATH(Rgb24_2_YUY2(bytes, 4, 0, 0, 2, 1, 1, bytes, 1, 8, 1, 0),
+               HasSubstr("nPitchSrc / 3 - xSrc >= cxDst"));
+  EXPECT_DEATH(YUY2_2_Rgb24(nullptr, 1, 6, 0, 0, 2, 1, bytes, 4, 1, 0, 0), HasSubstr(packed));
+  EXPECT_DEATH(YUY2_2_Yuv420(bytes, bytes, bytes, 2, 1, 1, 0, 8, 2, 2, bytes, 4, 1, 0, 0),
+               HasSubstr("(char*)V <= ((char*)pV + (ySrc + cy) * nPt_V)"));
+  auto bmi32 = Header(2, 2, 32);
   Bytes y(4), u(1), v(1);
-  Rgb32_2_yuv420A(y.data(), u.data(), v.data(), nullptr, 2, 1, 1, &bmi32, b);
+  Rgb32_2_yuv420A(y.data(), u.data(), v.data(), nullptr, 2, 1, 1, &bmi32, bytes);
   EXPECT_THAT(y, testing::Each(16));
 }
 

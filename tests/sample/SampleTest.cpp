@@ -2,13 +2,7 @@
 
 #include <climits>
 #include <cstring>
-#include <functional>
-#include <memory>
 #include <sstream>
-#include <string>
-#include <tuple>
-#include <utility>
-#include <vector>
 
 #include "tests/support/Faces.h"
 #include "tests/support/LeakCheck.h"
@@ -17,7 +11,7 @@
 
 namespace {
 
-using testing::EndsWith, testing::HasSubstr, testing::StartsWith;
+using testing::Each, testing::EndsWith, testing::HasSubstr, testing::StartsWith;
 constexpr AV_STREAM_TYPE kVideo = AV_STREAM_VIDEO, kAudio = AV_STREAM_AUDIO;
 constexpr FRAME_DATA_TYPE kEncoded = FRAME_DATA_ENCODED, kDecoded = FRAME_DATA_DECODED;
 constexpr int kSound = -1, kBitmap = IMAGE_FORMAT_RGB, kPicture = IMAGE_FORMAT_YUV,
@@ -35,7 +29,8 @@ MEDIA_FRAME Frame(int kind, int a, int b = 0, unsigned char* data = letters) {
   if (kind == kBytes) f.video.buffer = {data, a, a + 1};
   if (kind == kBitmap) f.video.rgb = {{40, 1, 2, 1, 24, 0, 0U + a, 0, 0, 0, 0}, data};
   if (kind == kPicture) {
-    const int w = (a + 1) / 2, luma = a * b, chroma = w * ((b + 1) / 2);
+    const int w = (a + 1) / 2;
+    const unsigned luma = (0U + a) * b, chroma = (0U + w) * ((b + 1) / 2);
     f.video.yuv = {2, {data, data + luma, data + luma + chroma}, a, b, {a, w, w}};
   }
   return f;
@@ -55,35 +50,34 @@ struct Sample : CZelSample {
 /// What a sample and its frame say, with the frame's data. Planes are given by their distance.
 std::string Text(CZelSample& s, HRESULT result = S_OK) {
   std::ostringstream out;
-  const auto print = [&](const std::vector<long long>& facts) {
-    for (const long long fact : facts) out << ' ' << fact;
-  };
-  print({s.GetStreamType(), s.GetFrameType(), s.GetStreamID(), s.GetSampleType(), s.IsKeyFrame(),
-         s.GetSampleSize(), s.GetCurrentPTS(), s.GetCurrentDTS(), s.GetDuration()});
+  const auto print = [&](auto... facts) { ((out << ' ' << facts), ...); };
+  print(s.GetStreamType(), s.GetFrameType(), s.GetStreamID(), s.GetSampleType(), s.IsKeyFrame(),
+        s.GetSampleSize(), s.GetCurrentPTS(), s.GetCurrentDTS(), s.GetDuration());
   const MEDIA_FRAME* f = s.GetMediaFrame();
   const char* const end = result == S_OK ? "" : " refused";
   if (f == nullptr || f->nStreamType == 0) return out.str() + end;
   s.SetAudioPacketInfo(nullptr);
   const int size = s.GetAudioPakcetInfo()[1];
   out << " |";
-  print({f->nFrameType, f->bKeyFrame, f->nDuration, size});
+  print(f->nFrameType, f->bKeyFrame, f->nDuration, size);
   const unsigned char* data = nullptr;
+  const auto& [format, rgb, yuv, buffer] =
+      std::tie(f->video.nImageFormat, f->video.rgb, f->video.yuv, f->video.buffer);
   if (f->nStreamType == kAudio) {
     const auto& [rate, channels, bits, bytes, valid, room] = f->audio;
-    print({rate, channels, bits, valid, room});
+    print(rate, channels, bits, valid, room);
     data = bytes;
-  } else if (const auto& [format, yuv] = std::tie(f->video.nImageFormat, f->video.yuv);
-             format == kPicture) {
-    print({yuv.nYuvFormat, yuv.nWidth, yuv.nHeight, yuv.nStride[0], yuv.nStride[1], yuv.nStride[2],
-           yuv.nStride[3]});
+  } else if (format == kPicture) {
+    const auto& [to0, to1, to2, to3] = yuv.nStride;
+    print(yuv.nYuvFormat, yuv.nWidth, yuv.nHeight, to0, to1, to2, to3);
     data = yuv.pPlane[0];
-    for (int i = 1; i < 4; ++i) print({yuv.pPlane[i] != nullptr ? yuv.pPlane[i] - data : 0});
+    for (int i = 1; i < 4; ++i) print(yuv.pPlane[i] != nullptr ? yuv.pPlane[i] - data : 0);
   } else if (format == kBytes) {
-    print({f->video.buffer.nDataSize, f->video.buffer.nBufferSize});
-    data = f->video.buffer.pData;
+    print(buffer.nDataSize, buffer.nBufferSize);
+    data = buffer.pData;
   } else if (format == kBitmap) {
-    print({f->video.rgb.bmiHeader.biHeight, f->video.rgb.bmiHeader.biSizeImage});
-    data = f->video.rgb.pBits;
+    print(rgb.bmiHeader.biHeight, rgb.bmiHeader.biSizeImage);
+    data = rgb.pBits;
   }
   if (data != nullptr) out << " '" << std::string(data, data + size) << "'";
   return out.str() + end;
@@ -148,12 +142,16 @@ TEST_F(SampleTest, KeepsItsTimesApartFromTheFramesTimes) {
 TEST_F(SampleTest, AllocatesByStreamAndImageFormat) {
   Sample sound(kSound), encoded(kBytes, 0, kEncoded), picture(kPicture), bitmap(kBitmap),
       unknown(3);
-  for (const auto& [sample, format] :
-       {std::pair(&sound, 2), std::pair(&encoded, 2), std::pair(&picture, 1)}) {
-    const auto yuv = static_cast<YUV_IMAGE_FORMAT>(format);
-    EXPECT_EQ(sample->RemallocYUVFrame(4, 2, yuv), E_ZEL_STATE);
-    EXPECT_EQ(sample->GetMediaFrame(), nullptr);
-  }
+  const HRESULT refusals[] = {sound.RemallocYUVFrame(4, 2, YUV_IMAGE_420P),
+                              encoded.RemallocYUVFrame(4, 2, YUV_IMAGE_420P),
+                              picture.RemallocYUVFrame(4, 2, static_cast<YUV_IMAGE_FORMAT>(1)),
+                              picture.RemallocYUVFrame(65536, 65536, YUV_IMAGE_420P),
+                              picture.RemallocYUVFrame(~0U, 0, YUV_IMAGE_420P),
+                              picture.RemallocYUVFrame(0, ~0U, YUV_IMAGE_420P),
+                              picture.RemallocYUVFrame(INT_MAX, 2, YUV_IMAGE_420P),
+                              sound.SetSampleSize(0x80000000UL)};
+  EXPECT_THAT(refusals, Each(E_ZEL_STATE));
+  EXPECT_EQ(picture.GetMediaFrame(), nullptr);
   EXPECT_THAT(Grow(sound), EndsWith("0 | 1 0 0 0 0 0 0 0 100 ''"));
   EXPECT_THAT(Grow(encoded), EndsWith("0 | 0 0 0 0 0 100 ''"));
   EXPECT_THAT(Grow(picture), EndsWith("0 | 1 0 0 0 2 0 0 0 0 0 0 0 0 0 ''"));
@@ -200,9 +198,10 @@ TEST_F(SampleTest, CopiesWhatThereIsAndRefreshesSizes) {
   audio.frame().audio.nDataSize = audio.frame().audio.nBufferSize = 0;
   EXPECT_THAT(Text(audio, audio.RefreshSampleInfo()),
               EndsWith(" 0 70 60 -5 | 1 0 -5 0 44100 2 16 0 0 ''"));
+  EXPECT_EQ(encoded.RefreshSampleInfo() + encoded.IsKeyFrame(), 0);
   encoded.frame().bKeyFrame = 2;
   encoded.frame().video.buffer.nBufferSize = 7;
-  EXPECT_THAT(Text(encoded, encoded.RefreshSampleInfo()), EndsWith(" 7 0 0 0 | 0 2 0 0 0 7 ''"));
+  EXPECT_THAT(Text(encoded, encoded.RefreshSampleInfo()), EndsWith(" 1 7 0 0 0 | 0 2 0 0 0 7 ''"));
 
   // Without U, V goes where the larger picture had it.
   Copy(video, Frame(kPicture, 3, 3));
@@ -221,19 +220,13 @@ TEST_F(SampleTest, CopiesWhatThereIsAndRefreshesSizes) {
 
 // What is refused, each with nothing changed.
 TEST_F(SampleTest, RefusesFramesAndSizesThatCannotBe) {
-  Sample audio(kSound, 8), video(kPicture, 8), encoded(kBytes, 8, kEncoded);
-  const auto sized = [](int width, int height) {
-    MEDIA_FRAME frame = Frame(kPicture, 3, 3);
-    frame.video.yuv.nWidth = width;
-    frame.video.yuv.nHeight = height;
-    return frame;
-  };
+  Sample audio(kSound, 8), video(kPicture, 8), encoded(kBytes, 8, kEncoded), empty(kSound);
   std::pair<Sample*, MEDIA_FRAME> cases[] = {
       {&audio, Frame(kSound, -1)},
       {&video, Frame(kSound, 4)},
-      {&video, sized(-1, 3)},
-      {&video, sized(3, -1)},
-      {&video, sized(65536, 65536)},
+      {&video, Frame(kPicture, -1, 0)},
+      {&video, Frame(kPicture, 0, -1)},
+      {&video, Frame(kPicture, 131072, 131072)},
       {&video, Frame(kBytes, -4)},
       {&video, Frame(kBitmap, 16, 0, nullptr)},
       {&video, Frame(kBitmap, INT_MIN)},
@@ -248,24 +241,18 @@ TEST_F(SampleTest, RefusesFramesAndSizesThatCannotBe) {
     EXPECT_EQ(Text(*sample, sample->FrameCopy(holder)), refused);
     holder.FrameAttach(nullptr);
   }
-  Sample empty(kSound), none(kPicture);
-  for (const MEDIA_FRAME* from : {static_cast<MEDIA_FRAME*>(nullptr), audio.GetMediaFrame()}) {
-    EXPECT_EQ(audio.FrameCopy(from), E_ZEL_STATE);
-  }
-  for (Sample* from : {&audio, &empty}) EXPECT_EQ(audio.FrameCopy(*from), E_ZEL_STATE);
-  EXPECT_EQ(empty.SetSampleSize(0x80000000UL), E_ZEL_STATE);
-  for (auto [w, h] : {std::pair(65536UL, 65536UL), std::pair(0xFFFFFFFFUL, 0xFFFFFFFFUL),
-                      std::pair(0x7FFFFFFFUL, 2UL)}) {
-    EXPECT_EQ(none.RemallocYUVFrame(w, h, YUV_IMAGE_420P), E_ZEL_STATE) << w << " x " << h;
-  }
-  EXPECT_EQ(none.GetMediaFrame(), nullptr);
-
+  const HRESULT itself[] = {audio.FrameCopy(nullptr), audio.FrameCopy(audio.GetMediaFrame()),
+                            audio.FrameCopy(audio), audio.FrameCopy(empty)};
+  EXPECT_THAT(itself, Each(E_ZEL_STATE));
   audio.frame().audio.nDataSize = -1;
   video.yuv().nWidth = -7;
   encoded.frame().video.nImageFormat = 7;
-  for (Sample* s : {&audio, &video, &encoded}) EXPECT_EQ(s->RefreshSampleInfo(), E_ZEL_STATE);
+  constexpr int kBadCounts[] = {-1, INT_MAX};
+  const HRESULT bad[] = {audio.RefreshSampleInfo(), video.RefreshSampleInfo(),
+                         encoded.RefreshSampleInfo(), audio.SetAudioPacketInfo(&kBadCounts[0]),
+                         audio.SetAudioPacketInfo(&kBadCounts[1])};
+  EXPECT_THAT(bad, Each(E_ZEL_STATE));
   encoded.frame().video.nImageFormat = kBytes;
-  for (const int count : {-1, INT_MAX}) EXPECT_EQ(audio.SetAudioPacketInfo(&count), E_ZEL_STATE);
 }
 
 // Frames that a producer attached: copies go by the sample's size and by what the frame states.
@@ -373,22 +360,20 @@ TEST_F(SampleTest, KeepsPacketTablesAndTexts) {
   EXPECT_STREQ(sample.GetSubStreamString(), L"\x1F600\x1F600");
   EXPECT_EQ(sample.SetSubStreamString(nullptr), S_OK);
   EXPECT_STREQ(sample.GetSubStreamString(), L"");
-  const auto make = [] { return Sample(kSound).GetRefCount() == 0; };
-  EXPECT_EQ(FailEachAllocation(make, [] {}), 2);
+  EXPECT_EQ(FailEachAllocation([] { return Sample(kSound).GetRefCount() == 0; }, [] {}), 2);
 }
 
 /// A pool that counts its references and remembers what came back.
 struct Pool : CFrameBuffer {
   ULONG count = 1;
   CZelSample* returned = nullptr;
-  MEDIA_FRAME* frameAtRelease = nullptr;
   HRESULT NonDelegatingQueryInterface(const _GUID&, void**) override { return E_NOINTERFACE; }
-  ULONG NonDelegatingAddRef() override { return ++count; }
-  ULONG NonDelegatingRelease() override { return --count; }
+  ULONG NonDelegatingAddRef() override { return 0; }
+  ULONG NonDelegatingRelease() override { return 0; }
   HRESULT QueryInterface(const _GUID&, void**) override { return E_NOINTERFACE; }
   ULONG AddRef() override { return ++count; }
   ULONG Release() override {
-    frameAtRelease = returned != nullptr ? returned->GetMediaFrame() : nullptr;
+    EXPECT_TRUE(returned == nullptr || returned->GetMediaFrame() == nullptr) << "frames go first";
     return --count;
   }
   HRESULT Reserved0() override { return E_FAIL; }
@@ -414,35 +399,33 @@ TEST_F(SampleTest, GoesBackToItsPool) {
     EXPECT_EQ(sample.GetSampleType(), 0);
     for (Pool* pool : {&first, &first, &second}) EXPECT_EQ(sample.SetFrameBuffer(pool), S_OK);
     EXPECT_EQ(sample.SetFrameBuffer(nullptr), E_ZEL_STATE);
-    EXPECT_EQ(first.count, 1U);
-    EXPECT_EQ(second.count, 2U);
+    EXPECT_EQ(std::pair(first.count, second.count), std::pair(ULONG{1}, ULONG{2}));
     EXPECT_EQ(sample.ReturnSampleBack2Buffer(), 23);
     EXPECT_EQ(second.returned, &sample);
     EXPECT_EQ(sample.GetMediaFrame(), frame);
-    EXPECT_EQ(sample.SetCompareFrame(&sample), S_OK);
+    sample.SetCompareFrame(&sample);
     EXPECT_EQ(sample.GetCompareFrame(), &sample);
   }
   EXPECT_EQ(second.count, 1U);
-  EXPECT_EQ(second.frameAtRelease, nullptr) << "frames go first";
 }
 
 TEST(SampleDeathTest, AssertsItsPreconditions) {
-  Sample audio(kSound), other(kSound, 4);
-  Sample bitmap(kBitmap, 4);
-  const MEDIA_FRAME frame = Frame(kSound, 4), typeless{};
-  const MEDIA_FRAME unknown = Frame(3, 0);
-  MEDIA_FRAME foreign{};
+  Sample audio(kSound), other(kSound, 4), bitmap(kBitmap, 4);
+  const MEDIA_FRAME sound = Frame(kSound, 4), unknown = Frame(3, 0);
+  MEDIA_FRAME typeless{};
+  typeless.video.nImageFormat = kBytes;
   CZelSample none;
   EXPECT_DEATH(none.SetSampleSize(1), "`0'");
-  none.FrameAttach(&foreign);
-  EXPECT_DEATH(audio.FrameCopy(other), "m_pMediaFrame");
-  EXPECT_DEATH(audio.FrameCopy(&frame), "m_pMediaFrame");
+  none.FrameAttach(&typeless);
   EXPECT_DEATH(none.FreeMediaFrame(), "`0'");
   EXPECT_DEATH(none.RefreshSampleInfo(), "`0'");
-  EXPECT_DEATH(none.FrameCopy(&typeless), "`0'");
+  const MEDIA_FRAME copy = typeless;
+  EXPECT_DEATH(none.FrameCopy(&copy), "`0'");
+  none.FrameAttach(nullptr);
+  EXPECT_DEATH(audio.FrameCopy(other), "m_pMediaFrame");
+  EXPECT_DEATH(audio.FrameCopy(&sound), "m_pMediaFrame");
   EXPECT_DEATH(bitmap.RefreshSampleInfo(), "`0'");
   EXPECT_DEATH(bitmap.FrameCopy(&unknown), "`0'");
-  none.FrameAttach(nullptr);
 }
 
 }  // namespace

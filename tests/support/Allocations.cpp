@@ -1,11 +1,11 @@
 #include "tests/support/Allocations.h"
 
 #include <atomic>
+#include <cassert>
 #include <cstddef>
-#include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 namespace {
 
@@ -21,8 +21,7 @@ std::atomic<long> g_untilFailure = -1;
 
 void* Allocate(std::size_t size, Kind kind) {
   if (g_untilFailure >= 0 && g_untilFailure-- == 0) throw std::bad_alloc();
-  const bool possible = size <= SIZE_MAX - sizeof(Head);
-  auto* head = possible ? static_cast<Head*>(std::malloc(sizeof(Head) + size)) : nullptr;
+  auto* head = static_cast<Head*>(std::malloc(sizeof(Head) + size));
   if (head == nullptr) throw std::bad_alloc();
   head->kind = kind;
   ++g_count;
@@ -33,13 +32,8 @@ void* Allocate(std::size_t size, Kind kind) {
 void Free(void* memory, Kind kind) {
   if (memory == nullptr) return;
   Head* head = static_cast<Head*>(memory) - 1;
-  if (head->kind != kind) {
-    std::fputs(kind == Kind::kArray ? "freed as an array, but not allocated as one\n"
-                                    : "freed singly, but not allocated singly\n",
-               stderr);
-    std::abort();
-  }
-  head->kind = Kind::kFreed;
+  const Kind allocatedAs = std::exchange(head->kind, Kind::kFreed);
+  assert(allocatedAs == kind && "freed as it was allocated");
   --g_live;
   std::free(head);
 }

@@ -132,19 +132,18 @@ class Arena {
   std::size_t used_ = 0;
 };
 
-using Run = std::function<void(Arena&)>;
-
-/// Whether routine(arena) leaves the same bytes at every level as reference(arena) does.
-inline testing::AssertionResult SameAtEveryLevel(unsigned seed, const Run& reference,
-                                                 const Run& routine) {
+/// Whether run(arena, false), a routine, leaves the same bytes at every level as run(arena, true),
+/// its model.
+inline testing::AssertionResult SameAtEveryLevel(
+    unsigned seed, const std::function<void(Arena&, bool model)>& run) {
   static Arena arena;
   arena.Reset(seed);
-  reference(arena);
+  run(arena, true);
   const Bytes want = arena.Contents();
   for (const Level level : Levels()) {
     UseLevel(level);
     arena.Reset(seed);
-    routine(arena);
+    run(arena, false);
     const Bytes got = arena.Contents();
     if (got == want) continue;
     const auto at = std::mismatch(got.begin(), got.end(), want.begin()).first - got.begin();
