@@ -72,10 +72,10 @@ bool MediaWriter::Holds(const AVStream& stream) const {
   return avformat_query_codec(muxer_->oformat, codec.codec_id, FF_COMPLIANCE_NORMAL) == 1;
 }
 
-int MediaWriter::AddCopy(const AVStream& stream) {
+int MediaWriter::AddCopy(const AVStream& stream, const AVCodecParameters& codec) {
   AVStream* copy = media::NotNull(avformat_new_stream(muxer_.get(), nullptr));
-  Check(avcodec_parameters_copy(copy->codecpar, stream.codecpar));
-  copy->codecpar->codec_tag = UsableTag(*muxer_->oformat, *stream.codecpar);
+  Check(avcodec_parameters_copy(copy->codecpar, &codec));
+  copy->codecpar->codec_tag = UsableTag(*muxer_->oformat, codec);
   copy->time_base = stream.time_base;
   copy->avg_frame_rate = stream.avg_frame_rate;
   copy->r_frame_rate = stream.r_frame_rate;

@@ -24,8 +24,9 @@ class MediaWriter {
   /// Tells whether the container can hold a copy of `stream`.
   bool Holds(const AVStream& stream) const;
   /// Adds a copy of `stream`.
+  /// @param codec its format
   /// @return its index in this file.
-  int AddCopy(const AVStream& stream);
+  int AddCopy(const AVStream& stream, const AVCodecParameters& codec);
   /// Adds the sound.
   /// @param like the stream whose texts and disposition are copied, or null
   void AddSound(SoundFormat format, const AVChannelLayout& layout, const AVStream* like);

@@ -27,8 +27,29 @@ std::string StreamText(int index, const AVCodecParameters& codec) {
 }
 
 void Move(AVPacket* packet, std::int64_t distance) {
-  if (packet->pts != AV_NOPTS_VALUE) packet->pts += distance;
-  if (packet->dts != AV_NOPTS_VALUE) packet->dts += distance;
+  for (std::int64_t* time : {&packet->pts, &packet->dts}) {
+    if (*time != AV_NOPTS_VALUE)
+      *time = media::Bounded(media::Bounded(*time) + media::Bounded(distance));
+  }
+}
+
+/// Gives a packet that is no picture the times that its container does not store for each.
+/// @param end of the packet before; becomes that of this one
+void FillIn(AVPacket* packet, const AVStream& stream, long double* end) {
+  if (packet->pts == AV_NOPTS_VALUE) packet->pts = packet->dts;
+  const bool isStored = packet->pts != AV_NOPTS_VALUE;
+  const long double time = isStored ? static_cast<long double>(packet->pts) : *end;
+  packet->pts = packet->dts = media::Rounded(time);
+  AVCodecParameters* codec = stream.codecpar;
+  long double duration = packet->duration;
+  if (codec->codec_type == AVMEDIA_TYPE_AUDIO && codec->sample_rate > 0) {
+    const int frames = av_get_audio_frame_duration2(codec, packet->size);
+    if (frames > 0) {
+      duration = static_cast<long double>(frames) / codec->sample_rate / av_q2d(stream.time_base);
+    }
+  }
+  *end = time + duration;
+  if (packet->duration <= 0) packet->duration = media::Rounded(duration);
 }
 
 }  // namespace
@@ -54,7 +75,13 @@ void StreamCopies::Add(int index) {
     if (isPicture) throw Failure(source_->path(), "nothing is known of its stream " + what);
     return AddToList(&leftOut_, what + " of unknown format");
   }
-  indices_[index] = writer_->AddCopy(stream);
+  Copy& copy = copies_[index];
+  if (isPicture && source_->LacksShowTimes()) {
+    copy.order = std::make_unique<DisplayOrder>(&source_->context(), stream, source_->IsBlocks());
+    if (!isAsStored_) source_->ReadAsStored();
+    isAsStored_ = true;
+  }
+  copy.index = writer_->AddCopy(stream, copy.order ? copy.order->parameters() : codec);
   AddToList(&copied_, what);
   // An attachment has no packets.
   if (codec.codec_type != AVMEDIA_TYPE_ATTACHMENT) source_->Want(index, true);
@@ -62,23 +89,46 @@ void StreamCopies::Add(int index) {
 
 void StreamCopies::CopyUntil(std::int64_t until, std::int64_t shift) {
   while (Load()) {
-    const AVRational base = source_->stream(packet_->stream_index).time_base;
+    const int index = packet_->stream_index;
+    const AVStream& stream = source_->stream(index);
+    const AVRational base = stream.time_base;
     const std::int64_t stamp = packet_->dts != AV_NOPTS_VALUE ? packet_->dts : packet_->pts;
-    if (stamp != AV_NOPTS_VALUE && av_rescale_q(stamp, base, media::kTickBase) > until) return;
-    Move(packet_.get(), av_rescale_q(shift, media::kTickBase, base));
-    writer_->WriteCopy(packet_.get(), indices_.at(packet_->stream_index), base);
+    if (stamp != AV_NOPTS_VALUE && media::ToTicks(stamp, base) > until) return;
+    Copy& copy = copies_.at(index);
+    if (copy.order) {
+      copy.order->Add(packet_.get());
+      SendOrdered(&copy, base, shift);
+      continue;
+    }
+    if (isAsStored_) FillIn(packet_.get(), stream, &copy.end);
+    Send(&copy, packet_.get(), base, shift);
   }
+  for (auto& [index, copy] : copies_) {
+    if (!copy.order) continue;
+    copy.order->End();
+    SendOrdered(&copy, source_->stream(index).time_base, shift);
+  }
+}
+
+/// Writes the packets whose times are known by now.
+void StreamCopies::SendOrdered(Copy* copy, AVRational base, std::int64_t shift) {
+  while (copy->order->Take(ordered_.get())) Send(copy, ordered_.get(), base, shift);
+}
+
+void StreamCopies::Send(Copy* copy, AVPacket* packet, AVRational base, std::int64_t shift) {
+  Move(packet, av_rescale_q(shift, media::kTickBase, base));
+  writer_->WriteCopy(packet, copy->index, base);
 }
 
 /// Reads the next packet of a copied stream, unless one is waiting.
 /// @return false when there is none
 bool StreamCopies::Load() {
-  if (indices_.empty() || ended_) return false;
+  if (copies_.empty() || ended_) return false;
   while (packet_->buf == nullptr) {
     ended_ = !source_->Read(packet_.get());
     if (ended_) return false;
     // A stream that appears on the way has no place in the output.
-    if (!indices_.contains(packet_->stream_index)) av_packet_unref(packet_.get());
+    if (!copies_.contains(packet_->stream_index)) av_packet_unref(packet_.get());
   }
   return true;
 }
