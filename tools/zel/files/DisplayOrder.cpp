@@ -128,8 +128,14 @@ AVPictureType DisplayOrder::Parse(Picture* picture) {
   std::uint8_t* data = nullptr;
   int size = 0;
   const AVPacket& packet = *picture->packet;
+  const AVRational rate = std::exchange(codec_->framerate, {0, 1});
   av_parser_parse2(parser_.get(), codec_.get(), &data, &size, packet.data, packet.size, packet.pts,
                    packet.dts, packet.pos);
+  if (codec_->framerate.num <= 0) {
+    codec_->framerate = rate;
+  } else if (codec_->codec_id == AV_CODEC_ID_H264) {
+    codec_->framerate = av_mul_q(codec_->framerate, {1, 2});  // The parser counts fields.
+  }
   picture->isField = IsField(*parser_);
   if (picture->isField) window_ = 2 * kMostFramesAhead;
   // A parser counts the fields of a whole frame as 1, or does not count fields.
