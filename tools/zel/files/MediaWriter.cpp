@@ -1,6 +1,7 @@
 #include "tools/zel/files/MediaWriter.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <limits>
 
@@ -64,22 +65,37 @@ MediaWriter::MediaWriter(const std::string& path, const Container& container)
   muxer->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL;
 }
 
-bool MediaWriter::Holds(const AVStream& stream) const {
-  const AVCodecParameters& codec = *stream.codecpar;
+bool MediaWriter::Holds(const AVStream& stream, const AVCodecParameters& codec) const {
+  if (codec.codec_type == AVMEDIA_TYPE_DATA) return false;
   if (codec.codec_type == AVMEDIA_TYPE_ATTACHMENT) {
     return std::strcmp(container_.muxer, "matroska") == 0;
   }
-  return avformat_query_codec(muxer_->oformat, codec.codec_id, FF_COMPLIANCE_NORMAL) == 1;
+  // FFmpeg's lists of codecs are neither complete nor true. Writing the head of a file tells.
+  MediaWriter trial(path_, container_);
+  trial.AddCopy(stream, codec);
+  AVIOContext* memory = nullptr;
+  if (avio_open_dyn_buf(&memory) < 0) throw std::bad_alloc();
+  trial.muxer_->pb = memory;
+  const int result = avformat_write_header(trial.muxer_.get(), nullptr);
+  trial.muxer_->pb = nullptr;
+  std::uint8_t* head = nullptr;
+  avio_close_dyn_buf(memory, &head);
+  av_free(head);
+  if (result == AVERROR(ENOMEM)) throw std::bad_alloc();
+  return result >= 0;
 }
 
 int MediaWriter::AddCopy(const AVStream& stream, const AVCodecParameters& codec) {
   AVStream* copy = media::NotNull(avformat_new_stream(muxer_.get(), nullptr));
   Check(avcodec_parameters_copy(copy->codecpar, &codec));
   copy->codecpar->codec_tag = UsableTag(*muxer_->oformat, codec);
+  if (stream.sample_aspect_ratio.num != 0) {
+    copy->codecpar->sample_aspect_ratio = stream.sample_aspect_ratio;
+  }
   copy->time_base = stream.time_base;
   copy->avg_frame_rate = stream.avg_frame_rate;
   copy->r_frame_rate = stream.r_frame_rate;
-  copy->sample_aspect_ratio = stream.sample_aspect_ratio;
+  copy->sample_aspect_ratio = copy->codecpar->sample_aspect_ratio;
   copy->disposition = stream.disposition;
   CopyTexts(&copy->metadata, stream.metadata);
   for (int i = 0; i < stream.nb_side_data; ++i) {

@@ -22,7 +22,9 @@ class MediaWriter {
   MediaWriter(const std::string& path, const Container& container);
 
   /// Tells whether the container can hold a copy of `stream`.
-  bool Holds(const AVStream& stream) const;
+  /// @param codec its format
+  /// @throws std::bad_alloc
+  bool Holds(const AVStream& stream, const AVCodecParameters& codec) const;
   /// Adds a copy of `stream`.
   /// @param codec its format
   /// @return its index in this file.

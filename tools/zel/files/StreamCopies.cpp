@@ -3,6 +3,7 @@
 #include "media/Ticks.h"
 #include "tools/zel/text/Failure.h"
 #include "tools/zel/text/List.h"
+#include "tools/zel/text/Text.h"
 
 namespace zel::tool {
 namespace {
@@ -22,8 +23,19 @@ bool IsDescribed(const AVCodecParameters& codec) {
 /// "#2 audio (aac)".
 std::string StreamText(int index, const AVCodecParameters& codec) {
   const char* kind = av_get_media_type_string(codec.codec_type);
+  // Data has codes, of which FFmpeg knows few.
+  const bool isNamed = codec.codec_type != AVMEDIA_TYPE_DATA || codec.codec_tag == 0;
+  char code[AV_FOURCC_MAX_STRING_SIZE];
   return "#" + std::to_string(index) + " " + (kind != nullptr ? kind : "unknown") + " (" +
-         avcodec_get_name(codec.codec_id) + ")";
+         (isNamed ? avcodec_get_name(codec.codec_id)
+                  : Printable(av_fourcc_make_string(code, codec.codec_tag))) +
+         ")";
+}
+
+/// Tells whether a stream is the text of an MP4 file's chapters, which are no stream in `format`.
+bool IsChapters(const AVFormatContext& format, const AVCodecParameters& codec) {
+  return format.nb_chapters > 0 && codec.codec_type == AVMEDIA_TYPE_DATA &&
+         codec.codec_id == AV_CODEC_ID_BIN_DATA && codec.codec_tag == MKTAG('t', 'e', 'x', 't');
 }
 
 void Move(AVPacket* packet, std::int64_t distance) {
@@ -61,9 +73,10 @@ StreamCopies::StreamCopies(PacketSource* source, MediaWriter* writer, const Cont
 void StreamCopies::Add(int index) {
   const AVStream& stream = source_->stream(index);
   const AVCodecParameters& codec = *stream.codecpar;
+  if (IsChapters(source_->context(), codec)) return;
   const std::string what = StreamText(index, codec);
   const bool isPicture = codec.codec_type == AVMEDIA_TYPE_VIDEO && !media::IsCover(stream);
-  if (container_.soundOnly || media::IsCover(stream) || !writer_->Holds(stream)) {
+  if (container_.soundOnly || media::IsCover(stream) || !writer_->Holds(stream, codec)) {
     if (isPicture && !container_.soundOnly) {
       throw Failure(output_, std::string(container_.title) + " holds no video of codec " +
                                  avcodec_get_name(codec.codec_id));
