@@ -85,6 +85,10 @@ bool MediaWriter::Holds(const AVStream& stream, const AVCodecParameters& codec) 
   return result >= 0;
 }
 
+bool MediaWriter::HasEdits() const {
+  return std::strcmp(container_.muxer, "mp4") == 0 || std::strcmp(container_.muxer, "mov") == 0;
+}
+
 int MediaWriter::AddCopy(const AVStream& stream, const AVCodecParameters& codec) {
   AVStream* copy = media::NotNull(avformat_new_stream(muxer_.get(), nullptr));
   Check(avcodec_parameters_copy(copy->codecpar, &codec));

@@ -25,6 +25,8 @@ class MediaWriter {
   /// @param codec its format
   /// @throws std::bad_alloc
   bool Holds(const AVStream& stream, const AVCodecParameters& codec) const;
+  /// Tells whether the container stores edit lists and rotations: MP4 and QuickTime.
+  bool HasEdits() const;
   /// Adds a copy of `stream`.
   /// @param codec its format
   /// @return its index in this file.

@@ -1,5 +1,9 @@
 #include "tools/zel/files/StreamCopies.h"
 
+#include <algorithm>
+#include <array>
+#include <cstring>
+
 #include "media/Ticks.h"
 #include "tools/zel/text/Failure.h"
 #include "tools/zel/text/List.h"
@@ -36,6 +40,29 @@ std::string StreamText(int index, const AVCodecParameters& codec) {
 bool IsChapters(const AVFormatContext& format, const AVCodecParameters& codec) {
   return format.nb_chapters > 0 && codec.codec_type == AVMEDIA_TYPE_DATA &&
          codec.codec_id == AV_CODEC_ID_BIN_DATA && codec.codec_tag == MKTAG('t', 'e', 'x', 't');
+}
+
+/// Tells whether a stream's pictures are to be turned or mirrored.
+bool IsTurned(const AVStream& stream) {
+  constexpr std::array<std::int32_t, 9> kUpright = {1 << 16, 0, 0, 0, 1 << 16, 0, 0, 0, 1 << 30};
+  const auto* matrix = av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, nullptr);
+  return matrix != nullptr && std::memcmp(matrix, kUpright.data(), sizeof(kUpright)) != 0;
+}
+
+/// The number of pictures that are stored, but cut off or out by an edit list.
+/// @param inside counts only those behind pictures that are shown
+int CutPictures(const AVStream& stream, bool inside) {
+  // Behind the first picture shown, some may follow that are shown before it.
+  constexpr int kMostBehind = 16;
+  auto* source = const_cast<AVStream*>(&stream);
+  int cut = 0;
+  int shown = 0;
+  for (int i = 0; i < avformat_index_get_entries_count(source); ++i) {
+    const bool isCut = (avformat_index_get_entry(source, i)->flags & AVINDEX_DISCARD_FRAME) != 0;
+    shown += isCut ? 0 : 1;
+    cut += isCut && (!inside || shown > kMostBehind) ? 1 : 0;
+  }
+  return cut;
 }
 
 void Move(AVPacket* packet, std::int64_t distance) {
@@ -96,8 +123,20 @@ void StreamCopies::Add(int index) {
   }
   copy.index = writer_->AddCopy(stream, copy.order ? copy.order->parameters() : codec);
   AddToList(&copied_, what);
+  if (isPicture) NoteLosses(stream, what);
   // An attachment has no packets.
   if (codec.codec_type != AVMEDIA_TYPE_ATTACHMENT) source_->Want(index, true);
+}
+
+/// Notes what the container cannot say of a video.
+void StreamCopies::NoteLosses(const AVStream& stream, const std::string& what) {
+  // FFmpeg writes edit lists of one part, and no rotation to Matroska.
+  const bool hasEdits = writer_->HasEdits();
+  if (!hasEdits && IsTurned(stream)) AddToList(&lost_, "rotation of " + what);
+  if (const int cut = CutPictures(stream, hasEdits); cut > 0) {
+    AddToList(&lost_, "edit list of " + what + ", so that " + std::to_string(cut) +
+                          (cut == 1 ? " more picture is" : " more pictures are") + " shown");
+  }
 }
 
 void StreamCopies::CopyUntil(std::int64_t until, std::int64_t shift) {

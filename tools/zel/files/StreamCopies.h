@@ -34,6 +34,8 @@ class StreamCopies {
   const std::string& copied() const { return copied_; }
   /// The streams without a place in the output, in words.
   const std::string& leftOut() const { return leftOut_; }
+  /// What the output cannot say of the copied streams, in words.
+  const std::string& lost() const { return lost_; }
 
  private:
   /// A stream that is copied.
@@ -43,6 +45,7 @@ class StreamCopies {
     long double end = 0;  ///< Of the last packet of sound, in the stream's time base.
   };
 
+  void NoteLosses(const AVStream& stream, const std::string& what);
   bool Load();
   void Send(Copy* copy, AVPacket* packet, AVRational base, std::int64_t shift);
   void SendOrdered(Copy* copy, AVRational base, std::int64_t shift);
@@ -55,6 +58,7 @@ class StreamCopies {
   bool isAsStored_ = false;     ///< The source yields no times but stored ones.
   std::string copied_;
   std::string leftOut_;
+  std::string lost_;
   media::Packet packet_{media::NotNull(av_packet_alloc())};  ///< The next one to copy, or empty.
   media::Packet ordered_{media::NotNull(av_packet_alloc())};
   bool ended_ = false;
