@@ -43,6 +43,15 @@ void CopyTexts(AVDictionary** to, const AVDictionary* from) {
   }
 }
 
+/// Converts a time that is AV_NOPTS_VALUE or within media::kFarthest, and limits it to that.
+std::int64_t Rescaled(std::int64_t time, AVRational from, AVRational to) {
+  if (time == AV_NOPTS_VALUE) return time;
+  const std::int64_t result = av_rescale_q(media::Bounded(time), from, to);
+  // What does not fit 64 bits.
+  if (result == INT64_MIN) return time < 0 ? -media::kFarthest : media::kFarthest;
+  return media::Bounded(result);
+}
+
 /// The codec's own tag if `out` can store it, else 0, for which the muxer chooses one.
 unsigned UsableTag(const AVOutputFormat& out, const AVCodecParameters& codec) {
   unsigned other = 0;
@@ -137,11 +146,12 @@ void MediaWriter::AddDescription(const AVFormatContext& source, std::int64_t shi
   for (unsigned i = 0; i < source.nb_chapters; ++i) {
     const AVChapter& from = *source.chapters[i];
     auto* chapter = static_cast<AVChapter*>(media::NotNull(av_mallocz(sizeof(AVChapter))));
-    const std::int64_t offset = av_rescale_q(shift, media::kTickBase, from.time_base);
+    const std::int64_t offset = Rescaled(shift, media::kTickBase, from.time_base);
     chapter->id = from.id;
     chapter->time_base = from.time_base;
-    chapter->start = from.start + offset;
-    chapter->end = from.end + offset;
+    chapter->start = media::Bounded(from.start) + offset;
+    // AV_NOPTS_VALUE when it is not known.
+    chapter->end = from.end == AV_NOPTS_VALUE ? from.end : media::Bounded(from.end) + offset;
     CopyTexts(&chapter->metadata, from.metadata);
     muxer_->chapters[muxer_->nb_chapters++] = chapter;
   }
@@ -185,7 +195,9 @@ void MediaWriter::WriteCopy(AVPacket* packet, int index, AVRational timeBase) {
   const AVRational outBase = muxer_->streams[index]->time_base;
   packet->stream_index = index;
   packet->pos = -1;
-  av_packet_rescale_ts(packet, timeBase, outBase);
+  packet->pts = Rescaled(packet->pts, timeBase, outBase);
+  packet->dts = Rescaled(packet->dts, timeBase, outBase);
+  packet->duration = Rescaled(packet->duration, timeBase, outBase);
   // Decoding times must rise, but two may have become equal when they were rounded.
   std::int64_t& last = lastDts_[static_cast<std::size_t>(index)];
   if (packet->dts != AV_NOPTS_VALUE) {

@@ -115,8 +115,7 @@ std::int64_t PacketSource::BeginningWith(std::int64_t first) const {
         picture.start_time == AV_NOPTS_VALUE) {
       continue;
     }
-    first = std::min<std::int64_t>(
-        first, av_rescale_q(picture.start_time, picture.time_base, media::kTickBase));
+    first = std::min<std::int64_t>(first, media::ToTicks(picture.start_time, picture.time_base));
   }
   return first;
 }
