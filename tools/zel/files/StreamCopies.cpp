@@ -103,17 +103,18 @@ void StreamCopies::Add(int index) {
   if (IsChapters(source_->context(), codec)) return;
   const std::string what = StreamText(index, codec);
   const bool isPicture = codec.codec_type == AVMEDIA_TYPE_VIDEO && !media::IsCover(stream);
-  if (container_.soundOnly || media::IsCover(stream) || !writer_->Holds(stream, codec)) {
-    if (isPicture && !container_.soundOnly) {
-      throw Failure(output_, std::string(container_.title) + " holds no video of codec " +
-                                 avcodec_get_name(codec.codec_id));
-    }
-    return AddToList(&leftOut_, what);
-  }
+  if (container_.soundOnly || media::IsCover(stream)) return AddToList(&leftOut_, what);
   // No container takes a stream whose format was cut off with the end of the file.
   if (!IsDescribed(codec)) {
     if (isPicture) throw Failure(source_->path(), "nothing is known of its stream " + what);
     return AddToList(&leftOut_, what + " of unknown format");
+  }
+  if (!writer_->Holds(stream, codec)) {
+    if (isPicture) {
+      throw Failure(output_, std::string(container_.title) + " holds no video of codec " +
+                                 avcodec_get_name(codec.codec_id));
+    }
+    return AddToList(&leftOut_, what);
   }
   Copy& copy = copies_[index];
   if (isPicture && source_->LacksShowTimes()) {
