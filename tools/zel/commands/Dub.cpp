@@ -122,8 +122,7 @@ class Dub {
       text += " at " + std::to_string(writer_->sound().outRate()) + " Hz";
     }
     if (!copies_->copied().empty()) text += "; copied: " + copies_->copied();
-    if (!copies_->leftOut().empty()) text += "; left out: " + copies_->leftOut();
-    text += "\nsilence: " + SilenceText(start, length, trackLength) + "\n";
+    text += Omissions() + "\nsilence: " + SilenceText(start, length, trackLength) + "\n";
     return text + "Nothing was written.\n";
   }
 
@@ -220,8 +219,14 @@ class Dub {
     const double seconds = static_cast<double>(samples) / input_.format().sampleRate;
     return Printable(options_.output.path) + ": sound of " + Printable(options_.input) +
            " replaced by " + Printable(options_.track) + " from " + ClockText(options_.delay) +
-           ": " + std::to_string(frames) + " frames, " + progress.Summary(seconds) +
-           (copies_->leftOut().empty() ? "" : "; left out: " + copies_->leftOut()) + "\n";
+           ": " + std::to_string(frames) + " frames, " + progress.Summary(seconds) + Omissions() +
+           "\n";
+  }
+
+  /// What the output lacks of the input.
+  std::string Omissions() const {
+    return (copies_->leftOut().empty() ? "" : "; left out: " + copies_->leftOut()) +
+           (copies_->lost().empty() ? "" : "; lost: " + copies_->lost());
   }
 
   const Options& options_;

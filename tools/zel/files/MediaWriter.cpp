@@ -1,6 +1,7 @@
 #include "tools/zel/files/MediaWriter.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <limits>
 
@@ -42,6 +43,15 @@ void CopyTexts(AVDictionary** to, const AVDictionary* from) {
   }
 }
 
+/// Converts a time that is AV_NOPTS_VALUE or within media::kFarthest, and limits it to that.
+std::int64_t Rescaled(std::int64_t time, AVRational from, AVRational to) {
+  if (time == AV_NOPTS_VALUE) return time;
+  const std::int64_t result = av_rescale_q(media::Bounded(time), from, to);
+  // What does not fit 64 bits.
+  if (result == INT64_MIN) return time < 0 ? -media::kFarthest : media::kFarthest;
+  return media::Bounded(result);
+}
+
 /// The codec's own tag if `out` can store it, else 0, for which the muxer chooses one.
 unsigned UsableTag(const AVOutputFormat& out, const AVCodecParameters& codec) {
   unsigned other = 0;
@@ -64,22 +74,41 @@ MediaWriter::MediaWriter(const std::string& path, const Container& container)
   muxer->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL;
 }
 
-bool MediaWriter::Holds(const AVStream& stream) const {
-  const AVCodecParameters& codec = *stream.codecpar;
+bool MediaWriter::Holds(const AVStream& stream, const AVCodecParameters& codec) const {
+  if (codec.codec_type == AVMEDIA_TYPE_DATA) return false;
   if (codec.codec_type == AVMEDIA_TYPE_ATTACHMENT) {
     return std::strcmp(container_.muxer, "matroska") == 0;
   }
-  return avformat_query_codec(muxer_->oformat, codec.codec_id, FF_COMPLIANCE_NORMAL) == 1;
+  // FFmpeg's lists of codecs are neither complete nor true. Writing the head of a file tells.
+  MediaWriter trial(path_, container_);
+  trial.AddCopy(stream, codec);
+  AVIOContext* memory = nullptr;
+  if (avio_open_dyn_buf(&memory) < 0) throw std::bad_alloc();
+  trial.muxer_->pb = memory;
+  const int result = avformat_write_header(trial.muxer_.get(), nullptr);
+  trial.muxer_->pb = nullptr;
+  std::uint8_t* head = nullptr;
+  avio_close_dyn_buf(memory, &head);
+  av_free(head);
+  if (result == AVERROR(ENOMEM)) throw std::bad_alloc();
+  return result >= 0;
 }
 
-int MediaWriter::AddCopy(const AVStream& stream) {
+bool MediaWriter::HasEdits() const {
+  return std::strcmp(container_.muxer, "mp4") == 0 || std::strcmp(container_.muxer, "mov") == 0;
+}
+
+int MediaWriter::AddCopy(const AVStream& stream, const AVCodecParameters& codec) {
   AVStream* copy = media::NotNull(avformat_new_stream(muxer_.get(), nullptr));
-  Check(avcodec_parameters_copy(copy->codecpar, stream.codecpar));
-  copy->codecpar->codec_tag = UsableTag(*muxer_->oformat, *stream.codecpar);
+  Check(avcodec_parameters_copy(copy->codecpar, &codec));
+  copy->codecpar->codec_tag = UsableTag(*muxer_->oformat, codec);
+  if (stream.sample_aspect_ratio.num != 0) {
+    copy->codecpar->sample_aspect_ratio = stream.sample_aspect_ratio;
+  }
   copy->time_base = stream.time_base;
   copy->avg_frame_rate = stream.avg_frame_rate;
   copy->r_frame_rate = stream.r_frame_rate;
-  copy->sample_aspect_ratio = stream.sample_aspect_ratio;
+  copy->sample_aspect_ratio = copy->codecpar->sample_aspect_ratio;
   copy->disposition = stream.disposition;
   CopyTexts(&copy->metadata, stream.metadata);
   for (int i = 0; i < stream.nb_side_data; ++i) {
@@ -117,11 +146,12 @@ void MediaWriter::AddDescription(const AVFormatContext& source, std::int64_t shi
   for (unsigned i = 0; i < source.nb_chapters; ++i) {
     const AVChapter& from = *source.chapters[i];
     auto* chapter = static_cast<AVChapter*>(media::NotNull(av_mallocz(sizeof(AVChapter))));
-    const std::int64_t offset = av_rescale_q(shift, media::kTickBase, from.time_base);
+    const std::int64_t offset = Rescaled(shift, media::kTickBase, from.time_base);
     chapter->id = from.id;
     chapter->time_base = from.time_base;
-    chapter->start = from.start + offset;
-    chapter->end = from.end + offset;
+    chapter->start = media::Bounded(from.start) + offset;
+    // AV_NOPTS_VALUE when it is not known.
+    chapter->end = from.end == AV_NOPTS_VALUE ? from.end : media::Bounded(from.end) + offset;
     CopyTexts(&chapter->metadata, from.metadata);
     muxer_->chapters[muxer_->nb_chapters++] = chapter;
   }
@@ -165,7 +195,9 @@ void MediaWriter::WriteCopy(AVPacket* packet, int index, AVRational timeBase) {
   const AVRational outBase = muxer_->streams[index]->time_base;
   packet->stream_index = index;
   packet->pos = -1;
-  av_packet_rescale_ts(packet, timeBase, outBase);
+  packet->pts = Rescaled(packet->pts, timeBase, outBase);
+  packet->dts = Rescaled(packet->dts, timeBase, outBase);
+  packet->duration = Rescaled(packet->duration, timeBase, outBase);
   // Decoding times must rise, but two may have become equal when they were rounded.
   std::int64_t& last = lastDts_[static_cast<std::size_t>(index)];
   if (packet->dts != AV_NOPTS_VALUE) {

@@ -22,10 +22,15 @@ class MediaWriter {
   MediaWriter(const std::string& path, const Container& container);
 
   /// Tells whether the container can hold a copy of `stream`.
-  bool Holds(const AVStream& stream) const;
+  /// @param codec its format
+  /// @throws std::bad_alloc
+  bool Holds(const AVStream& stream, const AVCodecParameters& codec) const;
+  /// Tells whether the container stores edit lists and rotations: MP4 and QuickTime.
+  bool HasEdits() const;
   /// Adds a copy of `stream`.
+  /// @param codec its format
   /// @return its index in this file.
-  int AddCopy(const AVStream& stream);
+  int AddCopy(const AVStream& stream, const AVCodecParameters& codec);
   /// Adds the sound.
   /// @param like the stream whose texts and disposition are copied, or null
   void AddSound(SoundFormat format, const AVChannelLayout& layout, const AVStream* like);

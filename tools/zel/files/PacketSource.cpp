@@ -73,17 +73,28 @@ PacketSource::PacketSource(const std::string& path) : file_(path) {
 }
 
 void PacketSource::Want(int index, bool wanted) {
-  file_.stream(index)->discard = wanted ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
+  read_->stream(index)->discard = wanted ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
+}
+
+void PacketSource::ReadAsStored() {
+  // What was read to find the streams has been filled already.
+  auto stored = media::MediaFile::Open(path(), AVFMT_FLAG_NOFILLIN);
+  if (stored == nullptr || stored->format()->nb_streams != context().nb_streams) {
+    throw Failure(path(), "the file has changed while it was read");
+  }
+  stored_ = std::move(stored);
+  read_ = stored_.get();
+  for (int i = 0; i < streamCount(); ++i) Want(i, stream(i).discard != AVDISCARD_ALL);
 }
 
 bool PacketSource::Read(AVPacket* packet) {
   for (;;) {
-    const int result = file_.ReadPacket(packet);
-    if (result == AVERROR_EOF && file_.readError() == 0) return false;
-    if (result < 0) throw Failure(file_.path(), WhyNotRead(file_, result));
+    const int result = read_->ReadPacket(packet);
+    if (result == AVERROR_EOF && read_->readError() == 0) return false;
+    if (result < 0) throw Failure(path(), WhyNotRead(*read_, result));
     // Not every demultiplexer skips unwanted streams, and some find new streams on the way.
     const int index = packet->stream_index;
-    if (file_.stream(index)->discard != AVDISCARD_ALL) return true;
+    if (read_->stream(index)->discard != AVDISCARD_ALL) return true;
     av_packet_unref(packet);
   }
 }
@@ -104,8 +115,7 @@ std::int64_t PacketSource::BeginningWith(std::int64_t first) const {
         picture.start_time == AV_NOPTS_VALUE) {
       continue;
     }
-    first = std::min<std::int64_t>(
-        first, av_rescale_q(picture.start_time, picture.time_base, media::kTickBase));
+    first = std::min<std::int64_t>(first, media::ToTicks(picture.start_time, picture.time_base));
   }
   return first;
 }

@@ -1,6 +1,7 @@
 // The input file as packets, for the streams that are copied.
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "media/Ffmpeg.h"
@@ -26,6 +27,17 @@ class PacketSource {
   /// another stream may be wanted, and the position in the file is another one.
   std::string WhyNone(AVMediaType type);
 
+  /// True when the container does not store when each picture is shown: AVI and ASF store times of
+  /// decoding, program and transport streams those of whole blocks.
+  bool LacksShowTimes() const {
+    return IsBlocks() || file_.IsFormat("avi") || file_.IsFormat("asf");
+  }
+  /// True for containers that store blocks of pictures: program and transport streams.
+  bool IsBlocks() const { return file_.IsFormat("mpeg") || file_.IsFormat("mpegts"); }
+  /// Makes Read yield the stored times only, without the guesses by which FFmpeg fills gaps. Call
+  /// it before the first Read.
+  /// @throws Failure
+  void ReadAsStored();
   /// Chooses whether Read yields packets of a stream. At first it yields none.
   void Want(int index, bool wanted);
   /// Reads the next packet of a wanted stream.
@@ -36,6 +48,8 @@ class PacketSource {
   bool HasPackets(int index);
 
   media::MediaFile file_;
+  std::unique_ptr<media::MediaFile> stored_;  ///< The file once more, for ReadAsStored.
+  media::MediaFile* read_ = &file_;           ///< Where Read reads.
 };
 
 /// Says why a decoder refused to open `path`.

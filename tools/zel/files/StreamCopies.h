@@ -3,9 +3,11 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 
 #include "tools/zel/files/Container.h"
+#include "tools/zel/files/DisplayOrder.h"
 #include "tools/zel/files/MediaWriter.h"
 #include "tools/zel/files/PacketSource.h"
 
@@ -32,18 +34,33 @@ class StreamCopies {
   const std::string& copied() const { return copied_; }
   /// The streams without a place in the output, in words.
   const std::string& leftOut() const { return leftOut_; }
+  /// What the output cannot say of the copied streams, in words.
+  const std::string& lost() const { return lost_; }
 
  private:
+  /// A stream that is copied.
+  struct Copy {
+    int index = 0;                        ///< In the output.
+    std::unique_ptr<DisplayOrder> order;  ///< Of pictures without times of showing, else null.
+    long double end = 0;  ///< Of the last packet of sound, in the stream's time base.
+  };
+
+  void NoteLosses(const AVStream& stream, const std::string& what);
   bool Load();
+  void Send(Copy* copy, AVPacket* packet, AVRational base, std::int64_t shift);
+  void SendOrdered(Copy* copy, AVRational base, std::int64_t shift);
 
   PacketSource* source_;
   MediaWriter* writer_;
   const Container& container_;
   std::string output_;
-  std::map<int, int> indices_;  ///< Of copied streams: index in the source, index in the output.
+  std::map<int, Copy> copies_;  ///< By index in the source.
+  bool isAsStored_ = false;     ///< The source yields no times but stored ones.
   std::string copied_;
   std::string leftOut_;
+  std::string lost_;
   media::Packet packet_{media::NotNull(av_packet_alloc())};  ///< The next one to copy, or empty.
+  media::Packet ordered_{media::NotNull(av_packet_alloc())};
   bool ended_ = false;
 };
 
