@@ -267,8 +267,25 @@ void AudioReader::BeginStream(bool isStamped, std::int64_t stamp) {
   const std::int64_t declared = stream()->start_time;
   startTicks_ = isStamped ? stamp : declared != AV_NOPTS_VALUE ? media::Bounded(declared) : 0;
   firstRate_ = frame_->sample_rate;
-  firstChannels_ = frame_->ch_layout.nb_channels;
+  NoteFormat();
   clock_ = {true, firstRate_, 0, 0};
+}
+
+/// Keeps what the first frame tells of the whole sound.
+void AudioReader::NoteFormat() {
+  const AVChannelLayout& layout = frame_->ch_layout;
+  firstChannels_ = layout.nb_channels;
+  firstSpeakers_ = layout.order == AV_CHANNEL_ORDER_NATIVE ? layout.u.mask : 0;
+  const auto format = static_cast<AVSampleFormat>(frame_->format);
+  const AVSampleFormat packed = av_get_packed_sample_fmt(format);
+  sourceIsFloat_ = packed == AV_SAMPLE_FMT_FLT || packed == AV_SAMPLE_FMT_DBL;
+  const AVCodecDescriptor* codec = avcodec_descriptor_get(codec_->codec_id);
+  // What stores samples or not is only known of the data; DTS stores integers if anything.
+  const bool isLossless = codec != nullptr && (codec->props & AV_CODEC_PROP_LOSSLESS) != 0 &&
+                          !(codec_->codec_id == AV_CODEC_ID_DTS && sourceIsFloat_);
+  sourceIsFloat_ = sourceIsFloat_ && isLossless;
+  const int raw = codec_->bits_per_raw_sample;
+  sourceBits_ = !isLossless ? 0 : raw > 0 ? raw : 8 * av_get_bytes_per_sample(format);
 }
 
 /// Starts the clock with the first frame after a seek.
