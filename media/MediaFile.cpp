@@ -155,6 +155,11 @@ bool MediaFile::IsFormat(const char* name) const {
   return Is(*format_->iformat, name);
 }
 
+bool MediaFile::HasChanged() const {
+  struct stat info {};
+  return fstat(descriptor_, &info) != 0 || info.st_size != size_;
+}
+
 void MediaFile::ReadAt(std::uint64_t offset, void* buffer, std::size_t size) const {
   auto* bytes = static_cast<char*>(buffer);
   while (size > 0 && offset < static_cast<std::uint64_t>(size_)) {

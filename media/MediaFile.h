@@ -70,6 +70,8 @@ class MediaFile {
   const std::string& path() const { return path_; }
   /// Size of the file in bytes when it was opened.
   std::int64_t size() const { return size_; }
+  /// True when the file has another size now.
+  bool HasChanged() const;
   /// Copies the file's bytes from `offset` on without moving the demultiplexer. Past the end of the
   /// file, `buffer` stays as it is.
   void ReadAt(std::uint64_t offset, void* buffer, std::size_t size) const;

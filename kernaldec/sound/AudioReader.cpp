@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "kernaldec/file/Completeness.h"
+#include "media/StreamLength.h"
 #include "media/Ticks.h"
 
 namespace zel::kernaldec {
@@ -354,9 +355,8 @@ void AudioReader::CheckEnd() {
   const long double end = clock_.time();
   // FFmpeg may take tags at the end of such a file for frames.
   const int harmless = IsMpegAudio(codec_->codec_id) ? 2 : 0;
-  const DeclaredLength declared = FindDeclaredLength(*file_, index_);
-  if (declared.seconds - declared.slack > end) {
-    Fail("the file ends after " + Seconds(end) + " of " + Seconds(declared.seconds));
+  if (const std::string why = media::WhyShort(*file_, index_, end); !why.empty()) {
+    Fail(why);
   } else if (IsCutOff(*file_)) {
     Fail("the file is cut off after " + Seconds(end));
   } else if (lostPackets_ > harmless) {
