@@ -43,6 +43,7 @@ CodecContext OpenDecoder(const AVStream& stream) {
   // The decoder needs it to move a frame's time stamp when it cuts off priming samples.
   context->pkt_timebase = stream.time_base;
   context->thread_count = 1;
+  context->max_pixels = kMostPixels;
   if (avcodec_open2(context.get(), codec, nullptr) < 0) return nullptr;
   return context;
 }

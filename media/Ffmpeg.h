@@ -15,6 +15,7 @@ extern "C" {
 #include <libswscale/swscale.h>
 }
 
+#include <cstdint>
 #include <memory>
 #include <new>
 #include <string>
@@ -49,7 +50,12 @@ T* NotNull(T* object) {
   return object;
 }
 
-/// Opens a decoder for a stream. It works on the calling thread only.
+/// The largest picture that is decoded, in pixels: 8192 x 8192. Decoding takes up to 16 bytes for
+/// each; a file of a few bytes may claim any size.
+inline constexpr std::int64_t kMostPixels = std::int64_t{1} << 26;
+
+/// Opens a decoder for a stream. It refuses pictures of more than kMostPixels, and works on the
+/// calling thread only.
 /// @return null when FFmpeg has no decoder for the stream, or the decoder rejects it
 /// @throws std::bad_alloc
 CodecContext OpenDecoder(const AVStream& stream);

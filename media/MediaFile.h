@@ -46,8 +46,10 @@ class MediaFile {
   /// @return 0, or FFmpeg's error; after an error there is no format()
   /// @throws std::bad_alloc
   int OpenFormat(int flags);
-  /// Reads and decodes as much as it takes to find the streams' formats.
+  /// Reads and decodes as much as it takes to find the streams' formats. Leaves out pictures of
+  /// which all streams together would have more than kMostPixels.
   /// @return 0, or FFmpeg's error
+  /// @throws std::bad_alloc
   int FindStreams();
 
   /// Makes the demultiplexer skip the packets of all streams but `index`, where it can.

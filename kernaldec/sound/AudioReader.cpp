@@ -7,6 +7,7 @@
 #include <new>
 #include <utility>
 
+#include "kernaldec/DecodedAudio.h"
 #include "kernaldec/file/Completeness.h"
 #include "media/StreamLength.h"
 #include "media/Ticks.h"
@@ -91,6 +92,8 @@ bool AudioReader::Start(std::unique_ptr<media::MediaFile> file) {
   shortReads_ = MarksShortReads(*file_);
   inputEnded_ = false;
   lostPackets_ = 0;
+  holes_ = 0;
+  holesAreTooLong_ = false;
   clock_ = {};
   fromStart_ = true;
   framesRead_ = 0;
@@ -166,6 +169,8 @@ bool AudioReader::SeekByIndex(double seconds) {
     fromStart_ = false;
     inputEnded_ = false;
     lostPackets_ = 0;
+    holes_ = 0;
+    holesAreTooLong_ = false;
     clock_ = {};
     if (!DecodeFrame()) break;
     state_ = State::kBeforeFirst;
@@ -190,7 +195,7 @@ bool AudioReader::DropUntil(double seconds) {
 /// @return false at the end of the input, or when reading has failed.
 bool AudioReader::DecodeFrame() {
   while (ReceiveFrame()) {
-    if (frame_->nb_samples > 0 && frame_->sample_rate > 0 && Place()) return true;
+    if (frame_->nb_samples > 0 && frame_->sample_rate > 0 && Place()) return !holesAreTooLong_;
   }
   return false;
 }
@@ -345,6 +350,18 @@ void AudioReader::NotePacketLost() {
 }
 
 void AudioReader::NoteGap(long double missing) {
+  constexpr long double longestHole = static_cast<long double>(kLongestHole) / kTicksPerSecond;
+  constexpr long double most = 24 * 3600;
+  if (missing > 0 && missing <= longestHole) holes_ += missing;
+  // Consumers fill holes: a small file could make them write without end.
+  const double length = media::StreamLength(file_->format(), index_);
+  if (holes_ > most) {
+    holesAreTooLong_ = true;
+    Fail("the holes in its sound add up to more than 24 hours");
+  } else if (length > 0 && holes_ > length + longestHole) {
+    holesAreTooLong_ = true;
+    Fail("the holes in its sound are longer than the file says it is");
+  }
   // A plain FLAC file numbers its frames. In other containers a gap may be meant.
   if (missing > 0 && file_->IsFormat("flac")) Fail(Seconds(missing) + " of sound are missing");
 }

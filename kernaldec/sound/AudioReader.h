@@ -127,6 +127,8 @@ class AudioReader {
   std::int64_t gridPhase_ = 0;  ///< Samples in the first frame.
   std::int64_t gridStep_ = 0;   ///< Samples in the second frame.
   int lostPackets_ = 0;         ///< Since the last good frame.
+  long double holes_ = 0;       ///< Seconds in all, since the start or the last seek.
+  bool holesAreTooLong_ = false;
   std::string failure_;
 };
 

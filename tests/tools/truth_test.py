@@ -1,10 +1,22 @@
 """What comes out is what went in, or the command says otherwise: speakers, bits, and the length of files that lie."""
 
 import array
+import os
+import resource
 import struct
+import subprocess
+import time
 import unittest
+import zlib
 
-from support import Case, ffmpeg, lavfi, probe, read_wav, write, zel
+from support import SANITIZED, ZEL, Case, ffmpeg, lavfi, probe, read, read_wav, write, zel
+
+
+def patched(path, mark, skip, change, size):
+    """The file's bytes, with `size` of them, `skip` behind the mark, changed."""
+    data = read(path)
+    at = data.index(mark) + len(mark) + skip
+    return data[:at] + change(data[at:at + size]) + data[at + size:]
 
 
 def layout(path):
@@ -52,6 +64,42 @@ class TestSound(Case):
                                 for g, w, v in zip(got, want, steps + [0] * 6)), (kind, got))
             self.assertEqual(len(got), len(want))
             self.assertIn(f"{kind[1:]}-bit", said)
+
+
+class TestLyingFiles(Case):
+    @classmethod
+    def make(cls):
+        ffmpeg(*lavfi("sine=d=2:r=8000"), "-c:a", "aac", "-ac", "1", "whole.m4a")
+        ffmpeg(*lavfi("sine=d=2:r=8000"), "-c:a", "flac", "-bsf:a", "setts=ts=if(lt(N\\,2)\\,N*500000\\,1000000)",
+               "holes.mkv")
+        write("half.m4a", patched("whole.m4a", b"stsz", 8, lambda old: struct.pack(">I", int.from_bytes(old, "big") // 2), 4))
+        write("short.mkv", patched("holes.mkv", b"\x44\x89\x88", 0, lambda old: struct.pack(">d", 2000), 8))
+        write("huge.png", b"\x89PNG\r\n\x1a\n" + b"".join(
+            struct.pack(">I", len(d)) + k + d + struct.pack(">I", zlib.crc32(k + d))
+            for k, d in ((b"IHDR", struct.pack(">IIBBBBB", 16000, 16000, 8, 2, 0, 0, 0)), (b"IDAT", b""))))
+
+    def test_lies_are_failures(self):
+        self.done("convert", "whole.m4a", "-o", "o.wav")
+        self.all_fail(1, """
+            convert half.m4a -o @ : p.wav p.mp4 | the file ends after 1\\.
+            dub whole.m4a half.m4a -o p.wav | half.m4a: the file ends after 1\\.
+            convert short.mkv -o p.wav | the holes in its sound are longer than the file says it is
+            frame huge.png -o p.png | cannot be decoded""")
+
+    def test_a_file_that_shrinks_on_the_way(self):
+        ffmpeg(*lavfi("sine=d=600:r=48000"), "-c:a", "flac", "long.mkv")
+        running = subprocess.Popen([ZEL, "convert", "long.mkv", "-o", "p.wav"], stderr=subprocess.PIPE)
+        while running.poll() is None and not any(name.startswith(".zel-") for name in os.listdir()):
+            time.sleep(0.001)
+        os.truncate("long.mkv", os.path.getsize("long.mkv") // 2)
+        self.assertRegex(running.communicate()[1].decode(), "^zel: long.mkv: the file has changed while it was read")
+        self.assertEqual(running.returncode, 1)
+
+    def test_pictures_take_bounded_memory(self):
+        self.done("frame", "-h")
+        code, _, err = zel("frame", "huge.png", "-o", "p.png", prepare=lambda: resource.setrlimit(
+            resource.RLIMIT_AS, (600 << 20, 600 << 20)) if not SANITIZED else None)
+        self.assertEqual((code, "memory" in err), (1, False), err)
 
 
 if __name__ == "__main__":
