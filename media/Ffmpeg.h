@@ -64,6 +64,9 @@ CodecContext OpenDecoder(const AVStream& stream);
 /// message that CaptureLog kept is added. Any thread.
 std::string ErrorText(int error);
 
+/// True when a picture of more than kMostPixels was refused since CaptureLog. Any thread.
+bool SawLargePicture();
+
 /// Keeps FFmpeg's messages off standard error, for ErrorText. Affects the whole process; call it
 /// once, at the start.
 void CaptureLog();

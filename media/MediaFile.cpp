@@ -60,10 +60,11 @@ std::string NameForProbing(const std::string& path) {
 
 std::unique_ptr<MediaFile> MediaFile::Open(const std::string& path, int flags) {
   auto file = std::make_unique<MediaFile>(path);
-  if (file->OpenFile() != 0 || file->OpenFormat(flags) < 0 || file->FindStreams() < 0) {
-    return nullptr;
-  }
-  return file;
+  if (file->OpenFile() != 0) return nullptr;
+  int result = file->OpenFormat(flags);
+  if (result >= 0) result = file->FindStreams();
+  if (result == AVERROR(ENOMEM)) throw std::bad_alloc();
+  return result >= 0 ? std::move(file) : nullptr;
 }
 
 MediaFile::~MediaFile() {

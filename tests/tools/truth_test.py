@@ -84,7 +84,7 @@ class TestLyingFiles(Case):
             convert half.m4a -o @ : p.wav p.mp4 | the file ends after 1\\.
             dub whole.m4a half.m4a -o p.wav | half.m4a: the file ends after 1\\.
             convert short.mkv -o p.wav | the holes in its sound are longer than the file says it is
-            frame huge.png -o p.png | cannot be decoded""")
+            frame huge.png -o p.png | pictures of more than 67108864 pixels are not decoded""")
 
     def test_a_file_that_shrinks_on_the_way(self):
         ffmpeg(*lavfi("sine=d=600:r=48000"), "-c:a", "flac", "long.mkv")
@@ -96,7 +96,6 @@ class TestLyingFiles(Case):
         self.assertEqual(running.returncode, 1)
 
     def test_pictures_take_bounded_memory(self):
-        self.done("frame", "-h")
         code, _, err = zel("frame", "huge.png", "-o", "p.png", prepare=lambda: resource.setrlimit(
             resource.RLIMIT_AS, (600 << 20, 600 << 20)) if not SANITIZED else None)
         self.assertEqual((code, "memory" in err), (1, False), err)

@@ -43,8 +43,9 @@ Ref<IMediaStream> StreamOf(IMediaDecoderMgr* manager, const std::string& path,
                            DecoderSelection selection) {
   Ref<IMediaDecoder> decoder;
   Ref<IMediaStream> stream;
-  manager->CreateDecoder(media::ToWide(path).c_str(), 0, &selection, 11, decoder.Receive());
-  if (decoder) decoder->GetAudioStream(stream.Receive());
+  CheckMemory(path, manager->CreateDecoder(media::ToWide(path).c_str(), 0, &selection, 11,
+                                           decoder.Receive()));
+  if (decoder) CheckMemory(path, decoder->GetAudioStream(stream.Receive()));
   return stream;
 }
 
