@@ -26,6 +26,21 @@
 inline constexpr _GUID IID_IDecodedAudio = {
     0x8A5ED067, 0xA06E, 0x4522, {0xBF, 0xFC, 0x47, 0x57, 0x18, 0xC2, 0x39, 0x79}};
 
+/// A jump of the time stamps by more than this (100-ns units, 10 minutes) is one of the recording's
+/// clock. A smaller one is a hole in the sound, which hosts may fill with silence.
+inline constexpr long long kLongestHole = 6'000'000'000;
+
+/// What the description of a stream does not say of its sound.
+struct SDecodedSound {
+  /// The speakers of the channels, in the order of their bits as in WAVEFORMATEXTENSIBLE's
+  /// dwChannelMask (1 front left, 2 front right, 4 centre, 8 low frequencies, ...); 0 where the
+  /// file does not tell them, or other than in this order.
+  unsigned long long speakers;
+  /// Bits of one sample as the file stores it; 0 where the codec stores no samples (AAC, MP3 ...).
+  int sourceBits;
+  int sourceIsFloat;  ///< 1: those are floating point.
+};
+
 /// Controls one decoded audio stream.
 class ZEL_API IDecodedAudio : public IUnknown {
  public:
@@ -50,8 +65,16 @@ class ZEL_API IDecodedAudio : public IUnknown {
   /// @param text receives one line with the reason, without the file's name ("the file ends after
   ///   12.3 s of 20.0 s"), to be freed with SysFreeString; null with S_OK, or when memory is short.
   ///   May be null.
-  /// @return S_OK; E_FAIL when reading or decoding failed, or the file is shorter than it claims
+  /// @return S_OK; E_FAIL when reading or decoding failed, the file is shorter than it claims, or
+  /// its
+  ///   holes add up to more than 24 hours or than its length and kLongestHole
   virtual HRESULT GetStatus(wchar_t** text) = 0;
+  /// Describes the sound that the stream delivers, as of its first frame. Wider samples than 16
+  /// bits are rounded to the nearest value when they are delivered.
+  ///
+  /// Thread: as the stream's calls, one at a time.
+  /// @return S_OK; E_POINTER
+  virtual HRESULT GetSound(SDecodedSound* sound) = 0;
 
  protected:
   ~IDecodedAudio() = default;

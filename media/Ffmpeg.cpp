@@ -5,8 +5,11 @@ extern "C" {
 #include <libavutil/log.h>
 }
 
+#include <atomic>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <mutex>
 #include <utility>
 
@@ -16,8 +19,13 @@ namespace {
 std::mutex g_logMutex;
 std::string g_lastMessage;
 
+// What FFmpeg says when a picture has more than max_pixels. Its error code is that of any damage.
+constexpr const char* kTooManyPixels = "exceeds specified max pixel count";
+std::atomic<bool> g_sawLargePicture{false};
+
 void KeepMessage(void*, int level, const char* format, va_list arguments) {
   if (level > AV_LOG_ERROR) return;
+  if (std::strstr(format, kTooManyPixels) != nullptr) g_sawLargePicture = true;
   char text[256];
   std::vsnprintf(text, sizeof(text), format, arguments);
   std::string message = text;
@@ -39,11 +47,16 @@ CodecContext OpenDecoder(const AVStream& stream) {
   const AVCodec* codec = avcodec_find_decoder(stream.codecpar->codec_id);
   if (codec == nullptr) return nullptr;
   CodecContext context(NotNull(avcodec_alloc_context3(codec)));
-  if (avcodec_parameters_to_context(context.get(), stream.codecpar) < 0) return nullptr;
+  const int described = avcodec_parameters_to_context(context.get(), stream.codecpar);
+  if (described == AVERROR(ENOMEM)) throw std::bad_alloc();
+  if (described < 0) return nullptr;
   // The decoder needs it to move a frame's time stamp when it cuts off priming samples.
   context->pkt_timebase = stream.time_base;
   context->thread_count = 1;
-  if (avcodec_open2(context.get(), codec, nullptr) < 0) return nullptr;
+  context->max_pixels = kMostPixels;
+  const int opened = avcodec_open2(context.get(), codec, nullptr);
+  if (opened == AVERROR(ENOMEM)) throw std::bad_alloc();
+  if (opened < 0) return nullptr;
   return context;
 }
 
@@ -53,6 +66,10 @@ std::string ErrorText(int error) {
   const std::lock_guard lock(g_logMutex);
   if (!IsVague(error) || g_lastMessage.empty()) return text;
   return std::string(text) + " (" + g_lastMessage + ")";
+}
+
+bool SawLargePicture() {
+  return g_sawLargePicture;
 }
 
 void CaptureLog() {

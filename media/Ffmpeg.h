@@ -15,6 +15,7 @@ extern "C" {
 #include <libswscale/swscale.h>
 }
 
+#include <cstdint>
 #include <memory>
 #include <new>
 #include <string>
@@ -49,7 +50,12 @@ T* NotNull(T* object) {
   return object;
 }
 
-/// Opens a decoder for a stream. It works on the calling thread only.
+/// The largest picture that is decoded, in pixels: 8192 x 8192. Decoding takes up to 16 bytes for
+/// each; a file of a few bytes may claim any size.
+inline constexpr std::int64_t kMostPixels = std::int64_t{1} << 26;
+
+/// Opens a decoder for a stream. It refuses pictures of more than kMostPixels, and works on the
+/// calling thread only.
 /// @return null when FFmpeg has no decoder for the stream, or the decoder rejects it
 /// @throws std::bad_alloc
 CodecContext OpenDecoder(const AVStream& stream);
@@ -57,6 +63,9 @@ CodecContext OpenDecoder(const AVStream& stream);
 /// Describes `error`, a negative result of FFmpeg. Where the code alone says little, the last
 /// message that CaptureLog kept is added. Any thread.
 std::string ErrorText(int error);
+
+/// True when a picture of more than kMostPixels was refused since CaptureLog. Any thread.
+bool SawLargePicture();
 
 /// Keeps FFmpeg's messages off standard error, for ErrorText. Affects the whole process; call it
 /// once, at the start.

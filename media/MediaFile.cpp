@@ -6,12 +6,14 @@
 
 extern "C" {
 #include <libavutil/avstring.h>
+#include <libavutil/dict.h>
 #include <libavutil/mem.h>
 }
 
 #include <algorithm>
 #include <cerrno>
 #include <new>
+#include <vector>
 
 namespace zel::media {
 namespace {
@@ -26,6 +28,21 @@ constexpr int kMaxReadRetries = 1000;
 
 // Takes any text whose name ends in .txt, .nfo and the like for the recording of a terminal.
 constexpr const char* kTextAsFilm = "tty";
+
+// Pixels of a picture that is decoded to find its format, in any file: 1920 x 1088, rounded up.
+constexpr std::int64_t kLeastProbed = std::int64_t{1} << 21;
+
+/// Options for the decoder of each stream.
+struct DecoderOptions {
+  explicit DecoderOptions(unsigned streams) : all(streams + 1) {}
+  ~DecoderOptions() {
+    for (AVDictionary*& each : all) av_dict_free(&each);
+  }
+  DecoderOptions(const DecoderOptions&) = delete;
+  DecoderOptions& operator=(const DecoderOptions&) = delete;
+
+  std::vector<AVDictionary*> all;
+};
 
 bool Is(const AVInputFormat& format, const char* name) {
   return av_match_name(name, format.name) != 0;
@@ -43,10 +60,11 @@ std::string NameForProbing(const std::string& path) {
 
 std::unique_ptr<MediaFile> MediaFile::Open(const std::string& path, int flags) {
   auto file = std::make_unique<MediaFile>(path);
-  if (file->OpenFile() != 0 || file->OpenFormat(flags) < 0 || file->FindStreams() < 0) {
-    return nullptr;
-  }
-  return file;
+  if (file->OpenFile() != 0) return nullptr;
+  int result = file->OpenFormat(flags);
+  if (result >= 0) result = file->FindStreams();
+  if (result == AVERROR(ENOMEM)) throw std::bad_alloc();
+  return result >= 0 ? std::move(file) : nullptr;
 }
 
 MediaFile::~MediaFile() {
@@ -113,7 +131,18 @@ const AVInputFormat* MediaFile::Recognise(const std::string& name, int* error) {
 }
 
 int MediaFile::FindStreams() {
-  return std::min(avformat_find_stream_info(format_, nullptr), 0);
+  // Each stream keeps the pictures that are decoded to find its format. What is missing for larger
+  // ones, the decoder tells when it is opened.
+  int pictures = 0;
+  for (unsigned i = 0; i < format_->nb_streams; ++i) {
+    if (stream(static_cast<int>(i))->codecpar->codec_type == AVMEDIA_TYPE_VIDEO) ++pictures;
+  }
+  const std::int64_t most = std::max(kMostPixels / std::max(pictures, 1), kLeastProbed);
+  DecoderOptions options(format_->nb_streams);
+  for (AVDictionary*& each : options.all) {
+    if (av_dict_set_int(&each, "max_pixels", most, 0) < 0) throw std::bad_alloc();
+  }
+  return std::min(avformat_find_stream_info(format_, options.all.data()), 0);
 }
 
 bool MediaFile::SelectStream(int index) {
@@ -153,6 +182,11 @@ int MediaFile::RefuseFurtherFile(AVFormatContext* format, AVIOContext** io, cons
 
 bool MediaFile::IsFormat(const char* name) const {
   return Is(*format_->iformat, name);
+}
+
+bool MediaFile::HasChanged() const {
+  struct stat info {};
+  return fstat(descriptor_, &info) != 0 || info.st_size != size_;
 }
 
 void MediaFile::ReadAt(std::uint64_t offset, void* buffer, std::size_t size) const {

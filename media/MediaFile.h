@@ -46,8 +46,10 @@ class MediaFile {
   /// @return 0, or FFmpeg's error; after an error there is no format()
   /// @throws std::bad_alloc
   int OpenFormat(int flags);
-  /// Reads and decodes as much as it takes to find the streams' formats.
+  /// Reads and decodes as much as it takes to find the streams' formats. Leaves out pictures of
+  /// which all streams together would have more than kMostPixels.
   /// @return 0, or FFmpeg's error
+  /// @throws std::bad_alloc
   int FindStreams();
 
   /// Makes the demultiplexer skip the packets of all streams but `index`, where it can.
@@ -70,6 +72,8 @@ class MediaFile {
   const std::string& path() const { return path_; }
   /// Size of the file in bytes when it was opened.
   std::int64_t size() const { return size_; }
+  /// True when the file has another size now.
+  bool HasChanged() const;
   /// Copies the file's bytes from `offset` on without moving the demultiplexer. Past the end of the
   /// file, `buffer` stays as it is.
   void ReadAt(std::uint64_t offset, void* buffer, std::size_t size) const;

@@ -139,22 +139,6 @@ bool OggIsCut(const media::MediaFile& file) {
 
 }  // namespace
 
-DeclaredLength FindDeclaredLength(const media::MediaFile& file, int index) {
-  const AVStream& stream = *file.stream(index);
-  const int rate = stream.codecpar->sample_rate;
-  if (stream.duration == AV_NOPTS_VALUE || stream.duration <= 0 || rate <= 0 ||
-      file.format()->duration_estimation_method != AVFMT_DURATION_FROM_STREAM) {
-    return {};
-  }
-  const long double length =
-      static_cast<long double>(stream.duration) * stream.time_base.num / stream.time_base.den;
-  // These count samples. Half a sample allows for the rounding of `length`.
-  if (file.IsFormat("flac") || file.IsFormat("aiff")) return {length, 0.5L / rate};
-  // The header in the first frame counts all frames, but encoders leave out some samples.
-  if (file.IsFormat("mp3")) return {length, 0.1L};
-  return {};
-}
-
 bool IsCutOff(const media::MediaFile& file) {
   const Bytes bytes(file);
   if (file.IsFormat("wav")) return WaveIsCut(bytes);

@@ -2,7 +2,6 @@
 
 extern "C" {
 #include <libavutil/avstring.h>
-#include <libavutil/parseutils.h>
 #include <libavutil/pixdesc.h>
 }
 
@@ -18,6 +17,7 @@ extern "C" {
 #include <vector>
 
 #include "kernaldec/StreamExtras.h"
+#include "media/StreamLength.h"
 #include "media/Ticks.h"
 #include "media/Utf8.h"
 #include "zel/sample/MediaFrame.h"
@@ -48,19 +48,6 @@ const char* Tag(const AVDictionary* tags, const char* key) {
   return entry != nullptr ? entry->value : nullptr;
 }
 
-/// Finds a tag that states a fact about its stream. Some writers append a language ("BPS-eng").
-const AVDictionaryEntry* StatisticTag(const AVStream& stream, const std::string& key) {
-  const AVDictionaryEntry* plain = av_dict_get(stream.metadata, key.c_str(), nullptr, 0);
-  return plain != nullptr
-             ? plain
-             : av_dict_get(stream.metadata, (key + '-').c_str(), nullptr, AV_DICT_IGNORE_SUFFIX);
-}
-
-/// Rounds a length in seconds to microseconds, FFmpeg's own precision; negative ones become 0.
-double ToMicroseconds(double seconds) {
-  return std::round(std::max(seconds, 0.0) * AV_TIME_BASE) / AV_TIME_BASE;
-}
-
 std::uint32_t ToBitRate(std::int64_t rate) {
   return static_cast<std::uint32_t>(
       std::clamp<std::int64_t>(rate, 0, std::numeric_limits<std::uint32_t>::max()));
@@ -74,7 +61,7 @@ std::uint32_t BitRate(const AVStream& stream) {
         stream.codecpar->sample_rate * stream.codecpar->ch_layout.nb_channels);
   }
   // Matroska files often have it as a tag.
-  if (const auto* tag = StatisticTag(stream, "BPS"); rate <= 0 && tag != nullptr) {
+  if (const auto* tag = media::StatisticTag(stream, "BPS"); rate <= 0 && tag != nullptr) {
     rate = std::strtoll(tag->value, nullptr, 10);
   }
   return ToBitRate(rate);
@@ -163,7 +150,7 @@ ProgramInfo DescribeProgram(const AVFormatContext* format, const Program& progra
     first = std::min(first, start);
     end = std::max(end, start + stream.length);
   }
-  info.mediaLength = ToMicroseconds(end - first);
+  info.mediaLength = media::ToMicroseconds(end - first);
   info.bitrate = ToBitRate(static_cast<std::int64_t>(rate));
   info.videoStreamCount = static_cast<std::int32_t>(streams->video.size());
   info.videoStreams = streams->video.data();
@@ -173,32 +160,6 @@ ProgramInfo DescribeProgram(const AVFormatContext* format, const Program& progra
   info.subPicStreams = streams->subPic.data();
   info.timeStampReferenceStreamID = ReferenceStreamId(format, program);
   return info;
-}
-
-/// Seconds; 0 when it is not known.
-double Start(const AVStream& stream) {
-  return stream.start_time == AV_NOPTS_VALUE
-             ? 0
-             : static_cast<double>(stream.start_time) * av_q2d(stream.time_base);
-}
-
-/// The length in seconds of a Matroska stream that starts at `start`, by its DURATION tag; 0
-/// without one.
-double TaggedLength(const AVStream& stream, double start) {
-  const AVDictionaryEntry* tag = StatisticTag(stream, "DURATION");
-  std::int64_t microseconds = 0;
-  if (tag == nullptr || av_parse_time(&microseconds, tag->value, 1) < 0) return 0;
-  double seconds = static_cast<double>(microseconds) / AV_TIME_BASE;
-  // mkvmerge writes the length, and then a tag that lists its statistics. FFmpeg's muxer writes the
-  // time of the end, behind all tags that it copied, and counts the samples that decoders drop.
-  if (av_dict_get(stream.metadata, "_STATISTICS_TAGS", tag, AV_DICT_IGNORE_SUFFIX) == nullptr) {
-    seconds -= start;
-    const AVCodecParameters& codec = *stream.codecpar;
-    if (codec.sample_rate > 0) {
-      seconds -= static_cast<double>(codec.initial_padding) / codec.sample_rate;
-    }
-  }
-  return ToMicroseconds(seconds);
 }
 
 bool HasConstantFrameRate(const AVFormatContext* format) {
@@ -228,24 +189,6 @@ std::uint32_t FourCC(const AVCodecParameters& codec) {
   return CodeOfName(name);
 }
 
-double StreamLength(const AVFormatContext* format, int index) {
-  const AVStream& stream = *format->streams[index];
-  const bool isMatroska = av_match_name("matroska", format->iformat->name) != 0;
-  // Matroska stores no lengths of streams; FFmpeg gives the container's.
-  if (!isMatroska && stream.duration != AV_NOPTS_VALUE && stream.duration > 0) {
-    return static_cast<double>(stream.duration) * av_q2d(stream.time_base);
-  }
-  const double start = Start(stream);
-  const double tagged = isMatroska ? TaggedLength(stream, start) : 0;
-  if (format->duration == AV_NOPTS_VALUE || format->duration <= 0) return tagged;
-  double end = static_cast<double>(format->duration) / AV_TIME_BASE;
-  if (format->start_time != AV_NOPTS_VALUE) {
-    end += static_cast<double>(format->start_time) / AV_TIME_BASE;
-  }
-  const double rest = ToMicroseconds(end - start);
-  return tagged > 0 ? std::min(tagged, rest) : rest;
-}
-
 StreamInfo DescribeStream(const AVFormatContext* format, const Program& program, int index) {
   const AVStream& stream = *format->streams[index];
   const AVCodecParameters& codec = *stream.codecpar;
@@ -270,7 +213,7 @@ StreamInfo DescribeStream(const AVFormatContext* format, const Program& program,
                                  ? descriptor->long_name
                                  : avcodec_get_name(codec.codec_id));
   CopyText(info.languageDesc, Tag(stream.metadata, "language"));
-  info.length = StreamLength(format, index);
+  info.length = media::StreamLength(format, index);
   info.bitRate = BitRate(stream);
   if (codec.codec_type == AVMEDIA_TYPE_AUDIO) {
     info.audioInfo.sampleRate = codec.sample_rate;

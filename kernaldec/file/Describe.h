@@ -20,10 +20,6 @@ std::uint32_t FourCC(const AVCodecParameters& codec);
 /// @return a record whose `extraData` belongs to `format`
 StreamInfo DescribeStream(const AVFormatContext* format, const Program& program, int index);
 
-/// The length of a stream in seconds as the file states it: the stream's own, else from its start
-/// to the end of the container; 0 when neither is known.
-double StreamLength(const AVFormatContext* format, int index);
-
 /// Describes a whole file: its programs with their video, audio and subpicture streams. The file's
 /// four-character code comes from FFmpeg's name for the container. Lengths are in seconds; a
 /// program's runs from the start of its first stream to the end of its last.

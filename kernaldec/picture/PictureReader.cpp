@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "kernaldec/file/Describe.h"
+#include "media/StreamLength.h"
 #include "media/Ticks.h"
 
 namespace zel::kernaldec {
@@ -255,7 +255,7 @@ bool PictureReader::IsShortlyBefore(std::int64_t time) const {
 /// @return false when only the start of the file is early enough; the position is then undefined
 bool PictureReader::SeekByTime(std::int64_t time) {
   // A seek past the end finds nothing to decode.
-  const double length = StreamLength(file_->format(), index_);
+  const double length = media::StreamLength(file_->format(), index_);
   const std::int64_t end = length > 0 ? media::Rounded(length * kTicksPerSecond) : time;
   for (const std::int64_t margin : kMargins) {
     const std::int64_t place = std::min(time, end) - margin;

@@ -7,7 +7,9 @@
 #include <new>
 #include <utility>
 
+#include "kernaldec/DecodedAudio.h"
 #include "kernaldec/file/Completeness.h"
+#include "media/StreamLength.h"
 #include "media/Ticks.h"
 
 namespace zel::kernaldec {
@@ -90,6 +92,8 @@ bool AudioReader::Start(std::unique_ptr<media::MediaFile> file) {
   shortReads_ = MarksShortReads(*file_);
   inputEnded_ = false;
   lostPackets_ = 0;
+  holes_ = 0;
+  holesAreTooLong_ = false;
   clock_ = {};
   fromStart_ = true;
   framesRead_ = 0;
@@ -165,6 +169,8 @@ bool AudioReader::SeekByIndex(double seconds) {
     fromStart_ = false;
     inputEnded_ = false;
     lostPackets_ = 0;
+    holes_ = 0;
+    holesAreTooLong_ = false;
     clock_ = {};
     if (!DecodeFrame()) break;
     state_ = State::kBeforeFirst;
@@ -189,7 +195,7 @@ bool AudioReader::DropUntil(double seconds) {
 /// @return false at the end of the input, or when reading has failed.
 bool AudioReader::DecodeFrame() {
   while (ReceiveFrame()) {
-    if (frame_->nb_samples > 0 && frame_->sample_rate > 0 && Place()) return true;
+    if (frame_->nb_samples > 0 && frame_->sample_rate > 0 && Place()) return !holesAreTooLong_;
   }
   return false;
 }
@@ -267,8 +273,25 @@ void AudioReader::BeginStream(bool isStamped, std::int64_t stamp) {
   const std::int64_t declared = stream()->start_time;
   startTicks_ = isStamped ? stamp : declared != AV_NOPTS_VALUE ? media::Bounded(declared) : 0;
   firstRate_ = frame_->sample_rate;
-  firstChannels_ = frame_->ch_layout.nb_channels;
+  NoteFormat();
   clock_ = {true, firstRate_, 0, 0};
+}
+
+/// Keeps what the first frame tells of the whole sound.
+void AudioReader::NoteFormat() {
+  const AVChannelLayout& layout = frame_->ch_layout;
+  firstChannels_ = layout.nb_channels;
+  firstSpeakers_ = layout.order == AV_CHANNEL_ORDER_NATIVE ? layout.u.mask : 0;
+  const auto format = static_cast<AVSampleFormat>(frame_->format);
+  const AVSampleFormat packed = av_get_packed_sample_fmt(format);
+  sourceIsFloat_ = packed == AV_SAMPLE_FMT_FLT || packed == AV_SAMPLE_FMT_DBL;
+  const AVCodecDescriptor* codec = avcodec_descriptor_get(codec_->codec_id);
+  // What stores samples or not is only known of the data; DTS stores integers if anything.
+  const bool isLossless = codec != nullptr && (codec->props & AV_CODEC_PROP_LOSSLESS) != 0 &&
+                          !(codec_->codec_id == AV_CODEC_ID_DTS && sourceIsFloat_);
+  sourceIsFloat_ = sourceIsFloat_ && isLossless;
+  const int raw = codec_->bits_per_raw_sample;
+  sourceBits_ = !isLossless ? 0 : raw > 0 ? raw : 8 * av_get_bytes_per_sample(format);
 }
 
 /// Starts the clock with the first frame after a seek.
@@ -327,6 +350,18 @@ void AudioReader::NotePacketLost() {
 }
 
 void AudioReader::NoteGap(long double missing) {
+  constexpr long double longestHole = static_cast<long double>(kLongestHole) / kTicksPerSecond;
+  constexpr long double most = 24 * 3600;
+  if (missing > 0 && missing <= longestHole) holes_ += missing;
+  // Consumers fill holes: a small file could make them write without end.
+  const double length = media::StreamLength(file_->format(), index_);
+  if (holes_ > most) {
+    holesAreTooLong_ = true;
+    Fail("the holes in its sound add up to more than 24 hours");
+  } else if (length > 0 && holes_ > length + longestHole) {
+    holesAreTooLong_ = true;
+    Fail("the holes in its sound are longer than the file says it is");
+  }
   // A plain FLAC file numbers its frames. In other containers a gap may be meant.
   if (missing > 0 && file_->IsFormat("flac")) Fail(Seconds(missing) + " of sound are missing");
 }
@@ -337,9 +372,8 @@ void AudioReader::CheckEnd() {
   const long double end = clock_.time();
   // FFmpeg may take tags at the end of such a file for frames.
   const int harmless = IsMpegAudio(codec_->codec_id) ? 2 : 0;
-  const DeclaredLength declared = FindDeclaredLength(*file_, index_);
-  if (declared.seconds - declared.slack > end) {
-    Fail("the file ends after " + Seconds(end) + " of " + Seconds(declared.seconds));
+  if (const std::string why = media::WhyShort(*file_, index_, end); !why.empty()) {
+    Fail(why);
   } else if (IsCutOff(*file_)) {
     Fail("the file is cut off after " + Seconds(end));
   } else if (lostPackets_ > harmless) {

@@ -55,6 +55,10 @@ class AudioReader {
   /// Sample rate and channel count of the stream's first frame.
   int firstRate() const { return firstRate_; }
   int firstChannels() const { return firstChannels_; }
+  /// The speakers of the first frame and the samples of the file, for SDecodedSound.
+  std::uint64_t firstSpeakers() const { return firstSpeakers_; }
+  int sourceBits() const { return sourceBits_; }
+  bool sourceIsFloat() const { return sourceIsFloat_; }
 
   /// What went wrong since the reader was opened, as one line; empty while all is well.
   const std::string& failure() const { return failure_; }
@@ -86,6 +90,7 @@ class AudioReader {
   bool FeedDecoder();
   bool Place();
   void BeginStream(bool isStamped, std::int64_t stamp);
+  void NoteFormat();
   void RestartClock(std::int64_t stamp);
   void FollowStamp(std::int64_t stamp);
   std::int64_t Landing(long double time) const;
@@ -109,6 +114,9 @@ class AudioReader {
   int first_ = 0;
   int firstRate_ = 0;
   int firstChannels_ = 0;
+  std::uint64_t firstSpeakers_ = 0;
+  int sourceBits_ = 0;
+  bool sourceIsFloat_ = false;
   std::int64_t startTicks_ = 0;  ///< In the stream's time base.
   Clock clock_;
   std::int64_t position_ = 0;  ///< First sample of frame_, counted as Clock::samples.
@@ -119,6 +127,8 @@ class AudioReader {
   std::int64_t gridPhase_ = 0;  ///< Samples in the first frame.
   std::int64_t gridStep_ = 0;   ///< Samples in the second frame.
   int lostPackets_ = 0;         ///< Since the last good frame.
+  long double holes_ = 0;       ///< Seconds in all, since the start or the last seek.
+  bool holesAreTooLong_ = false;
   std::string failure_;
 };
 

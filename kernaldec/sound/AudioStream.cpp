@@ -150,6 +150,17 @@ HRESULT AudioStream::SetTimeOrigin(long long origin) {
   return S_OK;
 }
 
+HRESULT AudioStream::GetSound(SDecodedSound* sound) {
+  if (sound == nullptr) return E_POINTER;
+  *sound = {reader_->firstSpeakers(), reader_->sourceBits(), reader_->sourceIsFloat() ? 1 : 0};
+  if (channels_ != 0 && channels_ != reader_->firstChannels()) {
+    AVChannelLayout mixed{};
+    av_channel_layout_default(&mixed, channels_);
+    sound->speakers = mixed.u.mask;
+  }
+  return S_OK;
+}
+
 HRESULT AudioStream::GetStatus(wchar_t** text) {
   if (text != nullptr) *text = nullptr;
   const std::string& reading = reader_->failure();

@@ -45,6 +45,7 @@ class AudioStream final : public Component<IMediaStream, IDecodedAudio> {
   HRESULT SetOutputChannels(int channels) override;
   HRESULT SetTimeOrigin(long long origin) override;
   HRESULT GetStatus(wchar_t** text) override;
+  HRESULT GetSound(SDecodedSound* sound) override;
 
  private:
   CZelSample* CurrentSample();

@@ -8,8 +8,8 @@
 
 namespace zel::kernaldec {
 
-/// Rounds wider formats as FFmpeg does, without dither. Keeps the sample rate. Mixes channels with
-/// the usual weights when their count changes. Keeps its state while the format of the frames
+/// Rounds wider formats to the nearest value, without dither. Keeps the sample rate. Mixes channels
+/// with the usual weights when their count changes. Keeps its state while the format of the frames
 /// stays. One thread at a time.
 class PcmConverter {
  public:
@@ -31,6 +31,7 @@ class PcmConverter {
 
  private:
   bool Prepare(const AVFrame& frame);
+  bool Mix(const AVFrame& frame, int count, std::uint8_t* pcm);
 
   int channels_ = 0;
   media::Resampler swr_;
@@ -38,6 +39,7 @@ class PcmConverter {
   int outChannels_ = 0;
   AVChannelLayout inLayout_{};
   std::vector<const std::uint8_t*> planes_;
+  std::vector<float> mixed_;  ///< What is left to round.
 };
 
 }  // namespace zel::kernaldec

@@ -46,14 +46,20 @@ int RunConvert(int argc, char** argv) {
                                        : selection.Open(manager.get(), input);
   const Ref<IStreamInfo> info = sound.info;
   if (wanted.sampleRate == 0) wanted.sampleRate = sound.format().sampleRate;
-  if (wanted.channels == 0) wanted.channels = sound.format().channels;
+  const SoundFormat own = sound.format();
+  if (wanted.channels == 0) wanted.channels = own.channels;
+  wanted.speakers = wanted.channels == own.channels ? own.speakers : UsualSpeakers(wanted.channels);
+  std::string story = "sound of " + Printable(input);
+  if (const std::string rounding = sound.RoundingText(); !rounding.empty()) {
+    story += " (" + rounding + ")";
+  }
   ConvertedSound converted(std::move(sound), wanted);
 
   MediaWriter writer(output.path, container);
   AddSoundLike(&writer, wanted, source.stream(static_cast<int>(info->GetStreamIndex())), true);
   writer.AddDescription(source.context(), -info->GetStartPTS());
   std::vector<short> block(static_cast<std::size_t>(kBlockFrames * wanted.channels));
-  const SoundFile file{output, wanted, input, "sound of " + Printable(input), info->GetLength()};
+  const SoundFile file{output, wanted, input, story, info->GetLength()};
   file.Write(&writer, [&](int* frames) {
     *frames = converted.Read(block.data(), static_cast<int>(block.size())) / wanted.channels;
     return block.data();

@@ -20,6 +20,7 @@
 #include "tools/zel/sound/SteadyStream.h"
 #include "tools/zel/text/Delay.h"
 #include "tools/zel/text/Failure.h"
+#include "tools/zel/text/List.h"
 #include "tools/zel/text/Output.h"
 #include "tools/zel/text/Text.h"
 #include "zel/platform/Types.h"
@@ -114,13 +115,14 @@ class Dub {
     if (fileFormat_.channels != track_.format().channels) {
       text += " (decoded to " + std::to_string(track_.format().channels) + ")";
     }
-    text += ", " + LengthText(trackLength) + ", from " + ClockText(options_.delay) + "\n";
+    text += ", " + LengthText(trackLength) + ", from " + ClockText(options_.delay);
+    if (!track_.RoundingText().empty()) text += "; " + track_.RoundingText();
+    text += "\n";
 
     text += "output:  " + Printable(options_.output.path) + ": " + container_.title +
             ", sound as " + container_.encoder;
-    if (writer_->sound().outRate() != input_.format().sampleRate) {
-      text += " at " + std::to_string(writer_->sound().outRate()) + " Hz";
-    }
+    const std::string storage = StorageText(writer_->sound(), input_.format());
+    if (!storage.empty()) text += " (" + storage + ")";
     if (!copies_->copied().empty()) text += "; copied: " + copies_->copied();
     text += Omissions() + "\nsilence: " + SilenceText(start, length, trackLength) + "\n";
     return text + "Nothing was written.\n";
@@ -217,10 +219,13 @@ class Dub {
 
   std::string ClosingLine(long long frames, long long samples, const Progress& progress) const {
     const double seconds = static_cast<double>(samples) / input_.format().sampleRate;
+    std::string notes = track_.RoundingText();
+    const std::string storage = StorageText(writer_->sound(), input_.format());
+    if (!storage.empty()) AddToList(&notes, storage);
     return Printable(options_.output.path) + ": sound of " + Printable(options_.input) +
            " replaced by " + Printable(options_.track) + " from " + ClockText(options_.delay) +
-           ": " + std::to_string(frames) + " frames, " + progress.Summary(seconds) + Omissions() +
-           "\n";
+           ": " + std::to_string(frames) + " frames, " + progress.Summary(seconds) +
+           (notes.empty() ? "" : "; " + notes) + Omissions() + "\n";
   }
 
   /// What the output lacks of the input.

@@ -49,12 +49,13 @@ int RunMix(int argc, char** argv) {
   for (const std::string& input : inputs) {
     DecodedSound sound = OpenSound(manager.get(), input);
     if (sounds.empty()) {
-      format = {sound.format().sampleRate, sound.format().channels};
+      format = sound.format();
       firstIndex = static_cast<int>(sound.info->GetStreamIndex());
     }
     length = std::max(length, sound.info->GetLength());
     lengthKnown = lengthKnown && sound.info->GetLength() > 0;
-    AddToList(&names, Printable(input));
+    const std::string rounding = sound.RoundingText();
+    AddToList(&names, Printable(input) + (rounding.empty() ? "" : " (" + rounding + ")"));
     sounds.emplace_back(std::move(sound), format);
   }
 

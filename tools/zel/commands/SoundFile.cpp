@@ -3,17 +3,31 @@
 #include "tools/zel/commands/Commands.h"
 #include "tools/zel/commands/Progress.h"
 #include "tools/zel/text/Failure.h"
+#include "tools/zel/text/List.h"
 #include "tools/zel/text/Output.h"
 #include "tools/zel/text/Text.h"
 
 namespace zel::tool {
 
 void AddSoundLike(MediaWriter* writer, SoundFormat format, const AVStream& stream, bool keepTexts) {
-  AVChannelLayout layout = stream.codecpar->ch_layout;
-  if (layout.order != AV_CHANNEL_ORDER_NATIVE || layout.nb_channels != format.channels) {
+  AVChannelLayout layout{AV_CHANNEL_ORDER_UNSPEC, format.channels, {}, nullptr};
+  if (format.speakers != 0) {
+    layout.order = AV_CHANNEL_ORDER_NATIVE;
+    layout.u.mask = format.speakers;
+  } else if (format.channels <= 2) {
+    // One or two channels need no names.
     av_channel_layout_default(&layout, format.channels);
   }
   writer->AddSound(format, layout, keepTexts ? &stream : nullptr);
+}
+
+std::string StorageText(const SoundEncoder& encoder, SoundFormat format) {
+  std::string text;
+  if (encoder.outRate() != format.sampleRate) {
+    text = "stored at " + std::to_string(encoder.outRate()) + " Hz";
+  }
+  if (!encoder.layoutNote().empty()) AddToList(&text, encoder.layoutNote());
+  return text;
 }
 
 void SoundFile::Write(MediaWriter* writer, const NextBlock& next) const {
@@ -29,10 +43,10 @@ void SoundFile::Write(MediaWriter* writer, const NextBlock& next) const {
   writer->Finish();
   progress.Clear();
   if (output.quiet) return;
-  const int outRate = writer->sound().outRate();
+  const std::string storage = StorageText(writer->sound(), format);
   PrintOut(Printable(output.path) + ": " + story + ", " + FormatText(format) +
-           (outRate != format.sampleRate ? " (stored at " + std::to_string(outRate) + " Hz)" : "") +
-           ": " + progress.Summary(static_cast<double>(written) / format.sampleRate) + "\n");
+           (storage.empty() ? "" : " (" + storage + ")") + ": " +
+           progress.Summary(static_cast<double>(written) / format.sampleRate) + "\n");
 }
 
 }  // namespace zel::tool

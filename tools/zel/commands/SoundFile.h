@@ -9,10 +9,13 @@
 
 namespace zel::tool {
 
-/// Adds sound with the speakers of `stream`, or the usual ones if `stream` has another number of
-/// channels.
+/// Adds sound like `stream`.
 /// @param keepTexts whether the sound also gets the texts of `stream`, such as language and title
 void AddSoundLike(MediaWriter* writer, SoundFormat format, const AVStream& stream, bool keepTexts);
+
+/// How the stored sound differs from `format`: "stored at 48000 Hz, speakers 5.1(side) stored as
+/// 5.1"; empty where it does not.
+std::string StorageText(const SoundEncoder& encoder, SoundFormat format);
 
 /// A file of nothing but sound, which starts at time 0.
 struct SoundFile {

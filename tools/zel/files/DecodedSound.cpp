@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "media/Ffmpeg.h"
 #include "media/Utf8.h"
 #include "tools/zel/files/MediaPrograms.h"
 #include "tools/zel/files/PacketSource.h"
@@ -42,8 +43,9 @@ Ref<IMediaStream> StreamOf(IMediaDecoderMgr* manager, const std::string& path,
                            DecoderSelection selection) {
   Ref<IMediaDecoder> decoder;
   Ref<IMediaStream> stream;
-  manager->CreateDecoder(media::ToWide(path).c_str(), 0, &selection, 11, decoder.Receive());
-  if (decoder) decoder->GetAudioStream(stream.Receive());
+  CheckMemory(path, manager->CreateDecoder(media::ToWide(path).c_str(), 0, &selection, 11,
+                                           decoder.Receive()));
+  if (decoder) CheckMemory(path, decoder->GetAudioStream(stream.Receive()));
   return stream;
 }
 
@@ -59,7 +61,7 @@ Ref<IMediaStream> StreamAt(IMediaDecoderMgr* manager, const std::string& path,
 }
 
 DecodedSound Controlled(const std::string& path, Ref<IMediaStream> stream) {
-  DecodedSound sound{path, std::move(stream), {}, {}};
+  DecodedSound sound{path, std::move(stream), {}, {}, {}};
   sound.stream->QueryInterface(IID_IDecodedAudio, sound.controls.ReceiveVoid());
   if (!sound.controls) throw Failure(path, "its decoder cannot be controlled");
   sound.Refresh();
@@ -85,12 +87,26 @@ std::string WhyNoStream(const std::vector<SoundPlace>& sounds, std::optional<std
 
 }  // namespace
 
+std::uint64_t UsualSpeakers(int channels) {
+  AVChannelLayout layout{};
+  av_channel_layout_default(&layout, channels);
+  return layout.order == AV_CHANNEL_ORDER_NATIVE ? layout.u.mask : 0;
+}
+
 void DecodedSound::Refresh() {
   stream->GetStreamInfo(info.Receive());
   if (!info || info->GetAudioInfo() == nullptr || format().channels <= 0 ||
       format().sampleRate <= 0) {
     throw Failure(path, "its sound has no format");
   }
+  controls->GetSound(&details);
+}
+
+std::string DecodedSound::RoundingText() const {
+  if (details.sourceBits <= 16) return {};
+  return std::to_string(details.sourceBits) +
+         (details.sourceIsFloat != 0 ? "-bit floating-point" : "-bit") +
+         " sound rounded to 16 bits";
 }
 
 void DecodedSound::CheckStatus() const {

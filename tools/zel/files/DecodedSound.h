@@ -14,17 +14,23 @@
 
 namespace zel::tool {
 
+/// The speakers of sound that was mixed to `channels` channels.
+std::uint64_t UsualSpeakers(int channels);
+
 /// An opened sound of a file.
 struct DecodedSound {
   std::string path;
   Ref<IMediaStream> stream;
   Ref<IDecodedAudio> controls;
   Ref<IStreamInfo> info;  ///< Says what the stream yields.
+  SDecodedSound details = {};
 
   SoundFormat format() const {
-    return {info->GetAudioInfo()->sampleRate, info->GetAudioInfo()->channels};
+    return {info->GetAudioInfo()->sampleRate, info->GetAudioInfo()->channels, details.speakers};
   }
-  /// Reads `info` again, after a change of what the stream yields.
+  /// "24-bit sound rounded to 16 bits" where the file stores more than the stream yields, or empty.
+  std::string RoundingText() const;
+  /// Reads `info` and `details` again, after a change of what the stream yields.
   /// @throws Failure when its sound has no format
   void Refresh();
   /// Checks that the sound read so far is what the file should hold.

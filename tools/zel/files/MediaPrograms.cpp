@@ -24,9 +24,13 @@ std::vector<Ref<Item>> ItemsOf(List* list) {
 
 }  // namespace
 
+void CheckMemory(const std::string& path, HRESULT result) {
+  if (result == E_OUTOFMEMORY) throw Failure(path, "takes more memory than there is");
+}
+
 Ref<IMediaInfo> OpenMedia(IMediaDecoderMgr* manager, const std::string& path) {
   Ref<IMediaInfo> media;
-  manager->OpenMediaInfo(media::ToWide(path).c_str(), 11, media.Receive());
+  CheckMemory(path, manager->OpenMediaInfo(media::ToWide(path).c_str(), 11, media.Receive()));
   if (!media) throw Failure(path, WhyNotOpened(path));
   return media;
 }

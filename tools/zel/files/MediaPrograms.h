@@ -11,6 +11,10 @@
 
 namespace zel::tool {
 
+/// Tells a good file from short memory.
+/// @param result of the decoder manager or a decoder. @throws Failure when memory was short
+void CheckMemory(const std::string& path, HRESULT result);
+
 /// Describes a file.
 /// @throws Failure, which says why the file cannot be described
 Ref<IMediaInfo> OpenMedia(IMediaDecoderMgr* manager, const std::string& path);

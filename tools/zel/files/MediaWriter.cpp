@@ -39,7 +39,7 @@ void CopyTexts(AVDictionary** to, const AVDictionary* from) {
     const bool skip = std::any_of(
         std::begin(kOfTheFile), std::end(kOfTheFile),
         [&](const char* key) { return std::strncmp(entry->key, key, std::strlen(key)) == 0; });
-    if (!skip) av_dict_set(to, entry->key, entry->value, 0);
+    if (!skip && av_dict_set(to, entry->key, entry->value, 0) < 0) throw std::bad_alloc();
   }
 }
 
@@ -184,10 +184,15 @@ AVDictionary* MediaWriter::MuxerOptions() const {
   AVDictionary* options = nullptr;
   // The sizes in a WAV file of more than 4 GiB do not fit, and an input may be longer than it says.
   // So every file gets a chunk to skip, which becomes the 64-bit sizes if they are needed.
-  if (std::strcmp(container_.muxer, "wav") == 0) av_dict_set(&options, "rf64", "auto", 0);
+  const bool isWave = std::strcmp(container_.muxer, "wav") == 0;
+  int result = isWave ? av_dict_set(&options, "rf64", "auto", 0) : 0;
   // An edit list, which cuts the encoder's delay off, then counts samples instead of milliseconds.
   // Muxers without edit lists ignore the option.
-  av_dict_set_int(&options, "movie_timescale", sound_->outRate(), 0);
+  if (result >= 0) result = av_dict_set_int(&options, "movie_timescale", sound_->outRate(), 0);
+  if (result < 0) {
+    av_dict_free(&options);
+    throw std::bad_alloc();
+  }
   return options;
 }
 

@@ -51,6 +51,25 @@ int MoveToNewName(const char* file, const char* target) {
   return error;
 }
 
+/// True for the errors of file systems that cannot sync.
+bool IsUnsyncable(int error) {
+  return error == EINVAL || error == ENOSYS || error == EROFS || error == ENOTSUP;
+}
+
+std::string FolderOf(const std::string& file) {
+  const std::size_t name = file.rfind('/') + 1;  // 0 without a slash.
+  return name == 0 ? "." : file.substr(0, name);
+}
+
+/// Makes a new name in the folder of `file` survive a power failure. The file is complete and has
+/// its name: where the folder may not be read, or cannot be synced, that must do.
+void SyncFolder(const std::string& file) {
+  const int folder = open(FolderOf(file).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (folder < 0) return;
+  fsync(folder);
+  close(folder);
+}
+
 /// Where a new file goes, and the mode that it gets.
 struct Place {
   std::string target;
@@ -100,7 +119,7 @@ Place FindPlace(const std::string& path, bool overwrite) {
   if (path.empty()) throw Failure("", "a file needs a name");
   Place place = FindTarget(path, overwrite);
   const std::size_t name = place.target.rfind('/') + 1;  // 0 without a slash.
-  place.folder = name == 0 ? "." : place.target.substr(0, name);
+  place.folder = FolderOf(place.target);
   if (name == place.target.size()) throw SystemFailure(path, EISDIR);
   struct stat folder = {};
   if (stat(place.folder.c_str(), &folder) != 0) {
@@ -167,7 +186,10 @@ int PendingFile::Write(const std::uint8_t* data, int size) {
 
 std::int64_t PendingFile::Seek(std::int64_t offset, int whence) {
   const off_t position = lseek(fd_, offset, whence);
-  return position < 0 ? -errno : position;
+  if (position >= 0) return position;
+  // Muxers ignore the result and would write to the wrong place.
+  if (error_ == 0) error_ = errno;
+  return -errno;
 }
 
 std::int64_t PendingFile::Size() const {
@@ -176,6 +198,8 @@ std::int64_t PendingFile::Size() const {
 }
 
 void PendingFile::Commit() {
+  // After a power failure, the name must not stand for data that never reached the disk.
+  if (fsync(fd_) != 0 && !IsUnsyncable(errno)) throw SystemFailure(path_, errno);
   const int closed = close(fd_);
   fd_ = -1;
   // Network file systems report a full disk only now.
@@ -190,6 +214,7 @@ void PendingFile::Commit() {
   if (error != 0) throw SystemFailure(path_, error);
   pending_.clear();
   SetFileToRemove(nullptr);
+  SyncFolder(target_);
 }
 
 }  // namespace zel::tool

@@ -28,14 +28,14 @@ class PendingFile {
   /// Writes at the current position.
   /// @return 0, or the negative of an errno, which error() keeps.
   int Write(const std::uint8_t* data, int size);
-  /// As lseek; the negative of an errno after a failure.
+  /// As lseek; the negative of an errno, which error() keeps, after a failure.
   std::int64_t Seek(std::int64_t offset, int whence);
   /// In bytes; the negative of an errno after a failure.
   std::int64_t Size() const;
-  /// The errno of the first failed write; 0 for none.
+  /// The errno of the first failed write or seek; 0 for none.
   int error() const { return error_; }
 
-  /// Ends the file and gives it its name.
+  /// Ends the file, waits until it is on the disk, and gives it its name.
   /// @throws Failure
   void Commit();
 

@@ -1,7 +1,9 @@
 #include "tools/zel/files/SoundEncoder.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
+#include <span>
 
 extern "C" {
 #include <libavutil/avutil.h>
@@ -25,21 +27,79 @@ int UsableRate(const AVCodec* codec, int rate) {
   return above != 0 ? above : highest;
 }
 
-/// `layout` if `codec` takes it, else the first of its layouts with as many channels, or null.
-const AVChannelLayout* UsableLayout(const AVCodec* codec, const AVChannelLayout& layout) {
-  if (codec->ch_layouts == nullptr) return &layout;
-  const AVChannelLayout* same = nullptr;
-  for (const AVChannelLayout* known = codec->ch_layouts; known->nb_channels != 0; ++known) {
-    if (av_channel_layout_compare(known, &layout) == 0) return &layout;
-    if (known->nb_channels == layout.nb_channels && same == nullptr) same = known;
+// The speakers that codecs can name. FFmpeg's encoders do not tell.
+constexpr std::uint64_t kOfVorbis[] = {
+    AV_CH_LAYOUT_MONO,    AV_CH_LAYOUT_STEREO,       AV_CH_LAYOUT_SURROUND,
+    AV_CH_LAYOUT_QUAD,    AV_CH_LAYOUT_5POINT0_BACK, AV_CH_LAYOUT_5POINT1_BACK,
+    AV_CH_LAYOUT_6POINT1, AV_CH_LAYOUT_7POINT1,
+};
+// The usual ones of AAC, and others that decoders recognise.
+constexpr std::uint64_t kOfAac[] = {
+    AV_CH_LAYOUT_MONO,    AV_CH_LAYOUT_STEREO,       AV_CH_LAYOUT_SURROUND,
+    AV_CH_LAYOUT_4POINT0, AV_CH_LAYOUT_5POINT0_BACK, AV_CH_LAYOUT_5POINT1_BACK,
+    AV_CH_LAYOUT_7POINT1, AV_CH_LAYOUT_2POINT1,      AV_CH_LAYOUT_2_1,
+    AV_CH_LAYOUT_QUAD,    AV_CH_LAYOUT_2_2,
+};
+constexpr std::uint64_t kOfMp3[] = {AV_CH_LAYOUT_MONO, AV_CH_LAYOUT_STEREO};
+
+/// The speakers that `codec` can name, the usual ones of each number first; none: all.
+std::span<const std::uint64_t> SpeakersOf(AVCodecID codec) {
+  switch (codec) {
+    case AV_CODEC_ID_VORBIS:
+    case AV_CODEC_ID_OPUS:
+      return kOfVorbis;
+    case AV_CODEC_ID_AAC:
+      return kOfAac;
+    case AV_CODEC_ID_MP3:
+      return kOfMp3;
+    default:
+      return {};
   }
-  return same;
 }
 
-AVSampleFormat UsableFormat(const AVCodec* codec) {
+/// The same with side speakers for the back ones, or the other way round, where that keeps the
+/// order of the channels. 0: there is no such mask.
+std::uint64_t SidesExchanged(std::uint64_t speakers) {
+  constexpr std::uint64_t back = AV_CH_BACK_LEFT | AV_CH_BACK_RIGHT;
+  constexpr std::uint64_t side = AV_CH_SIDE_LEFT | AV_CH_SIDE_RIGHT;
+  const std::uint64_t pair = speakers & (back | side);
+  const bool between = (speakers & AV_CH_BACK_CENTER) != 0;
+  return (pair == back || pair == side) && !between ? speakers ^ back ^ side : 0;
+}
+
+/// The first of `speakers` with `channels` channels; 0: there is none.
+std::uint64_t UsualOf(std::span<const std::uint64_t> speakers, int channels) {
+  for (const std::uint64_t known : speakers) {
+    if (std::popcount(known) == channels) return known;
+  }
+  return 0;
+}
+
+/// Finds how `codec` names the speakers of `layout`: as they are, or with other names of those of
+/// the sides. Unknown ones become the codec's usual ones.
+/// @return 0 when it has no names for them
+std::uint64_t SpeakersStored(AVCodecID codec, const AVChannelLayout& layout) {
+  const auto all = SpeakersOf(codec);
+  if (layout.order != AV_CHANNEL_ORDER_NATIVE) return UsualOf(all, layout.nb_channels);
+  for (const std::uint64_t way : {layout.u.mask, SidesExchanged(layout.u.mask)}) {
+    if (std::find(all.begin(), all.end(), way) != all.end()) return way;
+  }
+  return 0;
+}
+
+std::string NameOf(const AVChannelLayout& layout) {
+  char name[128] = {};
+  av_channel_layout_describe(&layout, name, sizeof(name));
+  return name;
+}
+
+/// The format in which `codec` takes 16-bit samples, or `resampled` ones, which are not yet
+/// rounded.
+AVSampleFormat UsableFormat(const AVCodec* codec, bool resampled) {
+  const AVSampleFormat wanted = resampled ? AV_SAMPLE_FMT_FLT : AV_SAMPLE_FMT_S16;
   if (codec->sample_fmts == nullptr) return AV_SAMPLE_FMT_S16;
   for (const AVSampleFormat* known = codec->sample_fmts; *known != AV_SAMPLE_FMT_NONE; ++known) {
-    if (*known == AV_SAMPLE_FMT_S16) return *known;
+    if (*known == wanted) return *known;
   }
   return codec->sample_fmts[0];
 }
@@ -71,17 +131,14 @@ void SoundEncoder::OpenEncoder(const AVCodec* codec, const Container& container,
                                const AVChannelLayout& layout, bool globalHeader) {
   const std::string what =
       std::string(container.title) + " (" + codec->name + ") holds no sound of ";
-  const AVChannelLayout* usable = UsableLayout(codec, layout);
-  if (usable == nullptr) {
-    throw Failure(file_, what + std::to_string(format_.channels) + " channels");
-  }
+  const AVChannelLayout stored = LayoutToStore(codec->id, layout, what);
   encoder_.reset(media::NotNull(avcodec_alloc_context3(codec)));
-  encoder_->sample_fmt = UsableFormat(codec);
+  encoder_->sample_fmt = UsableFormat(codec, outRate_ != format_.sampleRate);
   encoder_->sample_rate = outRate_;
   encoder_->time_base = TimeBase();
   encoder_->flags |= AV_CODEC_FLAG_BITEXACT;
   if (globalHeader) encoder_->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-  Check(av_channel_layout_copy(&encoder_->ch_layout, usable));
+  Check(av_channel_layout_copy(&encoder_->ch_layout, &stored));
   if (container.bitsPerChannel != 0) {
     const double full = std::min(outRate_ / 44100.0, 1.1);
     encoder_->bit_rate =
@@ -93,6 +150,32 @@ void SoundEncoder::OpenEncoder(const AVCodec* codec, const Container& container,
   if (const int result = avcodec_open2(encoder_.get(), codec, nullptr); result < 0) {
     throw Failure(file_, what + FormatText(format_) + ": " + media::ErrorText(result));
   }
+}
+
+/// Finds the layout by which the encoder says `layout`, and notes how it differs.
+/// @param what begins the failure
+AVChannelLayout SoundEncoder::LayoutToStore(AVCodecID codec, const AVChannelLayout& layout,
+                                            const std::string& what) {
+  AVChannelLayout stored = layout;
+  const auto all = SpeakersOf(codec);
+  if (all.empty()) return stored;
+  const bool isKnown = layout.order == AV_CHANNEL_ORDER_NATIVE;
+  if (const std::uint64_t speakers = SpeakersStored(codec, layout); speakers != 0) {
+    stored.order = AV_CHANNEL_ORDER_NATIVE;
+    stored.u.mask = speakers;
+    if (isKnown && speakers != layout.u.mask) {
+      layoutNote_ = "speakers " + NameOf(layout) + " stored as " + NameOf(stored);
+    }
+  } else if (codec == AV_CODEC_ID_AAC) {
+    // AAC lists such channels in their order, but decoders do not know the speakers.
+    if (isKnown) layoutNote_ = "speakers " + NameOf(layout) + " not named";
+    if (!isKnown) av_channel_layout_default(&stored, layout.nb_channels);
+  } else if (UsualOf(all, layout.nb_channels) != 0) {
+    throw Failure(file_, what + "the speakers " + NameOf(layout));
+  } else {
+    throw Failure(file_, what + std::to_string(layout.nb_channels) + " channels");
+  }
+  return stored;
 }
 
 void SoundEncoder::OpenResampler() {

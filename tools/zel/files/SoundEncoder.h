@@ -18,9 +18,9 @@ class SoundEncoder {
   using Sink = std::function<void(AVPacket*)>;
 
   /// @param file names the output in failures
-  /// @param layout the speakers of the channels; the encoder may rename them
+  /// @param layout the speakers of the channels; those of the sides may be renamed
   /// @param globalHeader whether the container holds the encoder's header
-  /// @throws Failure when the encoder does not take the format
+  /// @throws Failure when the encoder does not take the format, or cannot say the layout
   SoundEncoder(const std::string& file, const Container& container, SoundFormat format,
                const AVChannelLayout& layout, bool globalHeader);
 
@@ -29,6 +29,8 @@ class SoundEncoder {
   AVRational TimeBase() const { return {1, outRate_}; }
   /// Samples per second as stored: the sound's own unless the encoder does not take that rate.
   int outRate() const { return outRate_; }
+  /// How the layout that is stored differs, such as "speakers 5.1(side) stored as 5.1", or empty.
+  const std::string& layoutNote() const { return layoutNote_; }
 
   /// Sets the time of the first sample, in 100-ns units.
   void Start(std::int64_t time);
@@ -41,6 +43,8 @@ class SoundEncoder {
  private:
   void OpenEncoder(const AVCodec* codec, const Container& container, const AVChannelLayout& layout,
                    bool globalHeader);
+  AVChannelLayout LayoutToStore(AVCodecID codec, const AVChannelLayout& layout,
+                                const std::string& what);
   void OpenResampler();
   void Convert(const std::uint8_t* pcm, int frames);
   void Encode(bool all, const Sink& sink);
@@ -52,6 +56,7 @@ class SoundEncoder {
   int outRate_;
   media::CodecContext encoder_;  ///< Null: PCM.
   AVChannelLayout layout_;
+  std::string layoutNote_;
   media::Resampler resampler_;  ///< Null: the encoder takes interleaved 16-bit at this rate.
   media::Frame converted_;
   int convertedRoom_ = 0;

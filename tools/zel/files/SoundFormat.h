@@ -1,6 +1,7 @@
 // What 16-bit sound is.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 namespace zel::tool {
@@ -9,6 +10,7 @@ namespace zel::tool {
 struct SoundFormat {
   int sampleRate = 0;
   int channels = 0;
+  std::uint64_t speakers = 0;  ///< FFmpeg's AV_CH_..., in the order of the channels; 0: not known.
 };
 
 /// "44100 Hz, 2 channels".

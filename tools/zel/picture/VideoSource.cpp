@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "media/Utf8.h"
+#include "tools/zel/files/MediaPrograms.h"
 #include "tools/zel/files/Modules.h"
 #include "tools/zel/picture/PictureFile.h"
 #include "tools/zel/text/Delay.h"
@@ -53,8 +54,13 @@ LastPicture FindLast(IMediaStream* stream, double length) {
 
 VideoSource::VideoSource(const std::string& path)
     : path_(path), packets_(path), manager_(MakeDecoderManager()) {
-  manager_->CreateDecoder(media::ToWide(path).c_str(), 0, nullptr, 11, decoder_.Receive());
-  if (decoder_) decoder_->GetVideoStream(stream_.Receive());
+  CheckMemory(path, manager_->CreateDecoder(media::ToWide(path).c_str(), 0, nullptr, 11,
+                                            decoder_.Receive()));
+  if (decoder_) CheckMemory(path, decoder_->GetVideoStream(stream_.Receive()));
+  if (!stream_ && media::SawLargePicture()) {
+    throw Failure(path, "pictures of more than " + std::to_string(media::kMostPixels) +
+                            " pixels are not decoded");
+  }
   if (!stream_) throw Failure(path, packets_.WhyNone(AVMEDIA_TYPE_VIDEO));
   stream_->GetStreamInfo(info_.Receive());
   if (!info_) throw Failure(path, "its video has no format");

@@ -5,13 +5,12 @@
 #include <cstdlib>
 #include <limits>
 
+#include "kernaldec/DecodedAudio.h"
 #include "zel/platform/Types.h"
 
 namespace zel::tool {
 namespace {
 
-/// A longer hole is none: the clock of the recording has jumped, and the sound goes on.
-constexpr std::int64_t kClockJump = 600 * kTicksPerSecond;
 /// Samples of a regrouped frame: the fewest, and how many more to try for a good end. Of 4,096
 /// neighbours, one converts to a whole number of samples but for about 1/4,096.
 constexpr std::int64_t kShortestGroup = 1024;
@@ -103,7 +102,7 @@ bool SteadyStream::Align() {
     return true;
   }
   std::int64_t late = block_.llPTS - skew_ - TimeOf(position_);
-  if (std::abs(late) > kClockJump) {
+  if (std::abs(late) > kLongestHole) {
     skew_ += late;
     late = 0;
   }

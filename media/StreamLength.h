@@ -1,0 +1,42 @@
+// How long a stream is, as its file states it, and whether it holds that much.
+//
+//   const double end = ...;  // Where the last packet ends, in seconds from the stream's start.
+//   if (const std::string why = media::WhyShort(file, index, end); !why.empty()) Fail(why);
+//
+// Every function reads only; the caller uses the file on one thread at a time.
+#pragma once
+
+#include <string>
+
+#include "media/MediaFile.h"
+
+namespace zel::media {
+
+/// Finds a tag that states a fact about its stream. Some writers append a language ("BPS-eng").
+/// @return null when there is none
+const AVDictionaryEntry* StatisticTag(const AVStream& stream, const std::string& key);
+
+/// Rounds a length in seconds to microseconds, FFmpeg's own precision; negative ones become 0.
+double ToMicroseconds(double seconds);
+
+/// The length of a stream in seconds as the file states it: the stream's own, else from its start
+/// to the end of the container; 0 when neither is known.
+double StreamLength(const AVFormatContext* format, int index);
+
+/// A stream's length as its container states it.
+struct DeclaredLength {
+  long double seconds = -1;  ///< Negative: unknown.
+  long double slack = 0;     ///< Seconds by which containers of the kind may be wrong.
+};
+
+/// How much stream `index` must hold according to its container. Unknown unless the container
+/// states the length of this very stream: one estimated from a bit rate or from the file's size
+/// does not count, nor one of the longest stream.
+DeclaredLength FindDeclaredLength(const MediaFile& file, int index);
+
+/// Says why what was read of stream `index` is not all of it: `end` (seconds from the stream's
+/// start) is before the declared length, or the file's size has changed since it was opened.
+/// @return one line without the file's name; empty when all is well, as far as the container tells
+std::string WhyShort(const MediaFile& file, int index, long double end);
+
+}  // namespace zel::media
