@@ -1,5 +1,5 @@
-// CAudioConverter changes the channel count and the sample rate of 16-bit PCM. Blocks of any size
-// go in, and what they become waits in a queue.
+// CAudioConverter changes the channel count and the sample rate of 16-bit PCM. Put takes
+// blocks of any size; the result waits in a queue.
 //
 //   CAudioConverter converter(6, 2, 48000, 44100, 0);   // 5.1 at 48 kHz to stereo at 44.1 kHz
 //   converter.Put(block, 1024 * 6);                     // samples, not frames
@@ -41,9 +41,9 @@ class ZEL_API CAudioConverter {
   /// @return samples held now.
   /// @throws std::bad_alloc when the queue cannot grow; converter and queue are then as they were.
   int Put(const short* pData, int nSamples);
-  /// [alone] What Put does for differing formats, less the counting: writes behind the samples
-  /// held, which do not change. The next Put or ConvertData writes over what this one wrote. The
-  /// queue grows if it has to.
+  /// [alone] Converts as Put does for differing formats, but does not count the result. It is
+  /// written behind the samples held, which do not change. The next Put or ConvertData overwrites
+  /// it. The queue grows if it has to.
   /// @return samples written.
   /// @throws std::bad_alloc when the queue cannot grow; converter and queue are then as they were.
   int ConvertData(const short* pData, int nSamples);
@@ -65,7 +65,7 @@ class ZEL_API CAudioConverter {
   struct Layout;
 
   short* m_pOutBuffer;         // Head of the queue; moves up as samples are taken.
-  Work* m_pWorkBuffer;         // Work area, and what else the conversion keeps.
+  Work* m_pWorkBuffer;         // Work area, and all else that the conversion keeps.
   std::int32_t m_nBufferSize;  // Capacity.
   std::int32_t m_nValidSize;   // Samples held.
   std::int32_t m_nInChannels;
@@ -75,7 +75,8 @@ class ZEL_API CAudioConverter {
   double m_dRemainder;  // Input samples carried over; fractional, may be negative.
 };
 
-/// Components that were built apart share these offsets.
+/// Components that were built apart share these offsets. (To them m_pWorkBuffer is a pointer to
+/// 16-bit samples. They do not follow it.)
 struct CAudioConverter::Layout {
 #if defined(__i386__)
   static_assert(sizeof(CAudioConverter) == 40);

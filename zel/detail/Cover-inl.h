@@ -7,10 +7,10 @@
 namespace zel::ZEL_LEVEL {
 namespace {
 
-/// Calls step(x) so that steps of `size` items cover `count` items, which are at least that many.
-/// The last step begins early enough to end with the row, within the one before it: what it makes
-/// again must come out the same, so no step may read what another has written.
-/// With a `head`, the second step begins there, within the first.
+/// Covers `count` items, at least `size`, with steps of `size`: calls step(x) for the first item of
+/// each. The last step starts early enough to end with the row and overlaps the one before. It must
+/// give the same again, so no step may read what another has written.
+/// If `head` is not 0, the second step starts there and overlaps the first.
 template <typename Count, typename Step>
 ZEL_INLINE void Cover(Count count, Count size, Count head, Step step) {
   if (head > 0) step(Count{0});
@@ -19,8 +19,8 @@ ZEL_INLINE void Cover(Count count, Count size, Count head, Step step) {
   step(count - size);
 }
 
-/// The same with the end in the loop, for steps of so many instructions that a copy of them for the
-/// end costs more than to ask each time.
+/// Like Cover, with one copy of the step. Use it where a second copy of a long step costs more than
+/// a test per step.
 template <typename Count, typename Step>
 ZEL_INLINE void CoverWithLarge(Count count, Count size, Count head, Step step) {
   if (head > 0) step(Count{0});

@@ -29,7 +29,7 @@ void PaintMargins(const ImageRect& rect, std::int64_t y) {
   std::memset(row + rect.width, kBlack, static_cast<std::size_t>(rect.behind));
 }
 
-/// Writes `rows` rows of n columns. (To make a repeated row again is faster than to copy it.)
+/// Writes `rows` rows of n columns. (Scaling a repeated row again is faster than copying it.)
 void WriteNearestRows(RowScaler& scaler, const Axis& axis, std::int32_t rows, std::int32_t n,
                       const ImageRect& to) {
   for (std::int32_t i = 0; i < rows; ++i) {

@@ -37,9 +37,9 @@ inline constexpr LaneRule kStereoRules[] = {
 // Division toward zero of signed words, as
 //   sign = x < 0 ? -1 : 0;  y = x + (sign & bias);
 //   q = ((y & keep) + high half of y * factor >> shift) - (sign & correction).
-// Powers of two are exact once negative numbers are biased (the half is taken as y - ceil(y / 2),
-// for want of a factor of 1/2). The other factors are rounded up, which makes negative quotients
-// come out one too low; 5 and 7 need a factor of 17 bits, hence the shift.
+// Powers of two are exact once negative numbers are biased. (The half is taken as y - ceil(y / 2),
+// because 1/2 is not a possible factor.) The other factors are rounded up, which makes negative
+// quotients come out one too low; 5 and 7 need a factor of 17 bits, hence the shift.
 struct LaneDivision {
   alignas(16) signed char shuffle[16];
   alignas(16) short bias[8];

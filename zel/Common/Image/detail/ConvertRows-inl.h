@@ -38,32 +38,32 @@ struct Constant {
 
 // Rows -------------------------------------------------------------------------------------------
 
-/// Pixels of `bytes` bytes from `p` to where vectors are aligned; 0 if none is, or is worth an
-/// overlap in a row of `width`.
+/// Pixels of `bytes` bytes from `p` to the next aligned address; 0 if there is none, or if a row of
+/// `width` is too short to gain.
 ZEL_INLINE std::ptrdiff_t Head(const std::uint8_t* p, int bytes, std::ptrdiff_t width) {
   const auto gap = static_cast<std::ptrdiff_t>(-reinterpret_cast<std::uintptr_t>(p) % kRegBytes);
   return width >= 8 * kPixels && gap % (2 * bytes) == 0 ? gap / bytes : 0;
 }
 
-// The processor foresees a row's next bytes, but not where the next row begins, least of all where
-// rows go backwards. While a row is converted, the one that follows is therefore asked for.
+// Hardware prefetch follows a row but not the step to the next one, least of all backwards. So each
+// row prefetches the next.
 
-/// Whether that pays: for pictures that the nearest caches do not hold, with rows that they do.
+/// True for pictures larger than the near caches whose rows fit them.
 ZEL_INLINE bool WorthAsking(std::ptrdiff_t width, std::ptrdiff_t rows) {
   return width * rows >= std::ptrdiff_t{1} << 17 && width <= std::ptrdiff_t{1} << 14;
 }
-/// Asks for the cache lines of 64 pixels of kBytes bytes.
+/// Prefetches the cache lines of 64 pixels of kBytes bytes.
 template <int kBytes, bool kToWrite>
 ZEL_INLINE void Ask(const std::uint8_t* p) {
   for (int i = 0; i < kBytes; ++i) __builtin_prefetch(p + 64 * i, kToWrite);
 }
-/// Of the steps that cover a row, one in each 64 pixels.
+/// True for one of the steps in each 64 pixels.
 ZEL_INLINE bool AsksAt(std::ptrdiff_t x) {
   return (x & 63) < kPixels;
 }
 
 /// Calls `step(row, count, ask)` for every pair of rows and for an odd last one. `ask` says whether
-/// to ask for the next pair, that is, whether the picture is large; `count` and `ask` are
+/// to prefetch the next pair, that is, whether the picture is large. `count` and `ask` are
 /// constants, so that small pictures pay nothing for large ones.
 template <typename Step>
 ZEL_INLINE void InPairs(std::ptrdiff_t width, std::ptrdiff_t rows, Step step) {
@@ -84,11 +84,11 @@ ZEL_INLINE void InRows(std::ptrdiff_t width, std::ptrdiff_t rows, Step step) {
   for (; row < rows; ++row) step(row, Constant<false>());
 }
 
-/// Pictures of more pixels than this leave every cache before they are read again. Memory takes and
-/// gives their rows faster one after the other than two at once, where rows go forward.
+/// Larger pictures leave every cache before they are read again. Memory then handles one row at a
+/// time faster than two, if rows go forward.
 constexpr std::ptrdiff_t kBeyondCaches = std::ptrdiff_t{1} << 22;
 
-/// Asks for the planes' next pair of rows.
+/// Prefetches the planes' next pair of rows.
 template <bool kAlpha, bool kToWrite, typename Byte>
 ZEL_INLINE void AskPlanes(const Planes<Byte>& planes, std::ptrdiff_t x) {
   for (int row = 2; row < 4; ++row) {
@@ -132,7 +132,7 @@ struct ToRgbSimple {
 /// Moves 149 Y and the terms of green and red so that each fits a signed word.
 constexpr int kLumaBias = 8192;
 
-/// Words with a byte of U and a byte of V, of kPixels pixels.
+/// The chroma of kPixels pixels as words that hold U and V, in the order of memory.
 ZEL_INLINE Reg ChromaPairs(const std::uint8_t* u, const std::uint8_t* v) {
   return Or(LoadBytesAs16(u), ShiftLeft16<8>(LoadBytesAs16(v)));
 }
@@ -143,7 +143,7 @@ struct Chroma {
   Reg bluePlus, blueMinus, green, red;
 };
 
-/// Of words with a byte of U and a byte of V.
+/// Chroma terms from words that hold U and V.
 template <typename F>
 ZEL_INLINE Chroma ChromaTerms(Reg uv) {
   const auto weigh = [uv](int u, int v)
@@ -167,7 +167,7 @@ template <bool kHigh>
 ZEL_INLINE Reg Twice(Reg a) {
   return kHigh ? InterleaveHigh16(a, a) : InterleaveLow16(a, a);
 }
-/// A word for each of the lower or upper 8 pixels of every lane.
+/// Terms of single pixels from terms of pairs: those of the lower or upper 8 pixels of every lane.
 template <bool kHigh>
 ZEL_INLINE Chroma Twice(const Chroma& c) {
   return {Twice<kHigh>(c.bluePlus), Twice<kHigh>(c.blueMinus), Twice<kHigh>(c.green),
@@ -232,7 +232,7 @@ ZEL_INLINE void Interleave(const Halves<Color>& c, Reg fourth, Reg (&pixels)[4])
 // shifted by n + m is (sum of h's + (sum of l's >> n)) >> m: exact, and both sums fit 16 bits. See
 // ConvertWeights.h.
 
-/// Without the whole part of the offset.
+/// The weighted sums of pixels as words, without the whole part of the offset.
 template <const Weights& kW>
 ZEL_INLINE Reg Weigh(Reg bg, Reg r) {
   Reg high =
@@ -243,13 +243,13 @@ ZEL_INLINE Reg Weigh(Reg bg, Reg r) {
   return ShiftRightSigned16<kW.highShift>(Add16(high, ShiftRightSigned16<kW.lowShift>(low)));
 }
 
-/// The luma bytes of kPixels pixels that Weigh left without their offset.
+/// Luma bytes of kPixels pixels from words of Weigh: adds the offset.
 template <typename F>
 ZEL_INLINE Reg LumaBytes(const Reg (&y)[2]) {
   return Add8(Gather32(PackU8(y[0], y[1])), SetPairs8(F::kY.whole(), F::kY.whole()));
 }
-/// Means of neighbours, with their offset: the sums of words over kRows rows, two words of each
-/// lane's 16.
+/// Chroma samples as words, with their offset: the means of neighbours in `sums`, which hold the
+/// words of Weigh summed over kRows rows.
 template <typename F, int kRows>
 ZEL_INLINE Reg Means(const Reg (&sums)[2]) {
   static_assert(F::kU.whole() == F::kV.whole());
@@ -302,7 +302,7 @@ struct CommonSteps : Pixels {
   ZEL_INLINE static Luma Luma24(const std::uint8_t* src) {
     return WidenHalves(Spread32(Load(src)));
   }
-  /// Words with a byte of U and a byte of V, each for two pixels.
+  /// Words that hold U and V, each for two pixels.
   ZEL_INLINE static Reg Chroma24(const std::uint8_t* u, const std::uint8_t* v) {
     return SpreadChroma(u, v);
   }
@@ -321,7 +321,7 @@ struct CommonSteps : Pixels {
     Pixels::StoreBgr24(dst, pixels);
   }
 
-  /// Words with a byte of U and a byte of V, of kPixels pixels, in the order of Spread32.
+  /// The chroma of kPixels pixels as words that hold U and V, in the order of Spread32.
   ZEL_INLINE static Reg SpreadChroma(const std::uint8_t* u, const std::uint8_t* v) {
     return Spread32(ChromaPairs(u, v));
   }
@@ -405,8 +405,8 @@ struct CommonSteps : Pixels {
 
 // Kernels ----------------------------------------------------------------------------------------
 
-/// Stores 3 of every 4 bytes; the fourth ones are 0 in `pixels`. What is there is stored again:
-/// stores with a mask of bytes take longer than that.
+/// Stores 3 of every 4 bytes; the fourth ones are 0 in `pixels`. A masked store takes longer, so
+/// the fourth bytes are stored again.
 template <class Steps>
 ZEL_INLINE void StoreKept(std::uint8_t* p, Reg pixels) {
   Store(p, Steps::KeepFourth(pixels, Load(p)));
@@ -419,7 +419,7 @@ ZEL_INLINE void ToRgbRows(const YuvSource& src, PixelTarget dst, std::ptrdiff_t 
     if (kAsk && AsksAt(x)) {
       AskPlanes<kFourth == Fourth::kAlpha, false>(src, x);
       if constexpr (kFourth == Fourth::kOpaque || kFourth == Fourth::kAlpha) {
-        // Nearer, where whole cache lines are overwritten.
+        // Prefetch less far ahead where whole cache lines are overwritten.
         for (int row = 0; row < kRows; ++row) Ask<4, true>(dst[row] + 4 * (x + 128));
       } else {
         AskPixels<kFourth == Fourth::kNone ? 3 : 4, true>(dst, x);
@@ -593,7 +593,7 @@ void MergeAll(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width, std::
   InPairs(width, rows, [&](std::ptrdiff_t row, auto count, auto large) ZEL_INLINE_LAMBDA {
     const YuvSource pair = src.From(row, 0);
     if (!large) return MergeRows<Steps, kLumaFirst, count>(pair, {dst[row], dst.pitch}, width);
-    // Next to nothing is computed, so that one row after the other pays sooner here.
+    // There is little to compute, so one row at a time pays sooner.
     MergeRows<Steps, kLumaFirst, 1>(pair, {dst[row], dst.pitch}, width);
     MergeRows<Steps, kLumaFirst, 1>(SecondRow(pair), {dst[row + 1], dst.pitch}, width);
   });
