@@ -538,7 +538,7 @@ void FromIndexed(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width, st
   });
 }
 
-template <class Steps, bool kLumaFirst, int kRows, bool kAsk>
+template <bool kLumaFirst, int kRows, bool kAsk>
 ZEL_INLINE void SplitRows(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width) {
   const Reg low = Set16(0xff);
   CoverWithLarge(width, kPixels, Head(src[0], 2, width), [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
@@ -564,10 +564,10 @@ ZEL_INLINE void SplitRows(PixelSource src, const YuvTarget& dst, std::ptrdiff_t 
   });
 }
 
-template <class Steps, bool kLumaFirst>
+template <bool kLumaFirst>
 void SplitAll(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width, std::ptrdiff_t rows) {
   InPairs(width, rows, [&](std::ptrdiff_t row, auto count, auto ask) ZEL_INLINE_LAMBDA {
-    SplitRows<Steps, kLumaFirst, count, ask>({src[row], src.pitch}, dst.From(row, 0), width);
+    SplitRows<kLumaFirst, count, ask>({src[row], src.pitch}, dst.From(row, 0), width);
   });
 }
 
@@ -575,10 +575,10 @@ template <class Steps>
 void Split(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width, std::ptrdiff_t rows,
            bool lumaFirst) {
   if (width < kPixels) return Steps::kNarrower.split(src, dst, width, rows, lumaFirst);
-  (lumaFirst ? SplitAll<Steps, true> : SplitAll<Steps, false>)(src, dst, width, rows);
+  (lumaFirst ? SplitAll<true> : SplitAll<false>)(src, dst, width, rows);
 }
 
-template <class Steps, bool kLumaFirst, int kRows>
+template <bool kLumaFirst, int kRows>
 ZEL_INLINE void MergeRows(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width) {
   CoverWithLarge(width, kPixels, Head(dst[0], 2, width), [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
     const Reg chroma = ChromaPairs(src.u + x / 2, src.v + x / 2);
@@ -588,14 +588,14 @@ ZEL_INLINE void MergeRows(const YuvSource& src, PixelTarget dst, std::ptrdiff_t 
   });
 }
 
-template <class Steps, bool kLumaFirst>
+template <bool kLumaFirst>
 void MergeAll(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width, std::ptrdiff_t rows) {
   InPairs(width, rows, [&](std::ptrdiff_t row, auto count, auto large) ZEL_INLINE_LAMBDA {
     const YuvSource pair = src.From(row, 0);
-    if (!large) return MergeRows<Steps, kLumaFirst, count>(pair, {dst[row], dst.pitch}, width);
+    if (!large) return MergeRows<kLumaFirst, count>(pair, {dst[row], dst.pitch}, width);
     // There is little to compute, so one row at a time pays sooner.
-    MergeRows<Steps, kLumaFirst, 1>(pair, {dst[row], dst.pitch}, width);
-    MergeRows<Steps, kLumaFirst, 1>(SecondRow(pair), {dst[row + 1], dst.pitch}, width);
+    MergeRows<kLumaFirst, 1>(pair, {dst[row], dst.pitch}, width);
+    MergeRows<kLumaFirst, 1>(SecondRow(pair), {dst[row + 1], dst.pitch}, width);
   });
 }
 
@@ -603,7 +603,7 @@ template <class Steps>
 void Merge(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width, std::ptrdiff_t rows,
            bool lumaFirst) {
   if (width < kPixels) return Steps::kNarrower.merge(src, dst, width, rows, lumaFirst);
-  (lumaFirst ? MergeAll<Steps, true> : MergeAll<Steps, false>)(src, dst, width, rows);
+  (lumaFirst ? MergeAll<true> : MergeAll<false>)(src, dst, width, rows);
 }
 
 template <class Steps, bool kLumaFirst>
