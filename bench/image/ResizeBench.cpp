@@ -50,7 +50,7 @@ constexpr Scale kTo4K = {"1080p to 4K", {1920, 1080}, {3840, 2160}};
 /// Up to three planes in one buffer: bytes, bitmap pixels, or a 4:2:0 picture.
 class Picture {
  public:
-  Picture(Size size, int pixelBytes, bool yuv420 = false) : size_(size), pixel_bytes_(pixelBytes) {
+  Picture(Size size, int pixelBytes, bool yuv420 = false) : size_(size), pixelBytes_(pixelBytes) {
     const Size half = {(size.width + 1) / 2, (size.height + 1) / 2};
     const std::size_t full = Area(size) * static_cast<unsigned>(pixelBytes);
     bytes_.resize(full + (yuv420 ? 2 * Area(half) : 0));
@@ -65,7 +65,7 @@ class Picture {
     }
   }
   IMG_PARAM Param() {
-    return {plane[0], size_.width, size_.height, pitch[0],    8 * pixel_bytes_,
+    return {plane[0], size_.width, size_.height, pitch[0],    8 * pixelBytes_,
             0,        0,           size_.width,  size_.height};
   }
   std::size_t bytes() const { return bytes_.size(); }
@@ -79,7 +79,7 @@ class Picture {
     return static_cast<std::size_t>(s.width) * static_cast<std::size_t>(s.height);
   }
   Size size_;
-  int pixel_bytes_;
+  int pixelBytes_;
   std::vector<std::uint8_t> bytes_;
 };
 

@@ -115,10 +115,10 @@ struct CAudioConverter::Work {
   PositionTable& FindTable(int n, int t, int frames);
   void Interpolate(const PositionTable& table, int first, int frames, short* out) const;
 
-  std::unique_ptr<short[]> area;
-  std::ptrdiff_t areaSize = 0;
-  PositionTable tables[kTables];
-  unsigned uses = 0;
+  std::unique_ptr<short[]> area_;
+  std::ptrdiff_t areaSize_ = 0;
+  PositionTable tables_[kTables];
+  unsigned uses_ = 0;
 };
 
 CAudioConverter::Work::Work(const CAudioConverter& c)
@@ -190,27 +190,27 @@ int CAudioConverter::Work::MixInto(const short* data, int n, int frames, int out
 
 void CAudioConverter::Work::ReserveArea(std::int64_t inSamples) {
   const std::int64_t wanted = inSamples + std::int64_t{2} * workChannels + zel::audio::kReadSlack;
-  if (wanted <= areaSize) return;
+  if (wanted <= areaSize_) return;
   const int larger = CheckedInt(wanted + inSamples / 2);
   auto newArea = std::make_unique<short[]>(static_cast<std::size_t>(larger));
-  if (area) std::memcpy(newArea.get(), area.get(), Bytes(workChannels));
-  area = std::move(newArea);
-  areaSize = larger;
+  if (area_) std::memcpy(newArea.get(), area_.get(), Bytes(workChannels));
+  area_ = std::move(newArea);
+  areaSize_ = larger;
 }
 
 // Finds the table with the positions of a call that makes t samples of n. If the call is too long
 // for one, the table has room for a piece of them.
 PositionTable& CAudioConverter::Work::FindTable(int n, int t, int frames) {
-  PositionTable* oldest = tables;
-  ++uses;
-  for (PositionTable& table : tables) {
+  PositionTable* oldest = tables_;
+  ++uses_;
+  for (PositionTable& table : tables_) {
     if (table.n == n && table.t == t) {
-      table.lastUse = uses;
+      table.lastUse = uses_;
       return table;
     }
-    if (uses - table.lastUse > uses - oldest->lastUse) oldest = &table;
+    if (uses_ - table.lastUse > uses_ - oldest->lastUse) oldest = &table;
   }
-  oldest->lastUse = uses;
+  oldest->lastUse = uses_;
   if (frames > kTableFrames) {
     oldest->Reserve(kPieceFrames);
   } else {
@@ -224,7 +224,7 @@ PositionTable& CAudioConverter::Work::FindTable(int n, int t, int frames) {
 
 void CAudioConverter::Work::Interpolate(const PositionTable& table, int first, int frames,
                                         short* out) const {
-  const short* in = area.get() + workChannels;
+  const short* in = area_.get() + workChannels;
   const std::int32_t* k = table.k.get() + first;
   const double* f = table.f.get() + first;
   if (doubling) {
@@ -262,7 +262,7 @@ int CAudioConverter::Work::Convert(CAudioConverter& c, const short* data, int n,
     const int outFrames = made / c.m_nOutChannels;
     ReserveArea(mixed);
     PositionTable* table = outFrames > 0 ? &FindTable(mixed, made, outFrames) : nullptr;
-    short* in = area.get() + workChannels;
+    short* in = area_.get() + workChannels;
     const int inSamples = MixInto(data, n, frames, mixed, in);
     std::memset(in + inSamples, 0, Bytes(workChannels));
     if (table != nullptr && table->t == made) {
@@ -274,7 +274,7 @@ int CAudioConverter::Work::Convert(CAudioConverter& c, const short* data, int n,
         Interpolate(*table, 0, piece, out + static_cast<std::ptrdiff_t>(first) * c.m_nOutChannels);
       }
     }
-    std::memmove(area.get(), area.get() + inSamples, Bytes(workChannels));
+    std::memmove(area_.get(), area_.get() + inSamples, Bytes(workChannels));
   }
   c.m_nBufferSize = capacity;
   c.m_dRemainder += mixed - made * inPerOut;

@@ -49,36 +49,36 @@ ZEL_INLINE std::ptrdiff_t Head(const std::uint8_t* p, int bytes, std::ptrdiff_t 
 // row prefetches the next.
 
 /// True for pictures larger than the near caches whose rows fit them.
-ZEL_INLINE bool WorthAsking(std::ptrdiff_t width, std::ptrdiff_t rows) {
+ZEL_INLINE bool WorthPrefetching(std::ptrdiff_t width, std::ptrdiff_t rows) {
   return width * rows >= std::ptrdiff_t{1} << 17 && width <= std::ptrdiff_t{1} << 14;
 }
 /// Prefetches the cache lines of 64 pixels of kBytes bytes.
 template <int kBytes, bool kToWrite>
-ZEL_INLINE void Ask(const std::uint8_t* p) {
+ZEL_INLINE void Prefetch(const std::uint8_t* p) {
   for (int i = 0; i < kBytes; ++i) __builtin_prefetch(p + 64 * i, kToWrite);
 }
 /// True for one of the steps in each 64 pixels.
-ZEL_INLINE bool AsksAt(std::ptrdiff_t x) {
+ZEL_INLINE bool PrefetchesAt(std::ptrdiff_t x) {
   return (x & 63) < kPixels;
 }
 
-/// Calls `step(row, count, ask)` for every pair of rows and for an odd last one. `ask` says whether
-/// to prefetch the next pair, that is, whether the picture is large. `count` and `ask` are
-/// constants, so that small pictures pay nothing for large ones.
+/// Calls `step(row, count, prefetch)` for every pair of rows and for an odd last one. `prefetch`
+/// says whether to prefetch the next pair, that is, whether the picture is large. `count` and
+/// `prefetch` are constants, so that small pictures pay nothing for large ones.
 template <typename Step>
 ZEL_INLINE void InPairs(std::ptrdiff_t width, std::ptrdiff_t rows, Step step) {
   std::ptrdiff_t row = 0;
-  if (WorthAsking(width, rows)) {
+  if (WorthPrefetching(width, rows)) {
     for (; row + 3 < rows; row += 2) step(row, Constant<2>(), Constant<true>());
   }
   for (; row + 1 < rows; row += 2) step(row, Constant<2>(), Constant<false>());
   if (row < rows) step(row, Constant<1>(), Constant<false>());
 }
-/// Calls `step(row, ask)` for every row, in the same way.
+/// Calls `step(row, prefetch)` for every row, in the same way.
 template <typename Step>
 ZEL_INLINE void InRows(std::ptrdiff_t width, std::ptrdiff_t rows, Step step) {
   std::ptrdiff_t row = 0;
-  if (WorthAsking(width, rows)) {
+  if (WorthPrefetching(width, rows)) {
     for (; row + 1 < rows; ++row) step(row, Constant<true>());
   }
   for (; row < rows; ++row) step(row, Constant<false>());
@@ -90,17 +90,17 @@ constexpr std::ptrdiff_t kBeyondCaches = std::ptrdiff_t{1} << 22;
 
 /// Prefetches the planes' next pair of rows.
 template <bool kAlpha, bool kToWrite, typename Byte>
-ZEL_INLINE void AskPlanes(const Planes<Byte>& planes, std::ptrdiff_t x) {
+ZEL_INLINE void PrefetchPlanes(const Planes<Byte>& planes, std::ptrdiff_t x) {
   for (int row = 2; row < 4; ++row) {
-    Ask<1, kToWrite>(planes.y + row * planes.pitchY + x);
-    if (kAlpha) Ask<1, kToWrite>(planes.a + row * planes.pitchY + x);
+    Prefetch<1, kToWrite>(planes.y + row * planes.pitchY + x);
+    if (kAlpha) Prefetch<1, kToWrite>(planes.a + row * planes.pitchY + x);
   }
-  Ask<1, kToWrite>(planes.u + planes.pitchU + x / 2);
-  Ask<1, kToWrite>(planes.v + planes.pitchV + x / 2);
+  Prefetch<1, kToWrite>(planes.u + planes.pitchU + x / 2);
+  Prefetch<1, kToWrite>(planes.v + planes.pitchV + x / 2);
 }
 template <int kBytes, bool kToWrite, typename Byte>
-ZEL_INLINE void AskPixels(PixelRows<Byte> pixels, std::ptrdiff_t x) {
-  for (int row = 2; row < 4; ++row) Ask<kBytes, kToWrite>(pixels[row] + kBytes * x);
+ZEL_INLINE void PrefetchPixels(PixelRows<Byte> pixels, std::ptrdiff_t x) {
+  for (int row = 2; row < 4; ++row) Prefetch<kBytes, kToWrite>(pixels[row] + kBytes * x);
 }
 
 /// The second row of a pair, with its chroma.
@@ -412,17 +412,17 @@ ZEL_INLINE void StoreKept(std::uint8_t* p, Reg pixels) {
   Store(p, Steps::KeepFourth(pixels, Load(p)));
 }
 
-template <class Steps, typename F, Fourth kFourth, int kRows, bool kAsk>
+template <class Steps, typename F, Fourth kFourth, int kRows, bool kPrefetch>
 ZEL_INLINE void ToRgbRows(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width) {
   const std::ptrdiff_t head = kFourth == Fourth::kNone ? 0 : Head(dst[0], 4, width);
   CoverWithLarge(width, kPixels, head, [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
-    if (kAsk && AsksAt(x)) {
-      AskPlanes<kFourth == Fourth::kAlpha, false>(src, x);
+    if (kPrefetch && PrefetchesAt(x)) {
+      PrefetchPlanes<kFourth == Fourth::kAlpha, false>(src, x);
       if constexpr (kFourth == Fourth::kOpaque || kFourth == Fourth::kAlpha) {
         // Prefetch less far ahead where whole cache lines are overwritten.
-        for (int row = 0; row < kRows; ++row) Ask<4, true>(dst[row] + 4 * (x + 128));
+        for (int row = 0; row < kRows; ++row) Prefetch<4, true>(dst[row] + 4 * (x + 128));
       } else {
-        AskPixels<kFourth == Fourth::kNone ? 3 : 4, true>(dst, x);
+        PrefetchPixels<kFourth == Fourth::kNone ? 3 : 4, true>(dst, x);
       }
     }
     const Halves<Chroma> chroma = TwiceHalves(ChromaTerms<F>(
@@ -456,13 +456,13 @@ template <class Steps, typename F, Fourth kFourth, ConvertKernels::ToRgb Convert
 void ToRgb(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width, std::ptrdiff_t rows) {
   const std::ptrdiff_t even = width & ~std::ptrdiff_t{1};
   if (even < kPixels) return (Steps::kNarrower.*kMember)(src, dst, width, rows);
-  InPairs(width, rows, [&](std::ptrdiff_t row, auto count, auto ask) ZEL_INLINE_LAMBDA {
+  InPairs(width, rows, [&](std::ptrdiff_t row, auto count, auto prefetch) ZEL_INLINE_LAMBDA {
     const YuvSource pair = src.From(row, 0);
-    if (ask && width * rows > kBeyondCaches && src.pitchY > 0 && dst.pitch > 0) {
+    if (prefetch && width * rows > kBeyondCaches && src.pitchY > 0 && dst.pitch > 0) {
       ToRgbRows<Steps, F, kFourth, 1, false>(pair, {dst[row], dst.pitch}, even);
       ToRgbRows<Steps, F, kFourth, 1, false>(SecondRow(pair), {dst[row + 1], dst.pitch}, even);
     } else {
-      ToRgbRows<Steps, F, kFourth, count, ask>(pair, {dst[row], dst.pitch}, even);
+      ToRgbRows<Steps, F, kFourth, count, prefetch>(pair, {dst[row], dst.pitch}, even);
     }
     if (even == width) return;
     constexpr int kBytes = kFourth == Fourth::kNone ? 3 : 4;
@@ -471,13 +471,13 @@ void ToRgb(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width, std::ptr
   });
 }
 
-template <class Steps, typename F, int kBytes, bool kAlpha, int kRows, bool kAsk>
+template <class Steps, typename F, int kBytes, bool kAlpha, int kRows, bool kPrefetch>
 ZEL_INLINE void FromRgbRows(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width) {
   const std::ptrdiff_t head = kBytes == 4 ? Head(src[0], 4, width) : 0;
   CoverWithLarge(width, kPixels, head, [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
-    if (kAsk && AsksAt(x)) {
-      AskPixels<kBytes, false>(src, x);
-      AskPlanes<kAlpha, true>(dst, x);
+    if (kPrefetch && PrefetchesAt(x)) {
+      PrefetchPixels<kBytes, false>(src, x);
+      PrefetchPlanes<kAlpha, true>(dst, x);
     }
     const PixelSource block = {src[0] + kBytes * x, src.pitch};
     Steps::template FromBlock<F, kBytes, kAlpha, kRows>(block, dst.From(0, x));
@@ -489,9 +489,9 @@ template <class Steps, typename F, int kBytes, bool kAlpha,
 void FromRgb(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width, std::ptrdiff_t rows) {
   const std::ptrdiff_t even = width & ~std::ptrdiff_t{1};
   if (even < kPixels) return (Steps::kNarrower.*kMember)(src, dst, width, rows);
-  InPairs(width, rows, [&](std::ptrdiff_t row, auto count, auto ask) ZEL_INLINE_LAMBDA {
-    FromRgbRows<Steps, F, kBytes, kAlpha, count, ask>({src[row], src.pitch}, dst.From(row, 0),
-                                                      even);
+  InPairs(width, rows, [&](std::ptrdiff_t row, auto count, auto prefetch) ZEL_INLINE_LAMBDA {
+    FromRgbRows<Steps, F, kBytes, kAlpha, count, prefetch>({src[row], src.pitch}, dst.From(row, 0),
+                                                           even);
     if (even == width) return;
     (plain::kConvert.*kMember)({src[row] + kBytes * even, src.pitch}, dst.From(row, even), 1,
                                count);
@@ -538,13 +538,13 @@ void FromIndexed(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width, st
   });
 }
 
-template <bool kLumaFirst, int kRows, bool kAsk>
+template <bool kLumaFirst, int kRows, bool kPrefetch>
 ZEL_INLINE void SplitRows(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width) {
   const Reg low = Set16(0xff);
   CoverWithLarge(width, kPixels, Head(src[0], 2, width), [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
-    if (kAsk && AsksAt(x)) {
-      AskPixels<2, false>(src, x);
-      AskPlanes<false, true>(dst, x);
+    if (kPrefetch && PrefetchesAt(x)) {
+      PrefetchPixels<2, false>(src, x);
+      PrefetchPlanes<false, true>(dst, x);
     }
     Reg chroma[kRows];
     for (int row = 0; row < kRows; ++row) {
@@ -566,8 +566,8 @@ ZEL_INLINE void SplitRows(PixelSource src, const YuvTarget& dst, std::ptrdiff_t 
 
 template <bool kLumaFirst>
 void SplitAll(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width, std::ptrdiff_t rows) {
-  InPairs(width, rows, [&](std::ptrdiff_t row, auto count, auto ask) ZEL_INLINE_LAMBDA {
-    SplitRows<kLumaFirst, count, ask>({src[row], src.pitch}, dst.From(row, 0), width);
+  InPairs(width, rows, [&](std::ptrdiff_t row, auto count, auto prefetch) ZEL_INLINE_LAMBDA {
+    SplitRows<kLumaFirst, count, prefetch>({src[row], src.pitch}, dst.From(row, 0), width);
   });
 }
 
@@ -590,9 +590,9 @@ ZEL_INLINE void MergeRows(const YuvSource& src, PixelTarget dst, std::ptrdiff_t 
 
 template <bool kLumaFirst>
 void MergeAll(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width, std::ptrdiff_t rows) {
-  InPairs(width, rows, [&](std::ptrdiff_t row, auto count, auto large) ZEL_INLINE_LAMBDA {
+  InPairs(width, rows, [&](std::ptrdiff_t row, auto count, auto prefetch) ZEL_INLINE_LAMBDA {
     const YuvSource pair = src.From(row, 0);
-    if (!large) return MergeRows<kLumaFirst, count>(pair, {dst[row], dst.pitch}, width);
+    if (!prefetch) return MergeRows<kLumaFirst, count>(pair, {dst[row], dst.pitch}, width);
     // There is little to compute, so one row at a time pays sooner.
     MergeRows<kLumaFirst, 1>(pair, {dst[row], dst.pitch}, width);
     MergeRows<kLumaFirst, 1>(SecondRow(pair), {dst[row + 1], dst.pitch}, width);
@@ -608,11 +608,11 @@ void Merge(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width, std::ptr
 
 template <class Steps, bool kLumaFirst>
 void PackedToBgr24All(PixelSource src, PixelTarget dst, std::ptrdiff_t width, std::ptrdiff_t rows) {
-  InRows(width, rows, [&](std::ptrdiff_t row, auto ask) ZEL_INLINE_LAMBDA {
+  InRows(width, rows, [&](std::ptrdiff_t row, auto prefetch) ZEL_INLINE_LAMBDA {
     CoverWithLarge(width, kPixels, kNoHead, [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
-      if (ask && AsksAt(x)) {
-        Ask<2, false>(src[row + 1] + 2 * x);
-        Ask<3, true>(dst[row + 1] + 3 * x);
+      if (prefetch && PrefetchesAt(x)) {
+        Prefetch<2, false>(src[row + 1] + 2 * x);
+        Prefetch<3, true>(dst[row + 1] + 3 * x);
       }
       const Reg first = Steps::LoadPacked24(src[row] + 2 * x);
       const Reg second = Steps::LoadPacked24(src[row] + 2 * x + kRegBytes);
@@ -637,11 +637,11 @@ void PackedToBgr24(PixelSource src, PixelTarget dst, std::ptrdiff_t width, std::
 
 template <class Steps, bool kLumaFirst>
 void Bgr24ToPackedAll(PixelSource src, PixelTarget dst, std::ptrdiff_t width, std::ptrdiff_t rows) {
-  InRows(width, rows, [&](std::ptrdiff_t row, auto ask) ZEL_INLINE_LAMBDA {
+  InRows(width, rows, [&](std::ptrdiff_t row, auto prefetch) ZEL_INLINE_LAMBDA {
     CoverWithLarge(width, kPixels, kNoHead, [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
-      if (ask && AsksAt(x)) {
-        Ask<3, false>(src[row + 1] + 3 * x);
-        Ask<2, true>(dst[row + 1] + 2 * x);
+      if (prefetch && PrefetchesAt(x)) {
+        Prefetch<3, false>(src[row + 1] + 3 * x);
+        Prefetch<2, true>(dst[row + 1] + 2 * x);
       }
       Steps::template ToPackedBlock<kLumaFirst>(src[row] + 3 * x, dst[row] + 2 * x);
     });

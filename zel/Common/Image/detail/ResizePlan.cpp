@@ -64,13 +64,13 @@ Axis Axis::ChromaSteps(std::int32_t source, std::int32_t count, std::int32_t ori
 Axis Axis::Proportional(std::int32_t source, std::int32_t count) {
   Axis axis = Steps(source, count);
   axis.kind_ = Kind::kProportional;
-  axis.exact_end_ = true;
+  axis.exactEnd_ = true;
   return axis;
 }
 
 Axis Axis::WithExactEnd() const {
   Axis axis = *this;
-  axis.exact_end_ = true;
+  axis.exactEnd_ = true;
   return axis;
 }
 
@@ -81,7 +81,7 @@ Axis Axis::Next() const {
 }
 
 Position Axis::At(std::int64_t i) const {
-  if (exact_end_ && i == count_ - 1) return {source_ - 1, 0};
+  if (exactEnd_ && i == count_ - 1) return {source_ - 1, 0};
   switch (kind_) {
     case Kind::kSteps: {
       const std::int64_t position = (i + ahead_) * step_;
@@ -104,15 +104,15 @@ Position Axis::At(std::int64_t i) const {
 
 RowScaler::RowScaler(const ResizeKernels& kernels, const ImageRect& source, int pixelBytes,
                      std::ptrdiff_t sourceStride)
-    : kernels_(kernels), source_(source), pixel_bytes_(pixelBytes), stride_(sourceStride) {}
+    : kernels_(kernels), source_(source), pixelBytes_(pixelBytes), stride_(sourceStride) {}
 
 bool RowScaler::Allocate(std::size_t padded) {
   // Sizes of the arrays in the order of `take` below, each rounded up to a cache line.
-  const std::uint64_t pixel = static_cast<unsigned>(pixel_bytes_);
+  const std::uint64_t pixel = static_cast<unsigned>(pixelBytes_);
   const std::uint64_t columns = padded;
   const bool bilinear = method_ == Method::kBilinear;
   const std::uint64_t outputs = columns * (bilinear ? 2 : 1);
-  const std::uint64_t strided = stride_ != pixel_bytes_ ? static_cast<unsigned>(source_.width) : 0;
+  const std::uint64_t strided = stride_ != pixelBytes_ ? static_cast<unsigned>(source_.width) : 0;
   std::uint64_t offsets = columns * sizeof(*offset_);
   std::uint64_t weights =
       bilinear ? columns * (pixel == 1 ? sizeof(*weight_) : sizeof(*weight4_)) : 0;
@@ -159,7 +159,7 @@ bool RowScaler::Allocate(std::size_t padded) {
 void RowScaler::FillColumns(const Axis& columns, std::size_t padded) {
   const bool bilinear = method_ == Method::kBilinear;
   const std::size_t count = columns_.count;
-  identical_ = stride_ == pixel_bytes_;
+  identical_ = stride_ == pixelBytes_;
   for (std::size_t c = 0; c < padded; ++c) {
     Position p = columns.At(static_cast<std::int64_t>(std::min(c, count - 1)));
     identical_ =
@@ -167,12 +167,12 @@ void RowScaler::FillColumns(const Axis& columns, std::size_t padded) {
     if (bilinear) {
       // The last pixel has no right neighbour. It becomes the right neighbour of the one before it.
       if (p.index + 1 >= reach_) p = {p.index - 1, 4096};
-      constexpr std::uint64_t colours = 0x000100010001U;
-      constexpr std::uint64_t all = 0x0001000100010001U;
-      if (pixel_bytes_ == 1) {
+      constexpr std::uint64_t kColours = 0x000100010001U;
+      constexpr std::uint64_t kAll = 0x0001000100010001U;
+      if (pixelBytes_ == 1) {
         weight_[c] = static_cast<std::int16_t>(p.weight);
       } else {
-        weight4_[c] = static_cast<std::uint64_t>(p.weight) * (p.weight == 4096 ? all : colours);
+        weight4_[c] = static_cast<std::uint64_t>(p.weight) * (p.weight == 4096 ? kAll : kColours);
       }
     }
     offset_[c] = p.index;
@@ -213,14 +213,14 @@ void RowScaler::FillWindows() {
 }
 
 bool RowScaler::Prepare(const Axis& columns, Method method) {
-  constexpr std::size_t pad = ResizeColumns::kColumnPad;
+  constexpr std::size_t kPad = ResizeColumns::kColumnPad;
   method_ = method;
   columns_.count = static_cast<unsigned>(columns.count());
-  const std::size_t padded = (columns_.count + pad - 1) & ~(pad - 1);
+  const std::size_t padded = (columns_.count + kPad - 1) & ~(kPad - 1);
   if (!Allocate(padded)) return false;
 
   reach_ = source_.width;
-  staged_ = stride_ != pixel_bytes_;
+  staged_ = stride_ != pixelBytes_;
   if (method == Method::kBilinear && source_.width == 1) {
     reach_ = 2;  // In a copy, where the one pixel stands twice.
     staged_ = true;
@@ -239,9 +239,9 @@ bool RowScaler::Prepare(const Axis& columns, Method method) {
 const unsigned char* RowScaler::SourceRow(std::int64_t y) {
   const unsigned char* source = source_.Row(y);
   if (!staged_) return source;
-  const std::size_t pixel = static_cast<unsigned>(pixel_bytes_);
+  const std::size_t pixel = static_cast<unsigned>(pixelBytes_);
   const std::size_t width = static_cast<unsigned>(source_.width);
-  if (stride_ == pixel_bytes_) {
+  if (stride_ == pixelBytes_) {
     std::memcpy(stage_, source, width * pixel);
   } else {
     for (std::size_t x = 0; x < width; ++x)
@@ -254,18 +254,18 @@ const unsigned char* RowScaler::SourceRow(std::int64_t y) {
 const unsigned char* RowScaler::Row(std::int64_t y, std::int64_t other) {
   if (identical_) return source_.Row(y);
   for (int slot = 0; slot < 2; ++slot) {
-    if (row_of_[slot] == y) return rows_[slot];
+    if (rowOf_[slot] == y) return rows_[slot];
   }
-  const int slot = row_of_[0] == other ? 1 : 0;
-  row_of_[slot] = y;
+  const int slot = rowOf_[0] == other ? 1 : 0;
+  rowOf_[slot] = y;
   unsigned char* row = rows_[slot];
-  (pixel_bytes_ == 1 ? kernels_.bilinear8 : kernels_.bilinear32)(columns_, SourceRow(y), row);
+  (pixelBytes_ == 1 ? kernels_.bilinear8 : kernels_.bilinear32)(columns_, SourceRow(y), row);
   return row;
 }
 
 void RowScaler::WriteNearest(std::int64_t y, std::int32_t n, unsigned char* out) {
   const std::size_t count = static_cast<unsigned>(n);
-  const std::size_t pixel = static_cast<unsigned>(pixel_bytes_);
+  const std::size_t pixel = static_cast<unsigned>(pixelBytes_);
   if (identical_) {
     std::memcpy(out, source_.Row(y), count * pixel);
     return;
@@ -274,13 +274,13 @@ void RowScaler::WriteNearest(std::int64_t y, std::int32_t n, unsigned char* out)
   if (method_ == Method::kNearest) {
     ResizeColumns columns = columns_;
     columns.count = count;
-    (pixel_bytes_ == 1 ? kernels_.nearest8 : kernels_.nearest32)(columns, source, out);
+    (pixelBytes_ == 1 ? kernels_.nearest8 : kernels_.nearest32)(columns, source, out);
     return;
   }
   for (std::size_t c = 0; c < count; ++c) {
     const bool isNeighbour = (pixel == 1 ? weight_[c] : weight4_[c] & 0xFFFF) == 4096;
     std::memcpy(out + c * pixel,
-                source + static_cast<std::ptrdiff_t>(offset_[c] + isNeighbour) * pixel_bytes_,
+                source + static_cast<std::ptrdiff_t>(offset_[c] + isNeighbour) * pixelBytes_,
                 pixel);
   }
 }

@@ -72,7 +72,7 @@ class Axis {
   std::int32_t source_ = 0;
   std::int32_t count_ = 0;
   std::int32_t origin_ = 0;
-  bool exact_end_ = false;
+  bool exactEnd_ = false;
   std::int32_t ahead_ = 0;
 };
 
@@ -113,12 +113,12 @@ class RowScaler {
   bool WindowsFit(int windows) const;
   const unsigned char* SourceRow(std::int64_t y);
 
-  ResizeWindow Window() const { return pixel_bytes_ == 1 ? kernels_.bytes : kernels_.pixels; }
+  ResizeWindow Window() const { return pixelBytes_ == 1 ? kernels_.bytes : kernels_.pixels; }
   int PixelsPerColumn() const { return method_ == Method::kBilinear ? 2 : 1; }
 
   const ResizeKernels& kernels_;
   const ImageRect source_;
-  const int pixel_bytes_;
+  const int pixelBytes_;
   const std::ptrdiff_t stride_;
   Method method_ = Method::kNearest;
   bool identical_ = false;  // Each column is its own source pixel: nothing to do.
@@ -136,7 +136,7 @@ class RowScaler {
   unsigned char* stage_ = nullptr;
   unsigned char* spare_ = nullptr;
   unsigned char* rows_[2] = {};
-  std::int64_t row_of_[2] = {-1, -1};
+  std::int64_t rowOf_[2] = {-1, -1};
 
   std::unique_ptr<unsigned char[]> heap_;
   alignas(64) unsigned char inline_[6144];
