@@ -9,10 +9,7 @@ using Method = RowScaler::Method;
 int AlphaOverBitmap32(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst) {
   ImageRect from;
   ImageRect to;
-  if (dst.nWidth < 2 || dst.nHeight < 2 || !Locate(src, RowOrder::kBottomUp, 4, &from) ||
-      !Locate(dst, RowOrder::kBottomUp, 4, &to)) {
-    return 0;
-  }
+  if (!LocateBoth(src, 4, dst, 4, RowOrder::kBottomUp, &from, &to)) return 0;
   RowScaler scaler(kernels, from, 4, 4);
   if (!scaler.Prepare(Axis::Steps(from.width, to.width), Method::kBilinear)) return 0;
   const Axis rows = Axis::Steps(from.height, to.height);
@@ -25,10 +22,8 @@ int AlphaOverBitmap32(const ResizeKernels& kernels, const IMG_PARAM& src, const 
   for (std::int32_t i = 0; i < last; ++i) {
     const std::int32_t y = to.InMemoryOrder(i, last);
     const Position p = rows.At(y);
-    const std::int64_t below = std::int64_t{p.index} + 1;
-    const unsigned char* top = scaler.Row(p.index, below);
-    const unsigned char* bottom = p.weight == 0 ? top : scaler.Row(below, p.index);
-    kernels.over32(top, bottom, p.weight, inner, false, to.Row(y));
+    const RowPair pair = scaler.Rows(p);
+    kernels.over32(pair.top, pair.bottom, p.weight, inner, false, to.Row(y));
     overEdge(p.index, to.Row(y) + 4 * inner);
   }
   unsigned char* nearest = scaler.spare();
@@ -41,10 +36,7 @@ int AlphaOverBitmap32(const ResizeKernels& kernels, const IMG_PARAM& src, const 
 int NearestMask(const ResizeKernels& kernels, const IMG_PARAM& mask, const IMG_PARAM& dst) {
   ImageRect from;
   ImageRect to;
-  if (dst.nWidth < 2 || dst.nHeight < 2 || !Locate(mask, RowOrder::kBottomUp, 1, &from) ||
-      !Locate(dst, RowOrder::kBottomUp, 4, &to)) {
-    return 0;
-  }
+  if (!LocateBoth(mask, 1, dst, 4, RowOrder::kBottomUp, &from, &to)) return 0;
   RowScaler scaler(kernels, from, 1, 1);
   const Axis columns = Axis::Steps(from.width, to.width).WithExactEnd();
   const Axis rows = Axis::Steps(from.height, to.height).WithExactEnd();
@@ -64,9 +56,8 @@ int BilinearMask(const ResizeKernels& kernels, const IMG_PARAM& mask, const IMG_
   ImageRect from;
   ImageRect to;
   const int maskBytes = mask.nBitCount / 8;
-  if (maskBytes < 1 || maskBytes > 4 || dst.nWidth < 2 || dst.nHeight < 2 ||
-      !Locate(mask, RowOrder::kBottomUp, maskBytes, &from) ||
-      !Locate(dst, RowOrder::kBottomUp, 4, &to)) {
+  if (maskBytes < 1 || maskBytes > 4 ||
+      !LocateBoth(mask, maskBytes, dst, 4, RowOrder::kBottomUp, &from, &to)) {
     return 0;
   }
   from.first += maskBytes - 1;  // The mask is the pixel's last byte.
@@ -82,10 +73,8 @@ int BilinearMask(const ResizeKernels& kernels, const IMG_PARAM& mask, const IMG_
     if (y == last) {
       scaler.WriteNearest(p.index, to.width - 1, scaled);
     } else {
-      const std::int64_t below = std::int64_t{p.index} + 1;
-      const unsigned char* top = scaler.Row(p.index, below);
-      const unsigned char* bottom = p.weight == 0 ? top : scaler.Row(below, p.index);
-      kernels.blend8(top, bottom, p.weight, width - 1, scaled);
+      const RowPair pair = scaler.Rows(p);
+      kernels.blend8(pair.top, pair.bottom, p.weight, width - 1, scaled);
     }
     scaled[width - 1] = *scaler.LastPixel(p.index);
     kernels.multiplyAlpha(scaled, width, to.Row(y));

@@ -13,16 +13,6 @@ namespace {
 constexpr int kBlack = 16;
 using Method = RowScaler::Method;
 
-bool LargeEnough(const IMG_PARAM& dst) {
-  return dst.nWidth >= 2 && dst.nHeight >= 2;
-}
-
-bool LocateBoth(const IMG_PARAM& src, const IMG_PARAM& dst, RowOrder order, int pixelBytes,
-                ImageRect* from, ImageRect* to) {
-  return LargeEnough(dst) && Locate(src, order, pixelBytes, from) &&
-         Locate(dst, order, pixelBytes, to);
-}
-
 void PaintMargins(const ImageRect& rect, std::int64_t y) {
   unsigned char* row = rect.Row(y);
   std::memset(row - rect.before, kBlack, static_cast<std::size_t>(rect.before));
@@ -55,12 +45,11 @@ void BlendRows(const ResizeKernels& kernels, RowScaler& scaler, const Axis& axis
   for (std::int32_t i = 0; i < rows; ++i) {
     const std::int32_t y = to.InMemoryOrder(i, rows);
     const Position p = axis.At(y);
-    const std::int64_t below = std::int64_t{p.index} + 1;
-    const unsigned char* top = scaler.Row(p.index, below);
+    const RowPair pair = scaler.Rows(p);
     if (p.weight == 0) {
-      std::memcpy(to.Row(y), top, count * static_cast<unsigned>(pixelBytes));
+      std::memcpy(to.Row(y), pair.top, count * static_cast<unsigned>(pixelBytes));
     } else {
-      blend(top, scaler.Row(below, p.index), p.weight, count, to.Row(y));
+      blend(pair.top, pair.bottom, p.weight, count, to.Row(y));
     }
     finish(y, p.index);
   }
@@ -70,7 +59,7 @@ int BilinearBitmap(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG
                    int pixelBytes) {
   ImageRect from;
   ImageRect to;
-  if (!LocateBoth(src, dst, RowOrder::kBottomUp, pixelBytes, &from, &to)) return 0;
+  if (!LocateBoth(src, pixelBytes, dst, pixelBytes, RowOrder::kBottomUp, &from, &to)) return 0;
   RowScaler scaler(kernels, from, pixelBytes, pixelBytes);
   if (!scaler.Prepare(Axis::Steps(from.width, to.width), Method::kBilinear)) return 0;
   const auto finish = [&](std::int32_t y, std::int32_t sourceY) {
@@ -89,7 +78,7 @@ int BilinearBitmap(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG
 int NearestBitmap32(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst) {
   ImageRect from;
   ImageRect to;
-  if (!LocateBoth(src, dst, RowOrder::kBottomUp, 4, &from, &to)) return 0;
+  if (!LocateBoth(src, 4, dst, 4, RowOrder::kBottomUp, &from, &to)) return 0;
   return Nearest(kernels, from, to, 4, Axis::Steps(from.width, to.width).WithExactEnd(),
                  Axis::Steps(from.height, to.height).WithExactEnd());
 }
@@ -101,7 +90,7 @@ int BilinearBitmap32(const ResizeKernels& kernels, const IMG_PARAM& src, const I
 int NearestPlane8(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst) {
   ImageRect from;
   ImageRect to;
-  if (!LocateBoth(src, dst, RowOrder::kTopDown, 1, &from, &to)) return 0;
+  if (!LocateBoth(src, 1, dst, 1, RowOrder::kTopDown, &from, &to)) return 0;
   return Nearest(kernels, from, to, 1, Axis::Proportional(from.width, to.width),
                  Axis::Proportional(from.height, to.height));
 }
@@ -113,7 +102,7 @@ int BilinearBitmap8(const ResizeKernels& kernels, const IMG_PARAM& src, const IM
 int NearestLuma(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst) {
   ImageRect from;
   ImageRect to;
-  if (!LocateBoth(src, dst, RowOrder::kTopDown, 1, &from, &to)) return 0;
+  if (!LocateBoth(src, 1, dst, 1, RowOrder::kTopDown, &from, &to)) return 0;
   if (Nearest(kernels, from, to, 1, Axis::Steps(from.width, to.width),
               Axis::Steps(from.height, to.height)) == 0) {
     return 0;
@@ -125,7 +114,7 @@ int NearestLuma(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PA
 int BilinearLuma(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst) {
   ImageRect from;
   ImageRect to;
-  if (!LocateBoth(src, dst, RowOrder::kTopDown, 1, &from, &to)) return 0;
+  if (!LocateBoth(src, 1, dst, 1, RowOrder::kTopDown, &from, &to)) return 0;
   RowScaler scaler(kernels, from, 1, 1);
   if (!scaler.Prepare(Axis::Steps(from.width, to.width), Method::kBilinear)) return 0;
   const std::int32_t last = to.height - 1;
@@ -140,7 +129,7 @@ int BilinearLuma(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_P
 int BoxLuma(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst) {
   ImageRect from;
   ImageRect to;
-  if (!LocateBoth(src, dst, RowOrder::kTopDown, 1, &from, &to)) return 0;
+  if (!LocateBoth(src, 1, dst, 1, RowOrder::kTopDown, &from, &to)) return 0;
   const Axis columns = Axis::Steps(from.width, to.width);
   const Axis rows = Axis::Steps(from.height, to.height);
   RowScaler here(kernels, from, 1, 1);

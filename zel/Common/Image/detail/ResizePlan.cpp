@@ -31,6 +31,15 @@ bool Locate(const IMG_PARAM& image, RowOrder order, int pixelBytes, ImageRect* r
   return true;
 }
 
+bool LargeEnough(const IMG_PARAM& dst) {
+  return dst.nWidth >= 2 && dst.nHeight >= 2;
+}
+
+bool LocateBoth(const IMG_PARAM& src, int srcBytes, const IMG_PARAM& dst, int dstBytes,
+                RowOrder order, ImageRect* from, ImageRect* to) {
+  return LargeEnough(dst) && Locate(src, order, srcBytes, from) && Locate(dst, order, dstBytes, to);
+}
+
 bool LocateChroma(const IMG_PARAM& image, ImageRect* rect) {
   if (image.nLeft < 0 || image.nTop < 0 || image.nWidth < 1 || image.nHeight < 1) return false;
   const auto half = [](std::int32_t from, std::int32_t size) {
@@ -251,6 +260,7 @@ const unsigned char* RowScaler::SourceRow(std::int64_t y) {
   return stage_;
 }
 
+// Returns source row y, scaled. Row `other`, if it is one of the two rows kept, stays.
 const unsigned char* RowScaler::Row(std::int64_t y, std::int64_t other) {
   if (identical_) return source_.Row(y);
   for (int slot = 0; slot < 2; ++slot) {
@@ -261,6 +271,12 @@ const unsigned char* RowScaler::Row(std::int64_t y, std::int64_t other) {
   unsigned char* row = rows_[slot];
   (pixelBytes_ == 1 ? kernels_.bilinear8 : kernels_.bilinear32)(columns_, SourceRow(y), row);
   return row;
+}
+
+RowPair RowScaler::Rows(const Position& p) {
+  const std::int64_t below = std::int64_t{p.index} + 1;
+  const unsigned char* top = Row(p.index, below);
+  return {top, p.weight == 0 ? top : Row(below, p.index)};
 }
 
 void RowScaler::WriteNearest(std::int64_t y, std::int32_t n, unsigned char* out) {

@@ -33,6 +33,11 @@ enum class RowOrder { kTopDown, kBottomUp };
 /// Finds a rectangle of pixels of `pixelBytes` bytes. False if the buffer is null, the rectangle is
 /// empty, or the record shows that it leaves the buffer.
 bool Locate(const IMG_PARAM& image, RowOrder order, int pixelBytes, ImageRect* rect);
+/// Whether a destination has the 2 x 2 pixels that every routine needs.
+bool LargeEnough(const IMG_PARAM& dst);
+/// Finds the rectangles of a source and of a destination that is large enough.
+bool LocateBoth(const IMG_PARAM& src, int srcBytes, const IMG_PARAM& dst, int dstBytes,
+                RowOrder order, ImageRect* from, ImageRect* to);
 /// Finds the half-resolution rectangle of a chroma plane, from the luma pixel at its corner to the
 /// one at the opposite corner.
 bool LocateChroma(const IMG_PARAM& image, ImageRect* rect);
@@ -76,6 +81,12 @@ class Axis {
   std::int32_t ahead_ = 0;
 };
 
+/// Two scaled rows, of equal address where the upper one alone counts.
+struct RowPair {
+  const unsigned char* top;
+  const unsigned char* bottom;
+};
+
 /// The horizontal pass: picks or interpolates the columns of source rows.
 ///
 /// The bilinear value is truncated after its horizontal half, so that half depends on the source
@@ -95,8 +106,8 @@ class RowScaler {
   /// Call it once, before anything else. False if there is no memory.
   bool Prepare(const Axis& columns, Method method);
 
-  /// Source row y, scaled. Row `other`, if it is one of the two rows kept, stays. Bilinear only.
-  const unsigned char* Row(std::int64_t y, std::int64_t other);
+  /// The scaled source rows that an output row at `p` lies between. Bilinear only.
+  RowPair Rows(const Position& p);
   /// Writes the first `n` columns of source row y, by nearest neighbour.
   void WriteNearest(std::int64_t y, std::int32_t n, unsigned char* out);
   /// The last pixel of source row y.
@@ -112,6 +123,7 @@ class RowScaler {
   void FillWindows();
   bool WindowsFit(int windows) const;
   const unsigned char* SourceRow(std::int64_t y);
+  const unsigned char* Row(std::int64_t y, std::int64_t other);
 
   ResizeWindow Window() const { return pixelBytes_ == 1 ? kernels_.bytes : kernels_.pixels; }
   int PixelsPerColumn() const { return method_ == Method::kBilinear ? 2 : 1; }
