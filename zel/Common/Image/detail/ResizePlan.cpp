@@ -7,6 +7,11 @@
 #include <new>
 
 namespace zel::image {
+namespace {
+
+constexpr unsigned kCacheLine = 64;
+
+}  // namespace
 
 bool Locate(const IMG_PARAM& image, RowOrder order, int pixelBytes, ImageRect* rect) {
   const std::int64_t left = std::int64_t{image.nLeft} * pixelBytes;
@@ -115,54 +120,70 @@ RowScaler::RowScaler(const ResizeKernels& kernels, const ImageRect& source, int 
                      std::ptrdiff_t sourceStride)
     : kernels_(kernels), source_(source), pixelBytes_(pixelBytes), stride_(sourceStride) {}
 
-bool RowScaler::Allocate(std::size_t padded) {
-  // Sizes of the arrays in the order of `take` below, each rounded up to a cache line.
+// Bytes of the arrays, whole cache lines each, in the order in which they lie in memory.
+struct RowScaler::Sizes {
+  std::uint64_t offsets, weights, indices, bases, pairs, spare, rows[2], stage;
+
+  std::uint64_t Total() const {
+    return offsets + weights + indices + bases + pairs + spare + rows[0] + rows[1] + stage;
+  }
+};
+
+RowScaler::Sizes RowScaler::SizesFor(std::size_t padded) const {
+  const auto lines = [](std::uint64_t bytes) {
+    return (bytes + kCacheLine - 1) & ~std::uint64_t{kCacheLine - 1};
+  };
   const std::uint64_t pixel = static_cast<unsigned>(pixelBytes_);
   const std::uint64_t columns = padded;
   const bool bilinear = method_ == Method::kBilinear;
-  const std::uint64_t outputs = columns * (bilinear ? 2 : 1);
+  const std::uint64_t weight = !bilinear          ? 0
+                               : pixelBytes_ == 1 ? sizeof(*weight_)
+                                                  : sizeof(*weight4_);
+  const std::uint64_t outputs = columns * static_cast<unsigned>(PixelsPerColumn());
+  const ResizeWindow window = Window();
+  const bool windows = window.group != 0;
   const std::uint64_t strided = stride_ != pixelBytes_ ? static_cast<unsigned>(source_.width) : 0;
-  std::uint64_t offsets = columns * sizeof(*offset_);
-  std::uint64_t weights =
-      bilinear ? columns * (pixel == 1 ? sizeof(*weight_) : sizeof(*weight4_)) : 0;
-  std::uint64_t indices = Window().group == 0 ? 0 : outputs;
-  std::uint64_t bases = Window().group == 0 ? 0 : outputs / Window().group * sizeof(*base_);
-  std::uint64_t pairs = bilinear ? outputs * pixel : 0;
-  std::uint64_t row = columns * pixel;
-  std::uint64_t kept = bilinear ? row : 0;
-  std::uint64_t stage = (strided + 2 * Window().width + 2) * pixel;
-  std::uint64_t total = 64;
-  for (std::uint64_t* size : {&offsets, &weights, &indices, &bases, &pairs, &row, &kept, &stage}) {
-    *size = (*size + 63) & ~std::uint64_t{63};
-    total += *size;
-  }
-  total += kept;
+  const std::uint64_t row = lines(columns * pixel);
+  const std::uint64_t kept = bilinear ? row : 0;
+  return {.offsets = lines(columns * sizeof(*offset_)),
+          .weights = lines(columns * weight),
+          .indices = windows ? lines(outputs) : 0,
+          .bases = windows ? lines(outputs / window.group * sizeof(*base_)) : 0,
+          .pairs = bilinear ? lines(outputs * pixel) : 0,
+          .spare = row,
+          .rows = {kept, kept},
+          .stage = lines((strided + 2 * window.width + 2) * pixel)};
+}
 
-  unsigned char* at = inline_;
-  if (total > sizeof(inline_)) {
-    if (total > static_cast<std::uint64_t>(std::numeric_limits<std::ptrdiff_t>::max()))
-      return false;
-    heap_.reset(new (std::nothrow) unsigned char[static_cast<std::size_t>(total)]);
-    if (heap_ == nullptr) return false;
-    at = heap_.get() + (64 - reinterpret_cast<std::uintptr_t>(heap_.get()) % 64);
+// Returns aligned memory, or null if there is none.
+unsigned char* RowScaler::Allocate(std::uint64_t size) {
+  const std::uint64_t total = size + kCacheLine;
+  if (total <= sizeof(inline_)) return inline_;
+  if (total > static_cast<std::uint64_t>(std::numeric_limits<std::ptrdiff_t>::max())) {
+    return nullptr;
   }
-  const auto take = [&at](std::uint64_t size) {
-    unsigned char* p = at;
-    at += size;
+  heap_.reset(new (std::nothrow) unsigned char[static_cast<std::size_t>(total)]);
+  if (heap_ == nullptr) return nullptr;
+  const auto address = reinterpret_cast<std::uintptr_t>(heap_.get());
+  return heap_.get() + (kCacheLine - address % kCacheLine);
+}
+
+void RowScaler::HandOut(unsigned char* memory, const Sizes& sizes) {
+  const auto take = [&memory](std::uint64_t size) {
+    unsigned char* p = memory;
+    memory += size;
     return static_cast<void*>(p);
   };
-  offset_ = static_cast<std::int32_t*>(take(offsets));
-  void* weight = take(weights);
+  offset_ = static_cast<std::int32_t*>(take(sizes.offsets));
+  void* weight = take(sizes.weights);
   weight_ = static_cast<std::int16_t*>(weight);
   weight4_ = static_cast<std::uint64_t*>(weight);
-  index_ = static_cast<std::uint8_t*>(take(indices));
-  base_ = static_cast<std::int32_t*>(take(bases));
-  columns_.pairs = static_cast<unsigned char*>(take(pairs));
-  spare_ = static_cast<unsigned char*>(take(row));
-  rows_[0] = static_cast<unsigned char*>(take(kept));
-  rows_[1] = static_cast<unsigned char*>(take(kept));
-  stage_ = static_cast<unsigned char*>(take(stage));
-  return true;
+  index_ = static_cast<std::uint8_t*>(take(sizes.indices));
+  base_ = static_cast<std::int32_t*>(take(sizes.bases));
+  columns_.pairs = static_cast<unsigned char*>(take(sizes.pairs));
+  spare_ = static_cast<unsigned char*>(take(sizes.spare));
+  for (int i = 0; i < 2; ++i) rows_[i] = static_cast<unsigned char*>(take(sizes.rows[i]));
+  stage_ = static_cast<unsigned char*>(take(sizes.stage));
 }
 
 void RowScaler::FillColumns(const Axis& columns, std::size_t padded) {
@@ -226,7 +247,10 @@ bool RowScaler::Prepare(const Axis& columns, Method method) {
   method_ = method;
   columns_.count = static_cast<unsigned>(columns.count());
   const std::size_t padded = (columns_.count + kPad - 1) & ~(kPad - 1);
-  if (!Allocate(padded)) return false;
+  const Sizes sizes = SizesFor(padded);
+  unsigned char* memory = Allocate(sizes.Total());
+  if (memory == nullptr) return false;
+  HandOut(memory, sizes);
 
   reach_ = source_.width;
   staged_ = stride_ != pixelBytes_;

@@ -118,7 +118,11 @@ class RowScaler {
   unsigned char* spare() { return spare_; }
 
  private:
-  bool Allocate(std::size_t padded);
+  struct Sizes;
+
+  Sizes SizesFor(std::size_t padded) const;
+  unsigned char* Allocate(std::uint64_t size);
+  void HandOut(unsigned char* memory, const Sizes& sizes);
   void FillColumns(const Axis& columns, std::size_t padded);
   void FillWindows();
   bool WindowsFit(int windows) const;
