@@ -116,9 +116,8 @@ Position Axis::At(std::int64_t i) const {
   return {static_cast<std::int32_t>(std::min<std::int64_t>(index, source_ - 1)), 0};
 }
 
-RowScaler::RowScaler(const ResizeKernels& kernels, const ImageRect& source, int pixelBytes,
-                     std::ptrdiff_t sourceStride)
-    : kernels_(kernels), source_(source), pixelBytes_(pixelBytes), stride_(sourceStride) {}
+RowScaler::RowScaler(const ImageRect& source, int pixelBytes, std::ptrdiff_t sourceStride)
+    : source_(source), pixelBytes_(pixelBytes), stride_(sourceStride) {}
 
 // Bytes of the arrays, whole cache lines each, in the order in which they lie in memory.
 struct RowScaler::Sizes {

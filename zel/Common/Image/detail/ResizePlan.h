@@ -98,8 +98,7 @@ class RowScaler {
 
   /// @param sourceStride bytes from one source pixel to the next. The first `pixelBytes` (1 or 4)
   /// of them are scaled.
-  RowScaler(const ResizeKernels& kernels, const ImageRect& source, int pixelBytes,
-            std::ptrdiff_t sourceStride);
+  RowScaler(const ImageRect& source, int pixelBytes, std::ptrdiff_t sourceStride);
   RowScaler(const RowScaler&) = delete;
   RowScaler& operator=(const RowScaler&) = delete;
 
@@ -114,6 +113,8 @@ class RowScaler {
   const unsigned char* LastPixel(std::int64_t y) const {
     return source_.Row(y) + (source_.width - 1) * stride_;
   }
+  /// The kernels in use when it was made.
+  const ResizeKernels& kernels() const { return kernels_; }
   /// Room for one scaled row.
   unsigned char* spare() { return spare_; }
 
@@ -132,7 +133,7 @@ class RowScaler {
   ResizeWindow Window() const { return pixelBytes_ == 1 ? kernels_.bytes : kernels_.pixels; }
   int PixelsPerColumn() const { return method_ == Method::kBilinear ? 2 : 1; }
 
-  const ResizeKernels& kernels_;
+  const ResizeKernels& kernels_ = ActiveResizeKernels();
   const ImageRect source_;
   const int pixelBytes_;
   const std::ptrdiff_t stride_;
@@ -157,21 +158,5 @@ class RowScaler {
   std::unique_ptr<unsigned char[]> heap_;
   alignas(64) unsigned char inline_[6144];
 };
-
-/// The routines of Resize.h and AlphaResize.h on given kernels, under names that say what they do.
-using ResizeRoutine = int(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst);
-
-ResizeRoutine NearestBitmap32;
-ResizeRoutine BilinearBitmap32;
-ResizeRoutine NearestPlane8;
-ResizeRoutine BilinearBitmap8;
-ResizeRoutine NearestLuma;
-ResizeRoutine BilinearLuma;
-ResizeRoutine BoxLuma;
-ResizeRoutine NearestChroma;
-ResizeRoutine BilinearChroma;
-ResizeRoutine AlphaOverBitmap32;
-ResizeRoutine NearestMask;
-ResizeRoutine BilinearMask;
 
 }  // namespace zel::image
