@@ -61,8 +61,9 @@ class ZEL_API CAudioConverter {
   int GetInputSampleRate();  ///< [any] In Hz.
 
  private:
+  friend struct zel::Layout<CAudioConverter>;
+
   struct [[gnu::visibility("hidden")]] Work;
-  struct Layout;
 
   short* m_pOutBuffer;         // Head of the queue; moves up as samples are taken.
   Work* m_pWorkBuffer;         // Work area, and all else that the conversion keeps.
@@ -75,19 +76,17 @@ class ZEL_API CAudioConverter {
   double m_dRemainder;  // Input samples carried over; fractional, may be negative.
 };
 
-/// Components that were built apart share these offsets. (To them m_pWorkBuffer is a pointer to
-/// 16-bit samples. They do not follow it.)
-struct CAudioConverter::Layout {
+// Components that were built apart share this layout. (To them m_pWorkBuffer is a pointer to 16-bit
+// samples. They do not follow it.)
 #if defined(__i386__)
-  static_assert(sizeof(CAudioConverter) == 40);
-  static_assert(offsetof(CAudioConverter, m_pOutBuffer) == 0 &&
-                offsetof(CAudioConverter, m_pWorkBuffer) == 4 &&
-                offsetof(CAudioConverter, m_nBufferSize) == 8 &&
-                offsetof(CAudioConverter, m_nValidSize) == 12 &&
-                offsetof(CAudioConverter, m_nInChannels) == 16 &&
-                offsetof(CAudioConverter, m_nOutChannels) == 20 &&
-                offsetof(CAudioConverter, m_nInSampleRate) == 24 &&
-                offsetof(CAudioConverter, m_nOutSampleRate) == 28 &&
-                offsetof(CAudioConverter, m_dRemainder) == 32);
-#endif
+template <>
+struct zel::Layout<CAudioConverter> {
+  using T = CAudioConverter;
+  static_assert(sizeof(T) == 40);
+  static_assert(offsetof(T, m_pOutBuffer) == 0 && offsetof(T, m_pWorkBuffer) == 4);
+  static_assert(offsetof(T, m_nBufferSize) == 8 && offsetof(T, m_nValidSize) == 12);
+  static_assert(offsetof(T, m_nInChannels) == 16 && offsetof(T, m_nOutChannels) == 20);
+  static_assert(offsetof(T, m_nInSampleRate) == 24 && offsetof(T, m_nOutSampleRate) == 28);
+  static_assert(offsetof(T, m_dRemainder) == 32);
 };
+#endif
