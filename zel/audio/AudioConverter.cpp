@@ -9,6 +9,7 @@
 #include <stdexcept>
 
 #include "zel/audio/detail/AudioKernels.h"
+#include "zel/detail/Inline.h"
 
 namespace {
 
@@ -244,7 +245,8 @@ void CAudioConverter::Work::Interpolate(const PositionTable& table, int first, i
   }
 }
 
-CAudioConverter::Work::Lengths CAudioConverter::Work::Count(const CAudioConverter& c, int n) const {
+ZEL_INLINE CAudioConverter::Work::Lengths CAudioConverter::Work::Count(const CAudioConverter& c,
+                                                                       int n) const {
   Lengths lengths = {0, n, n};
   if (!sameChannels && !silent) {
     lengths.frames = n / c.m_nInChannels;
@@ -263,8 +265,8 @@ CAudioConverter::Work::Lengths CAudioConverter::Work::Count(const CAudioConverte
 }
 
 // The channel stage into the work area, then the rate stage to `out`. Keeps the last frame.
-void CAudioConverter::Work::Resample(const CAudioConverter& c, const short* data, int n,
-                                     const Lengths& lengths, short* out) {
+ZEL_INLINE void CAudioConverter::Work::Resample(const CAudioConverter& c, const short* data, int n,
+                                                const Lengths& lengths, short* out) {
   const int outFrames = lengths.made / c.m_nOutChannels;
   ReserveArea(lengths.mixed);
   PositionTable* table =
