@@ -14,8 +14,6 @@
 #include <random>
 #include <utility>
 
-#include "zel/detail/Level.h"
-
 namespace zel::bench {
 namespace {
 
@@ -59,6 +57,7 @@ double Median(std::vector<double> values) {
 struct Contestant {
   std::string name;
   std::function<void()> run;
+  Level level;
   long calls = 0;
   std::vector<double> nanoseconds = {};  // Per item, of each round.
   double median = 0;
@@ -66,17 +65,25 @@ struct Contestant {
 };
 
 std::vector<Contestant> Measure(const Case& c, double seconds) {
+  const Level level = ActiveLevel();
   std::vector<Contestant> all;
-  all.push_back({"ours", c.ours});
-  for (const Peer& peer : c.peers) all.push_back({peer.name, peer.run});
+  all.push_back({"ours", c.ours, level});
+  for (const Peer& peer : c.peers) {
+    all.push_back({peer.name, peer.run, peer.level.value_or(level)});
+  }
   if (c.bytes > 0) {
     const std::shared_ptr<char[]> from(new char[c.bytes]()), to(new char[c.bytes]());
-    all.push_back({"memcpy", [from, to, bytes = c.bytes] {
+    all.push_back({"memcpy",
+                   [from, to, bytes = c.bytes] {
                      std::memcpy(to.get(), from.get(), bytes);
                      Keep(to.get());
-                   }});
+                   },
+                   level});
   }
-  for (Contestant& one : all) one.calls = CallsPerSlice(one.run);
+  for (Contestant& one : all) {
+    UseLevel(one.level);
+    one.calls = CallsPerSlice(one.run);
+  }
   const auto end = Clock::now() + std::chrono::duration<double>(seconds);
   std::vector<Contestant*> order;
   for (Contestant& one : all) order.push_back(&one);
@@ -86,10 +93,12 @@ std::vector<Contestant> Measure(const Case& c, double seconds) {
     for (Contestant* const contestant : order) {
       Contestant& one = *contestant;
       const double calls = static_cast<double>(one.calls);
+      UseLevel(one.level);
       one.run();
       one.nanoseconds.push_back(TimeOf(one.run, one.calls) * 1e9 / (calls * c.items));
     }
   }
+  UseLevel(level);
   for (Contestant& one : all) {
     std::vector<double> ratios;
     for (std::size_t i = 0; i < one.nanoseconds.size(); ++i) {
@@ -115,6 +124,16 @@ const Contestant* GoalPeer(const Case& c, const std::vector<Contestant>& all) {
 
 }  // namespace
 
+void UseLevelNamed(const char* program, const std::string& name) {
+  const std::optional<Level> level = LevelFromName(name);
+  if (!level || !HasLevel(*level)) {
+    std::fprintf(stderr, "%s: this processor has no kernels of level '%s'\n", program,
+                 name.c_str());
+    std::exit(2);
+  }
+  UseLevel(*level);
+}
+
 void Comparison::Usage(int code) const {
   std::fprintf(code == 0 ? stdout : stderr,
                "Usage: %s [--filter TEXT] [--seconds S] [--json FILE] [--list]%s\n", program_,
@@ -138,12 +157,7 @@ Comparison::Comparison(std::string title, int argc, char** argv, Kernels kernels
     } else if (option == "--json") {
       json_ = value;
     } else if (option == "--level" && kernels_ == Kernels::kOfALevel) {
-      const std::optional<Level> level = LevelFromName(value);
-      if (!level || !HasLevel(*level)) {
-        std::fprintf(stderr, "%s: this processor has no kernels of level '%s'\n", program_, value);
-        std::exit(2);
-      }
-      UseLevel(*level);
+      UseLevelNamed(program_, value);
     } else if (option == "--seconds") {
       char* rest;
       seconds_ = std::strtod(value, &rest);

@@ -11,16 +11,19 @@
 //   }
 //
 // All contestants of a case (ours, the peers, memcpy of the same bytes) run in one process, in
-// rounds: one time slice each, in another order in every round. What a contestant finds in the
-// caches is another's doing otherwise, so one call before its slice does not count. A ratio is the
-// median of the rounds' ratios, so that what slows a whole round down cancels out. Times are
-// processor times of the calling thread: work that a contestant hands to other threads is not seen.
+// rounds: one time slice each, in another order in every round. One call before each slice does not
+// count: it fills the caches with the contestant's own data. A ratio is the median of the rounds'
+// ratios, so that what slows a whole round down cancels out. Times are processor times of the
+// calling thread: work that a contestant hands to other threads is not seen.
 #pragma once
 
 #include <cstddef>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
+
+#include "zel/detail/Level.h"
 
 namespace zel::bench {
 
@@ -33,6 +36,8 @@ inline void Keep(T* value) {
 struct Peer {
   std::string name;
   std::function<void()> run;
+  /// The level of our kernels while it runs; that of `ours` if there is none.
+  std::optional<Level> level = {};
 };
 
 /// How many times as fast as a peer ours is to be. 0: no such goal.
@@ -54,6 +59,10 @@ struct Case {
   std::vector<Peer> peers = {};
   Goal goal = {};
 };
+
+/// The option --level: puts our kernels of that level in use. Ends the program with a message and
+/// code 2 if this processor does not have it.
+void UseLevelNamed(const char* program, const std::string& name);
 
 /// Whether what a program measures has kernels of several levels.
 enum class Kernels { kNone, kOfALevel };

@@ -11,21 +11,12 @@
 #include <vector>
 
 #include "bench/Compare.h"
+#include "bench/image/Peers.h"
 #include "zel/Common/Image/ImageConvert.h"
 #include "zel/detail/Level.h"
 
-#if ZEL_WITH_LIBYUV
-#include <libyuv.h>
-#endif
-#if ZEL_WITH_LIBSWSCALE
-extern "C" {
-#include <libswscale/swscale.h>
-}
-#endif
-
 namespace {
 
-using zel::Level;
 using zel::bench::Goal;
 using zel::bench::Peer;
 using Bytes = std::vector<std::uint8_t>;
@@ -186,10 +177,8 @@ void SwsPlanes(Picture& p, const std::string& name, std::uint8_t* (&planes)[4], 
   pitches[3] = 0;
 }
 Peer Sws(const Routine& routine, Picture& in, Picture& out) {
-  const std::shared_ptr<SwsContext> context(
-      sws_getContext(in.w, in.h, SwsFormat(routine.swsFrom), in.w, in.h, SwsFormat(routine.swsTo),
-                     SWS_POINT, nullptr, nullptr, nullptr),
-      sws_freeContext);
+  const auto context = zel::bench::MakeSws({in.w, in.h, SwsFormat(routine.swsFrom)},
+                                           {in.w, in.h, SwsFormat(routine.swsTo)}, SWS_POINT);
   return {"swscale", [=, &routine, &in, &out] {
             std::uint8_t *from[4], *to[4];
             int fromPitches[4], toPitches[4];
@@ -200,65 +189,64 @@ Peer Sws(const Routine& routine, Picture& in, Picture& out) {
 }
 #endif
 
+struct Size {
+  int w, h;
+  /// The column of the goals; null for a size that is held to 1920x1080 instead.
+  double Routine::*goal;
+};
+struct Pictures {
+  explicit Pictures(const Size& size) : in(size.w, size.h), out(size.w, size.h) {}
+  Picture in, out;
+};
+
+std::vector<Peer> PeersOf(const Routine& routine, const Size& size, Pictures& p, Pictures& hd) {
+  std::vector<Peer> peers;
+  if (!size.goal) peers.push_back({"1920x1080", [&] { routine.ours(hd.in, hd.out); }});
+  if (routine.libyuv) {
+    const int h = routine.order == kBottomUp ? -p.in.h : p.in.h;
+    peers.push_back({"libyuv", [&, h] { routine.libyuv(p.in, p.out, h); }});
+    if (h < 0 && size.goal) {
+      peers.push_back({"libyuv, top-down", [&] { routine.libyuv(p.in, p.out, p.in.h); }});
+    }
+  } else if (size.goal) {
+    peers.push_back({"plain", [&] { routine.ours(p.in, p.out); }, zel::Level::kPlain});
+  }
+#if ZEL_WITH_LIBSWSCALE
+  if (size.goal && routine.swsFrom[0]) peers.push_back(Sws(routine, p.in, p.out));
+#endif
+  return peers;
+}
+
+Goal GoalOf(const Routine& routine, const Size& size) {
+  if (!size.goal) return {.atLeast = 0.9, .aim = 1.0, .against = "1920x1080"};
+  const bool turned = routine.libyuv && routine.order == kBottomUp;
+  return {.atLeast = routine.*size.goal, .aim = routine.aim, .against = turned ? "libyuv" : ""};
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   zel::bench::Comparison comparison("image conversion", argc, argv, zel::bench::Kernels::kOfALevel);
-  const Level level = zel::ActiveLevel();
-  struct Size {
-    int w, h;
-    double Routine::*goal;
-  } const sizes[] = {{64, 64, &Routine::goalSmall},
-                     {1920, 1080, &Routine::goalHd},
-                     {3840, 2160, &Routine::goal4k},
-                     {1919, 1079, nullptr}};
-  std::vector<std::unique_ptr<Picture>> pictures;
-  Picture* hdIn = nullptr;
-  Picture* hdOut = nullptr;
-  for (const Size& size : sizes) {
-    pictures.push_back(std::make_unique<Picture>(size.w, size.h));
-    Picture& in = *pictures.back();
-    pictures.push_back(std::make_unique<Picture>(size.w, size.h));
-    Picture& out = *pictures.back();
-    if (size.w == 1920) {
-      hdIn = &in;
-      hdOut = &out;
-    }
+  const Size sizes[] = {{64, 64, &Routine::goalSmall},
+                        {1920, 1080, &Routine::goalHd},
+                        {3840, 2160, &Routine::goal4k},
+                        {1919, 1079, nullptr}};
+  std::vector<std::unique_ptr<Pictures>> pictures;
+  for (const Size& size : sizes) pictures.push_back(std::make_unique<Pictures>(size));
+  Pictures& hd = *pictures[1];
+  for (std::size_t i = 0; i < pictures.size(); ++i) {
+    const Size& size = sizes[i];
+    Pictures& p = *pictures[i];
     for (const Routine& routine : kRoutines) {
       const double pixels = double{1} * size.w * size.h;
-      std::vector<Peer> peers;
-      Goal goal;
-      if (!size.goal) {
-        goal = {.atLeast = 0.9, .aim = 1.0, .against = "1920x1080"};
-        peers.push_back({"1920x1080", [&routine, hdIn, hdOut] { routine.ours(*hdIn, *hdOut); }});
-      } else {
-        goal = {.atLeast = routine.*size.goal, .aim = routine.aim, .against = ""};
-      }
-      if (routine.libyuv) {
-        const int h = routine.order == kBottomUp ? -in.h : in.h;
-        peers.push_back({"libyuv", [&, h] { routine.libyuv(in, out, h); }});
-        if (h < 0 && size.goal) {
-          peers.push_back({"libyuv, top-down", [&] { routine.libyuv(in, out, in.h); }});
-          goal.against = "libyuv";
-        }
-      } else if (size.goal) {
-        peers.push_back({"plain", [&, level] {
-                           zel::UseLevel(Level::kPlain);
-                           routine.ours(in, out);
-                           zel::UseLevel(level);
-                         }});
-      }
-#if ZEL_WITH_LIBSWSCALE
-      if (size.goal && routine.swsFrom[0]) peers.push_back(Sws(routine, in, out));
-#endif
       comparison.Add({.name = std::string(routine.name) + ' ' + std::to_string(size.w) + 'x' +
                               std::to_string(size.h),
                       .item = "pixel",
                       .items = pixels,
                       .bytes = static_cast<std::size_t>(pixels * routine.bytesPerPixel),
-                      .ours = [&] { routine.ours(in, out); },
-                      .peers = peers,
-                      .goal = goal});
+                      .ours = [&] { routine.ours(p.in, p.out); },
+                      .peers = PeersOf(routine, size, p, hd),
+                      .goal = GoalOf(routine, size)});
     }
   }
   return comparison.Run();

@@ -7,24 +7,15 @@
 #include <vector>
 
 #include "bench/Compare.h"
+#include "bench/image/Peers.h"
 #include "zel/Common/Image/AlphaResize.h"
-#include "zel/Common/Image/detail/ResizePlan.h"
-
-#if ZEL_WITH_LIBYUV
-#include <libyuv.h>
-#endif
-#if ZEL_WITH_LIBSWSCALE
-extern "C" {
-#include <libswscale/swscale.h>
-}
-#endif
+#include "zel/detail/Level.h"
 
 namespace {
 
 using zel::bench::Case;
 using zel::bench::Goal;
 using zel::bench::Peer;
-using namespace zel::image;  // NOLINT
 
 Goal AtLeast(double ratio, double aim) {
   Goal goal;
@@ -50,7 +41,7 @@ constexpr Scale kTo4K = {"1080p to 4K", {1920, 1080}, {3840, 2160}};
 /// Up to three planes in one buffer: bytes, bitmap pixels, or a 4:2:0 picture.
 class Picture {
  public:
-  Picture(Size size, int pixelBytes, bool yuv420 = false) : size_(size), pixel_bytes_(pixelBytes) {
+  Picture(Size size, int pixelBytes, bool yuv420 = false) : size_(size), pixelBytes_(pixelBytes) {
     const Size half = {(size.width + 1) / 2, (size.height + 1) / 2};
     const std::size_t full = Area(size) * static_cast<unsigned>(pixelBytes);
     bytes_.resize(full + (yuv420 ? 2 * Area(half) : 0));
@@ -65,7 +56,7 @@ class Picture {
     }
   }
   IMG_PARAM Param() {
-    return {plane[0], size_.width, size_.height, pitch[0],    8 * pixel_bytes_,
+    return {plane[0], size_.width, size_.height, pitch[0],    8 * pixelBytes_,
             0,        0,           size_.width,  size_.height};
   }
   std::size_t bytes() const { return bytes_.size(); }
@@ -79,7 +70,7 @@ class Picture {
     return static_cast<std::size_t>(s.width) * static_cast<std::size_t>(s.height);
   }
   Size size_;
-  int pixel_bytes_;
+  int pixelBytes_;
   std::vector<std::uint8_t> bytes_;
 };
 
@@ -97,20 +88,32 @@ struct Pictures {
 };
 using Shared = std::shared_ptr<Pictures>;
 
-std::function<void()> Run(ResizeRoutine* routine, const ResizeKernels& kernels, Shared p) {
-  return [=, &kernels] {
-    routine(kernels, p->from.Param(), p->to.Param());
+using Routine = int (*)(const IMG_PARAM& src, IMG_PARAM& dst);
+
+std::function<void()> Run(Routine routine, Shared p) {
+  return [=] {
+    IMG_PARAM to = p->to.Param();
+    routine(p->from.Param(), to);
     zel::bench::Keep(p->to.plane[0]);
   };
+}
+
+// Without the argument that they do not use.
+int NearY(const IMG_PARAM& src, IMG_PARAM& dst) {
+  return DIB_ResizeNearY(src, dst);
+}
+int BiLinerY(const IMG_PARAM& src, IMG_PARAM& dst) {
+  return DIB_ResizeBiLinerY(src, dst);
+}
+int BiLinerYSimulate(const IMG_PARAM& src, IMG_PARAM& dst) {
+  return DIB_ResizeBiLinerY_Simulate(src, dst);
 }
 
 #if ZEL_WITH_LIBSWSCALE
 Peer Swscale(Shared p, AVPixelFormat format, int flags) {
   const Size from = p->scale.from, to = p->scale.to;
-  const std::shared_ptr<SwsContext> context(
-      sws_getContext(from.width, from.height, format, to.width, to.height, format, flags, nullptr,
-                     nullptr, nullptr),
-      sws_freeContext);
+  const auto context =
+      zel::bench::MakeSws({from.width, from.height, format}, {to.width, to.height, format}, flags);
   return {flags == SWS_POINT ? "swscale point" : "swscale fast bilinear", [=] {
             sws_scale(context.get(), p->from.plane, p->from.pitch, 0, p->scale.from.height,
                       p->to.plane, p->to.pitch);
@@ -160,7 +163,7 @@ Case Luma(const Scale& scale, Method method, Goal goal) {
   const bool nearest = method == Method::kNearest;
   const Shared p = std::make_shared<Pictures>(scale, 1, 1);
   Case c = Named(nearest ? "NearY" : "BiLinerY", scale, p, goal);
-  c.ours = Run(nearest ? NearestLuma : BilinearLuma, ActiveResizeKernels(), p);
+  c.ours = Run(nearest ? NearY : BiLinerY, p);
 #if ZEL_WITH_LIBYUV
   c.peers.push_back({"libyuv", [=] { YuvPlane(p, method); }});
 #endif
@@ -219,10 +222,10 @@ Case Yv12(const Scale& scale, Goal goal) {
 Case Bitmap32(const Scale& scale, Method method, Goal goal) {
   const Shared p = std::make_shared<Pictures>(scale, 4, 4);
   constexpr const char* names[] = {"Near", "BiLiner", "AlphaResizeBiLiner"};
-  constexpr ResizeRoutine* routines[] = {NearestBitmap32, BilinearBitmap32, AlphaOverBitmap32};
+  constexpr Routine routines[] = {DIB_ResizeNear, DIB_ResizeBiLiner, DIB_AlphaResizeBiLiner};
   const int i = static_cast<int>(method);
   Case c = Named(names[i], scale, p, goal);
-  c.ours = Run(routines[i], ActiveResizeKernels(), p);
+  c.ours = Run(routines[i], p);
 #if ZEL_WITH_LIBYUV
   c.peers.push_back(YuvArgb(p, YuvFilter(method), method == Method::kAlpha));
 #endif
@@ -237,33 +240,33 @@ Case Bitmap32(const Scale& scale, Method method, Goal goal) {
   return c;
 }
 
-/// Routines without a like elsewhere, against the plain kernels at -O3.
-Case AgainstPlain(const char* name, ResizeRoutine* routine, const Scale& scale, int fromBytes,
-                  int toBytes, bool chroma = false) {
-  const Shared p = std::make_shared<Pictures>(scale, fromBytes, toBytes);
-  Case c = Named(name, scale, p, AtLeast(4, 8));
+/// A case of one routine. Those of chroma planes write a quarter of the pixels.
+Case Single(const char* name, Routine routine, const Shared& p, bool chroma, Goal goal) {
+  Case c = Named(name, p->scale, p, goal);
   if (chroma) {
     c.items /= 4;
     c.bytes /= 4;
   }
-  c.ours = Run(routine, ActiveResizeKernels(), p);
-  c.peers = {{"plain kernel", Run(routine, plain::kResize, p)}};
+  c.ours = Run(routine, p);
+  return c;
+}
+
+/// Routines without a like elsewhere, against the plain kernels at -O3.
+Case AgainstPlain(const char* name, Routine routine, const Scale& scale, int fromBytes, int toBytes,
+                  bool chroma = false) {
+  const Shared p = std::make_shared<Pictures>(scale, fromBytes, toBytes);
+  Case c = Single(name, routine, p, chroma, AtLeast(4, 8));
+  c.peers = {{"plain kernel", Run(routine, p), zel::Level::kPlain}};
   return c;
 }
 
 /// An odd size, against the even one next to it.
-Case AtOddSize(const char* name, ResizeRoutine* routine, int fromBytes, int toBytes,
-               bool chroma = false) {
+Case AtOddSize(const char* name, Routine routine, int fromBytes, int toBytes, bool chroma = false) {
   const Scale odd = {"to 1919x1079", {1279, 719}, {1919, 1079}};
   const Shared p = std::make_shared<Pictures>(odd, fromBytes, toBytes);
   const Shared even = std::make_shared<Pictures>(kUp, fromBytes, toBytes);
-  Case c = Named(name, odd, p, AtLeast(0.9, 1.0));
-  if (chroma) {
-    c.items /= 4;
-    c.bytes /= 4;
-  }
-  c.ours = Run(routine, ActiveResizeKernels(), p);
-  c.peers = {{"to 1920x1080", Run(routine, ActiveResizeKernels(), even)}};
+  Case c = Single(name, routine, p, chroma, AtLeast(0.9, 1.0));
+  c.peers = {{"to 1920x1080", Run(routine, even)}};
   return c;
 }
 
@@ -288,25 +291,25 @@ int main(int argc, char** argv) {
   for (const Scale& scale : {kDown, kUp}) {
     all.Add(Luma(scale, Method::kNearest, {}));
     all.Add(Yv444(scale));
-    all.Add(AgainstPlain("BiLinerY_Simulate", BoxLuma, scale, 1, 1));
-    all.Add(AgainstPlain("Near8", NearestPlane8, scale, 1, 1));
-    all.Add(AgainstPlain("BiLiner8", BilinearBitmap8, scale, 1, 1));
-    all.Add(AgainstPlain("NearUV", NearestChroma, scale, 1, 1, true));
-    all.Add(AgainstPlain("BiLinerUV", BilinearChroma, scale, 1, 1, true));
-    all.Add(AgainstPlain("MaskNear", NearestMask, scale, 1, 4));
-    all.Add(AgainstPlain("MaskBiLiner", BilinearMask, scale, 1, 4));
+    all.Add(AgainstPlain("BiLinerY_Simulate", BiLinerYSimulate, scale, 1, 1));
+    all.Add(AgainstPlain("Near8", DIB_ResizeNear8, scale, 1, 1));
+    all.Add(AgainstPlain("BiLiner8", DIB_ResizeBiLiner8, scale, 1, 1));
+    all.Add(AgainstPlain("NearUV", DIB_ResizeNearUV, scale, 1, 1, true));
+    all.Add(AgainstPlain("BiLinerUV", DIB_ResizeBiLinerUV, scale, 1, 1, true));
+    all.Add(AgainstPlain("MaskNear", StretchMaskResizeNear, scale, 1, 4));
+    all.Add(AgainstPlain("MaskBiLiner", StretchMaskResizeBiLiner, scale, 1, 4));
   }
-  all.Add(AtOddSize("BiLinerY", BilinearLuma, 1, 1));
-  all.Add(AtOddSize("NearY", NearestLuma, 1, 1));
-  all.Add(AtOddSize("BiLinerY_Simulate", BoxLuma, 1, 1));
-  all.Add(AtOddSize("BiLiner8", BilinearBitmap8, 1, 1));
-  all.Add(AtOddSize("BiLinerUV", BilinearChroma, 1, 1, true));
-  all.Add(AtOddSize("NearUV", NearestChroma, 1, 1, true));
-  all.Add(AtOddSize("Near8", NearestPlane8, 1, 1));
-  all.Add(AtOddSize("BiLiner", BilinearBitmap32, 4, 4));
-  all.Add(AtOddSize("Near", NearestBitmap32, 4, 4));
-  all.Add(AtOddSize("AlphaResizeBiLiner", AlphaOverBitmap32, 4, 4));
-  all.Add(AtOddSize("MaskBiLiner", BilinearMask, 1, 4));
-  all.Add(AtOddSize("MaskNear", NearestMask, 1, 4));
+  all.Add(AtOddSize("BiLinerY", BiLinerY, 1, 1));
+  all.Add(AtOddSize("NearY", NearY, 1, 1));
+  all.Add(AtOddSize("BiLinerY_Simulate", BiLinerYSimulate, 1, 1));
+  all.Add(AtOddSize("BiLiner8", DIB_ResizeBiLiner8, 1, 1));
+  all.Add(AtOddSize("BiLinerUV", DIB_ResizeBiLinerUV, 1, 1, true));
+  all.Add(AtOddSize("NearUV", DIB_ResizeNearUV, 1, 1, true));
+  all.Add(AtOddSize("Near8", DIB_ResizeNear8, 1, 1));
+  all.Add(AtOddSize("BiLiner", DIB_ResizeBiLiner, 4, 4));
+  all.Add(AtOddSize("Near", DIB_ResizeNear, 4, 4));
+  all.Add(AtOddSize("AlphaResizeBiLiner", DIB_AlphaResizeBiLiner, 4, 4));
+  all.Add(AtOddSize("MaskBiLiner", StretchMaskResizeBiLiner, 1, 4));
+  all.Add(AtOddSize("MaskNear", StretchMaskResizeNear, 1, 4));
   return all.Run();
 }

@@ -1,5 +1,5 @@
-// CAudioConverter changes the channel count and the sample rate of 16-bit PCM. Blocks of any size
-// go in, and what they become waits in a queue.
+// CAudioConverter changes the channel count and the sample rate of 16-bit PCM. Put takes
+// blocks of any size; the result waits in a queue.
 //
 //   CAudioConverter converter(6, 2, 48000, 44100, 0);   // 5.1 at 48 kHz to stereo at 44.1 kHz
 //   converter.Put(block, 1024 * 6);                     // samples, not frames
@@ -41,9 +41,9 @@ class ZEL_API CAudioConverter {
   /// @return samples held now.
   /// @throws std::bad_alloc when the queue cannot grow; converter and queue are then as they were.
   int Put(const short* pData, int nSamples);
-  /// [alone] What Put does for differing formats, less the counting: writes behind the samples
-  /// held, which do not change. The next Put or ConvertData writes over what this one wrote. The
-  /// queue grows if it has to.
+  /// [alone] Converts as Put does for differing formats, but does not count the result. It is
+  /// written behind the samples held, which do not change. The next Put or ConvertData overwrites
+  /// it. The queue grows if it has to.
   /// @return samples written.
   /// @throws std::bad_alloc when the queue cannot grow; converter and queue are then as they were.
   int ConvertData(const short* pData, int nSamples);
@@ -61,11 +61,12 @@ class ZEL_API CAudioConverter {
   int GetInputSampleRate();  ///< [any] In Hz.
 
  private:
+  friend struct zel::Layout<CAudioConverter>;
+
   struct [[gnu::visibility("hidden")]] Work;
-  struct Layout;
 
   short* m_pOutBuffer;         // Head of the queue; moves up as samples are taken.
-  Work* m_pWorkBuffer;         // Work area, and what else the conversion keeps.
+  Work* m_pWorkBuffer;         // Work area, and all else that the conversion keeps.
   std::int32_t m_nBufferSize;  // Capacity.
   std::int32_t m_nValidSize;   // Samples held.
   std::int32_t m_nInChannels;
@@ -75,18 +76,17 @@ class ZEL_API CAudioConverter {
   double m_dRemainder;  // Input samples carried over; fractional, may be negative.
 };
 
-/// Components that were built apart share these offsets.
-struct CAudioConverter::Layout {
+// Components that were built apart share this layout. (To them m_pWorkBuffer is a pointer to 16-bit
+// samples. They do not follow it.)
 #if defined(__i386__)
-  static_assert(sizeof(CAudioConverter) == 40);
-  static_assert(offsetof(CAudioConverter, m_pOutBuffer) == 0 &&
-                offsetof(CAudioConverter, m_pWorkBuffer) == 4 &&
-                offsetof(CAudioConverter, m_nBufferSize) == 8 &&
-                offsetof(CAudioConverter, m_nValidSize) == 12 &&
-                offsetof(CAudioConverter, m_nInChannels) == 16 &&
-                offsetof(CAudioConverter, m_nOutChannels) == 20 &&
-                offsetof(CAudioConverter, m_nInSampleRate) == 24 &&
-                offsetof(CAudioConverter, m_nOutSampleRate) == 28 &&
-                offsetof(CAudioConverter, m_dRemainder) == 32);
-#endif
+template <>
+struct zel::Layout<CAudioConverter> {
+  using T = CAudioConverter;
+  static_assert(sizeof(T) == 40);
+  static_assert(offsetof(T, m_pOutBuffer) == 0 && offsetof(T, m_pWorkBuffer) == 4);
+  static_assert(offsetof(T, m_nBufferSize) == 8 && offsetof(T, m_nValidSize) == 12);
+  static_assert(offsetof(T, m_nInChannels) == 16 && offsetof(T, m_nOutChannels) == 20);
+  static_assert(offsetof(T, m_nInSampleRate) == 24 && offsetof(T, m_nOutSampleRate) == 28);
+  static_assert(offsetof(T, m_dRemainder) == 32);
 };
+#endif

@@ -60,7 +60,7 @@ void IntermixAudio(short** ppInputs, int nInputs, int nSamples, short* pOutput) 
     // ... then the sample that ended it.
     if (gain < 1.0) gain += step;
     const double scaled = zel::audio::plain::MixSum(in, i) * gain;
-    // Clamp: with hundreds of thousands of inputs the gain can pass 1 by that much.
+    // Clamp: with hundreds of thousands of inputs the gain can exceed 1 enough to leave an int.
     int v = static_cast<int>(std::clamp<double>(scaled, std::numeric_limits<int>::min(),
                                                 std::numeric_limits<int>::max()));
     if (v > kFullScale) {

@@ -1,4 +1,4 @@
-// For what only pays, or is only allowed, inside its caller.
+// Forces inlining where a call is too slow, or where an out-of-line copy must not exist.
 #pragma once
 
 /// Before a function: always inlined.

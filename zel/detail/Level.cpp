@@ -11,7 +11,7 @@ constexpr const char* kNames[kLevelCount] = {"plain", "sse2",   "ssse3",
                                              "avx2",  "avx512", "avx512vbmi"};
 constexpr int kUnknown = -1;
 
-// Threads that find it unknown at the same time find out the same.
+// Threads that detect the level at the same time get the same answer.
 std::atomic<int> g_active{kUnknown};
 
 // The compiler's checks include that the system saves the wide registers.
@@ -52,7 +52,7 @@ Level ActiveLevel() {
   int active = g_active.load(std::memory_order_relaxed);
   if (active == kUnknown) {
     active = static_cast<int>(HighestLevel());
-    // UseLevel may have been first.
+    // UseLevel may have run in between.
     int expected = kUnknown;
     if (!g_active.compare_exchange_strong(expected, active, std::memory_order_relaxed)) {
       active = expected;

@@ -1,8 +1,8 @@
 // The processor's levels: which kernels it can run, and which of them are in use.
 //
-//   const Kernels& kernels = kTables.For(zel::ActiveLevel());  // What a routine does.
+//   const Kernels& kernels = kTables.Active();   // What a routine does (LevelTables.h).
 //
-//   for (zel::Level level : zel::AllLevels()) {                // What a test does.
+//   for (zel::Level level : zel::AllLevels()) {  // What a test does.
 //     if (!zel::HasLevel(level)) continue;
 //     zel::UseLevel(level);
 //     ...
@@ -21,7 +21,7 @@ namespace zel {
 /// In ascending order. Each level has everything of the levels before it.
 enum class Level {
   kPlain,  ///< C++ without vectors: the reference that every kernel matches byte for byte.
-  kSse2,   ///< The least that both builds for x86 ask for.
+  kSse2,   ///< Required by both x86 builds.
   kSsse3,
   kAvx2,
   kAvx512,      ///< F, BW, DQ and VL.

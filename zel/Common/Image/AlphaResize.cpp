@@ -2,50 +2,55 @@
 
 #include "zel/Common/Image/detail/ResizePlan.h"
 
-namespace zel::image {
+namespace {
 
+using zel::image::Axis;
+using zel::image::ImageRect;
+using zel::image::LocateBoth;
+using zel::image::Position;
+using zel::image::RowOrder;
+using zel::image::RowPair;
+using zel::image::RowScaler;
 using Method = RowScaler::Method;
 
-int AlphaOverBitmap32(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst) {
+}  // namespace
+
+int DIB_AlphaResizeBiLiner(const IMG_PARAM& src, IMG_PARAM& dst) {
   ImageRect from;
   ImageRect to;
-  if (dst.nWidth < 2 || dst.nHeight < 2 || !Locate(src, RowOrder::kBottomUp, 4, &from) ||
-      !Locate(dst, RowOrder::kBottomUp, 4, &to)) {
-    return 0;
-  }
-  RowScaler scaler(kernels, from, 4, 4);
+  if (!LocateBoth(src, 4, dst, 4, RowOrder::kBottomUp, &from, &to)) return 0;
+  RowScaler scaler(from, 4, 4);
   if (!scaler.Prepare(Axis::Steps(from.width, to.width), Method::kBilinear)) return 0;
   const Axis rows = Axis::Steps(from.height, to.height);
   const std::size_t inner = static_cast<unsigned>(to.width) - 1;
   const auto overEdge = [&](std::int32_t sourceY, unsigned char* out) {
     const unsigned char* pixel = scaler.LastPixel(sourceY);
-    plain::kResize.over32(pixel, pixel, 0, 1, true, out);
+    zel::image::plain::kResize.over32(pixel, pixel, 0, 1, true, out);
   };
   const std::int32_t last = to.height - 1;
   for (std::int32_t i = 0; i < last; ++i) {
     const std::int32_t y = to.InMemoryOrder(i, last);
     const Position p = rows.At(y);
-    const std::int64_t below = std::int64_t{p.index} + 1;
-    const unsigned char* top = scaler.Row(p.index, below);
-    const unsigned char* bottom = p.weight == 0 ? top : scaler.Row(below, p.index);
-    kernels.over32(top, bottom, p.weight, inner, false, to.Row(y));
+    const RowPair pair = scaler.Rows(p);
+    scaler.kernels().over32(pair.top, pair.bottom, p.weight, inner, false, to.Row(y));
     overEdge(p.index, to.Row(y) + 4 * inner);
   }
   unsigned char* nearest = scaler.spare();
   scaler.WriteNearest(from.height - 1, to.width - 1, nearest);
-  kernels.over32(nearest, nearest, 0, inner, true, to.Row(last));
+  scaler.kernels().over32(nearest, nearest, 0, inner, true, to.Row(last));
   overEdge(from.height - 1, to.Row(last) + 4 * inner);
   return 1;
 }
 
-int NearestMask(const ResizeKernels& kernels, const IMG_PARAM& mask, const IMG_PARAM& dst) {
+int ImageAlphaResize(const IMG_PARAM& src, IMG_PARAM& dst, IMAGE_INTERPOLATION) {
+  return DIB_AlphaResizeBiLiner(src, dst);
+}
+
+int StretchMaskResizeNear(const IMG_PARAM& mask, IMG_PARAM& dst) {
   ImageRect from;
   ImageRect to;
-  if (dst.nWidth < 2 || dst.nHeight < 2 || !Locate(mask, RowOrder::kBottomUp, 1, &from) ||
-      !Locate(dst, RowOrder::kBottomUp, 4, &to)) {
-    return 0;
-  }
-  RowScaler scaler(kernels, from, 1, 1);
+  if (!LocateBoth(mask, 1, dst, 4, RowOrder::kBottomUp, &from, &to)) return 0;
+  RowScaler scaler(from, 1, 1);
   const Axis columns = Axis::Steps(from.width, to.width).WithExactEnd();
   const Axis rows = Axis::Steps(from.height, to.height).WithExactEnd();
   if (!scaler.Prepare(columns, Method::kNearest)) return 0;
@@ -55,22 +60,21 @@ int NearestMask(const ResizeKernels& kernels, const IMG_PARAM& mask, const IMG_P
     const std::int32_t sourceY = rows.At(y).index;
     if (sourceY != scaled) scaler.WriteNearest(sourceY, to.width, scaler.spare());
     scaled = sourceY;
-    kernels.replaceAlpha(scaler.spare(), static_cast<unsigned>(to.width), to.Row(y));
+    scaler.kernels().replaceAlpha(scaler.spare(), static_cast<unsigned>(to.width), to.Row(y));
   }
   return 1;
 }
 
-int BilinearMask(const ResizeKernels& kernels, const IMG_PARAM& mask, const IMG_PARAM& dst) {
+int StretchMaskResizeBiLiner(const IMG_PARAM& mask, IMG_PARAM& dst) {
   ImageRect from;
   ImageRect to;
   const int maskBytes = mask.nBitCount / 8;
-  if (maskBytes < 1 || maskBytes > 4 || dst.nWidth < 2 || dst.nHeight < 2 ||
-      !Locate(mask, RowOrder::kBottomUp, maskBytes, &from) ||
-      !Locate(dst, RowOrder::kBottomUp, 4, &to)) {
+  if (maskBytes < 1 || maskBytes > 4 ||
+      !LocateBoth(mask, maskBytes, dst, 4, RowOrder::kBottomUp, &from, &to)) {
     return 0;
   }
   from.first += maskBytes - 1;  // The mask is the pixel's last byte.
-  RowScaler scaler(kernels, from, 1, maskBytes);
+  RowScaler scaler(from, 1, maskBytes);
   if (!scaler.Prepare(Axis::Steps(from.width, to.width), Method::kBilinear)) return 0;
   const Axis rows = Axis::Steps(from.height, to.height);
   const std::size_t width = static_cast<unsigned>(to.width);
@@ -82,35 +86,13 @@ int BilinearMask(const ResizeKernels& kernels, const IMG_PARAM& mask, const IMG_
     if (y == last) {
       scaler.WriteNearest(p.index, to.width - 1, scaled);
     } else {
-      const std::int64_t below = std::int64_t{p.index} + 1;
-      const unsigned char* top = scaler.Row(p.index, below);
-      const unsigned char* bottom = p.weight == 0 ? top : scaler.Row(below, p.index);
-      kernels.blend8(top, bottom, p.weight, width - 1, scaled);
+      const RowPair pair = scaler.Rows(p);
+      scaler.kernels().blend8(pair.top, pair.bottom, p.weight, width - 1, scaled);
     }
     scaled[width - 1] = *scaler.LastPixel(p.index);
-    kernels.multiplyAlpha(scaled, width, to.Row(y));
+    scaler.kernels().multiplyAlpha(scaled, width, to.Row(y));
   }
   return 1;
-}
-
-}  // namespace zel::image
-
-using zel::image::ActiveResizeKernels;
-
-int DIB_AlphaResizeBiLiner(const IMG_PARAM& src, IMG_PARAM& dst) {
-  return zel::image::AlphaOverBitmap32(ActiveResizeKernels(), src, dst);
-}
-
-int ImageAlphaResize(const IMG_PARAM& src, IMG_PARAM& dst, IMAGE_INTERPOLATION) {
-  return DIB_AlphaResizeBiLiner(src, dst);
-}
-
-int StretchMaskResizeNear(const IMG_PARAM& mask, IMG_PARAM& dst) {
-  return zel::image::NearestMask(ActiveResizeKernels(), mask, dst);
-}
-
-int StretchMaskResizeBiLiner(const IMG_PARAM& mask, IMG_PARAM& dst) {
-  return zel::image::BilinearMask(ActiveResizeKernels(), mask, dst);
 }
 
 int ImageStretchMask(const IMG_PARAM& mask, IMG_PARAM& dst) {

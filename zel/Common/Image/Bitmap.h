@@ -1,5 +1,14 @@
-// The published Windows bitmap records, as plain layouts: what the image routines know of a bitmap
-// (RgbToYuv.h and YuvToRgb.h begin with calls). Multi-byte fields are little-endian.
+// The published Windows bitmap records, as the image routines use them.
+//
+//   tagBITMAPINFOHEADER header = {};  // 1920 x 1080 pixels of 24 bits.
+//   header.biSize = sizeof(header);
+//   header.biWidth = 1920;
+//   header.biHeight = 1080;
+//   header.biPlanes = 1;
+//   header.biBitCount = 24;
+//
+// RgbToYuv.h and YuvToRgb.h say which fields a routine reads. Fields of several bytes are
+// little-endian.
 #pragma once
 
 #include <cstddef>

@@ -7,21 +7,20 @@
 
 #include "zel/Common/Image/detail/ResizePlan.h"
 
-namespace zel::image {
 namespace {
 
-constexpr int kBlack = 16;
+using zel::image::Axis;
+using zel::image::ImageRect;
+using zel::image::LargeEnough;
+using zel::image::LocateBoth;
+using zel::image::LocateChroma;
+using zel::image::Position;
+using zel::image::RowOrder;
+using zel::image::RowPair;
+using zel::image::RowScaler;
 using Method = RowScaler::Method;
 
-bool LargeEnough(const IMG_PARAM& dst) {
-  return dst.nWidth >= 2 && dst.nHeight >= 2;
-}
-
-bool LocateBoth(const IMG_PARAM& src, const IMG_PARAM& dst, RowOrder order, int pixelBytes,
-                ImageRect* from, ImageRect* to) {
-  return LargeEnough(dst) && Locate(src, order, pixelBytes, from) &&
-         Locate(dst, order, pixelBytes, to);
-}
+constexpr int kBlack = 16;
 
 void PaintMargins(const ImageRect& rect, std::int64_t y) {
   unsigned char* row = rect.Row(y);
@@ -29,7 +28,7 @@ void PaintMargins(const ImageRect& rect, std::int64_t y) {
   std::memset(row + rect.width, kBlack, static_cast<std::size_t>(rect.behind));
 }
 
-/// Writes `rows` rows of n columns. (To make a repeated row again is faster than to copy it.)
+/// Writes `rows` rows of n columns. (Scaling a repeated row again is faster than copying it.)
 void WriteNearestRows(RowScaler& scaler, const Axis& axis, std::int32_t rows, std::int32_t n,
                       const ImageRect& to) {
   for (std::int32_t i = 0; i < rows; ++i) {
@@ -38,9 +37,9 @@ void WriteNearestRows(RowScaler& scaler, const Axis& axis, std::int32_t rows, st
   }
 }
 
-int Nearest(const ResizeKernels& kernels, const ImageRect& from, const ImageRect& to,
-            int pixelBytes, const Axis& columns, const Axis& rows) {
-  RowScaler scaler(kernels, from, pixelBytes, pixelBytes);
+int Nearest(const ImageRect& from, const ImageRect& to, int pixelBytes, const Axis& columns,
+            const Axis& rows) {
+  RowScaler scaler(from, pixelBytes, pixelBytes);
   if (!scaler.Prepare(columns, Method::kNearest)) return 0;
   WriteNearestRows(scaler, rows, to.height, to.width, to);
   return 1;
@@ -48,73 +47,91 @@ int Nearest(const ResizeKernels& kernels, const ImageRect& from, const ImageRect
 
 /// Writes the first n columns of `rows` rows, bilinear. finish(y, sourceY) completes each row.
 template <class Finish>
-void BlendRows(const ResizeKernels& kernels, RowScaler& scaler, const Axis& axis, std::int32_t rows,
-               std::int32_t n, int pixelBytes, const ImageRect& to, Finish finish) {
-  const auto blend = pixelBytes == 1 ? kernels.blend8 : kernels.blend32;
+void BlendRows(RowScaler& scaler, const Axis& axis, std::int32_t rows, std::int32_t n,
+               int pixelBytes, const ImageRect& to, Finish finish) {
+  const auto blend = pixelBytes == 1 ? scaler.kernels().blend8 : scaler.kernels().blend32;
   const std::size_t count = static_cast<unsigned>(n);
   for (std::int32_t i = 0; i < rows; ++i) {
     const std::int32_t y = to.InMemoryOrder(i, rows);
     const Position p = axis.At(y);
-    const std::int64_t below = std::int64_t{p.index} + 1;
-    const unsigned char* top = scaler.Row(p.index, below);
+    const RowPair pair = scaler.Rows(p);
     if (p.weight == 0) {
-      std::memcpy(to.Row(y), top, count * static_cast<unsigned>(pixelBytes));
+      std::memcpy(to.Row(y), pair.top, count * static_cast<unsigned>(pixelBytes));
     } else {
-      blend(top, scaler.Row(below, p.index), p.weight, count, to.Row(y));
+      blend(pair.top, pair.bottom, p.weight, count, to.Row(y));
     }
     finish(y, p.index);
   }
 }
 
-int BilinearBitmap(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst,
-                   int pixelBytes) {
+int BilinearBitmap(const IMG_PARAM& src, const IMG_PARAM& dst, int pixelBytes) {
   ImageRect from;
   ImageRect to;
-  if (!LocateBoth(src, dst, RowOrder::kBottomUp, pixelBytes, &from, &to)) return 0;
-  RowScaler scaler(kernels, from, pixelBytes, pixelBytes);
+  if (!LocateBoth(src, pixelBytes, dst, pixelBytes, RowOrder::kBottomUp, &from, &to)) return 0;
+  RowScaler scaler(from, pixelBytes, pixelBytes);
   if (!scaler.Prepare(Axis::Steps(from.width, to.width), Method::kBilinear)) return 0;
   const auto finish = [&](std::int32_t y, std::int32_t sourceY) {
     std::memcpy(to.Row(y) + std::ptrdiff_t{to.width - 1} * pixelBytes, scaler.LastPixel(sourceY),
                 static_cast<unsigned>(pixelBytes));
   };
-  BlendRows(kernels, scaler, Axis::Steps(from.height, to.height), to.height - 1, to.width - 1,
-            pixelBytes, to, finish);
+  BlendRows(scaler, Axis::Steps(from.height, to.height), to.height - 1, to.width - 1, pixelBytes,
+            to, finish);
   scaler.WriteNearest(from.height - 1, to.width - 1, to.Row(to.height - 1));
   finish(to.height - 1, from.height - 1);
   return 1;
 }
 
-}  // namespace
-
-int NearestBitmap32(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst) {
+/// Both chroma routines. They treat the last row alike.
+int Chroma(const IMG_PARAM& src, const IMG_PARAM& dst, Method method) {
   ImageRect from;
   ImageRect to;
-  if (!LocateBoth(src, dst, RowOrder::kBottomUp, 4, &from, &to)) return 0;
-  return Nearest(kernels, from, to, 4, Axis::Steps(from.width, to.width).WithExactEnd(),
+  if (!LargeEnough(dst) || !LocateChroma(src, &from) || !LocateChroma(dst, &to)) return 0;
+  RowScaler scaler(from, 1, 1);
+  const Axis columns = Axis::ChromaSteps(src.nWidth, dst.nWidth, src.nLeft);
+  const Axis rows = Axis::ChromaSteps(src.nHeight, dst.nHeight, src.nTop);
+  if (!scaler.Prepare(columns, method)) return 0;
+  const std::int32_t last = rows.count() - 1;
+  if (method == Method::kBilinear) {
+    BlendRows(scaler, rows, last, columns.count(), 1, to, [](std::int32_t, std::int32_t) {});
+  } else {
+    WriteNearestRows(scaler, rows, last, columns.count(), to);
+  }
+  // This row ends two luma columns, that is, one chroma pixel, before the others.
+  scaler.WriteNearest(from.height - 1, columns.count() - 1, to.Row(last));
+  return 1;
+}
+
+}  // namespace
+
+int DIB_ResizeNear(const IMG_PARAM& src, IMG_PARAM& dst) {
+  ImageRect from;
+  ImageRect to;
+  if (!LocateBoth(src, 4, dst, 4, RowOrder::kBottomUp, &from, &to)) return 0;
+  return Nearest(from, to, 4, Axis::Steps(from.width, to.width).WithExactEnd(),
                  Axis::Steps(from.height, to.height).WithExactEnd());
 }
 
-int BilinearBitmap32(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst) {
-  return BilinearBitmap(kernels, src, dst, 4);
+int DIB_ResizeBiLiner(const IMG_PARAM& src, IMG_PARAM& dst) {
+  return BilinearBitmap(src, dst, 4);
 }
 
-int NearestPlane8(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst) {
+int DIB_ResizeNear8(const IMG_PARAM& src, IMG_PARAM& dst) {
   ImageRect from;
   ImageRect to;
-  if (!LocateBoth(src, dst, RowOrder::kTopDown, 1, &from, &to)) return 0;
-  return Nearest(kernels, from, to, 1, Axis::Proportional(from.width, to.width),
+  if (!LocateBoth(src, 1, dst, 1, RowOrder::kTopDown, &from, &to)) return 0;
+  return Nearest(from, to, 1, Axis::Proportional(from.width, to.width),
                  Axis::Proportional(from.height, to.height));
 }
 
-int BilinearBitmap8(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst) {
-  return BilinearBitmap(kernels, src, dst, 1);
+int DIB_ResizeBiLiner8(const IMG_PARAM& src, IMG_PARAM& dst) {
+  return BilinearBitmap(src, dst, 1);
 }
 
-int NearestLuma(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst) {
+int DIB_ResizeNearY(const IMG_PARAM& src, IMG_PARAM& dst, int) {
   ImageRect from;
   ImageRect to;
-  if (!LocateBoth(src, dst, RowOrder::kTopDown, 1, &from, &to)) return 0;
-  if (Nearest(kernels, from, to, 1, Axis::Steps(from.width, to.width),
+  if (!LocateBoth(src, 1, dst, 1, RowOrder::kTopDown, &from, &to)) return 0;
+  if (Nearest(from, to, 1, Axis::Steps(from.width, to.width),
               Axis::Steps(from.height, to.height)) == 0) {
     return 0;
   }
@@ -122,14 +139,14 @@ int NearestLuma(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PA
   return 1;
 }
 
-int BilinearLuma(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst) {
+int DIB_ResizeBiLinerY(const IMG_PARAM& src, IMG_PARAM& dst, int) {
   ImageRect from;
   ImageRect to;
-  if (!LocateBoth(src, dst, RowOrder::kTopDown, 1, &from, &to)) return 0;
-  RowScaler scaler(kernels, from, 1, 1);
+  if (!LocateBoth(src, 1, dst, 1, RowOrder::kTopDown, &from, &to)) return 0;
+  RowScaler scaler(from, 1, 1);
   if (!scaler.Prepare(Axis::Steps(from.width, to.width), Method::kBilinear)) return 0;
   const std::int32_t last = to.height - 1;
-  BlendRows(kernels, scaler, Axis::Steps(from.height, to.height), last, to.width, 1, to,
+  BlendRows(scaler, Axis::Steps(from.height, to.height), last, to.width, 1, to,
             [&](std::int32_t y, std::int32_t) { PaintMargins(to, y); });
   scaler.WriteNearest(from.height - 1, to.width - 1, to.Row(last));
   to.Row(last)[to.width - 1] = *scaler.LastPixel(from.height - 1);
@@ -137,14 +154,18 @@ int BilinearLuma(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_P
   return 1;
 }
 
-int BoxLuma(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst) {
+int DIB_ResizeConvolve(const IMG_PARAM& src, IMG_PARAM& dst) {
+  return DIB_ResizeBiLinerY(src, dst, 0);
+}
+
+int DIB_ResizeBiLinerY_Simulate(const IMG_PARAM& src, IMG_PARAM& dst, int) {
   ImageRect from;
   ImageRect to;
-  if (!LocateBoth(src, dst, RowOrder::kTopDown, 1, &from, &to)) return 0;
+  if (!LocateBoth(src, 1, dst, 1, RowOrder::kTopDown, &from, &to)) return 0;
   const Axis columns = Axis::Steps(from.width, to.width);
   const Axis rows = Axis::Steps(from.height, to.height);
-  RowScaler here(kernels, from, 1, 1);
-  RowScaler next(kernels, from, 1, 1);
+  RowScaler here(from, 1, 1);
+  RowScaler next(from, 1, 1);
   if (!here.Prepare(columns, Method::kNearest) || !next.Prepare(columns.Next(), Method::kNearest)) {
     return 0;
   }
@@ -176,82 +197,12 @@ int BoxLuma(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM&
   return 1;
 }
 
-namespace {
-
-/// Both chroma routines. They treat the last row alike.
-int Chroma(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst,
-           Method method) {
-  ImageRect from;
-  ImageRect to;
-  if (!LargeEnough(dst) || !LocateChroma(src, &from) || !LocateChroma(dst, &to)) return 0;
-  RowScaler scaler(kernels, from, 1, 1);
-  const Axis columns = Axis::ChromaSteps(src.nWidth, dst.nWidth, src.nLeft);
-  const Axis rows = Axis::ChromaSteps(src.nHeight, dst.nHeight, src.nTop);
-  if (!scaler.Prepare(columns, method)) return 0;
-  const std::int32_t last = rows.count() - 1;
-  if (method == Method::kBilinear) {
-    BlendRows(kernels, scaler, rows, last, columns.count(), 1, to,
-              [](std::int32_t, std::int32_t) {});
-  } else {
-    WriteNearestRows(scaler, rows, last, columns.count(), to);
-  }
-  // This row ends two luma columns, that is, one chroma pixel, before the others.
-  scaler.WriteNearest(from.height - 1, columns.count() - 1, to.Row(last));
-  return 1;
-}
-
-}  // namespace
-
-int NearestChroma(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst) {
-  return Chroma(kernels, src, dst, Method::kNearest);
-}
-
-int BilinearChroma(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst) {
-  return Chroma(kernels, src, dst, Method::kBilinear);
-}
-
-}  // namespace zel::image
-
-using zel::image::ActiveResizeKernels;
-
-int DIB_ResizeNear(const IMG_PARAM& src, IMG_PARAM& dst) {
-  return zel::image::NearestBitmap32(ActiveResizeKernels(), src, dst);
-}
-
-int DIB_ResizeBiLiner(const IMG_PARAM& src, IMG_PARAM& dst) {
-  return zel::image::BilinearBitmap32(ActiveResizeKernels(), src, dst);
-}
-
-int DIB_ResizeNear8(const IMG_PARAM& src, IMG_PARAM& dst) {
-  return zel::image::NearestPlane8(ActiveResizeKernels(), src, dst);
-}
-
-int DIB_ResizeBiLiner8(const IMG_PARAM& src, IMG_PARAM& dst) {
-  return zel::image::BilinearBitmap8(ActiveResizeKernels(), src, dst);
-}
-
-int DIB_ResizeNearY(const IMG_PARAM& src, IMG_PARAM& dst, int) {
-  return zel::image::NearestLuma(ActiveResizeKernels(), src, dst);
-}
-
-int DIB_ResizeBiLinerY(const IMG_PARAM& src, IMG_PARAM& dst, int) {
-  return zel::image::BilinearLuma(ActiveResizeKernels(), src, dst);
-}
-
-int DIB_ResizeConvolve(const IMG_PARAM& src, IMG_PARAM& dst) {
-  return zel::image::BilinearLuma(ActiveResizeKernels(), src, dst);
-}
-
-int DIB_ResizeBiLinerY_Simulate(const IMG_PARAM& src, IMG_PARAM& dst, int) {
-  return zel::image::BoxLuma(ActiveResizeKernels(), src, dst);
-}
-
 int DIB_ResizeNearUV(const IMG_PARAM& src, IMG_PARAM& dst) {
-  return zel::image::NearestChroma(ActiveResizeKernels(), src, dst);
+  return Chroma(src, dst, Method::kNearest);
 }
 
 int DIB_ResizeBiLinerUV(const IMG_PARAM& src, IMG_PARAM& dst) {
-  return zel::image::BilinearChroma(ActiveResizeKernels(), src, dst);
+  return Chroma(src, dst, Method::kBilinear);
 }
 
 namespace {
@@ -329,7 +280,7 @@ int ImageResizeYV12(const IMG_PARAM& src, unsigned char* pSrcY, unsigned char* p
                     const IMG_PARAM& dst, unsigned char* pDstY, unsigned char* pDstU,
                     unsigned char* pDstV, int nDstPitchY, int nDstPitchU, int nDstPitchV,
                     IMAGE_INTERPOLATION method, int) {
-  if (!zel::image::LargeEnough(dst)) return 0;
+  if (!LargeEnough(dst)) return 0;
   IMG_PARAM y = PlaneOf(dst, pDstY, nDstPitchY);
   IMG_PARAM u = PlaneOf(dst, pDstU, nDstPitchU);
   IMG_PARAM v = PlaneOf(dst, pDstV, nDstPitchV);
@@ -345,7 +296,7 @@ int ImageResizeYV444(const IMG_PARAM& src, unsigned char* pSrcY, unsigned char* 
                      unsigned char* pDstU, unsigned char* pDstV, unsigned char* pDstA,
                      int nDstPitchY, int nDstPitchU, int nDstPitchV, int nDstPitchA,
                      IMAGE_INTERPOLATION method) {
-  if (!zel::image::LargeEnough(dst)) return 0;
+  if (!LargeEnough(dst)) return 0;
   const auto scale = [&](unsigned char* from, int fromPitch, unsigned char* to, int toPitch) {
     IMG_PARAM plane = PlaneOf(dst, to, toPitch);
     ImageResizeY(PlaneOf(src, from, fromPitch), plane, method, 0);

@@ -57,33 +57,34 @@ enum IMAGE_INTERPOLATION : std::int32_t {
 //   top = (a * (4096 - fx) + b * fx) >> 12, bottom likewise from d and e,
 //   (top * (4096 - fy) + bottom * fy) >> 12: truncated three times, never rounded.
 //
-// They return 1 when the destination is written (of a chroma plane, as much as its routines
-// write), and 0 when nothing is: for a null buffer, a method that the dispatcher does not know,
-// a destination below 2 x 2, an empty source, a rectangle that its record shows to leave the
-// buffer (a negative corner, a right edge beyond the pitch, for bottom-up bitmaps and in
-// `ImageResize` a lower edge beyond `nImageHeight`), or when there is no memory for the tables.
-// The routines for several planes return 0 for a destination below 2 x 2 only. No byte outside
-// the source rectangle is read; of the destination only the rectangle is written and, by the
-// luma routines, the rest of its rows. Source and destination must not overlap.
+// They return 1 after writing the destination (of a chroma plane, what its routines write) and 0,
+// writing nothing, for:
+//   - a null buffer, or a method that the dispatcher does not know;
+//   - a destination below 2 x 2, or an empty source;
+//   - a rectangle that its record shows to leave the buffer: a negative corner, a right edge beyond
+//     the pitch, or (bottom-up bitmaps and `ImageResize`) a lower edge beyond `nImageHeight`;
+//   - no memory for the tables.
+// The routines for several planes return 0 only for a destination below 2 x 2. No byte outside
+// the source rectangle is read. In the destination only the rectangle is written and, by the luma
+// routines, the rest of its rows. Source and destination must not overlap.
 //
 // Threads: each routine is marked [any]: any thread, at any time, as long as no other thread uses
 // the same buffers.
 
 /// [any] Scales a 32-bit bitmap: DIB_ResizeBiLiner (0, 2), DIB_ResizeNear (1) or DIB_ResizeConvolve
-/// (3: that routine knows bytes, not pixels, and takes the bitmap for a luma plane as wide in bytes
-/// as the rectangle is in pixels, its top row first, margins included).
+/// (3: that routine treats the bitmap as a top-down luma plane whose width in bytes is the
+/// rectangle's width in pixels, margins included).
 ZEL_API int ImageResize(const IMG_PARAM& src, IMG_PARAM& dst, IMAGE_INTERPOLATION method);
-/// [any] Scales an 8-bit picture: DIB_ResizeBiLiner8 (0, 2), which takes it for a bottom-up bitmap,
-/// or DIB_ResizeNear8 (1), which takes it for a top-down plane and does not look at `nImageHeight`.
+/// [any] Scales an 8-bit picture: DIB_ResizeBiLiner8 (0, 2), which treats it as a bottom-up
+/// bitmap, or DIB_ResizeNear8 (1), which treats it as a top-down plane and ignores `nImageHeight`.
 ZEL_API int ImageResize8(const IMG_PARAM& src, IMG_PARAM& dst, IMAGE_INTERPOLATION method);
 /// [any] Scales a chroma plane of a 4:2:0 picture: DIB_ResizeBiLinerUV (0, 2) or DIB_ResizeNearUV
-/// (1). Neither writes the last sample of the last row: fill it beforehand. A destination of 2 x 2
-/// is nothing but that sample.
+/// (1). Neither writes the last sample of the last row: fill it beforehand. A 2 x 2 destination
+/// consists of that sample alone.
 ZEL_API int ImageResizeUV(const IMG_PARAM& src, IMG_PARAM& dst, IMAGE_INTERPOLATION method);
 /// [any] Scales a luma plane: DIB_ResizeBiLinerY (0, 2), DIB_ResizeNearY (1) or DIB_ResizeConvolve
-/// (3). All paint the rest of the rectangle's rows, to the end of the pitch, black (16): there can
-/// be no other picture beside it, nor another field between its rows, and the last row, too, needs
-/// its whole pitch.
+/// (3). All fill the rest of each row, up to the pitch, with black (16). So the rows can hold no
+/// other picture or field, and the last row needs its full pitch.
 /// @param nReserved not used.
 ZEL_API int ImageResizeY(const IMG_PARAM& src, IMG_PARAM& dst, IMAGE_INTERPOLATION method,
                          int nReserved = 0);
@@ -97,7 +98,7 @@ ZEL_API int ImageResizeY(const IMG_PARAM& src, IMG_PARAM& dst, IMAGE_INTERPOLATI
 /// rectangle or the method unknown. ImageResizeUV does not know IMAGE_INTERPOLATION_CONVOLVE, which
 /// therefore scales luma only.
 /// @param nReserved not used.
-/// @return 0 for a destination below 2 x 2, else 1, whatever became of the planes.
+/// @return 0 for a destination below 2 x 2, else 1, even if a plane was not scaled.
 ZEL_API int ImageResizeYV12(const IMG_PARAM& src, unsigned char* pSrcY, unsigned char* pSrcU,
                             unsigned char* pSrcV, int nSrcPitchY, int nSrcPitchU, int nSrcPitchV,
                             const IMG_PARAM& dst, unsigned char* pDstY, unsigned char* pDstU,
@@ -127,8 +128,8 @@ ZEL_API int DIB_ResizeNear8(const IMG_PARAM& src, IMG_PARAM& dst);
 /// [any] 8-bit bitmap (bottom-up), bilinear; last column and row as in DIB_ResizeBiLiner.
 ZEL_API int DIB_ResizeBiLiner8(const IMG_PARAM& src, IMG_PARAM& dst);
 
-// The luma routines paint what of the rectangle's rows lies left and right of it, from the row's
-// first byte to the end of the pitch, black (16).
+// The luma routines fill each row outside the rectangle, from its first byte to the end of the
+// pitch, with black (16).
 
 /// [any] Luma plane, nearest neighbour: source(sx, sy) for every pixel, the last column and row
 /// included.

@@ -3,6 +3,7 @@
 #include <cassert>
 #include <cstdlib>
 
+#include "zel/Common/Image/detail/BitmapRows.h"
 #include "zel/Common/Image/detail/ConvertKernels.h"
 #include "zel/Common/Image/detail/ConvertPixel.h"
 
@@ -10,25 +11,11 @@ namespace {
 
 using zel::image::ActiveConvertKernels;
 using zel::image::ConvertKernels;
+using zel::image::Offset;
 using zel::image::Palette;
 using zel::image::PixelSource;
 using zel::image::YuvTarget;
-
-/// Offsets are 64-bit: rows times pitch may pass 2^31.
-using Offset = std::int64_t;
-
-struct Bitmap {
-  const unsigned char* bits;
-  int pixelBytes;
-  bool bottomUp;
-  Offset width, rows;
-
-  PixelSource From(Offset row, Offset x) const {
-    const Offset stride = ((width * 8 * pixelBytes + 31) >> 5) * 4;
-    return {bits + (bottomUp ? rows - 1 - row : row) * stride + x * pixelBytes,
-            static_cast<std::ptrdiff_t>(bottomUp ? -stride : stride)};
-  }
-};
+using Bitmap = zel::image::Bitmap<const unsigned char>;
 
 /// Whether rows of `width` bytes overlap at this pitch.
 bool Overlap(std::ptrdiff_t pitch, Offset width) {

@@ -25,7 +25,7 @@
 //             tv =  (7193 R - 6029 G - 1163 B) >> 14
 // with flooring shifts: the BT.601 factors scaled by 16384. A chroma sample is 128 plus the floored
 // mean of the (already floored) terms of its block: of four pixels, of two in an odd last column or
-// row. A picture that is converted there and back loses 1 to 2 of its brightness each time.
+// row. Converting there and back lowers brightness by 1 to 2 each time.
 //
 // Errors: preconditions are assertions, active in the shipped library. Sources are never written
 // and must not overlap the destination. Threads: each routine is marked [any]: any thread, at any

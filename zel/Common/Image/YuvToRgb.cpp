@@ -2,52 +2,35 @@
 
 #include <cassert>
 
+#include "zel/Common/Image/detail/BitmapRows.h"
 #include "zel/Common/Image/detail/ConvertKernels.h"
 
 namespace {
 
 using zel::image::ActiveConvertKernels;
 using zel::image::ConvertKernels;
-using zel::image::PixelTarget;
 using zel::image::YuvSource;
-
-/// Offsets are 64-bit: rows times pitch may pass 2^31.
-using Offset = std::int64_t;
-
-/// A bitmap of `rows` rows, its top row the last one in memory if `bottomUp`.
-struct Bitmap {
-  unsigned char* bits;
-  Offset stride, rows;
-  bool bottomUp;
-
-  PixelTarget From(Offset row) const {
-    return {bits + (bottomUp ? rows - 1 - row : row) * stride,
-            static_cast<std::ptrdiff_t>(bottomUp ? -stride : stride)};
-  }
-};
-
-Offset Stride24(Offset width) {
-  return ((width * 24 + 31) >> 5) * 4;
-}
+using Bitmap = zel::image::Bitmap<unsigned char>;
 
 void Convert(ConvertKernels::ToRgb kernel, const YuvSource& src, const Bitmap& dst,
              std::ptrdiff_t width, std::ptrdiff_t height) {
   const std::ptrdiff_t even = height & ~std::ptrdiff_t{1};
   if (even > 0) {
     // Writing the larger side in the order of memory suits the caches.
-    dst.bottomUp
-        ? kernel(src.Backward(even), {dst.From(even - 1).bytes, -dst.From(0).pitch}, width, even)
-        : kernel(src, dst.From(0), width, even);
+    dst.bottomUp ? kernel(src.Backward(even), {dst.From(even - 1, 0).bytes, -dst.From(0, 0).pitch},
+                          width, even)
+                 : kernel(src, dst.From(0, 0), width, even);
   }
   // If width and height are both odd, the bottom-right pixel stays as it is.
-  if (height > even && width > 1) kernel(src.From(even, 0), dst.From(even), width & ~1, 1);
+  if (height > even && width > 1) kernel(src.From(even, 0), dst.From(even, 0), width & ~1, 1);
 }
 
 void Convert(ConvertKernels::ToRgb kernel, const tagBITMAPINFOHEADER& bmi, const YuvSource& src,
              unsigned char* bits, bool bottomUp) {
   if (bmi.biWidth < 1 || bmi.biHeight < 1) return;
-  const Offset stride = bmi.biBitCount == 24 ? Stride24(bmi.biWidth) : Offset{4} * bmi.biWidth;
-  Convert(kernel, src, {bits, stride, bmi.biHeight, bottomUp}, bmi.biWidth, bmi.biHeight);
+  const int pixelBytes = bmi.biBitCount == 24 ? 3 : 4;
+  Convert(kernel, src, {bits, pixelBytes, bottomUp, bmi.biWidth, bmi.biHeight}, bmi.biWidth,
+          bmi.biHeight);
 }
 
 }  // namespace
@@ -92,5 +75,5 @@ void Yuv420_2_rgb24Simple(tagBITMAPINFOHEADER* lpDstBmi, unsigned char* lpDstBit
   const int height = lpDstBmi->biHeight & ~1;
   if (width < 2 || height < 2) return;
   Convert(ActiveConvertKernels().toBgr24Simple, {pY, pU, pV, nullptr, nPt_Y, nPt_U, nPt_V},
-          {lpDstBits, Stride24(lpDstBmi->biWidth), lpDstBmi->biHeight, true}, width, height);
+          {lpDstBits, 3, true, lpDstBmi->biWidth, lpDstBmi->biHeight}, width, height);
 }

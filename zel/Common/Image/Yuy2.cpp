@@ -5,19 +5,18 @@
 #include <cstring>
 #include <utility>
 
+#include "zel/Common/Image/detail/BitmapRows.h"
 #include "zel/Common/Image/detail/ConvertKernels.h"
 
 namespace {
 
 using zel::image::ActiveConvertKernels;
 using zel::image::ConvertKernels;
+using zel::image::Offset;
 using zel::image::PixelSource;
 using zel::image::PixelTarget;
-using zel::image::YuvSource;
+using zel::image::Planes;
 using zel::image::YuvTarget;
-
-/// Offsets are 64-bit: rows times pitch may pass 2^31.
-using Offset = std::int64_t;
 
 /// 64 bits: the lowest int has no negative among ints.
 std::ptrdiff_t Negated(int pitch) {
@@ -36,6 +35,19 @@ void CheckRgb24ToYuy2(const unsigned char* lpBitsDst, const unsigned char* lpBit
 
 void CheckV(const unsigned char* V, const unsigned char* pV, Offset ySrc, Offset cy, Offset nPt_V) {
   assert((char*)V <= ((char*)pV + (ySrc + cy) * nPt_V));
+}
+
+/// The planes of a 4:2:0 picture from luma column `x` and row `y` on.
+template <typename Byte>
+Planes<Byte> PlanesFrom(Byte* pY, Byte* pU, Byte* pV, int nPt_Y, int nPt_U, int nPt_V, int x,
+                        int y) {
+  return {pY + Offset{y} * nPt_Y + x,
+          pU + Offset{y / 2} * nPt_U + x / 2,
+          pV + Offset{y / 2} * nPt_V + x / 2,
+          nullptr,
+          nPt_Y,
+          nPt_U,
+          nPt_V};
 }
 
 /// Whether no gaps are between the rows, so that they can be copied as one.
@@ -190,13 +202,7 @@ void YUY2_2_Yuv420(unsigned char* pY, unsigned char* pU, unsigned char* pV, int 
   if (cx < 1 || cy < 1) return;
   const std::ptrdiff_t width = (std::ptrdiff_t{cx} + 1) & ~std::ptrdiff_t{1};
   const std::ptrdiff_t height = (std::ptrdiff_t{cy} + 1) & ~std::ptrdiff_t{1};
-  const YuvTarget dst = {pY + Offset{yDst} * nPt_Y + xDst,
-                         pU + Offset{yDst / 2} * nPt_U + xDst / 2,
-                         pV + Offset{yDst / 2} * nPt_V + xDst / 2,
-                         nullptr,
-                         nPt_Y,
-                         nPt_U,
-                         nPt_V};
+  const YuvTarget dst = PlanesFrom(pY, pU, pV, nPt_Y, nPt_U, nPt_V, xDst, yDst);
   // The last sample of a row has its highest address.
   for (std::ptrdiff_t k = 0; k < height; k += 2) {
     CheckV(dst.From(k, 0).v + width / 2 - 1, pV, ySrc, cy, nPt_V);
@@ -209,13 +215,7 @@ void Yuv420_2_YUY2(unsigned char* lpBitsDst, int nPitchDst, int xDst, int yDst, 
                    int bYUY2, unsigned char* pY, unsigned char* pU, unsigned char* pV, int nPt_Y,
                    int nPt_U, int nPt_V, int xSrc, int ySrc) {
   if (cx < 1 || cy < 1) return;
-  const YuvSource src = {pY + Offset{ySrc} * nPt_Y + xSrc,
-                         pU + Offset{ySrc / 2} * nPt_U + xSrc / 2,
-                         pV + Offset{ySrc / 2} * nPt_V + xSrc / 2,
-                         nullptr,
-                         nPt_Y,
-                         nPt_U,
-                         nPt_V};
+  const auto src = PlanesFrom<const unsigned char>(pY, pU, pV, nPt_Y, nPt_U, nPt_V, xSrc, ySrc);
   const PixelTarget dst = {lpBitsDst + Offset{yDst} * nPitchDst + Offset{2} * xDst, nPitchDst};
   ActiveConvertKernels().merge(src, dst, (std::ptrdiff_t{cx} + 1) & ~std::ptrdiff_t{1},
                                (std::ptrdiff_t{cy} + 1) & ~std::ptrdiff_t{1}, bYUY2 != 0);

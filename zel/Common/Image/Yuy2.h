@@ -5,13 +5,15 @@
 //
 // A packed row is made of 4-byte groups, one for two pixels that share their chroma. A group is Y0,
 // U, Y1, V (YUY2) where the side's flag `bYUY2` is not 0, and U, Y0, V, Y1 (UYVY) where it is 0.
-// Pixel x of a row is at byte 2x. Rows are top-down. A routine lays and reads groups from the first
-// column that it reaches on, whatever its parity: where that is odd, U and V are exchanged, and a
-// pixel is torn at either end, for who takes the picture as groups from column 0. The first column
-// is that of the rectangle, but in the two 24-bit routines one less from 2 on: there 0, 3, 5, 7 ...
-// meet the groups of a whole picture, elsewhere the even columns. Planar sides are those of
-// YuvToRgb.h; the 24-bit sides are bottom-up bitmaps without a header, given by their first byte in
-// memory, their height and their pitch.
+// Pixel x of a row is at byte 2x. Rows are top-down. Planar sides are those of YuvToRgb.h; the
+// 24-bit sides are bottom-up bitmaps without a header, given by their first byte in memory, their
+// height and their pitch.
+//
+// Groups start at the first column that a routine touches. If that column is odd, U and V are
+// swapped and one pixel is split at each end, seen from a picture whose groups start at column 0.
+// The first column is the rectangle's; the two 24-bit routines start one column earlier when it is
+// 2 or more. So a rectangle fits the groups of a whole picture if it starts at an even column, or
+// in those two routines at column 0, 3, 5, 7 ...
 //
 // x is a column, y a row, counted from the top-left pixel; cx and cy are a rectangle's width and
 // height in pixels; pitches are in bytes. They may be negative, though three preconditions are made
@@ -19,9 +21,9 @@
 // column 0, and that of `YUY2_2_Yuv420`, on `nPt_V`, only for V rows from `ySrc` + `cy` on. A width
 // or height below 1 (in `Rgb24_2_YUY2` the width after its widening) does nothing. The caller
 // passes rectangles that lie in both pictures, with the extra column or row that an odd size
-// reaches. A destination's pitch has room for that column, too: but for `Rgb24_2_YUY2`, it is not
-// defined what remains where it lies on the next row. The colour arithmetic is that of YuvToRgb.h
-// and RgbToYuv.h.
+// reaches. A destination's pitch has room for that column, too; otherwise the bytes where a row
+// overlaps the next are undefined, except in `Rgb24_2_YUY2`. The colour arithmetic is that of
+// YuvToRgb.h and RgbToYuv.h.
 //
 // Errors: preconditions are assertions, active in the shipped library; they are computed in 64
 // bits. Pointers are checked where it is said. They and pitches need no alignment.
@@ -62,10 +64,10 @@ ZEL_API void YUY2_Blt_fast(unsigned char* lpBitsDst, int nPitchDst, int xDst, in
                            int bSrcYUY2, int xSrc, int ySrc);
 
 /// [any] Copies a rectangle of a planar 4:2:0 picture: row pairs from `yDst` until `yDstEnd`
-/// (exclusive) is reached, so that an odd count reaches one luma row further. Chroma columns are (x
-/// + 1) / 2, chroma widths (`cx` + 1) / 2, and chroma starts at rows `yDst` / 2 and `ySrc` / 2, all
-/// rounded toward zero. The bytes are those of copying pair after pair, its luma, U and V in turn,
-/// also where that further row lies on another plane.
+/// (exclusive) is reached, so that an odd count reaches one luma row further. Chroma columns are
+/// (x + 1) / 2, chroma widths (`cx` + 1) / 2, and chroma starts at rows `yDst` / 2 and `ySrc` / 2,
+/// all rounded toward zero. The result is that of copying pair after pair, each with its luma, U
+/// and V in turn, even if the further row lies on another plane.
 ZEL_API void YV12_Blt_fast(unsigned char* pDstY, unsigned char* pDstU, unsigned char* pDstV,
                            int nPitchDstY, int nPitchDstU, int nPitchDstV, int xDst, int yDst,
                            int cx, int yDstEnd, unsigned char* pSrcY, unsigned char* pSrcU,
@@ -77,9 +79,9 @@ ZEL_API void YV12_Blt_fast(unsigned char* pDstY, unsigned char* pDstU, unsigned 
 /// column `xDst` / 2, rounded toward zero.
 ///
 /// Precondition: no V sample lies beyond row `ySrc` + `cy` of the V plane's pitch (a sample's
-/// address is at most `pV` + (`ySrc` + `cy`) `nPt_V`). With a positive pitch that is to say that
-/// `yDst` is not much larger than 2 `ySrc` + `cy`: a rectangle from the top of one picture cannot
-/// go to the bottom of a high one.
+/// address is at most `pV` + (`ySrc` + `cy`) `nPt_V`). For a positive pitch this means that `yDst`
+/// is not much larger than 2 `ySrc` + `cy`: a rectangle from the top of one picture cannot go to
+/// the bottom of a high one.
 ZEL_API void YUY2_2_Yuv420(unsigned char* pY, unsigned char* pU, unsigned char* pV, int nPt_Y,
                            int nPt_U, int nPt_V, int xDst, int yDst, int cx, int cy,
                            unsigned char* lpBitsSrc, int nPitchSrc, int bYUY2, int xSrc, int ySrc);

@@ -14,7 +14,7 @@ constexpr LevelTables<Kernels> kTables = {{
     &ssse3::kKernels,
     &avx2::kKernels,
     &avx512::kKernels,
-    &avx512::kKernels,
+    nullptr,
 #endif
 }};
 

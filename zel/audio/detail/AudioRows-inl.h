@@ -7,8 +7,7 @@
 //   MonoPairs(in, k)         of the input frames k[0], k[1] ... of one channel: each frame and the
 //                            one behind it, neighbouring words
 //   StereoPairs(in, k)       the same of two channels, half as many: of each frame left and the
-//   left
-//                            behind it, then right and the right behind it
+//                            left behind it, then right and the right behind it
 //   StereoFractions(f)       f[0], f[0], f[1], f[1] ...
 //   EightSamples(from, channels, f)
 //                            a lane of samples between those at `from` and those `channels` behind
@@ -48,12 +47,12 @@ ZEL_INLINE Reg ToSamples(Reg low, Reg high) {
   return Max16(Pack16(low, high), Set16(-kFullScale));
 }
 
-/// The 32-bit sums of a register of samples: those of the lanes' lower halves, those of the upper.
+/// 32-bit sums of a register of samples: lower halves of the lanes in `low`, upper in `high`.
 struct Sums {
   Reg low, high;
 };
 
-/// `kBelow` has the kernels of the level below, for what this one does no better.
+/// `kBelow` is the next lower level. It supplies what this level cannot improve.
 template <const Kernels& kBelow>
 struct CommonSteps {
   /// How many registers of a mix are summed up at once, so that each pointer is read once for all.
@@ -108,28 +107,32 @@ void StereoToMono(const short* in, int frames, short* out) {
   });
 }
 
-/// Each store writes two samples of the next frame, which come after it; the scalar kernel makes
-/// the last frames, which have nothing behind them.
+/// Each store also writes two samples of the next frame, which overwrites them later. The scalar
+/// kernel does the last frames.
 template <int kIn>
 void SpreadToSix(const short* in, int frames, short* out) {
   constexpr int kBehind = kIn == 1 ? 1 : 2;
   constexpr int k2 = kIn > 2 ? -1 : 0, k3 = kIn > 3 ? -1 : 0;
   constexpr int k4 = kIn > 4 ? -1 : 0, k5 = kIn > 5 ? -1 : 0;
   const Lane mask = MakeLane(-1, -1, -1, -1, k2, k2, k3, k3, k4, k4, k5, k5, 0, 0, 0, 0);
-  for (; frames > kBehind; --frames, in += kIn, out += 6) {
+  const auto step = [=](int i) ZEL_INLINE_LAMBDA {
+    const short* const frame = in + kIn * i;
     Lane v;
     if constexpr (kIn == 1) {
-      v = LaneFrom32(static_cast<unsigned short>(*in) * 0x10001U);
+      v = LaneFrom32(static_cast<unsigned short>(*frame) * 0x10001U);
     } else if constexpr (kIn == 2) {
-      std::uint32_t frame;
-      std::memcpy(&frame, in, sizeof(frame));
-      v = LaneFrom32(frame);
+      std::uint32_t both;
+      std::memcpy(&both, frame, sizeof(both));
+      v = LaneFrom32(both);
     } else {
-      v = LoadLane(in) & mask;
+      v = And(LoadLane(frame), mask);
     }
-    StoreLane(out, v);
-  }
-  plain::kKernels.channels[kIn - 1][2](in, frames, out);
+    StoreLane(out + 6 * i, v);
+    return true;
+  };
+  CoverThenPlain(frames, 1, kBehind + 1, step, [=](int i) {
+    plain::kKernels.channels[kIn - 1][2](in + kIn * i, frames - i, out + 6 * i);
+  });
 }
 
 // Rates -------------------------------------------------------------------------------------------
@@ -165,17 +168,20 @@ ZEL_INLINE Reg StereoSamples(const short* in, const std::int32_t* k, const doubl
   return Gather64(ToSamples(half(0), half(kPairs / 2)));
 }
 
-/// Up to 8 channels, a frame at a time. A store may reach into the next frame, which comes after
-/// it; the scalar kernel makes the frames at the end that have no room for that.
+/// Up to 8 channels, a frame at a time. A store may reach into the next frames, which overwrite
+/// those samples later. The scalar kernel does the last frames.
 template <class Steps>
 ZEL_INLINE void InterpolateMany(const short* in, const std::int32_t* k, const double* f, int count,
                                 int channels, short* out) {
-  int i = 0;
-  for (; (count - i) * channels >= 8; ++i, out += channels) {
+  const auto step = [=](int i) ZEL_INLINE_LAMBDA {
     const short* from = in + static_cast<std::ptrdiff_t>(k[i]) * channels;
-    StoreLane(out, Steps::EightSamples(from, channels, f[i]));
-  }
-  plain::Interpolate(in, k + i, f + i, count - i, channels, out);
+    StoreLane(out + i * channels, Steps::EightSamples(from, channels, f[i]));
+    return true;
+  };
+  const int reach = (8 + channels - 1) / channels;  // Frames that a store touches.
+  CoverThenPlain(count, 1, reach, step, [=](int i) {
+    plain::Interpolate(in, k + i, f + i, count - i, channels, out + i * channels);
+  });
 }
 
 template <class Steps>
@@ -206,8 +212,8 @@ void InterpolateMonoToStereo(const short* in, const std::int32_t* k, const doubl
 
 // Mixing ------------------------------------------------------------------------------------------
 //
-// The output may be one of the inputs, so nothing may be mixed twice: the scalar kernel makes what
-// is left at the end.
+// The output may be one of the inputs, so nothing may be mixed twice: the scalar kernel does the
+// end.
 
 /// The exact sums of samples i ... i + kSamples - 1 (modulo 2^32).
 template <bool kTwo>
@@ -227,9 +233,8 @@ ZEL_INLINE Sums ExactSums(const MixInputs& in, int i) {
 /// The sums of kMixRegisters registers with saturation. They are exact, and fit, if the result is
 /// true.
 ///
-/// That takes sums from two starts that are 1 apart. They stay apart unless a sum on the way
-/// saturates, or is -32768; once they are equal they stay equal. So one comparison at the end
-/// tells.
+/// Two sums start 1 apart. They meet only if a sum saturates or is -32,768, and then stay equal.
+/// One comparison at the end shows it.
 template <class Steps, bool kTwo>
 ZEL_INLINE bool SaturatingSums(const MixInputs& in, int i, Reg* sum) {
   Reg below[Steps::kMixRegisters];
@@ -242,8 +247,8 @@ ZEL_INLINE bool SaturatingSums(const MixInputs& in, int i, Reg* sum) {
     const short* from = in.inputs[n] + i;
     for (int v = 0; v < Steps::kMixRegisters; ++v) {
       const Reg x = Load(from + v * kSamples);
-      // Mixes of many inputs wait for the second-level cache: what comes next is asked for in time.
-      // (Asking for what lies beyond an input's end does no harm.)
+      // Mixes of many inputs wait for the second-level cache, so prefetch what comes next.
+      // (Prefetching beyond an input's end does no harm.)
       __builtin_prefetch(from + (v + 8) * kSamples);
       sum[v] = AddSat16(sum[v], x);
       below[v] = AddSat16(below[v], x);
@@ -285,8 +290,8 @@ int MixUnity(const MixInputs& in, int i, int end, short* out) {
                        : MixUnityOf<Steps, false>(in, i, end, out);
 }
 
-/// The numbers of a Sums' samples as the doubles that its halves' low and high parts become: of a
-/// lane's eight samples the lower four are in `low`.
+/// Sample numbers in the order in which Sums' halves become doubles: of a lane's eight samples the
+/// lower four are in `low`.
 struct SampleNumbers {
   alignas(64) double of[4 * kDoubles];
 };
@@ -319,15 +324,17 @@ struct Gains {
 
 template <class Steps, bool kTwo>
 int MixGainOf(const MixInputs& in, int i, int end, double gain, double step, short* out) {
-  const int first = i;
   Gains gains(gain, step);
-  for (; end - i >= kSamples; i += kSamples) {
-    const Sums sums = gains.Scale(ExactSums<kTwo>(in, i));
-    if (!Steps::Fit(sums)) break;
-    Store(out + i, Pack16(sums.low, sums.high));
+  const auto mix = [&](int x) ZEL_INLINE_LAMBDA {
+    const Sums sums = gains.Scale(ExactSums<kTwo>(in, i + x));
+    if (!Steps::Fit(sums)) return false;
+    Store(out + i + x, Pack16(sums.low, sums.high));
     gains.Advance(kSamples * step);
-  }
-  return plain::MixGain(in, i, end, gain + (i - first) * step, step, out);
+    return true;
+  };
+  return CoverThenPlain(end - i, kSamples, kSamples, mix, [&](int x) {
+    return plain::MixGain(in, i + x, end, gain + x * step, step, out);
+  });
 }
 
 template <class Steps>

@@ -6,11 +6,11 @@
 namespace zel::audio::plain {
 namespace {
 
-// Sum of `Count` neighbouring samples, each divided (toward zero) before it is added.
-template <int Divisor, int Count>
+// Sum of `kCount` neighbouring samples, each divided (toward zero) before it is added.
+template <int kDivisor, int kCount>
 int Sum(const short* in) {
   int sum = 0;
-  for (int i = 0; i < Count; ++i) sum += in[i] / Divisor;
+  for (int i = 0; i < kCount; ++i) sum += in[i] / kDivisor;
   return sum;
 }
 
@@ -18,45 +18,45 @@ short Clamp(int value) {
   return static_cast<short>(std::clamp(value, -kFullScale, kFullScale));
 }
 
-template <int In>
+template <int kIn>
 void MixToMono(const short* in, short* out) {
-  if constexpr (In == 6) {
+  if constexpr (kIn == 6) {
     out[0] = Clamp(Sum<2, 4>(in) + Sum<4, 2>(in + 4));
   } else {
-    out[0] = static_cast<short>(Sum<In, In>(in));
+    out[0] = static_cast<short>(Sum<kIn, kIn>(in));
   }
 }
 
-template <int In>
+template <int kIn>
 void MixToStereo(const short* in, short* out) {
-  if constexpr (In == 1) {
+  if constexpr (kIn == 1) {
     out[0] = out[1] = in[0];
-  } else if constexpr (In == 3) {
+  } else if constexpr (kIn == 3) {
     out[0] = in[0];
     out[1] = static_cast<short>(Sum<2, 2>(in + 1));
-  } else if constexpr (In == 4) {
+  } else if constexpr (kIn == 4) {
     out[0] = out[1] = static_cast<short>(Sum<4, 4>(in));
-  } else if constexpr (In == 6) {
+  } else if constexpr (kIn == 6) {
     const int both = Sum<2, 2>(in + 2);
     out[0] = Clamp(in[0] + both + in[4] / 4);
     out[1] = Clamp(in[1] + both + in[5] / 4);
   } else {  // 5, 7, 8: the first half left, the others right.
-    constexpr int left = In / 2;
-    constexpr int right = In - left;
-    out[0] = static_cast<short>(Sum<left, left>(in));
-    out[1] = static_cast<short>(Sum<right, right>(in + left));
+    constexpr int kLeft = kIn / 2;
+    constexpr int kRight = kIn - kLeft;
+    out[0] = static_cast<short>(Sum<kLeft, kLeft>(in));
+    out[1] = static_cast<short>(Sum<kRight, kRight>(in + kLeft));
   }
 }
 
-template <int In>
+template <int kIn>
 void SpreadToSix(const short* in, short* out) {
-  for (int c = 0; c < 6; ++c) out[c] = c < In ? in[c] : short{0};
-  if constexpr (In == 1) out[1] = in[0];
+  for (int c = 0; c < 6; ++c) out[c] = c < kIn ? in[c] : short{0};
+  if constexpr (kIn == 1) out[1] = in[0];
 }
 
-template <int In, int Out, void (*Frame)(const short*, short*)>
+template <int kIn, int kOut, void (*kFrame)(const short*, short*)>
 void EachFrame(const short* in, int frames, short* out) {
-  for (; frames > 0; --frames, in += In, out += Out) Frame(in, out);
+  for (; frames > 0; --frames, in += kIn, out += kOut) kFrame(in, out);
 }
 
 }  // namespace

@@ -37,9 +37,9 @@ inline constexpr LaneRule kStereoRules[] = {
 // Division toward zero of signed words, as
 //   sign = x < 0 ? -1 : 0;  y = x + (sign & bias);
 //   q = ((y & keep) + high half of y * factor >> shift) - (sign & correction).
-// Powers of two are exact once negative numbers are biased (the half is taken as y - ceil(y / 2),
-// for want of a factor of 1/2). The other factors are rounded up, which makes negative quotients
-// come out one too low; 5 and 7 need a factor of 17 bits, hence the shift.
+// Powers of two are exact once negative numbers are biased. (The half is taken as y - ceil(y / 2),
+// because 1/2 is not a possible factor.) The other factors are rounded up, which makes negative
+// quotients come out one too low; 5 and 7 need a factor of 17 bits, hence the shift.
 struct LaneDivision {
   alignas(16) signed char shuffle[16];
   alignas(16) short bias[8];
@@ -113,17 +113,20 @@ struct LaneSteps : Base {
   static void Mix(const short* in, int frames, short* out) {
     constexpr int kBlock = kSamples / kOut;  // Frames that make a register.
     constexpr int kApart = 8 / kOut;         // Frames from a lane to the next.
-    for (; frames >= kBlock + 2; frames -= kBlock, in += kBlock * kIn, out += kSamples) {
+    const auto step = [=](int x) ZEL_INLINE_LAMBDA {
       Reg m[kApart];
       for (int i = 0; i < kApart; ++i) {
-        m[i] = MixTerms<kIn, kOut>(LoadFrameLanes<kIn>(in + i * kIn, kApart));
+        m[i] = MixTerms<kIn, kOut>(LoadFrameLanes<kIn>(in + (x + i) * kIn, kApart));
       }
       if constexpr (kOut == 1) {
         for (int i = 0; i < 4; ++i) m[i] = AddPairs32(m[2 * i], m[2 * i + 1]);
       }
-      Store(out, PackTerms<kIn>(m));
-    }
-    plain::kKernels.channels[kIn - 1][kOut - 1](in, frames, out);
+      Store(out + x * kOut, PackTerms<kIn>(m));
+      return true;
+    };
+    CoverThenPlain(frames, kBlock, kBlock + 2, step, [=](int x) {
+      plain::kKernels.channels[kIn - 1][kOut - 1](in + x * kIn, frames - x, out + x * kOut);
+    });
   }
 };
 

@@ -38,69 +38,69 @@ struct Constant {
 
 // Rows -------------------------------------------------------------------------------------------
 
-/// Pixels of `bytes` bytes from `p` to where vectors are aligned; 0 if none is, or is worth an
-/// overlap in a row of `width`.
+/// Pixels of `bytes` bytes from `p` to the next aligned address; 0 if there is none, or if a row of
+/// `width` is too short to gain.
 ZEL_INLINE std::ptrdiff_t Head(const std::uint8_t* p, int bytes, std::ptrdiff_t width) {
   const auto gap = static_cast<std::ptrdiff_t>(-reinterpret_cast<std::uintptr_t>(p) % kRegBytes);
   return width >= 8 * kPixels && gap % (2 * bytes) == 0 ? gap / bytes : 0;
 }
 
-// The processor foresees a row's next bytes, but not where the next row begins, least of all where
-// rows go backwards. While a row is converted, the one that follows is therefore asked for.
+// Hardware prefetch follows a row but not the step to the next one, least of all backwards. So each
+// row prefetches the next.
 
-/// Whether that pays: for pictures that the nearest caches do not hold, with rows that they do.
-ZEL_INLINE bool WorthAsking(std::ptrdiff_t width, std::ptrdiff_t rows) {
+/// True for pictures larger than the near caches whose rows fit them.
+ZEL_INLINE bool WorthPrefetching(std::ptrdiff_t width, std::ptrdiff_t rows) {
   return width * rows >= std::ptrdiff_t{1} << 17 && width <= std::ptrdiff_t{1} << 14;
 }
-/// Asks for the cache lines of 64 pixels of kBytes bytes.
+/// Prefetches the cache lines of 64 pixels of kBytes bytes.
 template <int kBytes, bool kToWrite>
-ZEL_INLINE void Ask(const std::uint8_t* p) {
+ZEL_INLINE void Prefetch(const std::uint8_t* p) {
   for (int i = 0; i < kBytes; ++i) __builtin_prefetch(p + 64 * i, kToWrite);
 }
-/// Of the steps that cover a row, one in each 64 pixels.
-ZEL_INLINE bool AsksAt(std::ptrdiff_t x) {
+/// True for one of the steps in each 64 pixels.
+ZEL_INLINE bool PrefetchesAt(std::ptrdiff_t x) {
   return (x & 63) < kPixels;
 }
 
-/// Calls `step(row, count, ask)` for every pair of rows and for an odd last one. `ask` says whether
-/// to ask for the next pair, that is, whether the picture is large; `count` and `ask` are
-/// constants, so that small pictures pay nothing for large ones.
+/// Calls `step(row, count, prefetch)` for every pair of rows and for an odd last one. `prefetch`
+/// says whether to prefetch the next pair, that is, whether the picture is large. `count` and
+/// `prefetch` are constants, so that small pictures pay nothing for large ones.
 template <typename Step>
 ZEL_INLINE void InPairs(std::ptrdiff_t width, std::ptrdiff_t rows, Step step) {
   std::ptrdiff_t row = 0;
-  if (WorthAsking(width, rows)) {
+  if (WorthPrefetching(width, rows)) {
     for (; row + 3 < rows; row += 2) step(row, Constant<2>(), Constant<true>());
   }
   for (; row + 1 < rows; row += 2) step(row, Constant<2>(), Constant<false>());
   if (row < rows) step(row, Constant<1>(), Constant<false>());
 }
-/// Calls `step(row, ask)` for every row, in the same way.
+/// Calls `step(row, prefetch)` for every row, in the same way.
 template <typename Step>
 ZEL_INLINE void InRows(std::ptrdiff_t width, std::ptrdiff_t rows, Step step) {
   std::ptrdiff_t row = 0;
-  if (WorthAsking(width, rows)) {
+  if (WorthPrefetching(width, rows)) {
     for (; row + 1 < rows; ++row) step(row, Constant<true>());
   }
   for (; row < rows; ++row) step(row, Constant<false>());
 }
 
-/// Pictures of more pixels than this leave every cache before they are read again. Memory takes and
-/// gives their rows faster one after the other than two at once, where rows go forward.
+/// Larger pictures leave every cache before they are read again. Memory then handles one row at a
+/// time faster than two, if rows go forward.
 constexpr std::ptrdiff_t kBeyondCaches = std::ptrdiff_t{1} << 22;
 
-/// Asks for the planes' next pair of rows.
+/// Prefetches the planes' next pair of rows.
 template <bool kAlpha, bool kToWrite, typename Byte>
-ZEL_INLINE void AskPlanes(const Planes<Byte>& planes, std::ptrdiff_t x) {
+ZEL_INLINE void PrefetchPlanes(const Planes<Byte>& planes, std::ptrdiff_t x) {
   for (int row = 2; row < 4; ++row) {
-    Ask<1, kToWrite>(planes.y + row * planes.pitchY + x);
-    if (kAlpha) Ask<1, kToWrite>(planes.a + row * planes.pitchY + x);
+    Prefetch<1, kToWrite>(planes.y + row * planes.pitchY + x);
+    if (kAlpha) Prefetch<1, kToWrite>(planes.a + row * planes.pitchY + x);
   }
-  Ask<1, kToWrite>(planes.u + planes.pitchU + x / 2);
-  Ask<1, kToWrite>(planes.v + planes.pitchV + x / 2);
+  Prefetch<1, kToWrite>(planes.u + planes.pitchU + x / 2);
+  Prefetch<1, kToWrite>(planes.v + planes.pitchV + x / 2);
 }
 template <int kBytes, bool kToWrite, typename Byte>
-ZEL_INLINE void AskPixels(PixelRows<Byte> pixels, std::ptrdiff_t x) {
-  for (int row = 2; row < 4; ++row) Ask<kBytes, kToWrite>(pixels[row] + kBytes * x);
+ZEL_INLINE void PrefetchPixels(PixelRows<Byte> pixels, std::ptrdiff_t x) {
+  for (int row = 2; row < 4; ++row) Prefetch<kBytes, kToWrite>(pixels[row] + kBytes * x);
 }
 
 /// The second row of a pair, with its chroma.
@@ -132,7 +132,7 @@ struct ToRgbSimple {
 /// Moves 149 Y and the terms of green and red so that each fits a signed word.
 constexpr int kLumaBias = 8192;
 
-/// Words with a byte of U and a byte of V, of kPixels pixels.
+/// The chroma of kPixels pixels as words that hold U and V, in the order of memory.
 ZEL_INLINE Reg ChromaPairs(const std::uint8_t* u, const std::uint8_t* v) {
   return Or(LoadBytesAs16(u), ShiftLeft16<8>(LoadBytesAs16(v)));
 }
@@ -143,7 +143,7 @@ struct Chroma {
   Reg bluePlus, blueMinus, green, red;
 };
 
-/// Of words with a byte of U and a byte of V.
+/// Chroma terms from words that hold U and V.
 template <typename F>
 ZEL_INLINE Chroma ChromaTerms(Reg uv) {
   const auto weigh = [uv](int u, int v)
@@ -167,7 +167,7 @@ template <bool kHigh>
 ZEL_INLINE Reg Twice(Reg a) {
   return kHigh ? InterleaveHigh16(a, a) : InterleaveLow16(a, a);
 }
-/// A word for each of the lower or upper 8 pixels of every lane.
+/// Terms of single pixels from terms of pairs: those of the lower or upper 8 pixels of every lane.
 template <bool kHigh>
 ZEL_INLINE Chroma Twice(const Chroma& c) {
   return {Twice<kHigh>(c.bluePlus), Twice<kHigh>(c.blueMinus), Twice<kHigh>(c.green),
@@ -232,7 +232,7 @@ ZEL_INLINE void Interleave(const Halves<Color>& c, Reg fourth, Reg (&pixels)[4])
 // shifted by n + m is (sum of h's + (sum of l's >> n)) >> m: exact, and both sums fit 16 bits. See
 // ConvertWeights.h.
 
-/// Without the whole part of the offset.
+/// The weighted sums of pixels as words, without the whole part of the offset.
 template <const Weights& kW>
 ZEL_INLINE Reg Weigh(Reg bg, Reg r) {
   Reg high =
@@ -243,13 +243,13 @@ ZEL_INLINE Reg Weigh(Reg bg, Reg r) {
   return ShiftRightSigned16<kW.highShift>(Add16(high, ShiftRightSigned16<kW.lowShift>(low)));
 }
 
-/// The luma bytes of kPixels pixels that Weigh left without their offset.
+/// Luma bytes of kPixels pixels from words of Weigh: adds the offset.
 template <typename F>
 ZEL_INLINE Reg LumaBytes(const Reg (&y)[2]) {
   return Add8(Gather32(PackU8(y[0], y[1])), SetPairs8(F::kY.whole(), F::kY.whole()));
 }
-/// Means of neighbours, with their offset: the sums of words over kRows rows, two words of each
-/// lane's 16.
+/// Chroma samples as words, with their offset: the means of neighbours in `sums`, which hold the
+/// words of Weigh summed over kRows rows.
 template <typename F, int kRows>
 ZEL_INLINE Reg Means(const Reg (&sums)[2]) {
   static_assert(F::kU.whole() == F::kV.whole());
@@ -302,7 +302,7 @@ struct CommonSteps : Pixels {
   ZEL_INLINE static Luma Luma24(const std::uint8_t* src) {
     return WidenHalves(Spread32(Load(src)));
   }
-  /// Words with a byte of U and a byte of V, each for two pixels.
+  /// Words that hold U and V, each for two pixels.
   ZEL_INLINE static Reg Chroma24(const std::uint8_t* u, const std::uint8_t* v) {
     return SpreadChroma(u, v);
   }
@@ -321,7 +321,7 @@ struct CommonSteps : Pixels {
     Pixels::StoreBgr24(dst, pixels);
   }
 
-  /// Words with a byte of U and a byte of V, of kPixels pixels, in the order of Spread32.
+  /// The chroma of kPixels pixels as words that hold U and V, in the order of Spread32.
   ZEL_INLINE static Reg SpreadChroma(const std::uint8_t* u, const std::uint8_t* v) {
     return Spread32(ChromaPairs(u, v));
   }
@@ -405,24 +405,24 @@ struct CommonSteps : Pixels {
 
 // Kernels ----------------------------------------------------------------------------------------
 
-/// Stores 3 of every 4 bytes; the fourth ones are 0 in `pixels`. What is there is stored again:
-/// stores with a mask of bytes take longer than that.
+/// Stores 3 of every 4 bytes; the fourth ones are 0 in `pixels`. A masked store takes longer, so
+/// the fourth bytes are stored again.
 template <class Steps>
 ZEL_INLINE void StoreKept(std::uint8_t* p, Reg pixels) {
   Store(p, Steps::KeepFourth(pixels, Load(p)));
 }
 
-template <class Steps, typename F, Fourth kFourth, int kRows, bool kAsk>
+template <class Steps, typename F, Fourth kFourth, int kRows, bool kPrefetch>
 ZEL_INLINE void ToRgbRows(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width) {
   const std::ptrdiff_t head = kFourth == Fourth::kNone ? 0 : Head(dst[0], 4, width);
-  CoverWithLarge(width, kPixels, head, [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
-    if (kAsk && AsksAt(x)) {
-      AskPlanes<kFourth == Fourth::kAlpha, false>(src, x);
+  Cover<kLongStep>(width, kPixels, head, [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
+    if (kPrefetch && PrefetchesAt(x)) {
+      PrefetchPlanes<kFourth == Fourth::kAlpha, false>(src, x);
       if constexpr (kFourth == Fourth::kOpaque || kFourth == Fourth::kAlpha) {
-        // Nearer, where whole cache lines are overwritten.
-        for (int row = 0; row < kRows; ++row) Ask<4, true>(dst[row] + 4 * (x + 128));
+        // Prefetch less far ahead where whole cache lines are overwritten.
+        for (int row = 0; row < kRows; ++row) Prefetch<4, true>(dst[row] + 4 * (x + 128));
       } else {
-        AskPixels<kFourth == Fourth::kNone ? 3 : 4, true>(dst, x);
+        PrefetchPixels<kFourth == Fourth::kNone ? 3 : 4, true>(dst, x);
       }
     }
     const Halves<Chroma> chroma = TwiceHalves(ChromaTerms<F>(
@@ -456,13 +456,13 @@ template <class Steps, typename F, Fourth kFourth, ConvertKernels::ToRgb Convert
 void ToRgb(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width, std::ptrdiff_t rows) {
   const std::ptrdiff_t even = width & ~std::ptrdiff_t{1};
   if (even < kPixels) return (Steps::kNarrower.*kMember)(src, dst, width, rows);
-  InPairs(width, rows, [&](std::ptrdiff_t row, auto count, auto ask) ZEL_INLINE_LAMBDA {
+  InPairs(width, rows, [&](std::ptrdiff_t row, auto count, auto prefetch) ZEL_INLINE_LAMBDA {
     const YuvSource pair = src.From(row, 0);
-    if (ask && width * rows > kBeyondCaches && src.pitchY > 0 && dst.pitch > 0) {
+    if (prefetch && width * rows > kBeyondCaches && src.pitchY > 0 && dst.pitch > 0) {
       ToRgbRows<Steps, F, kFourth, 1, false>(pair, {dst[row], dst.pitch}, even);
       ToRgbRows<Steps, F, kFourth, 1, false>(SecondRow(pair), {dst[row + 1], dst.pitch}, even);
     } else {
-      ToRgbRows<Steps, F, kFourth, count, ask>(pair, {dst[row], dst.pitch}, even);
+      ToRgbRows<Steps, F, kFourth, count, prefetch>(pair, {dst[row], dst.pitch}, even);
     }
     if (even == width) return;
     constexpr int kBytes = kFourth == Fourth::kNone ? 3 : 4;
@@ -471,13 +471,13 @@ void ToRgb(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width, std::ptr
   });
 }
 
-template <class Steps, typename F, int kBytes, bool kAlpha, int kRows, bool kAsk>
+template <class Steps, typename F, int kBytes, bool kAlpha, int kRows, bool kPrefetch>
 ZEL_INLINE void FromRgbRows(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width) {
   const std::ptrdiff_t head = kBytes == 4 ? Head(src[0], 4, width) : 0;
-  CoverWithLarge(width, kPixels, head, [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
-    if (kAsk && AsksAt(x)) {
-      AskPixels<kBytes, false>(src, x);
-      AskPlanes<kAlpha, true>(dst, x);
+  Cover<kLongStep>(width, kPixels, head, [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
+    if (kPrefetch && PrefetchesAt(x)) {
+      PrefetchPixels<kBytes, false>(src, x);
+      PrefetchPlanes<kAlpha, true>(dst, x);
     }
     const PixelSource block = {src[0] + kBytes * x, src.pitch};
     Steps::template FromBlock<F, kBytes, kAlpha, kRows>(block, dst.From(0, x));
@@ -489,9 +489,9 @@ template <class Steps, typename F, int kBytes, bool kAlpha,
 void FromRgb(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width, std::ptrdiff_t rows) {
   const std::ptrdiff_t even = width & ~std::ptrdiff_t{1};
   if (even < kPixels) return (Steps::kNarrower.*kMember)(src, dst, width, rows);
-  InPairs(width, rows, [&](std::ptrdiff_t row, auto count, auto ask) ZEL_INLINE_LAMBDA {
-    FromRgbRows<Steps, F, kBytes, kAlpha, count, ask>({src[row], src.pitch}, dst.From(row, 0),
-                                                      even);
+  InPairs(width, rows, [&](std::ptrdiff_t row, auto count, auto prefetch) ZEL_INLINE_LAMBDA {
+    FromRgbRows<Steps, F, kBytes, kAlpha, count, prefetch>({src[row], src.pitch}, dst.From(row, 0),
+                                                           even);
     if (even == width) return;
     (plain::kConvert.*kMember)({src[row] + kBytes * even, src.pitch}, dst.From(row, even), 1,
                                count);
@@ -538,13 +538,13 @@ void FromIndexed(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width, st
   });
 }
 
-template <class Steps, bool kLumaFirst, int kRows, bool kAsk>
+template <bool kLumaFirst, int kRows, bool kPrefetch>
 ZEL_INLINE void SplitRows(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width) {
   const Reg low = Set16(0xff);
-  CoverWithLarge(width, kPixels, Head(src[0], 2, width), [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
-    if (kAsk && AsksAt(x)) {
-      AskPixels<2, false>(src, x);
-      AskPlanes<false, true>(dst, x);
+  Cover<kLongStep>(width, kPixels, Head(src[0], 2, width), [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
+    if (kPrefetch && PrefetchesAt(x)) {
+      PrefetchPixels<2, false>(src, x);
+      PrefetchPlanes<false, true>(dst, x);
     }
     Reg chroma[kRows];
     for (int row = 0; row < kRows; ++row) {
@@ -564,10 +564,10 @@ ZEL_INLINE void SplitRows(PixelSource src, const YuvTarget& dst, std::ptrdiff_t 
   });
 }
 
-template <class Steps, bool kLumaFirst>
+template <bool kLumaFirst>
 void SplitAll(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width, std::ptrdiff_t rows) {
-  InPairs(width, rows, [&](std::ptrdiff_t row, auto count, auto ask) ZEL_INLINE_LAMBDA {
-    SplitRows<Steps, kLumaFirst, count, ask>({src[row], src.pitch}, dst.From(row, 0), width);
+  InPairs(width, rows, [&](std::ptrdiff_t row, auto count, auto prefetch) ZEL_INLINE_LAMBDA {
+    SplitRows<kLumaFirst, count, prefetch>({src[row], src.pitch}, dst.From(row, 0), width);
   });
 }
 
@@ -575,12 +575,12 @@ template <class Steps>
 void Split(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width, std::ptrdiff_t rows,
            bool lumaFirst) {
   if (width < kPixels) return Steps::kNarrower.split(src, dst, width, rows, lumaFirst);
-  (lumaFirst ? SplitAll<Steps, true> : SplitAll<Steps, false>)(src, dst, width, rows);
+  (lumaFirst ? SplitAll<true> : SplitAll<false>)(src, dst, width, rows);
 }
 
-template <class Steps, bool kLumaFirst, int kRows>
+template <bool kLumaFirst, int kRows>
 ZEL_INLINE void MergeRows(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width) {
-  CoverWithLarge(width, kPixels, Head(dst[0], 2, width), [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
+  Cover<kLongStep>(width, kPixels, Head(dst[0], 2, width), [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
     const Reg chroma = ChromaPairs(src.u + x / 2, src.v + x / 2);
     for (int row = 0; row < kRows; ++row) {
       StorePacked<kLumaFirst>(dst[row] + 2 * x, Load(src.y + row * src.pitchY + x), chroma);
@@ -588,14 +588,14 @@ ZEL_INLINE void MergeRows(const YuvSource& src, PixelTarget dst, std::ptrdiff_t 
   });
 }
 
-template <class Steps, bool kLumaFirst>
+template <bool kLumaFirst>
 void MergeAll(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width, std::ptrdiff_t rows) {
-  InPairs(width, rows, [&](std::ptrdiff_t row, auto count, auto large) ZEL_INLINE_LAMBDA {
+  InPairs(width, rows, [&](std::ptrdiff_t row, auto count, auto prefetch) ZEL_INLINE_LAMBDA {
     const YuvSource pair = src.From(row, 0);
-    if (!large) return MergeRows<Steps, kLumaFirst, count>(pair, {dst[row], dst.pitch}, width);
-    // Next to nothing is computed, so that one row after the other pays sooner here.
-    MergeRows<Steps, kLumaFirst, 1>(pair, {dst[row], dst.pitch}, width);
-    MergeRows<Steps, kLumaFirst, 1>(SecondRow(pair), {dst[row + 1], dst.pitch}, width);
+    if (!prefetch) return MergeRows<kLumaFirst, count>(pair, {dst[row], dst.pitch}, width);
+    // There is little to compute, so one row at a time pays sooner.
+    MergeRows<kLumaFirst, 1>(pair, {dst[row], dst.pitch}, width);
+    MergeRows<kLumaFirst, 1>(SecondRow(pair), {dst[row + 1], dst.pitch}, width);
   });
 }
 
@@ -603,28 +603,38 @@ template <class Steps>
 void Merge(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width, std::ptrdiff_t rows,
            bool lumaFirst) {
   if (width < kPixels) return Steps::kNarrower.merge(src, dst, width, rows, lumaFirst);
-  (lumaFirst ? MergeAll<Steps, true> : MergeAll<Steps, false>)(src, dst, width, rows);
+  (lumaFirst ? MergeAll<true> : MergeAll<false>)(src, dst, width, rows);
+}
+
+/// Calls step(from, to) for every kPixels pixels of every row, whose pixels take kFrom bytes in
+/// `src` and kTo bytes in `dst`.
+template <int kFrom, int kTo, typename Step>
+ZEL_INLINE void InBlocks(PixelSource src, PixelTarget dst, std::ptrdiff_t width,
+                         std::ptrdiff_t rows, Step step) {
+  InRows(width, rows, [&](std::ptrdiff_t row, auto prefetch) ZEL_INLINE_LAMBDA {
+    Cover<kLongStep>(width, kPixels, kNoHead, [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
+      if (prefetch && PrefetchesAt(x)) {
+        Prefetch<kFrom, false>(src[row + 1] + kFrom * x);
+        Prefetch<kTo, true>(dst[row + 1] + kTo * x);
+      }
+      step(src[row] + kFrom * x, dst[row] + kTo * x);
+    });
+  });
 }
 
 template <class Steps, bool kLumaFirst>
 void PackedToBgr24All(PixelSource src, PixelTarget dst, std::ptrdiff_t width, std::ptrdiff_t rows) {
-  InRows(width, rows, [&](std::ptrdiff_t row, auto ask) ZEL_INLINE_LAMBDA {
-    CoverWithLarge(width, kPixels, kNoHead, [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
-      if (ask && AsksAt(x)) {
-        Ask<2, false>(src[row + 1] + 2 * x);
-        Ask<3, true>(dst[row + 1] + 3 * x);
-      }
-      const Reg first = Steps::LoadPacked24(src[row] + 2 * x);
-      const Reg second = Steps::LoadPacked24(src[row] + 2 * x + kRegBytes);
-      const Chroma chroma =
-          ChromaTerms<ToRgbExact>(Steps::template PackedChroma24<kLumaFirst>(first, second));
-      const auto luma = [](Reg v) ZEL_INLINE_LAMBDA {
-        return kLumaFirst ? And(v, Set16(0xff)) : ShiftRight16<8>(v);
-      };
-      Steps::StoreColors24(dst[row] + 3 * x,
-                           ColorsOf({luma(first), luma(second)}, TwiceHalves(chroma)));
-    });
-  });
+  const auto block = [](const std::uint8_t* from, std::uint8_t* to) ZEL_INLINE_LAMBDA {
+    const Reg first = Steps::LoadPacked24(from);
+    const Reg second = Steps::LoadPacked24(from + kRegBytes);
+    const Chroma chroma =
+        ChromaTerms<ToRgbExact>(Steps::template PackedChroma24<kLumaFirst>(first, second));
+    const auto luma = [](Reg v) ZEL_INLINE_LAMBDA {
+      return kLumaFirst ? And(v, Set16(0xff)) : ShiftRight16<8>(v);
+    };
+    Steps::StoreColors24(to, ColorsOf({luma(first), luma(second)}, TwiceHalves(chroma)));
+  };
+  InBlocks<2, 3>(src, dst, width, rows, block);
 }
 
 template <class Steps>
@@ -637,15 +647,9 @@ void PackedToBgr24(PixelSource src, PixelTarget dst, std::ptrdiff_t width, std::
 
 template <class Steps, bool kLumaFirst>
 void Bgr24ToPackedAll(PixelSource src, PixelTarget dst, std::ptrdiff_t width, std::ptrdiff_t rows) {
-  InRows(width, rows, [&](std::ptrdiff_t row, auto ask) ZEL_INLINE_LAMBDA {
-    CoverWithLarge(width, kPixels, kNoHead, [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
-      if (ask && AsksAt(x)) {
-        Ask<3, false>(src[row + 1] + 3 * x);
-        Ask<2, true>(dst[row + 1] + 2 * x);
-      }
-      Steps::template ToPackedBlock<kLumaFirst>(src[row] + 3 * x, dst[row] + 2 * x);
-    });
-  });
+  InBlocks<3, 2>(src, dst, width, rows,
+                 [](const std::uint8_t* from, std::uint8_t* to)
+                     ZEL_INLINE_LAMBDA { Steps::template ToPackedBlock<kLumaFirst>(from, to); });
 }
 
 template <class Steps>

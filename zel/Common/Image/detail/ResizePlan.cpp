@@ -7,6 +7,11 @@
 #include <new>
 
 namespace zel::image {
+namespace {
+
+constexpr unsigned kCacheLine = 64;
+
+}  // namespace
 
 bool Locate(const IMG_PARAM& image, RowOrder order, int pixelBytes, ImageRect* rect) {
   const std::int64_t left = std::int64_t{image.nLeft} * pixelBytes;
@@ -29,6 +34,15 @@ bool Locate(const IMG_PARAM& image, RowOrder order, int pixelBytes, ImageRect* r
   rect->width = image.nWidth;
   rect->height = image.nHeight;
   return true;
+}
+
+bool LargeEnough(const IMG_PARAM& dst) {
+  return dst.nWidth >= 2 && dst.nHeight >= 2;
+}
+
+bool LocateBoth(const IMG_PARAM& src, int srcBytes, const IMG_PARAM& dst, int dstBytes,
+                RowOrder order, ImageRect* from, ImageRect* to) {
+  return LargeEnough(dst) && Locate(src, order, srcBytes, from) && Locate(dst, order, dstBytes, to);
 }
 
 bool LocateChroma(const IMG_PARAM& image, ImageRect* rect) {
@@ -64,13 +78,13 @@ Axis Axis::ChromaSteps(std::int32_t source, std::int32_t count, std::int32_t ori
 Axis Axis::Proportional(std::int32_t source, std::int32_t count) {
   Axis axis = Steps(source, count);
   axis.kind_ = Kind::kProportional;
-  axis.exact_end_ = true;
+  axis.exactEnd_ = true;
   return axis;
 }
 
 Axis Axis::WithExactEnd() const {
   Axis axis = *this;
-  axis.exact_end_ = true;
+  axis.exactEnd_ = true;
   return axis;
 }
 
@@ -81,7 +95,7 @@ Axis Axis::Next() const {
 }
 
 Position Axis::At(std::int64_t i) const {
-  if (exact_end_ && i == count_ - 1) return {source_ - 1, 0};
+  if (exactEnd_ && i == count_ - 1) return {source_ - 1, 0};
   switch (kind_) {
     case Kind::kSteps: {
       const std::int64_t position = (i + ahead_) * step_;
@@ -102,64 +116,79 @@ Position Axis::At(std::int64_t i) const {
   return {static_cast<std::int32_t>(std::min<std::int64_t>(index, source_ - 1)), 0};
 }
 
-RowScaler::RowScaler(const ResizeKernels& kernels, const ImageRect& source, int pixelBytes,
-                     std::ptrdiff_t sourceStride)
-    : kernels_(kernels), source_(source), pixel_bytes_(pixelBytes), stride_(sourceStride) {}
+RowScaler::RowScaler(const ImageRect& source, int pixelBytes, std::ptrdiff_t sourceStride)
+    : source_(source), pixelBytes_(pixelBytes), stride_(sourceStride) {}
 
-bool RowScaler::Allocate(std::size_t padded) {
-  // Sizes of the arrays in the order of `take` below, each rounded up to a cache line.
-  const std::uint64_t pixel = static_cast<unsigned>(pixel_bytes_);
+// Bytes of the arrays, whole cache lines each, in the order in which they lie in memory.
+struct RowScaler::Sizes {
+  std::uint64_t offsets, weights, indices, bases, pairs, spare, rows[2], stage;
+
+  std::uint64_t Total() const {
+    return offsets + weights + indices + bases + pairs + spare + rows[0] + rows[1] + stage;
+  }
+};
+
+RowScaler::Sizes RowScaler::SizesFor(std::size_t padded) const {
+  const auto lines = [](std::uint64_t bytes) {
+    return (bytes + kCacheLine - 1) & ~std::uint64_t{kCacheLine - 1};
+  };
+  const std::uint64_t pixel = static_cast<unsigned>(pixelBytes_);
   const std::uint64_t columns = padded;
   const bool bilinear = method_ == Method::kBilinear;
-  const std::uint64_t outputs = columns * (bilinear ? 2 : 1);
-  const std::uint64_t strided = stride_ != pixel_bytes_ ? static_cast<unsigned>(source_.width) : 0;
-  std::uint64_t offsets = columns * sizeof(*offset_);
-  std::uint64_t weights =
-      bilinear ? columns * (pixel == 1 ? sizeof(*weight_) : sizeof(*weight4_)) : 0;
-  std::uint64_t indices = Window().group == 0 ? 0 : outputs;
-  std::uint64_t bases = Window().group == 0 ? 0 : outputs / Window().group * sizeof(*base_);
-  std::uint64_t pairs = bilinear ? outputs * pixel : 0;
-  std::uint64_t row = columns * pixel;
-  std::uint64_t kept = bilinear ? row : 0;
-  std::uint64_t stage = (strided + 2 * Window().width + 2) * pixel;
-  std::uint64_t total = 64;
-  for (std::uint64_t* size : {&offsets, &weights, &indices, &bases, &pairs, &row, &kept, &stage}) {
-    *size = (*size + 63) & ~std::uint64_t{63};
-    total += *size;
-  }
-  total += kept;
+  const std::uint64_t weight = !bilinear          ? 0
+                               : pixelBytes_ == 1 ? sizeof(*weight_)
+                                                  : sizeof(*weight4_);
+  const std::uint64_t outputs = columns * static_cast<unsigned>(PixelsPerColumn());
+  const ResizeWindow window = Window();
+  const bool windows = window.group != 0;
+  const std::uint64_t strided = stride_ != pixelBytes_ ? static_cast<unsigned>(source_.width) : 0;
+  const std::uint64_t row = lines(columns * pixel);
+  const std::uint64_t kept = bilinear ? row : 0;
+  return {.offsets = lines(columns * sizeof(*offset_)),
+          .weights = lines(columns * weight),
+          .indices = windows ? lines(outputs) : 0,
+          .bases = windows ? lines(outputs / window.group * sizeof(*base_)) : 0,
+          .pairs = bilinear ? lines(outputs * pixel) : 0,
+          .spare = row,
+          .rows = {kept, kept},
+          .stage = lines((strided + 2 * window.width + 2) * pixel)};
+}
 
-  unsigned char* at = inline_;
-  if (total > sizeof(inline_)) {
-    if (total > static_cast<std::uint64_t>(std::numeric_limits<std::ptrdiff_t>::max()))
-      return false;
-    heap_.reset(new (std::nothrow) unsigned char[static_cast<std::size_t>(total)]);
-    if (heap_ == nullptr) return false;
-    at = heap_.get() + (64 - reinterpret_cast<std::uintptr_t>(heap_.get()) % 64);
+// Returns aligned memory, or null if there is none.
+unsigned char* RowScaler::Allocate(std::uint64_t size) {
+  const std::uint64_t total = size + kCacheLine;
+  if (total <= sizeof(inline_)) return inline_;
+  if (total > static_cast<std::uint64_t>(std::numeric_limits<std::ptrdiff_t>::max())) {
+    return nullptr;
   }
-  const auto take = [&at](std::uint64_t size) {
-    unsigned char* p = at;
-    at += size;
+  heap_.reset(new (std::nothrow) unsigned char[static_cast<std::size_t>(total)]);
+  if (heap_ == nullptr) return nullptr;
+  const auto address = reinterpret_cast<std::uintptr_t>(heap_.get());
+  return heap_.get() + (kCacheLine - address % kCacheLine);
+}
+
+void RowScaler::HandOut(unsigned char* memory, const Sizes& sizes) {
+  const auto take = [&memory](std::uint64_t size) {
+    unsigned char* p = memory;
+    memory += size;
     return static_cast<void*>(p);
   };
-  offset_ = static_cast<std::int32_t*>(take(offsets));
-  void* weight = take(weights);
+  offset_ = static_cast<std::int32_t*>(take(sizes.offsets));
+  void* weight = take(sizes.weights);
   weight_ = static_cast<std::int16_t*>(weight);
   weight4_ = static_cast<std::uint64_t*>(weight);
-  index_ = static_cast<std::uint8_t*>(take(indices));
-  base_ = static_cast<std::int32_t*>(take(bases));
-  columns_.pairs = static_cast<unsigned char*>(take(pairs));
-  spare_ = static_cast<unsigned char*>(take(row));
-  rows_[0] = static_cast<unsigned char*>(take(kept));
-  rows_[1] = static_cast<unsigned char*>(take(kept));
-  stage_ = static_cast<unsigned char*>(take(stage));
-  return true;
+  index_ = static_cast<std::uint8_t*>(take(sizes.indices));
+  base_ = static_cast<std::int32_t*>(take(sizes.bases));
+  columns_.pairs = static_cast<unsigned char*>(take(sizes.pairs));
+  spare_ = static_cast<unsigned char*>(take(sizes.spare));
+  for (int i = 0; i < 2; ++i) rows_[i] = static_cast<unsigned char*>(take(sizes.rows[i]));
+  stage_ = static_cast<unsigned char*>(take(sizes.stage));
 }
 
 void RowScaler::FillColumns(const Axis& columns, std::size_t padded) {
   const bool bilinear = method_ == Method::kBilinear;
   const std::size_t count = columns_.count;
-  identical_ = stride_ == pixel_bytes_;
+  identical_ = stride_ == pixelBytes_;
   for (std::size_t c = 0; c < padded; ++c) {
     Position p = columns.At(static_cast<std::int64_t>(std::min(c, count - 1)));
     identical_ =
@@ -167,12 +196,12 @@ void RowScaler::FillColumns(const Axis& columns, std::size_t padded) {
     if (bilinear) {
       // The last pixel has no right neighbour. It becomes the right neighbour of the one before it.
       if (p.index + 1 >= reach_) p = {p.index - 1, 4096};
-      constexpr std::uint64_t colours = 0x000100010001U;
-      constexpr std::uint64_t all = 0x0001000100010001U;
-      if (pixel_bytes_ == 1) {
+      constexpr std::uint64_t kColours = 0x000100010001U;
+      constexpr std::uint64_t kAll = 0x0001000100010001U;
+      if (pixelBytes_ == 1) {
         weight_[c] = static_cast<std::int16_t>(p.weight);
       } else {
-        weight4_[c] = static_cast<std::uint64_t>(p.weight) * (p.weight == 4096 ? all : colours);
+        weight4_[c] = static_cast<std::uint64_t>(p.weight) * (p.weight == 4096 ? kAll : kColours);
       }
     }
     offset_[c] = p.index;
@@ -213,14 +242,17 @@ void RowScaler::FillWindows() {
 }
 
 bool RowScaler::Prepare(const Axis& columns, Method method) {
-  constexpr std::size_t pad = ResizeColumns::kColumnPad;
+  constexpr std::size_t kPad = ResizeColumns::kColumnPad;
   method_ = method;
   columns_.count = static_cast<unsigned>(columns.count());
-  const std::size_t padded = (columns_.count + pad - 1) & ~(pad - 1);
-  if (!Allocate(padded)) return false;
+  const std::size_t padded = (columns_.count + kPad - 1) & ~(kPad - 1);
+  const Sizes sizes = SizesFor(padded);
+  unsigned char* memory = Allocate(sizes.Total());
+  if (memory == nullptr) return false;
+  HandOut(memory, sizes);
 
   reach_ = source_.width;
-  staged_ = stride_ != pixel_bytes_;
+  staged_ = stride_ != pixelBytes_;
   if (method == Method::kBilinear && source_.width == 1) {
     reach_ = 2;  // In a copy, where the one pixel stands twice.
     staged_ = true;
@@ -239,9 +271,9 @@ bool RowScaler::Prepare(const Axis& columns, Method method) {
 const unsigned char* RowScaler::SourceRow(std::int64_t y) {
   const unsigned char* source = source_.Row(y);
   if (!staged_) return source;
-  const std::size_t pixel = static_cast<unsigned>(pixel_bytes_);
+  const std::size_t pixel = static_cast<unsigned>(pixelBytes_);
   const std::size_t width = static_cast<unsigned>(source_.width);
-  if (stride_ == pixel_bytes_) {
+  if (stride_ == pixelBytes_) {
     std::memcpy(stage_, source, width * pixel);
   } else {
     for (std::size_t x = 0; x < width; ++x)
@@ -251,21 +283,28 @@ const unsigned char* RowScaler::SourceRow(std::int64_t y) {
   return stage_;
 }
 
+// Returns source row y, scaled. Row `other`, if it is one of the two rows kept, stays.
 const unsigned char* RowScaler::Row(std::int64_t y, std::int64_t other) {
   if (identical_) return source_.Row(y);
   for (int slot = 0; slot < 2; ++slot) {
-    if (row_of_[slot] == y) return rows_[slot];
+    if (rowOf_[slot] == y) return rows_[slot];
   }
-  const int slot = row_of_[0] == other ? 1 : 0;
-  row_of_[slot] = y;
+  const int slot = rowOf_[0] == other ? 1 : 0;
+  rowOf_[slot] = y;
   unsigned char* row = rows_[slot];
-  (pixel_bytes_ == 1 ? kernels_.bilinear8 : kernels_.bilinear32)(columns_, SourceRow(y), row);
+  (pixelBytes_ == 1 ? kernels_.bilinear8 : kernels_.bilinear32)(columns_, SourceRow(y), row);
   return row;
+}
+
+RowPair RowScaler::Rows(const Position& p) {
+  const std::int64_t below = std::int64_t{p.index} + 1;
+  const unsigned char* top = Row(p.index, below);
+  return {top, p.weight == 0 ? top : Row(below, p.index)};
 }
 
 void RowScaler::WriteNearest(std::int64_t y, std::int32_t n, unsigned char* out) {
   const std::size_t count = static_cast<unsigned>(n);
-  const std::size_t pixel = static_cast<unsigned>(pixel_bytes_);
+  const std::size_t pixel = static_cast<unsigned>(pixelBytes_);
   if (identical_) {
     std::memcpy(out, source_.Row(y), count * pixel);
     return;
@@ -274,13 +313,13 @@ void RowScaler::WriteNearest(std::int64_t y, std::int32_t n, unsigned char* out)
   if (method_ == Method::kNearest) {
     ResizeColumns columns = columns_;
     columns.count = count;
-    (pixel_bytes_ == 1 ? kernels_.nearest8 : kernels_.nearest32)(columns, source, out);
+    (pixelBytes_ == 1 ? kernels_.nearest8 : kernels_.nearest32)(columns, source, out);
     return;
   }
   for (std::size_t c = 0; c < count; ++c) {
     const bool isNeighbour = (pixel == 1 ? weight_[c] : weight4_[c] & 0xFFFF) == 4096;
     std::memcpy(out + c * pixel,
-                source + static_cast<std::ptrdiff_t>(offset_[c] + isNeighbour) * pixel_bytes_,
+                source + static_cast<std::ptrdiff_t>(offset_[c] + isNeighbour) * pixelBytes_,
                 pixel);
   }
 }

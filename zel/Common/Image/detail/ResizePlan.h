@@ -33,6 +33,11 @@ enum class RowOrder { kTopDown, kBottomUp };
 /// Finds a rectangle of pixels of `pixelBytes` bytes. False if the buffer is null, the rectangle is
 /// empty, or the record shows that it leaves the buffer.
 bool Locate(const IMG_PARAM& image, RowOrder order, int pixelBytes, ImageRect* rect);
+/// Whether a destination has the 2 x 2 pixels that every routine needs.
+bool LargeEnough(const IMG_PARAM& dst);
+/// Finds the rectangles of a source and of a destination that is large enough.
+bool LocateBoth(const IMG_PARAM& src, int srcBytes, const IMG_PARAM& dst, int dstBytes,
+                RowOrder order, ImageRect* from, ImageRect* to);
 /// Finds the half-resolution rectangle of a chroma plane, from the luma pixel at its corner to the
 /// one at the opposite corner.
 bool LocateChroma(const IMG_PARAM& image, ImageRect* rect);
@@ -72,8 +77,14 @@ class Axis {
   std::int32_t source_ = 0;
   std::int32_t count_ = 0;
   std::int32_t origin_ = 0;
-  bool exact_end_ = false;
+  bool exactEnd_ = false;
   std::int32_t ahead_ = 0;
+};
+
+/// Two scaled rows, of equal address where the upper one alone counts.
+struct RowPair {
+  const unsigned char* top;
+  const unsigned char* bottom;
 };
 
 /// The horizontal pass: picks or interpolates the columns of source rows.
@@ -87,38 +98,44 @@ class RowScaler {
 
   /// @param sourceStride bytes from one source pixel to the next. The first `pixelBytes` (1 or 4)
   /// of them are scaled.
-  RowScaler(const ResizeKernels& kernels, const ImageRect& source, int pixelBytes,
-            std::ptrdiff_t sourceStride);
+  RowScaler(const ImageRect& source, int pixelBytes, std::ptrdiff_t sourceStride);
   RowScaler(const RowScaler&) = delete;
   RowScaler& operator=(const RowScaler&) = delete;
 
   /// Call it once, before anything else. False if there is no memory.
   bool Prepare(const Axis& columns, Method method);
 
-  /// Source row y, scaled. Row `other`, if it is one of the two rows kept, stays. Bilinear only.
-  const unsigned char* Row(std::int64_t y, std::int64_t other);
+  /// The scaled source rows that an output row at `p` lies between. Bilinear only.
+  RowPair Rows(const Position& p);
   /// Writes the first `n` columns of source row y, by nearest neighbour.
   void WriteNearest(std::int64_t y, std::int32_t n, unsigned char* out);
   /// The last pixel of source row y.
   const unsigned char* LastPixel(std::int64_t y) const {
     return source_.Row(y) + (source_.width - 1) * stride_;
   }
+  /// The kernels in use when it was made.
+  const ResizeKernels& kernels() const { return kernels_; }
   /// Room for one scaled row.
   unsigned char* spare() { return spare_; }
 
  private:
-  bool Allocate(std::size_t padded);
+  struct Sizes;
+
+  Sizes SizesFor(std::size_t padded) const;
+  unsigned char* Allocate(std::uint64_t size);
+  void HandOut(unsigned char* memory, const Sizes& sizes);
   void FillColumns(const Axis& columns, std::size_t padded);
   void FillWindows();
   bool WindowsFit(int windows) const;
   const unsigned char* SourceRow(std::int64_t y);
+  const unsigned char* Row(std::int64_t y, std::int64_t other);
 
-  ResizeWindow Window() const { return pixel_bytes_ == 1 ? kernels_.bytes : kernels_.pixels; }
+  ResizeWindow Window() const { return pixelBytes_ == 1 ? kernels_.bytes : kernels_.pixels; }
   int PixelsPerColumn() const { return method_ == Method::kBilinear ? 2 : 1; }
 
-  const ResizeKernels& kernels_;
+  const ResizeKernels& kernels_ = ActiveResizeKernels();
   const ImageRect source_;
-  const int pixel_bytes_;
+  const int pixelBytes_;
   const std::ptrdiff_t stride_;
   Method method_ = Method::kNearest;
   bool identical_ = false;  // Each column is its own source pixel: nothing to do.
@@ -136,26 +153,10 @@ class RowScaler {
   unsigned char* stage_ = nullptr;
   unsigned char* spare_ = nullptr;
   unsigned char* rows_[2] = {};
-  std::int64_t row_of_[2] = {-1, -1};
+  std::int64_t rowOf_[2] = {-1, -1};
 
   std::unique_ptr<unsigned char[]> heap_;
   alignas(64) unsigned char inline_[6144];
 };
-
-/// The routines of Resize.h and AlphaResize.h on given kernels, under names that say what they do.
-using ResizeRoutine = int(const ResizeKernels& kernels, const IMG_PARAM& src, const IMG_PARAM& dst);
-
-ResizeRoutine NearestBitmap32;
-ResizeRoutine BilinearBitmap32;
-ResizeRoutine NearestPlane8;
-ResizeRoutine BilinearBitmap8;
-ResizeRoutine NearestLuma;
-ResizeRoutine BilinearLuma;
-ResizeRoutine BoxLuma;
-ResizeRoutine NearestChroma;
-ResizeRoutine BilinearChroma;
-ResizeRoutine AlphaOverBitmap32;
-ResizeRoutine NearestMask;
-ResizeRoutine BilinearMask;
 
 }  // namespace zel::image

@@ -27,7 +27,7 @@ struct Steps : CommonSteps<avx2::kKernels> {
   }
   ZEL_INLINE static Reg MonoOfStereo(const short* in) {
     Reg first = Load(in), second = Load(in + kSamples);
-    // Left to itself, g++ loads both twice, which costs as much as all the rest.
+    // Without this, g++ loads both registers twice, which doubles the time.
     asm("" : "+v"(first), "+v"(second));
     const Reg left = Permute16(first, second, EverySecond(0));
     const Reg right = Permute16(first, second, EverySecond(1));

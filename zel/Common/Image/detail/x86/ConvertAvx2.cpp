@@ -32,17 +32,17 @@ struct Pixels : ShuffledPixels {
 
 // Pixels of 4 bytes are weighted as dwords. Two vectors have the even and the odd ones of 16
 // pixels, so that the chroma of a block is added up within a dword: fewer steps than with words,
-// whose factors need two parts each. Lane k of the even ones has pixels 4 k, 4 k + 2, 4 k + 8 and 4
-// k + 10.
+// whose factors need two parts each. Lane k of the even ones has pixels 4 k, 4 k + 2, 4 k + 8 and
+// 4 k + 10.
 
 /// The low words of `low`, the high words of `high`.
 ZEL_INLINE Reg JoinWords(Reg low, Reg high) {
   return _mm256_blend_epi16(low, high, 0xaa);
 }
 
-/// 8 pixels as pairs of words: blue and red, green twice, and blue and red less green. And, in low
-/// words only, 4 times green and up to 3, which is too little to reach the unit of what are
-/// multiples of 4 otherwise.
+/// 8 pixels as pairs of words: blue and red, green twice, and blue and red less green. `green4`
+/// holds 4 x green plus 0 to 3 in the low words. The excess is too small to change a sum of
+/// multiples of 4.
 struct Pixels8 {
   Reg blueRed, green, differences, green4;
 

@@ -1,8 +1,8 @@
-// Bytes go anywhere in one step here: for pixels of 3 bytes, pairs of channels and colour tables.
-// And products of pairs of words are added to dwords, which hold the weighted sums as they are.
+// One instruction permutes bytes across the register: for pixels of 3 bytes, pairs of channels and
+// colour tables. Another adds products of pairs of words to dwords, which hold whole weighted sums.
 //
-// Where 512-bit operations take two steps, those with three sources are the dearest. Hence there
-// are as few of them as possible, permutations of two vectors included.
+// On processors that split 512-bit operations, three-source instructions cost most. Use few of
+// them, permutations of two vectors included.
 #include "zel/detail/x86/Avx512Vbmi-inl.h"
 
 #include "zel/Common/Image/detail/x86/ImageX86.h"
@@ -265,7 +265,7 @@ struct Steps : Steps512 {
   ZEL_INLINE static void FromIndexedRows(PixelSource src, const YuvTarget& dst,
                                          std::ptrdiff_t width, const ColorTables& colors) {
     const Reg ones = Set8(1);
-    CoverWithLarge(width, kPixels, kNoHead, [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
+    Cover<kLongStep>(width, kPixels, kNoHead, [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
       Reg sumU = Zero(), sumV = sumU;
       for (int row = 0; row < kRows; ++row) {
         const Reg indexes = Load(src[row] + x);

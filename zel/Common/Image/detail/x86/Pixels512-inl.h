@@ -39,7 +39,7 @@ struct Pixels512 : ShuffledPixels {
   }
 };
 
-/// Exchanging bytes is all loads and stores, of which half as wide ones cross fewer cache lines.
+/// Swapping bytes is bound by loads and stores; half-width ones cross fewer cache lines.
 struct Steps512 : CommonSteps<Pixels512, avx2::kConvert> {
   static constexpr bool kSwapsNarrower = true;
 };
