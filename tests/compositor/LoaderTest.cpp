@@ -318,9 +318,22 @@ TEST_F(LoaderTest, CallsFromInsideAStreamReturn) {
   }
 }
 
+// A call that was made without the lock counts as well.
+TEST_F(LoaderTest, NoStreamIsDroppedInsideItsCall) {
+  const auto drop = [&] { EXPECT_EQ(host->compositor->SetInputAudioStream(nullptr), E_ZEL_STATE); };
+  input->onForward = input->onInfo = drop;
+  EXPECT_EQ(host->output->Forward(), 7);
+  EXPECT_EQ(host->compositor->AddByMediaStream(input.get()), S_OK);
+  EXPECT_EQ(host->compositor->SetInputAudioStream(input.get()), S_OK);
+  input->onForward = nullptr;
+  input->onInfo = nullptr;
+  EXPECT_EQ(host->compositor->SetInputAudioStream(nullptr), S_FALSE);
+}
+
 TEST_F(LoaderTest, TheEndInsideAStreamsCallIsAnError) {
-  input->onSample = [this] { *host = {}; };
+  input->onSample = input->onForward = [this] { *host = {}; };
   EXPECT_DEATH(host->output->GetSampleEx(), "inside a stream's call");
+  EXPECT_DEATH(host->output->Forward(), "inside a stream's call");
 }
 
 TEST_F(LoaderTest, PullingWhileOtherThreadsAddRemoveDelayAndSeek) {

@@ -53,6 +53,7 @@ class ScriptedStream : public Component<IMediaStream> {
   }
 
   HRESULT GetStreamInfo(IStreamInfo** ppInfo) override {
+    if (const auto hook = onInfo) hook();
     auto info = MakeComponent<CStreamInfo>(nullptr, nullptr);
     if (hasRecord) info->SetStreamInfo(&record);
     if (infoResult != E_FAIL) *ppInfo = info.Detach();
@@ -74,6 +75,7 @@ class ScriptedStream : public Component<IMediaStream> {
   }
   int Forward() override {
     Note("Forward");
+    if (const auto hook = onForward) hook();
     ++position;
     return 7;
   }
@@ -98,8 +100,8 @@ class ScriptedStream : public Component<IMediaStream> {
   HRESULT infoResult = S_OK;  ///< Of GetStreamInfo, which gives nothing with E_FAIL.
   std::atomic<long> position = -1;
   bool seekable = true;
-  std::function<void()> onSample, onSeek;  ///< What else happens inside the call.
-  Log* log;                                ///< Null: nothing is written down, nor allocated.
+  std::function<void()> onSample, onSeek, onForward, onInfo;  ///< What else happens in the call.
+  Log* log;  ///< Null: nothing is written down, nor allocated.
 
  private:
   template <class... Args>
