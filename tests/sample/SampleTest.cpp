@@ -224,8 +224,8 @@ TEST_F(SampleTest, RefusesFramesAndSizesThatCannotBe) {
   std::pair<Sample*, MEDIA_FRAME> cases[] = {
       {&audio, Frame(kSound, -1)},
       {&video, Frame(kSound, 4)},
-      {&video, Frame(kPicture, -1, 3)},
-      {&video, Frame(kPicture, 3, -1)},
+      {&video, Frame(kPicture, -1, 0)},
+      {&video, Frame(kPicture, 0, -1)},
       {&video, Frame(kPicture, 65536, 65536)},
       {&video, Frame(kBytes, -4)},
       {&video, Frame(kBitmap, 16, 0, nullptr)},
@@ -360,8 +360,7 @@ TEST_F(SampleTest, KeepsPacketTablesAndTexts) {
   EXPECT_STREQ(sample.GetSubStreamString(), L"\x1F600\x1F600");
   EXPECT_EQ(sample.SetSubStreamString(nullptr), S_OK);
   EXPECT_STREQ(sample.GetSubStreamString(), L"");
-  const auto make = [] { return Sample(kSound).GetRefCount() == 0; };
-  EXPECT_EQ(FailEachAllocation(make, [] {}), 2);
+  EXPECT_EQ(FailEachAllocation([] { return Sample(kSound).GetRefCount() == 0; }, [] {}), 2);
 }
 
 /// A pool that counts its references and remembers what came back.
@@ -414,6 +413,7 @@ TEST(SampleDeathTest, AssertsItsPreconditions) {
   Sample audio(kSound), other(kSound, 4), bitmap(kBitmap, 4);
   const MEDIA_FRAME sound = Frame(kSound, 4), unknown = Frame(3, 0);
   MEDIA_FRAME typeless{};
+  typeless.video.nImageFormat = kBytes;
   CZelSample none;
   EXPECT_DEATH(none.SetSampleSize(1), "`0'");
   none.FrameAttach(&typeless);
