@@ -314,7 +314,7 @@ TEST_F(ConverterMemory, FailedAllocationsLoseNothing) {
   for (const auto& f : kFormats) {
     Model model{f[0], f[1], f[2], f[3], 10};
     std::optional<CAudioConverter> c;
-    const auto make = [&] { return &c.emplace(f[0], f[1], f[2], f[3], 10) != nullptr; };
+    const auto make = [&] { return c.emplace(f[0], f[1], f[2], f[3], 10).GetValidSize() == 0; };
     EXPECT_GE(FailEachAllocation(make, [&] { EXPECT_FALSE(c); }), 2);
     for (const int n : {600, 3000}) {
       const auto expectOld = [&] { EXPECT_EQ(c->GetValidSize(), model.GetValidSize()); };

@@ -226,7 +226,7 @@ TEST_F(SampleTest, RefusesFramesAndSizesThatCannotBe) {
       {&video, Frame(kSound, 4)},
       {&video, Frame(kPicture, -1, 0)},
       {&video, Frame(kPicture, 0, -1)},
-      {&video, Frame(kPicture, 65536, 65536)},
+      {&video, Frame(kPicture, 131072, 131072)},
       {&video, Frame(kBytes, -4)},
       {&video, Frame(kBitmap, 16, 0, nullptr)},
       {&video, Frame(kBitmap, INT_MIN)},
