@@ -5,6 +5,7 @@
 
 #include "tests/support/Kernels.h"
 #include "zel/audio/IntermixAudio.h"
+#include "zel/audio/detail/AudioKernels.h"
 
 namespace {
 
@@ -148,6 +149,22 @@ TEST_F(IntermixTest, AbsurdlyManyInputs) {
     IntermixAudio(inputs.data(), count, 50, out.data());
     for (short s : out) ASSERT_LE(std::abs(s), 32767);
   }
+}
+
+// Counts are ints, and a mix may be as long as they reach.
+TEST_F(IntermixTest, TheHighestIndex) {
+  if (sizeof(void*) == 4) GTEST_SKIP() << "no room for so many samples";
+  const auto mix = [](Arena& arena, bool) {
+    constexpr int n = 1000, first = INT_MAX - n;
+    short* const in = arena.Buffer<short>(n);
+    std::fill_n(in, n, short{-30001});
+    const short* const from[] = {in - first};
+    short *const unity = arena.Buffer<short>(n), *const gain = arena.Buffer<short>(n);
+    const auto& kernels = zel::audio::ActiveKernels();
+    EXPECT_EQ(kernels.mixUnity({from, 1}, first, INT_MAX, unity - first), INT_MAX);
+    EXPECT_EQ(kernels.mixGain({from, 1}, first, INT_MAX, 0.75, 0, gain - first), INT_MAX);
+  };
+  ASSERT_TRUE(SameAtEveryLevel(1, mix));
 }
 
 }  // namespace
