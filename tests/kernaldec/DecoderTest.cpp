@@ -318,7 +318,8 @@ TEST(Decoder, OpensStreamsByTheirIds) {
   chosen.stream->Forward();
   EXPECT_EQ(chosen.Frame()->audio.nSampleRate, 48000);
   EXPECT_EQ(chosen.stream->ChangeStream(1), E_INVALIDARG) << "not in this program";
-  for (const auto& [program, stream] : {std::pair{7U, 0x70001U}, {3U, 0x70003U}, {1U, 0x10001U}}) {
+  for (const auto& [program, stream] :
+       {std::pair{7U, 0x70001U}, {7U, 0x30003U}, {3U, 0x70003U}, {1U, 0x10001U}}) {
     selection.programId = program;
     selection.streamId = stream;
     EXPECT_FALSE(OpenFile(Path("two.ts"), &selection));

@@ -52,8 +52,8 @@ class Waves(Case):
         self.assertEqual((chart.width, chart.height), (464, 400))
         lanes = chart.lanes()
         self.assertEqual(len(lanes), 3)
-        for x, lane, spread, power in ((50, 0, 1, 0.707), (300, 0, 0.25, 0.177), (50, 1, 0.5, 0.5), (300, 1, 0, 0),
-                                       (100, 2, 0.61, 0.61)):
+        for x, lane, spread, power in ((50, 0, 1, 0.707), (300, 0, 0.25, 0.177), (50, 1, 0.5, 0.5), (100, 1, 0.5, 0.5),
+                                       (300, 1, 0, 0), (100, 2, 0.61, 0.61)):
             for wanted, *kinds in ((spread, RANGE, POWER), (power, POWER)):
                 got = chart.spread(LEFT + x + 2, lanes[lane], *kinds)
                 self.assertAlmostEqual(got, wanted, delta=4.5 / (lanes[lane][1] - lanes[lane][0]), msg=(x, lane))
