@@ -71,8 +71,10 @@ const AVCodecParameters& DisplayOrder::parameters() const {
 }
 
 void DisplayOrder::Add(AVPacket* packet) {
-  // A packet that the filter does not understand is none that it has to change.
-  if (av_bsf_send_packet(unpacker_.get(), packet) < 0) return AddPicture(packet);
+  // To the filter, an empty packet is the end.
+  if (packet->size == 0 || av_bsf_send_packet(unpacker_.get(), packet) < 0) {
+    return AddPicture(packet);
+  }
   TakeUnpacked();
 }
 

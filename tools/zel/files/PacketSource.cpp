@@ -79,8 +79,11 @@ void PacketSource::Want(int index, bool wanted) {
 void PacketSource::ReadAsStored() {
   // What was read to find the streams has been filled already.
   auto stored = media::MediaFile::Open(path(), AVFMT_FLAG_NOFILLIN);
-  if (stored == nullptr || stored->format()->nb_streams != context().nb_streams) {
-    throw Failure(path(), "the file has changed while it was read");
+  if (stored == nullptr) throw Failure(path(), "cannot be opened once more");
+  if (stored->format()->nb_streams != context().nb_streams) {
+    throw Failure(
+        path(),
+        "the file is damaged, or has changed: its streams differ when it is read once more");
   }
   stored_ = std::move(stored);
   read_ = stored_.get();
