@@ -9,6 +9,7 @@
 #include <stdexcept>
 
 #include "zel/audio/detail/AudioKernels.h"
+#include "zel/detail/Inline.h"
 
 namespace {
 
@@ -110,6 +111,16 @@ struct CAudioConverter::Work {
   AlignedSamples queue;
 
  private:
+  // What n input samples become: `mixed` samples in output channels, then `made` at the output
+  // rate.
+  struct Lengths {
+    int frames;  // Whole input frames; counts only if channels change.
+    int mixed, made;
+  };
+
+  Lengths Count(const CAudioConverter& c, int n) const;
+  void Resample(const CAudioConverter& c, const short* data, int n, const Lengths& lengths,
+                short* out);
   int MixInto(const short* data, int n, int frames, int outSamples, short* out) const;
   void ReserveArea(std::int64_t inSamples);
   PositionTable& FindTable(int n, int t, int frames);
@@ -234,51 +245,62 @@ void CAudioConverter::Work::Interpolate(const PositionTable& table, int first, i
   }
 }
 
-int CAudioConverter::Work::Convert(CAudioConverter& c, const short* data, int n, int capacity) {
-  // n input samples become `mixed` samples in output channels, then `made` at the output rate.
-  int frames = 0, mixed = n;  // (`frames` counts only if channels change.)
+ZEL_INLINE CAudioConverter::Work::Lengths CAudioConverter::Work::Count(const CAudioConverter& c,
+                                                                       int n) const {
+  Lengths lengths = {0, n, n};
   if (!sameChannels && !silent) {
-    frames = n / c.m_nInChannels;
-    const std::int64_t rest = n - frames * c.m_nInChannels;
-    mixed = CheckedInt(static_cast<std::int64_t>(frames) * c.m_nOutChannels +
-                       (rest == 0 ? 0 : rest * c.m_nOutChannels / c.m_nInChannels));
+    lengths.frames = n / c.m_nInChannels;
+    const std::int64_t rest = n - lengths.frames * c.m_nInChannels;
+    lengths.mixed = CheckedInt(static_cast<std::int64_t>(lengths.frames) * c.m_nOutChannels +
+                               (rest == 0 ? 0 : rest * c.m_nOutChannels / c.m_nInChannels));
   }
-  int made = mixed;
+  lengths.made = lengths.mixed;
   if (!sameRate) {
-    const double exact = (c.m_dRemainder + mixed) / inPerOut + 0.5;
+    const double exact = (c.m_dRemainder + lengths.mixed) / inPerOut + 0.5;
     if (exact > INT_MAX) throw std::bad_alloc();
-    made = static_cast<int>(exact);
-    made -= made % c.m_nOutChannels;
+    lengths.made = static_cast<int>(exact);
+    lengths.made -= lengths.made % c.m_nOutChannels;
   }
+  return lengths;
+}
 
-  // Allocate everything before the first visible change.
-  capacity = GrownCapacity(capacity, n, std::int64_t{c.m_nValidSize} + made);
-  short* out = MakeRoom(c, made);
-  if (sameRate) {
-    MixInto(data, n, frames, made, out);
-  } else if (silent) {
-    std::memset(out, 0, Bytes(made));
-  } else {
-    const int outFrames = made / c.m_nOutChannels;
-    ReserveArea(mixed);
-    PositionTable* table = outFrames > 0 ? &FindTable(mixed, made, outFrames) : nullptr;
-    short* in = area_.get() + workChannels;
-    const int inSamples = MixInto(data, n, frames, mixed, in);
-    std::memset(in + inSamples, 0, Bytes(workChannels));
-    if (table != nullptr && table->t == made) {
-      Interpolate(*table, 0, outFrames, out);
-    } else if (table != nullptr) {
-      for (int first = 0; first < outFrames; first += kPieceFrames) {
-        const int piece = std::min(outFrames - first, kPieceFrames);
-        kernels.positions(first, piece, mixed, made, table->k.get(), table->f.get());
-        Interpolate(*table, 0, piece, out + static_cast<std::ptrdiff_t>(first) * c.m_nOutChannels);
-      }
+// The channel stage into the work area, then the rate stage to `out`. Keeps the last frame.
+ZEL_INLINE void CAudioConverter::Work::Resample(const CAudioConverter& c, const short* data, int n,
+                                                const Lengths& lengths, short* out) {
+  const int outFrames = lengths.made / c.m_nOutChannels;
+  ReserveArea(lengths.mixed);
+  PositionTable* table =
+      outFrames > 0 ? &FindTable(lengths.mixed, lengths.made, outFrames) : nullptr;
+  short* in = area_.get() + workChannels;
+  const int inSamples = MixInto(data, n, lengths.frames, lengths.mixed, in);
+  std::memset(in + inSamples, 0, Bytes(workChannels));
+  if (table != nullptr && table->t == lengths.made) {
+    Interpolate(*table, 0, outFrames, out);
+  } else if (table != nullptr) {
+    for (int first = 0; first < outFrames; first += kPieceFrames) {
+      const int piece = std::min(outFrames - first, kPieceFrames);
+      kernels.positions(first, piece, lengths.mixed, lengths.made, table->k.get(), table->f.get());
+      Interpolate(*table, 0, piece, out + static_cast<std::ptrdiff_t>(first) * c.m_nOutChannels);
     }
-    std::memmove(area_.get(), area_.get() + inSamples, Bytes(workChannels));
+  }
+  std::memmove(area_.get(), area_.get() + inSamples, Bytes(workChannels));
+}
+
+// Converts n samples to the end of the queue. Allocates everything before the first visible change.
+int CAudioConverter::Work::Convert(CAudioConverter& c, const short* data, int n, int capacity) {
+  const Lengths lengths = Count(c, n);
+  capacity = GrownCapacity(capacity, n, std::int64_t{c.m_nValidSize} + lengths.made);
+  short* out = MakeRoom(c, lengths.made);
+  if (sameRate) {
+    MixInto(data, n, lengths.frames, lengths.made, out);
+  } else if (silent) {
+    std::memset(out, 0, Bytes(lengths.made));
+  } else {
+    Resample(c, data, n, lengths, out);
   }
   c.m_nBufferSize = capacity;
-  c.m_dRemainder += mixed - made * inPerOut;
-  return made;
+  c.m_dRemainder += lengths.mixed - lengths.made * inPerOut;
+  return lengths.made;
 }
 
 CAudioConverter::CAudioConverter(int nInChannels, int nOutChannels, int nInSampleRate,
