@@ -124,6 +124,16 @@ const Contestant* GoalPeer(const Case& c, const std::vector<Contestant>& all) {
 
 }  // namespace
 
+void UseLevelNamed(const char* program, const std::string& name) {
+  const std::optional<Level> level = LevelFromName(name);
+  if (!level || !HasLevel(*level)) {
+    std::fprintf(stderr, "%s: this processor has no kernels of level '%s'\n", program,
+                 name.c_str());
+    std::exit(2);
+  }
+  UseLevel(*level);
+}
+
 void Comparison::Usage(int code) const {
   std::fprintf(code == 0 ? stdout : stderr,
                "Usage: %s [--filter TEXT] [--seconds S] [--json FILE] [--list]%s\n", program_,
@@ -147,12 +157,7 @@ Comparison::Comparison(std::string title, int argc, char** argv, Kernels kernels
     } else if (option == "--json") {
       json_ = value;
     } else if (option == "--level" && kernels_ == Kernels::kOfALevel) {
-      const std::optional<Level> level = LevelFromName(value);
-      if (!level || !HasLevel(*level)) {
-        std::fprintf(stderr, "%s: this processor has no kernels of level '%s'\n", program_, value);
-        std::exit(2);
-      }
-      UseLevel(*level);
+      UseLevelNamed(program_, value);
     } else if (option == "--seconds") {
       char* rest;
       seconds_ = std::strtod(value, &rest);

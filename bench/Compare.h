@@ -60,6 +60,10 @@ struct Case {
   Goal goal = {};
 };
 
+/// The option --level: puts our kernels of that level in use. Ends the program with a message and
+/// code 2 if this processor does not have it.
+void UseLevelNamed(const char* program, const std::string& name);
+
 /// Whether what a program measures has kernels of several levels.
 enum class Kernels { kNone, kOfALevel };
 

@@ -3,14 +3,17 @@
 // interleaved with the work itself.
 //
 //   pull_bench --benchmark_filter=Converter
+//   pull_bench --level avx2    (zel/detail/Level.h)
 
 #include <benchmark/benchmark.h>
 
 #include <chrono>
 #include <cstring>
 #include <random>
+#include <string_view>
 #include <vector>
 
+#include "bench/Compare.h"
 #include "zel/audio/AudioConverter.h"
 #include "zel/base/EntryPoints.h"
 #include "zel/base/Ids.h"
@@ -164,4 +167,16 @@ BENCHMARK_CAPTURE(Pull, silence_before_the_delay, 2, 44100, 1.0);
 
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  if (argc >= 3 && argv[1] == std::string_view("--level")) {
+    zel::bench::UseLevelNamed(argv[0], argv[2]);
+    argv[2] = argv[0];
+    argc -= 2;
+    argv += 2;
+  }
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  return 0;
+}
