@@ -18,7 +18,7 @@
 //
 //   Reg, Half, Lane          a register; half of one (its low 8 bytes, if a Half has 16); a lane
 //   Doubles                  a register of doubles, with the operators + - * /
-//   Flags                    the result of a comparison: And, Or, Any
+//   Flags                    the result of a comparison: Or, Any
 //   kMaskedAccess            whether a part of a register is as fast to access as a whole one
 //
 //   Load(p), Store(p, v)     a register at any address; LoadHalf, StoreHalf, LoadLane, StoreLane
@@ -27,7 +27,8 @@
 //   LoadBytesAs16(p)         unsigned bytes, each widened to 16 bits; LoadBytesAs32 to 32 bits
 //   LoadLanes(at)            lane i from at(i)
 //   Join(low, high)          of halves; Low(v), High(v) the other way
-//   EachLane(lane)           the same lane everywhere; MakeLane(b0 ... b15), LaneFrom32(dword)
+//   EachLane(lane)           the same lane everywhere; MakeLane(b0 ... b15), LaneFrom32(dword);
+//                            And(a, b) of lanes as well as of registers
 //   Set8, Set16, Set32, Set64(value)
 //
 //   Add8, Add16, Add32, Sub8, Sub16, Sub32, Mul16

@@ -124,7 +124,7 @@ void SpreadToSix(const short* in, int frames, short* out) {
       std::memcpy(&frame, in, sizeof(frame));
       v = LaneFrom32(frame);
     } else {
-      v = LoadLane(in) & mask;
+      v = And(LoadLane(in), mask);
     }
     StoreLane(out, v);
   }

@@ -46,6 +46,9 @@ ZEL_INLINE Half High(Reg v) {
 ZEL_INLINE Reg Join(Half low, Half high) {
   return _mm256_inserti128_si256(_mm256_castsi128_si256(low), high, 1);
 }
+ZEL_INLINE Lane And(Lane a, Lane b) {
+  return a & b;
+}
 ZEL_INLINE Reg LoadBytesAs16(const void* p) {
   return _mm256_cvtepu8_epi16(LoadHalf(p));
 }

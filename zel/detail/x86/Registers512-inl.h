@@ -53,6 +53,9 @@ ZEL_INLINE Reg LoadPart(const unsigned char* p, std::size_t n) {
 ZEL_INLINE void StorePart(unsigned char* p, Reg v, std::size_t n) {
   _mm512_mask_storeu_epi8(p, FirstBytes(n), v);
 }
+ZEL_INLINE Lane And(Lane a, Lane b) {
+  return a & b;
+}
 ZEL_INLINE Reg LoadBytesAs16(const void* p) {
   return _mm512_cvtepu8_epi16(LoadHalf(p));
 }
