@@ -606,25 +606,35 @@ void Merge(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width, std::ptr
   (lumaFirst ? MergeAll<true> : MergeAll<false>)(src, dst, width, rows);
 }
 
-template <class Steps, bool kLumaFirst>
-void PackedToBgr24All(PixelSource src, PixelTarget dst, std::ptrdiff_t width, std::ptrdiff_t rows) {
+/// Calls step(from, to) for every kPixels pixels of every row, whose pixels take kFrom bytes in
+/// `src` and kTo bytes in `dst`.
+template <int kFrom, int kTo, typename Step>
+ZEL_INLINE void InBlocks(PixelSource src, PixelTarget dst, std::ptrdiff_t width,
+                         std::ptrdiff_t rows, Step step) {
   InRows(width, rows, [&](std::ptrdiff_t row, auto prefetch) ZEL_INLINE_LAMBDA {
     CoverWithLarge(width, kPixels, kNoHead, [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
       if (prefetch && PrefetchesAt(x)) {
-        Prefetch<2, false>(src[row + 1] + 2 * x);
-        Prefetch<3, true>(dst[row + 1] + 3 * x);
+        Prefetch<kFrom, false>(src[row + 1] + kFrom * x);
+        Prefetch<kTo, true>(dst[row + 1] + kTo * x);
       }
-      const Reg first = Steps::LoadPacked24(src[row] + 2 * x);
-      const Reg second = Steps::LoadPacked24(src[row] + 2 * x + kRegBytes);
-      const Chroma chroma =
-          ChromaTerms<ToRgbExact>(Steps::template PackedChroma24<kLumaFirst>(first, second));
-      const auto luma = [](Reg v) ZEL_INLINE_LAMBDA {
-        return kLumaFirst ? And(v, Set16(0xff)) : ShiftRight16<8>(v);
-      };
-      Steps::StoreColors24(dst[row] + 3 * x,
-                           ColorsOf({luma(first), luma(second)}, TwiceHalves(chroma)));
+      step(src[row] + kFrom * x, dst[row] + kTo * x);
     });
   });
+}
+
+template <class Steps, bool kLumaFirst>
+void PackedToBgr24All(PixelSource src, PixelTarget dst, std::ptrdiff_t width, std::ptrdiff_t rows) {
+  const auto block = [](const std::uint8_t* from, std::uint8_t* to) ZEL_INLINE_LAMBDA {
+    const Reg first = Steps::LoadPacked24(from);
+    const Reg second = Steps::LoadPacked24(from + kRegBytes);
+    const Chroma chroma =
+        ChromaTerms<ToRgbExact>(Steps::template PackedChroma24<kLumaFirst>(first, second));
+    const auto luma = [](Reg v) ZEL_INLINE_LAMBDA {
+      return kLumaFirst ? And(v, Set16(0xff)) : ShiftRight16<8>(v);
+    };
+    Steps::StoreColors24(to, ColorsOf({luma(first), luma(second)}, TwiceHalves(chroma)));
+  };
+  InBlocks<2, 3>(src, dst, width, rows, block);
 }
 
 template <class Steps>
@@ -637,15 +647,9 @@ void PackedToBgr24(PixelSource src, PixelTarget dst, std::ptrdiff_t width, std::
 
 template <class Steps, bool kLumaFirst>
 void Bgr24ToPackedAll(PixelSource src, PixelTarget dst, std::ptrdiff_t width, std::ptrdiff_t rows) {
-  InRows(width, rows, [&](std::ptrdiff_t row, auto prefetch) ZEL_INLINE_LAMBDA {
-    CoverWithLarge(width, kPixels, kNoHead, [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
-      if (prefetch && PrefetchesAt(x)) {
-        Prefetch<3, false>(src[row + 1] + 3 * x);
-        Prefetch<2, true>(dst[row + 1] + 2 * x);
-      }
-      Steps::template ToPackedBlock<kLumaFirst>(src[row] + 3 * x, dst[row] + 2 * x);
-    });
-  });
+  InBlocks<3, 2>(src, dst, width, rows,
+                 [](const std::uint8_t* from, std::uint8_t* to)
+                     ZEL_INLINE_LAMBDA { Steps::template ToPackedBlock<kLumaFirst>(from, to); });
 }
 
 template <class Steps>
