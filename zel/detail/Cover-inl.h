@@ -1,5 +1,14 @@
-// Covering a row with registers, its end included, without a read or a write beyond it: Cover where
-// the same place may be made twice, CoverInPlace and CoverOnce where the output may be the input.
+// Covering a row with registers, its end included, without a read or a write beyond it.
+//
+//   Cover           the same place may be written twice. Rows of at least a step: shorter ones go
+//   to
+//                   the level below or to the plain kernel.
+//   CoverInPlace    the same, where the output may be the input
+//   CoverOnce       each byte is written once, the end through a part of a register. Rows of any
+//                   length.
+//   CoverPadded     the row's arrays are padded to whole steps
+//   CoverThenPlain  a step reaches beyond the items that it makes, must not be repeated, or may
+//                   fail: the plain kernel makes the end
 #pragma once
 
 #include "zel/detail/Registers-inl.h"
@@ -7,26 +16,26 @@
 namespace zel::ZEL_LEVEL {
 namespace {
 
+/// Whether Cover has one copy of the step or two. One is for long steps, where a second copy costs
+/// more than a test per step.
+constexpr bool kShortStep = false, kLongStep = true;
+
 /// Covers `count` items, at least `size`, with steps of `size`: calls step(x) for the first item of
 /// each. The last step starts early enough to end with the row and overlaps the one before. It must
 /// give the same again, so no step may read what another has written.
 /// If `head` is not 0, the second step starts there and overlaps the first.
-template <typename Count, typename Step>
+template <bool kLong = kShortStep, typename Count, typename Step>
 ZEL_INLINE void Cover(Count count, Count size, Count head, Step step) {
   if (head > 0) step(Count{0});
-  Count x = head;
-  for (; x < count - size; x += size) step(x);
-  step(count - size);
-}
-
-/// Like Cover, with one copy of the step. Use it where a second copy of a long step costs more than
-/// a test per step.
-template <typename Count, typename Step>
-ZEL_INLINE void CoverWithLarge(Count count, Count size, Count head, Step step) {
-  if (head > 0) step(Count{0});
-  for (Count x = head; x < count; x += size) {
-    if (x > count - size) x = count - size;
-    step(x);
+  if constexpr (kLong) {
+    for (Count x = head; x < count; x += size) {
+      if (x > count - size) x = count - size;
+      step(x);
+    }
+  } else {
+    Count x = head;
+    for (; x < count - size; x += size) step(x);
+    step(count - size);
   }
 }
 
@@ -75,6 +84,22 @@ inline void CoverOnce(std::size_t count, Step step) {
   std::size_t i = 0;
   for (; i + kRegBytes <= count; i += kRegBytes) step(i, Whole{});
   if (i < count) step(i, Part{count - i});
+}
+
+/// Calls step(x) for steps of `size` items. The last one may make items beyond `count`, for which
+/// the row's arrays have room.
+template <typename Count, typename Step>
+ZEL_INLINE void CoverPadded(Count count, Count size, Step step) {
+  for (Count x = 0; x < count; x += size) step(x);
+}
+
+/// Calls step(x) for steps of `size` items as long as `reach` items are left, which a step may
+/// access, and until a step returns false. Then returns rest(x) for the first item not made.
+template <typename Count, typename Step, typename Rest>
+ZEL_INLINE auto CoverThenPlain(Count count, Count size, Count reach, Step step, Rest rest) {
+  Count x = 0;
+  while (count - x >= reach && step(x)) x += size;
+  return rest(x);
 }
 
 }  // namespace

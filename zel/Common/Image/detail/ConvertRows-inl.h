@@ -415,7 +415,7 @@ ZEL_INLINE void StoreKept(std::uint8_t* p, Reg pixels) {
 template <class Steps, typename F, Fourth kFourth, int kRows, bool kPrefetch>
 ZEL_INLINE void ToRgbRows(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width) {
   const std::ptrdiff_t head = kFourth == Fourth::kNone ? 0 : Head(dst[0], 4, width);
-  CoverWithLarge(width, kPixels, head, [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
+  Cover<kLongStep>(width, kPixels, head, [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
     if (kPrefetch && PrefetchesAt(x)) {
       PrefetchPlanes<kFourth == Fourth::kAlpha, false>(src, x);
       if constexpr (kFourth == Fourth::kOpaque || kFourth == Fourth::kAlpha) {
@@ -474,7 +474,7 @@ void ToRgb(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width, std::ptr
 template <class Steps, typename F, int kBytes, bool kAlpha, int kRows, bool kPrefetch>
 ZEL_INLINE void FromRgbRows(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width) {
   const std::ptrdiff_t head = kBytes == 4 ? Head(src[0], 4, width) : 0;
-  CoverWithLarge(width, kPixels, head, [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
+  Cover<kLongStep>(width, kPixels, head, [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
     if (kPrefetch && PrefetchesAt(x)) {
       PrefetchPixels<kBytes, false>(src, x);
       PrefetchPlanes<kAlpha, true>(dst, x);
@@ -541,7 +541,7 @@ void FromIndexed(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width, st
 template <bool kLumaFirst, int kRows, bool kPrefetch>
 ZEL_INLINE void SplitRows(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width) {
   const Reg low = Set16(0xff);
-  CoverWithLarge(width, kPixels, Head(src[0], 2, width), [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
+  Cover<kLongStep>(width, kPixels, Head(src[0], 2, width), [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
     if (kPrefetch && PrefetchesAt(x)) {
       PrefetchPixels<2, false>(src, x);
       PrefetchPlanes<false, true>(dst, x);
@@ -580,7 +580,7 @@ void Split(PixelSource src, const YuvTarget& dst, std::ptrdiff_t width, std::ptr
 
 template <bool kLumaFirst, int kRows>
 ZEL_INLINE void MergeRows(const YuvSource& src, PixelTarget dst, std::ptrdiff_t width) {
-  CoverWithLarge(width, kPixels, Head(dst[0], 2, width), [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
+  Cover<kLongStep>(width, kPixels, Head(dst[0], 2, width), [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
     const Reg chroma = ChromaPairs(src.u + x / 2, src.v + x / 2);
     for (int row = 0; row < kRows; ++row) {
       StorePacked<kLumaFirst>(dst[row] + 2 * x, Load(src.y + row * src.pitchY + x), chroma);
@@ -612,7 +612,7 @@ template <int kFrom, int kTo, typename Step>
 ZEL_INLINE void InBlocks(PixelSource src, PixelTarget dst, std::ptrdiff_t width,
                          std::ptrdiff_t rows, Step step) {
   InRows(width, rows, [&](std::ptrdiff_t row, auto prefetch) ZEL_INLINE_LAMBDA {
-    CoverWithLarge(width, kPixels, kNoHead, [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
+    Cover<kLongStep>(width, kPixels, kNoHead, [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
       if (prefetch && PrefetchesAt(x)) {
         Prefetch<kFrom, false>(src[row + 1] + kFrom * x);
         Prefetch<kTo, true>(dst[row + 1] + kTo * x);

@@ -265,7 +265,7 @@ struct Steps : Steps512 {
   ZEL_INLINE static void FromIndexedRows(PixelSource src, const YuvTarget& dst,
                                          std::ptrdiff_t width, const ColorTables& colors) {
     const Reg ones = Set8(1);
-    CoverWithLarge(width, kPixels, kNoHead, [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
+    Cover<kLongStep>(width, kPixels, kNoHead, [&](std::ptrdiff_t x) ZEL_INLINE_LAMBDA {
       Reg sumU = Zero(), sumV = sumU;
       for (int row = 0; row < kRows; ++row) {
         const Reg indexes = Load(src[row] + x);
