@@ -8,7 +8,8 @@
 //                   length.
 //   CoverPadded     the row's arrays are padded to whole steps
 //   CoverThenPlain  a step reaches beyond the items that it makes, must not be repeated, or may
-//                   fail: the plain kernel makes the end
+//                   fail: the plain kernel makes the end. (MixUnityOf in AudioRows-inl.h has loops
+//                   of its own: its steps are of two sizes.)
 #pragma once
 
 #include "zel/detail/Registers-inl.h"

@@ -115,20 +115,24 @@ void SpreadToSix(const short* in, int frames, short* out) {
   constexpr int k2 = kIn > 2 ? -1 : 0, k3 = kIn > 3 ? -1 : 0;
   constexpr int k4 = kIn > 4 ? -1 : 0, k5 = kIn > 5 ? -1 : 0;
   const Lane mask = MakeLane(-1, -1, -1, -1, k2, k2, k3, k3, k4, k4, k5, k5, 0, 0, 0, 0);
-  for (; frames > kBehind; --frames, in += kIn, out += 6) {
+  const auto step = [=](int i) ZEL_INLINE_LAMBDA {
+    const short* const frame = in + kIn * i;
     Lane v;
     if constexpr (kIn == 1) {
-      v = LaneFrom32(static_cast<unsigned short>(*in) * 0x10001U);
+      v = LaneFrom32(static_cast<unsigned short>(*frame) * 0x10001U);
     } else if constexpr (kIn == 2) {
-      std::uint32_t frame;
-      std::memcpy(&frame, in, sizeof(frame));
-      v = LaneFrom32(frame);
+      std::uint32_t both;
+      std::memcpy(&both, frame, sizeof(both));
+      v = LaneFrom32(both);
     } else {
-      v = And(LoadLane(in), mask);
+      v = And(LoadLane(frame), mask);
     }
-    StoreLane(out, v);
-  }
-  plain::kKernels.channels[kIn - 1][2](in, frames, out);
+    StoreLane(out + 6 * i, v);
+    return true;
+  };
+  CoverThenPlain(frames, 1, kBehind + 1, step, [=](int i) {
+    plain::kKernels.channels[kIn - 1][2](in + kIn * i, frames - i, out + 6 * i);
+  });
 }
 
 // Rates -------------------------------------------------------------------------------------------
@@ -169,12 +173,15 @@ ZEL_INLINE Reg StereoSamples(const short* in, const std::int32_t* k, const doubl
 template <class Steps>
 ZEL_INLINE void InterpolateMany(const short* in, const std::int32_t* k, const double* f, int count,
                                 int channels, short* out) {
-  int i = 0;
-  for (; (count - i) * channels >= 8; ++i, out += channels) {
+  const auto step = [=](int i) ZEL_INLINE_LAMBDA {
     const short* from = in + static_cast<std::ptrdiff_t>(k[i]) * channels;
-    StoreLane(out, Steps::EightSamples(from, channels, f[i]));
-  }
-  plain::Interpolate(in, k + i, f + i, count - i, channels, out);
+    StoreLane(out + i * channels, Steps::EightSamples(from, channels, f[i]));
+    return true;
+  };
+  const int reach = (8 + channels - 1) / channels;  // Frames that a store touches.
+  CoverThenPlain(count, 1, reach, step, [=](int i) {
+    plain::Interpolate(in, k + i, f + i, count - i, channels, out + i * channels);
+  });
 }
 
 template <class Steps>
@@ -317,15 +324,17 @@ struct Gains {
 
 template <class Steps, bool kTwo>
 int MixGainOf(const MixInputs& in, int i, int end, double gain, double step, short* out) {
-  const int first = i;
   Gains gains(gain, step);
-  for (; end - i >= kSamples; i += kSamples) {
-    const Sums sums = gains.Scale(ExactSums<kTwo>(in, i));
-    if (!Steps::Fit(sums)) break;
-    Store(out + i, Pack16(sums.low, sums.high));
+  const auto mix = [&](int x) ZEL_INLINE_LAMBDA {
+    const Sums sums = gains.Scale(ExactSums<kTwo>(in, i + x));
+    if (!Steps::Fit(sums)) return false;
+    Store(out + i + x, Pack16(sums.low, sums.high));
     gains.Advance(kSamples * step);
-  }
-  return plain::MixGain(in, i, end, gain + (i - first) * step, step, out);
+    return true;
+  };
+  return CoverThenPlain(end - i, kSamples, kSamples, mix, [&](int x) {
+    return plain::MixGain(in, i + x, end, gain + x * step, step, out);
+  });
 }
 
 template <class Steps>

@@ -113,17 +113,20 @@ struct LaneSteps : Base {
   static void Mix(const short* in, int frames, short* out) {
     constexpr int kBlock = kSamples / kOut;  // Frames that make a register.
     constexpr int kApart = 8 / kOut;         // Frames from a lane to the next.
-    for (; frames >= kBlock + 2; frames -= kBlock, in += kBlock * kIn, out += kSamples) {
+    const auto step = [=](int x) ZEL_INLINE_LAMBDA {
       Reg m[kApart];
       for (int i = 0; i < kApart; ++i) {
-        m[i] = MixTerms<kIn, kOut>(LoadFrameLanes<kIn>(in + i * kIn, kApart));
+        m[i] = MixTerms<kIn, kOut>(LoadFrameLanes<kIn>(in + (x + i) * kIn, kApart));
       }
       if constexpr (kOut == 1) {
         for (int i = 0; i < 4; ++i) m[i] = AddPairs32(m[2 * i], m[2 * i + 1]);
       }
-      Store(out, PackTerms<kIn>(m));
-    }
-    plain::kKernels.channels[kIn - 1][kOut - 1](in, frames, out);
+      Store(out + x * kOut, PackTerms<kIn>(m));
+      return true;
+    };
+    CoverThenPlain(frames, kBlock, kBlock + 2, step, [=](int x) {
+      plain::kKernels.channels[kIn - 1][kOut - 1](in + x * kIn, frames - x, out + x * kOut);
+    });
   }
 };
 
