@@ -82,13 +82,14 @@ template <class Steps, int kWindows>
 ZEL_INLINE void Bilinear8Rows(const ResizeColumns& columns, const unsigned char* source,
                               unsigned char* out) {
   constexpr std::size_t kWords = kRegBytes / 2;
-  for (std::size_t c = 0, i = 0; c < columns.count; c += kRegBytes, i += 2) {
+  CoverPadded(columns.count, std::size_t{kRegBytes}, [&](std::size_t c) ZEL_INLINE_LAMBDA {
+    const std::size_t i = 2 * c / kRegBytes;
     const Reg first =
         Mix<Steps>(BytesOf<Steps, kWindows>(columns, source, i), Load(columns.weight + c));
     const Reg second = Mix<Steps>(BytesOf<Steps, kWindows>(columns, source, i + 1),
                                   Load(columns.weight + c + kWords));
     Store(out + c, PackInOrder(first, second));
-  }
+  });
 }
 
 template <class Steps>
@@ -107,14 +108,15 @@ template <class Steps, int kWindows>
 ZEL_INLINE void Bilinear32Rows(const ResizeColumns& columns, const unsigned char* source,
                                unsigned char* out) {
   constexpr std::size_t kStep = kRegBytes / 4;
-  for (std::size_t c = 0, i = 0; c < columns.count; c += kStep, i += 2) {
+  CoverPadded(columns.count, kStep, [&](std::size_t c) ZEL_INLINE_LAMBDA {
+    const std::size_t i = 2 * c / kStep;
     const Reg first = Mix<Steps>(Steps::PairChannels(PixelsOf<Steps, kWindows>(columns, source, i)),
                                  Load(columns.weight4 + c));
     const Reg second =
         Mix<Steps>(Steps::PairChannels(PixelsOf<Steps, kWindows>(columns, source, i + 1)),
                    Load(columns.weight4 + c + kStep / 2));
     Store(out + 4 * c, PackInOrder(first, second));
-  }
+  });
 }
 
 template <class Steps>
