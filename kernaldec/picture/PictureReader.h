@@ -13,9 +13,9 @@
 #include <deque>
 #include <memory>
 
-#include "kernaldec/picture/PictureClock.h"
 #include "media/Ffmpeg.h"
 #include "media/MediaFile.h"
+#include "media/PictureClock.h"
 
 namespace zel::kernaldec {
 
@@ -80,7 +80,7 @@ class PictureReader {
   const std::unique_ptr<media::MediaFile> file_;
   const int index_;
   const bool isBlocks_;  ///< See PictureClock.
-  PictureClock clock_;
+  media::PictureClock clock_;
   std::int64_t firstTime_ = 0;  ///< Of a first picture without a stored time, in the time base.
   /// How input_ is opened: by default without the time stamps that FFmpeg derives.
   int flags_ = AVFMT_FLAG_NOFILLIN;

@@ -253,13 +253,17 @@ TEST(Decoder, IsTheCompositorsTrackAndLeavesNothingBehind) {
   std::thread([] {}).join();  // ThreadSanitizer has a thread of its own from the first one on.
   const auto before = open();
   {
-    const Host host;
-    host.compositor->SetInputAudioStream(input.stream.get());
-    host.compositor->SetDelayTime(1);
-    ASSERT_EQ(host.compositor->AddByFileName(media::ToWide(Path("flac.mkv")).data()), S_OK);
+    Ref<IClassFactory> factory;
+    DllGetClassObject(CLSID_CAudioCompositor, IID_IClassFactory, factory.ReceiveVoid());
+    Ref<IAudioCompositor> compositor;
+    factory->CreateInstance(nullptr, IID_IAudioCompositor, compositor.ReceiveVoid());
+    const auto output = Obtain<IMediaStream>(compositor, &IAudioCompositor::GetOutPutAudioStream);
+    compositor->SetInputAudioStream(input.stream.get());
+    compositor->SetDelayTime(1);
+    ASSERT_EQ(compositor->AddByFileName(media::ToWide(Path("flac.mkv")).data()), S_OK);
     EXPECT_TRUE(ComesTrue([&] {
-      host.output->Seek(2, 1);
-      const MEDIA_FRAME_AUDIO& frame = host.output->GetSampleEx()->GetMediaFrame()->audio;
+      output->Seek(2, 1);
+      const MEDIA_FRAME_AUDIO& frame = output->GetSampleEx()->GetMediaFrame()->audio;
       const auto size = static_cast<std::size_t>(frame.nDataSize);
       return std::memcmp(frame.pData, &all[44100 * 4], size) == 0;
     }));

@@ -16,8 +16,8 @@ extern "C" {
 #include <libavcodec/bsf.h>
 }
 
-#include "kernaldec/picture/PictureClock.h"
 #include "media/Ffmpeg.h"
+#include "media/PictureClock.h"
 
 namespace zel::tool {
 
@@ -79,7 +79,7 @@ class DisplayOrder {
   void Finish(Picture* picture, std::int64_t time);
 
   Rule rule_;
-  kernaldec::PictureClock clock_;
+  media::PictureClock clock_;
   media::CodecContext codec_;  ///< What the parser tells. It decodes nothing.
   std::unique_ptr<AVCodecParserContext, CloseParser> parser_;
   std::unique_ptr<AVBSFContext, FreeFilter> unpacker_;

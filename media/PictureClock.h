@@ -13,7 +13,7 @@
 #include "media/Ffmpeg.h"
 #include "media/Ticks.h"
 
-namespace zel::kernaldec {
+namespace zel::media {
 
 /// Many containers do not store a time for each picture. Bare streams store none, program streams
 /// one per block of several pictures, AVI only the order of decoding. FFmpeg's demultiplexers fill
@@ -48,7 +48,7 @@ class PictureClock {
   /// True if any packet so far had a stored time.
   bool StoresTimes() const { return storesShowTimes_ || storesDecodeTimes_; }
   /// Total duration of the pictures since Lose whose time is unknown.
-  std::int64_t UntimedLength() const { return media::Rounded(untimedLength_); }
+  std::int64_t UntimedLength() const { return Rounded(untimedLength_); }
 
  private:
   long double Length(const AVCodecContext& codec, int repeatedFields) const;
@@ -71,4 +71,4 @@ class PictureClock {
   int doubts_ = 0;        ///< Consecutive stored times rejected.
 };
 
-}  // namespace zel::kernaldec
+}  // namespace zel::media

@@ -1,15 +1,15 @@
-#include "kernaldec/picture/PictureClock.h"
+#include "media/PictureClock.h"
 
 #include <algorithm>
 #include <cmath>
 
 #include "media/Ticks.h"
 
-namespace zel::kernaldec {
+namespace zel::media {
 namespace {
 
 // The longest picture. The sum of as many as a decoder holds back stays within kFarthest.
-constexpr std::int64_t kLongest = media::kFarthest >> 8;
+constexpr std::int64_t kLongest = kFarthest >> 8;
 // After this many stored times in a row, every packet is taken to have one.
 constexpr std::size_t kWithoutGaps = 8;
 // Consecutive stored times that may be rejected. One picture in fifty has a wrong time where blocks
@@ -89,12 +89,12 @@ bool PictureClock::Settle(const std::vector<std::int64_t>& times, bool isAll,
       continue;
     }
     if (last > 0) {
-      const std::int64_t step = media::Bounded(times[i]) - media::Bounded(times[last]);
+      const std::int64_t step = Bounded(times[i]) - Bounded(times[last]);
       hasGaps = hasGaps || step <= 0;
       const long double wanted = length * static_cast<long double>(i - last);
       if (hasGaps && std::fabs(static_cast<long double>(step) - wanted) <= length / 2) {
         hasGaps_ = true;
-        decodeTime_ = static_cast<long double>(media::Bounded(times[last])) -
+        decodeTime_ = static_cast<long double>(Bounded(times[last])) -
                       length * static_cast<long double>(last + 1);
         packetsSince_ = 0;
         return true;
@@ -118,7 +118,7 @@ void PictureClock::Check(AVPacket* packet, const AVCodecContext& codec) {
   // If a picture's start code crosses the border of two blocks, FFmpeg's parser gives it the time
   // of the second block, which belongs to the next picture: the time is one picture late. A real
   // gap stays that late, and is accepted after a few packets.
-  const auto time = static_cast<long double>(media::Bounded(packet->dts));
+  const auto time = static_cast<long double>(Bounded(packet->dts));
   bool isNext = false;
   if (hasGaps_ && decodeTime_ && doubts_ < kMostDoubts) {
     const long double length = DecodingLength(codec);
@@ -143,14 +143,14 @@ void PictureClock::Stamp(AVFrame* picture, const AVCodecContext& codec) {
       storesShowTimes_ && (isBlocks_ || showsOutOfOrder_ || codec.has_b_frames <= 0);
   std::optional<long double> time = end_;
   if (hasShowTimes) {
-    if (picture->pts != AV_NOPTS_VALUE) time = media::Bounded(picture->pts);
+    if (picture->pts != AV_NOPTS_VALUE) time = Bounded(picture->pts);
   } else if (picture->pkt_dts != AV_NOPTS_VALUE) {
     // The decoding time of the packet that made the decoder output the picture. By then the decoder
     // holds has_b_frames later pictures.
-    time = media::Bounded(picture->pkt_dts) - std::max(codec.has_b_frames, 0) * length;
+    time = Bounded(picture->pkt_dts) - std::max(codec.has_b_frames, 0) * length;
   }
-  picture->pts = time ? media::Rounded(*time) : AV_NOPTS_VALUE;
-  picture->pkt_duration = media::Rounded(length);
+  picture->pts = time ? Rounded(*time) : AV_NOPTS_VALUE;
+  picture->pkt_duration = Rounded(length);
   if (time) {
     end_ = *time + length;
   } else {
@@ -158,4 +158,4 @@ void PictureClock::Stamp(AVFrame* picture, const AVCodecContext& codec) {
   }
 }
 
-}  // namespace zel::kernaldec
+}  // namespace zel::media
