@@ -20,13 +20,13 @@ namespace {
 
 constexpr int kInputBuffer = 64 * 1024;
 
-// Demultiplexers that open the files named in theirs without asking the callback.
+// Demultiplexers that open the files their playlist names, without asking the callback.
 constexpr const char* kLists[] = {"concat", "sdp", "vobsub"};
 
 // A demultiplexer may ask to be called again. One that keeps asking is given up.
 constexpr int kMaxReadRetries = 1000;
 
-// Takes any text whose name ends in .txt, .nfo and the like for the recording of a terminal.
+// FFmpeg's `tty` format accepts any text file as a terminal recording.
 constexpr const char* kTextAsFilm = "tty";
 
 // Pixels of a picture that is decoded to find its format, in any file: 1920 x 1088, rounded up.
@@ -171,7 +171,7 @@ int MediaFile::ReadPacketOf(int index, AVPacket* packet) {
   }
 }
 
-/// Demultiplexers call this to open the files that theirs names.
+/// Demultiplexers call this to open files that their own file names.
 int MediaFile::RefuseFurtherFile(AVFormatContext* format, AVIOContext** io, const char* /*url*/,
                                  int /*flags*/, AVDictionary** /*options*/) {
   // The context that a demultiplexer makes for another file has the callback, but not `opaque`.

@@ -111,8 +111,8 @@ bool MatroskaIsCut(const Bytes& file) {
   const std::int64_t header = MatroskaSize(file, &at);
   if (header < 0 || file.Lacks(at, static_cast<std::uint64_t>(header))) return false;
   at += static_cast<std::uint64_t>(header);
-  constexpr std::uint64_t segment = 0x18538067;
-  if (file.Big(at, 4) != segment) return false;
+  constexpr std::uint64_t kSegment = 0x18538067;
+  if (file.Big(at, 4) != kSegment) return false;
   at += 4;
   const std::int64_t size = MatroskaSize(file, &at);
   return size >= 0 && file.Lacks(at, static_cast<std::uint64_t>(size));
@@ -120,9 +120,9 @@ bool MatroskaIsCut(const Bytes& file) {
 
 bool OggIsCut(const media::MediaFile& file) {
   // The last page is no larger than this, so it starts in the tail of that size.
-  constexpr std::uint64_t largest = 27 + 255 + 255 * 255;
+  constexpr std::uint64_t kLargest = 27 + 255 + 255 * 255;
   const auto size = static_cast<std::uint64_t>(file.size());
-  const std::uint64_t start = size > largest ? size - largest : 0;
+  const std::uint64_t start = size > kLargest ? size - kLargest : 0;
   std::string tail(size - start, '\0');
   file.ReadAt(start, tail.data(), tail.size());
   const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(tail[i]); };

@@ -238,7 +238,7 @@ StreamInfo DescribeStream(const AVFormatContext* format, const Program& program,
   info.channelIndex = -1;
   info.profileValue = codec.profile == FF_PROFILE_UNKNOWN ? 0 : codec.profile;
   info.levelValue = codec.level == FF_LEVEL_UNKNOWN ? 0 : codec.level;
-  // The exact count would take decoding. There are at least as many as pictures are reordered by.
+  // The exact count would take decoding. The reorder depth is a lower bound.
   info.maxBFrames = codec.video_delay;
   return info;
 }

@@ -46,8 +46,8 @@ bool PictureConverter::Scale(const AVFrame& picture, const ColourCoding& coding)
   // studio range.
   const int* matrix = sws_getCoefficients(SWS_CS_ITU601);
   const int range = coding.fullRange ? 1 : 0;
-  constexpr int one = 1 << 16;
-  sws_setColorspaceDetails(scaler_.get(), matrix, range, matrix, range, 0, one, one);
+  constexpr int kOne = 1 << 16;
+  sws_setColorspaceDetails(scaler_.get(), matrix, range, matrix, range, 0, kOne, kOne);
   return sws_scale(scaler_.get(), picture.data, picture.linesize, 0, picture.height, scaled_->data,
                    scaled_->linesize) == picture.height;
 }

@@ -122,9 +122,9 @@ void StudioColours::Apply(std::uint8_t* const planes[3], const int pitches[3], i
           line[x] = ToByte(lumaOfLuma_ * line[x] + shift);
         }
       }
-      constexpr std::int32_t middle = 128 * kOne + kHalf;
-      cbRow[column] = ToByte(cbOf_[0] * cb + cbOf_[1] * cr + middle);
-      crRow[column] = ToByte(crOf_[0] * cb + crOf_[1] * cr + middle);
+      constexpr std::int32_t kMiddle = 128 * kOne + kHalf;
+      cbRow[column] = ToByte(cbOf_[0] * cb + cbOf_[1] * cr + kMiddle);
+      crRow[column] = ToByte(crOf_[0] * cb + crOf_[1] * cr + kMiddle);
     }
   }
 }

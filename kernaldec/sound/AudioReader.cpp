@@ -113,7 +113,7 @@ bool AudioReader::Reopen() {
 }
 
 std::int64_t AudioReader::startPts() const {
-  return media::ToTicks(startTicks_, stream()->time_base);
+  return media::ToTicks(startStamp_, stream()->time_base);
 }
 
 std::int64_t AudioReader::timeStamp() const {
@@ -162,9 +162,9 @@ bool AudioReader::SeekByIndex(double seconds) {
   for (const double margin : {0.0, 2.0, 10.0}) {
     const double from = seconds - settle - margin;
     if (from <= 0) break;
-    const double tick = av_q2d(stream()->time_base);
-    const std::int64_t ticks = startTicks_ + media::Rounded(std::floor(from / tick));
-    if (av_seek_frame(file_->format(), index_, ticks, AVSEEK_FLAG_BACKWARD) < 0) break;
+    const double unit = av_q2d(stream()->time_base);
+    const std::int64_t stamp = startStamp_ + media::Rounded(std::floor(from / unit));
+    if (av_seek_frame(file_->format(), index_, stamp, AVSEEK_FLAG_BACKWARD) < 0) break;
     avcodec_flush_buffers(codec_.get());
     fromStart_ = false;
     inputEnded_ = false;
@@ -271,7 +271,7 @@ bool AudioReader::Place() {
 /// Starts the clock with the stream's first frame.
 void AudioReader::BeginStream(bool isStamped, std::int64_t stamp) {
   const std::int64_t declared = stream()->start_time;
-  startTicks_ = isStamped ? stamp : declared != AV_NOPTS_VALUE ? media::Bounded(declared) : 0;
+  startStamp_ = isStamped ? stamp : declared != AV_NOPTS_VALUE ? media::Bounded(declared) : 0;
   firstRate_ = frame_->sample_rate;
   NoteFormat();
   clock_ = {true, firstRate_, 0, 0};
@@ -320,11 +320,11 @@ void AudioReader::FollowStamp(std::int64_t stamp) {
 /// The first sample of a frame with time stamp `time`.
 std::int64_t AudioReader::Landing(long double time) const {
   const long double samples = time * firstRate_;
-  const long double ticks = static_cast<long double>(av_q2d(stream()->time_base)) * firstRate_;
-  if (ticks > 1 && gridStep_ > 0) {
+  const long double unit = static_cast<long double>(av_q2d(stream()->time_base)) * firstRate_;
+  if (unit > 1 && gridStep_ > 0) {
     const std::int64_t onGrid =
         gridPhase_ + gridStep_ * media::Rounded((samples - gridPhase_) / gridStep_);
-    if (std::fabs(samples - onGrid) <= ticks + 1) return onGrid;
+    if (std::fabs(samples - onGrid) <= unit + 1) return onGrid;
   }
   return media::Rounded(samples);
 }
@@ -337,7 +337,7 @@ bool AudioReader::SeeksExactly() const {
 
 long double AudioReader::ContainerTime(std::int64_t pts) const {
   const AVRational base = stream()->time_base;
-  return static_cast<long double>(pts - startTicks_) * base.num / base.den;
+  return static_cast<long double>(pts - startStamp_) * base.num / base.den;
 }
 
 long double AudioReader::FrameTime() const {

@@ -117,7 +117,7 @@ class AudioReader {
   std::uint64_t firstSpeakers_ = 0;
   int sourceBits_ = 0;
   bool sourceIsFloat_ = false;
-  std::int64_t startTicks_ = 0;  ///< In the stream's time base.
+  std::int64_t startStamp_ = 0;  ///< In the stream's time base.
   Clock clock_;
   std::int64_t position_ = 0;  ///< First sample of frame_, counted as Clock::samples.
   // Frames of equal size start on a grid. It gives the exact sample where a container's time stamps

@@ -115,10 +115,9 @@ int AudioStream::Forward() {
   // Right after a seek, the sample found is still to be read.
   if (std::exchange(sought_, false)) return 0;
   filled_ = false;
-  constexpr int shortOfMemory = -2;
-  const int result =
-      Guarded([&] { return reader_->Next() ? 0 : -1; }, shortOfMemory, shortOfMemory);
-  if (result == shortOfMemory) failure_ = kOutOfMemory;
+  constexpr int kNoMemory = -2;
+  const int result = Guarded([&] { return reader_->Next() ? 0 : -1; }, kNoMemory, kNoMemory);
+  if (result == kNoMemory) failure_ = kOutOfMemory;
   return result == 0 ? 0 : -1;
 }
 
@@ -135,8 +134,8 @@ double AudioStream::Seek(double seconds, int /*mode*/) {
 }
 
 HRESULT AudioStream::SetOutputChannels(int channels) {
-  constexpr int most = 8;
-  if (channels < 0 || channels > most) return E_INVALIDARG;
+  constexpr int kMost = 8;
+  if (channels < 0 || channels > kMost) return E_INVALIDARG;
   channels_ = channels;
   converter_.SetChannels(channels);
   filled_ = false;

@@ -74,11 +74,11 @@ bool PcmConverter::Prepare(const AVFrame& frame) {
   if (in.order == AV_CHANNEL_ORDER_UNSPEC) av_channel_layout_default(&in, in.nb_channels);
   av_channel_layout_default(&out, outChannels);
   // Both rates are the same; which one does not matter.
-  constexpr int anyRate = 48000;
+  constexpr int kAnyRate = 48000;
   SwrContext* swr = nullptr;
   const int made = swr_alloc_set_opts2(
-      &swr, &out, IsWide(frame) ? AV_SAMPLE_FMT_FLT : AV_SAMPLE_FMT_S16, anyRate, &in,
-      static_cast<AVSampleFormat>(frame.format), anyRate, 0, nullptr);
+      &swr, &out, IsWide(frame) ? AV_SAMPLE_FMT_FLT : AV_SAMPLE_FMT_S16, kAnyRate, &in,
+      static_cast<AVSampleFormat>(frame.format), kAnyRate, 0, nullptr);
   swr_.reset(swr);
   av_channel_layout_uninit(&in);
   av_channel_layout_uninit(&out);

@@ -18,10 +18,10 @@ std::int16_t Rounded(std::int16_t sample) {
 
 template <class Integer>
 std::int16_t RoundedInteger(Integer sample) {
-  constexpr int extra = 8 * sizeof(Integer) - 16;
-  const auto value = static_cast<std::int16_t>(sample >> extra);
+  constexpr int kExtra = 8 * sizeof(Integer) - 16;
+  const auto value = static_cast<std::int16_t>(sample >> kExtra);
   // The highest bit that is cut off says whether to round up.
-  const auto up = static_cast<std::int16_t>(sample >> (extra - 1) & (value != INT16_MAX ? 1 : 0));
+  const auto up = static_cast<std::int16_t>(sample >> (kExtra - 1) & (value != INT16_MAX ? 1 : 0));
   return static_cast<std::int16_t>(value + up);
 }
 
@@ -37,14 +37,14 @@ std::int16_t Rounded(std::int64_t sample) {
 /// @param unitsLast so large that in its sum with a smaller number, the last bit counts units
 template <class Bits, class Real>
 std::int16_t RoundedReal(Real sample, Real unitsLast) {
-  constexpr Bits full = std::bit_cast<Bits>(Real{1});
-  constexpr Bits infinite = std::bit_cast<Bits>(std::numeric_limits<Real>::infinity());
-  constexpr Bits sign = std::numeric_limits<Bits>::min();
+  constexpr Bits kFull = std::bit_cast<Bits>(Real{1});
+  constexpr Bits kInfinite = std::bit_cast<Bits>(std::numeric_limits<Real>::infinity());
+  constexpr Bits kSign = std::numeric_limits<Bits>::min();
   const Bits bits = std::bit_cast<Bits>(sample);
-  Bits size = bits & ~sign;
-  size = size > infinite ? 0 : size;  // No number.
-  size = size > full ? full : size;
-  const Real scaled = std::bit_cast<Real>(static_cast<Bits>(size | (bits & sign))) * 32768;
+  Bits size = bits & ~kSign;
+  size = size > kInfinite ? 0 : size;  // No number.
+  size = size > kFull ? kFull : size;
+  const Real scaled = std::bit_cast<Real>(static_cast<Bits>(size | (bits & kSign))) * 32768;
   const Bits value = std::bit_cast<Bits>(scaled + unitsLast) - std::bit_cast<Bits>(unitsLast);
   return static_cast<std::int16_t>(value - (value > INT16_MAX ? 1 : 0));
 }

@@ -33,11 +33,11 @@ struct Options {
 Point ParsePlace(const std::string& option, const std::string& text) {
   const auto pair = ParsePair(text, ',');
   if (!pair) throw UsageError(option + ": '" + text + "' is no place such as 20,-5");
-  constexpr int limit = 1'000'000;
+  constexpr int kLimit = 1'000'000;
   for (const int place : {pair->first, pair->second}) {
-    if (place < -limit || place > limit) {
+    if (place < -kLimit || place > kLimit) {
       throw UsageError(option + ": " + std::to_string(place) + " is not from " +
-                       std::to_string(-limit) + " to " + std::to_string(limit));
+                       std::to_string(-kLimit) + " to " + std::to_string(kLimit));
     }
   }
   return {pair->first, pair->second};

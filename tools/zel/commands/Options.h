@@ -23,7 +23,7 @@ struct OutputOptions {
   /// Adds --output, --overwrite and --quiet to `line`, which must not outlive this object.
   void AddTo(CommandLine* line);
   /// The same for other files than sound and video.
-  /// @param tells what the file's name tells, for the help text
+  /// @param tells what the suffix decides, for the help text
   /// @param silence what --quiet does, for the help text
   void AddTo(CommandLine* line, const std::string& tells,
              const std::string& silence = "No progress and no closing line");

@@ -52,7 +52,7 @@ std::int64_t Rescaled(std::int64_t time, AVRational from, AVRational to) {
   return media::Bounded(result);
 }
 
-/// The codec's own tag if `out` can store it, else 0, for which the muxer chooses one.
+/// The codec's own tag if `out` can store it, else 0: the muxer then chooses one.
 unsigned UsableTag(const AVOutputFormat& out, const AVCodecParameters& codec) {
   unsigned other = 0;
   const bool same = out.codec_tag == nullptr ||

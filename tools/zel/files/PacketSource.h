@@ -23,8 +23,8 @@ class PacketSource {
   /// The time stamp, in 100-ns units, at which the file begins: `first`, that of its first sound,
   /// or the time stamp of an earlier picture.
   std::int64_t BeginningWith(std::int64_t first) const;
-  /// Says why a file's decoder gave no stream of `type`. Reads the file to find out: afterwards
-  /// another stream may be wanted, and the position in the file is another one.
+  /// Says why a file's decoder gave no stream of `type`. Reads the file to find out, which changes
+  /// the wanted streams and the position.
   std::string WhyNone(AVMediaType type);
 
   /// True when the container does not store when each picture is shown: AVI and ASF store times of

@@ -60,11 +60,11 @@ std::span<const std::uint64_t> SpeakersOf(AVCodecID codec) {
 /// The same with side speakers for the back ones, or the other way round, where that keeps the
 /// order of the channels. 0: there is no such mask.
 std::uint64_t SidesExchanged(std::uint64_t speakers) {
-  constexpr std::uint64_t back = AV_CH_BACK_LEFT | AV_CH_BACK_RIGHT;
-  constexpr std::uint64_t side = AV_CH_SIDE_LEFT | AV_CH_SIDE_RIGHT;
-  const std::uint64_t pair = speakers & (back | side);
+  constexpr std::uint64_t kBack = AV_CH_BACK_LEFT | AV_CH_BACK_RIGHT;
+  constexpr std::uint64_t kSide = AV_CH_SIDE_LEFT | AV_CH_SIDE_RIGHT;
+  const std::uint64_t pair = speakers & (kBack | kSide);
   const bool between = (speakers & AV_CH_BACK_CENTER) != 0;
-  return (pair == back || pair == side) && !between ? speakers ^ back ^ side : 0;
+  return (pair == kBack || pair == kSide) && !between ? speakers ^ kBack ^ kSide : 0;
 }
 
 /// The first of `speakers` with `channels` channels; 0: there is none.

@@ -14,11 +14,11 @@ namespace {
 /// An entry of a display matrix, in units of 1 / 65,536, as -1, 0 or 1; nothing when it is not near
 /// any of them.
 std::optional<int> Direction(std::int32_t entry) {
-  constexpr std::int64_t one = 1 << 16;
-  constexpr std::int64_t slack = one / 16;
+  constexpr std::int64_t kOne = 1 << 16;
+  constexpr std::int64_t kSlack = kOne / 16;
   const std::int64_t size = std::abs(std::int64_t{entry});
-  if (size < slack) return 0;
-  if (size <= one - slack) return std::nullopt;
+  if (size < kSlack) return 0;
+  if (size <= kOne - kSlack) return std::nullopt;
   return entry > 0 ? 1 : -1;
 }
 

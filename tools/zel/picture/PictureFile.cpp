@@ -58,7 +58,7 @@ void Put(PendingFile* file, const std::string& path, const void* data, std::size
 }
 
 void PutBmp(PendingFile* file, const std::string& path, const PackedPicture& picture) {
-  constexpr std::uint32_t fileHeaderSize = 14;
+  constexpr std::uint32_t kFileHeaderSize = 14;
   tagBITMAPINFOHEADER info{};
   info.biSize = sizeof(info);
   info.biWidth = picture.width;
@@ -66,7 +66,7 @@ void PutBmp(PendingFile* file, const std::string& path, const PackedPicture& pic
   info.biPlanes = 1;
   info.biBitCount = 24;
   info.biSizeImage = static_cast<std::uint32_t>(picture.bytes.size());
-  const std::uint32_t offset = fileHeaderSize + info.biSize;
+  const std::uint32_t offset = kFileHeaderSize + info.biSize;
   const std::uint32_t numbers[] = {offset + info.biSizeImage, 0, offset};
   Put(file, path, "BM", 2);
   Put(file, path, numbers, sizeof(numbers));

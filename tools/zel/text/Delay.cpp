@@ -98,8 +98,8 @@ bool NamesNoNumber(std::string_view text) {
 
 std::string ClockText(double seconds, int decimals) {
   // A clock is of no use for longer times, which would also overflow the conversion.
-  constexpr double limit = 1e11;
-  if (!(std::fabs(seconds) < limit)) {
+  constexpr double kLimit = 1e11;
+  if (!(std::fabs(seconds) < kLimit)) {
     char plain[32];
     std::snprintf(plain, sizeof(plain), "%g s", seconds);
     return plain;
