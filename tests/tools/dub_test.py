@@ -4,12 +4,14 @@ import array
 import contextlib
 import ctypes
 import errno
+import fcntl
 import os
 import platform
 import pty
 import signal
 import struct
 import subprocess
+import time
 import unittest
 
 from support import (RATE, ZEL, Case, decode, ffmpeg, lavfi, long_wav, noise, probe, quality, read, read_wav, sine,
@@ -253,7 +255,18 @@ class Manners(Case):
             os.unlink("o.mka")
         # Where nothing helps, nothing is left.
         self.fails(("dub", "in.wav", "track.wav", "-o", "o.wav"), 1, "^zel: o.wav: Input/output error\n$",
-                   prepare=lambda: without(no_rename | no_links | {82: errno.EIO}))
+                   prepare=lambda: without(no_rename | no_links | {264: errno.EIO}))
+
+    def test_leftovers_of_killed_runs_go(self):
+        for name, old in ((".zel-0000000a", 99), (".zel-0000000b", 0), (".zel-0000000c", 99), (".zel-other", 99)):
+            write(name, b"")
+            os.utime(name, (time.time() - old,) * 2)
+        with open(".zel-0000000c", "rb") as in_use:
+            fcntl.flock(in_use, fcntl.LOCK_EX)
+            self.done("dub", "-q", "in.wav", "track.wav", "-o", "o.wav")
+        self.assertEqual(sorted(pending()), [".zel-0000000b", ".zel-0000000c", ".zel-other"])
+        for name in pending():
+            os.unlink(name)
 
     def test_names_are_names(self):
         names = ["-in.wav", "http:x.wav", "concat:in.wav|track.wav", "%d.wav", "ü\udcff 😀.wav", "a\nb.wav", "-.wav"]

@@ -182,8 +182,8 @@ void ConfineCalls() {
 #else
   constexpr unsigned kFlags = 0;
 #endif
-  check(seccomp_rule_add(filter.get(), SCMP_ACT_ERRNO(EPERM), SCMP_SYS(clone), 1,
-                         SCMP_CMP(kFlags, SCMP_CMP_MASKED_EQ, CLONE_THREAD, 0)));
+  const scmp_arg_cmp noThread{kFlags, SCMP_CMP_MASKED_EQ, CLONE_THREAD, 0};
+  check(seccomp_rule_add_array(filter.get(), SCMP_ACT_ERRNO(EPERM), SCMP_SYS(clone), 1, &noThread));
   check(seccomp_load(filter.get()));
 }
 #endif

@@ -11,12 +11,13 @@ namespace {
 
 // A signal handler must not take locks or follow objects that may be in the middle of a change, so
 // the name is a plain array.
-char g_file[PATH_MAX];
+int g_folder = -1;
+char g_file[NAME_MAX + 1];
 std::atomic<bool> g_hasFile = false;
 std::atomic<bool> g_lineToClear = false;
 
 extern "C" void EndBySignal(int signal) {
-  if (g_hasFile.load()) unlink(g_file);
+  if (g_hasFile.load()) unlinkat(g_folder, g_file, 0);
   if (g_lineToClear.load()) {
     [[maybe_unused]] const ssize_t written =
         write(STDERR_FILENO, kClearLine, sizeof(kClearLine) - 1);
@@ -39,10 +40,11 @@ void InstallSignalHandlers() {
   signal(SIGXFSZ, SIG_IGN);
 }
 
-void SetFileToRemove(const char* path) {
+void SetFileToRemove(int folder, const char* name) {
   g_hasFile = false;
-  if (path == nullptr) return;
-  std::strncpy(g_file, path, sizeof(g_file) - 1);
+  if (name == nullptr) return;
+  g_folder = folder;
+  std::strncpy(g_file, name, sizeof(g_file) - 1);
   g_hasFile = true;
 }
 

@@ -12,8 +12,9 @@ void InstallSignalHandlers();
 
 /// Sets the file that a handled signal removes, instead of the one set before; null for none.
 /// Hold signals from before the file exists until this has returned.
-/// @param path shorter than PATH_MAX; copied
-void SetFileToRemove(const char* path);
+/// @param folder the open folder of the file
+/// @param name shorter than NAME_MAX; copied
+void SetFileToRemove(int folder, const char* name);
 
 /// While set, a handled signal also clears the current line of standard error.
 void SetLineToClear(bool set);

@@ -1,7 +1,9 @@
 #include "tools/zel/files/PendingFile.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <linux/fs.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -11,7 +13,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <random>
+#include <string_view>
 
 #include "tools/zel/files/Interruption.h"
 #include "tools/zel/text/Failure.h"
@@ -27,28 +31,67 @@ Failure ExistsAlready(const std::string& path) {
   return {path, "exists already (--overwrite replaces it)"};
 }
 
-/// Renames a file, unless there is one of the name `target`: somebody may have made one meanwhile,
-/// and it must stay.
+/// Renames a file in `folder`, unless there is one of the name `target`: somebody may have made one
+/// meanwhile, and it must stay.
 /// @return 0 or an errno.
-int MoveToNewName(const char* file, const char* target) {
-  if (syscall(SYS_renameat2, AT_FDCWD, file, AT_FDCWD, target, RENAME_NOREPLACE) == 0) return 0;
+int MoveToNewName(int folder, const char* file, const char* target) {
+  if (syscall(SYS_renameat2, folder, file, folder, target, RENAME_NOREPLACE) == 0) return 0;
   if (errno == EEXIST) return EEXIST;
   // File systems without this call mostly have hard links.
-  if (link(file, target) == 0) {
-    unlink(file);
+  if (linkat(folder, file, folder, target, 0) == 0) {
+    unlinkat(folder, file, 0);
     return 0;
   }
   if (errno == EEXIST) return EEXIST;
   // All can create a file only where there is none. A signal before the rename would leave the
   // empty file behind.
   const SignalsHeld held;
-  const int placeholder = open(target, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  const int placeholder = openat(folder, target, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
   if (placeholder < 0) return errno;
   close(placeholder);
-  if (rename(file, target) == 0) return 0;
+  if (renameat(folder, file, folder, target) == 0) return 0;
   const int error = errno;
-  unlink(target);
+  unlinkat(folder, target, 0);
   return error;
+}
+
+/// True if `name` in `folder` is the open file.
+bool IsName(int folder, const char* name, int file) {
+  struct stat named = {};
+  struct stat opened = {};
+  return fstatat(folder, name, &named, AT_SYMLINK_NOFOLLOW) == 0 && fstat(file, &opened) == 0 &&
+         named.st_dev == opened.st_dev && named.st_ino == opened.st_ino;
+}
+
+/// True for names such as ".zel-0123abcd".
+bool IsPendingName(std::string_view name) {
+  return name.size() == 13 && name.starts_with(".zel-") &&
+         name.find_first_not_of("0123456789abcdef", 5) == std::string_view::npos;
+}
+
+/// Removes the pending files of runs that were killed: nobody holds their locks. A file is locked
+/// right after it was made, so young ones are left alone.
+void RemoveLeftovers(int folder) {
+  constexpr std::time_t kYoung = 10;  // seconds
+  const int listed = openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  DIR* const entries = listed >= 0 ? fdopendir(listed) : nullptr;
+  if (entries == nullptr) {
+    if (listed >= 0) close(listed);
+    return;
+  }
+  while (const dirent* entry = readdir(entries)) {
+    struct stat info = {};
+    if (!IsPendingName(entry->d_name)) continue;
+    const int file = openat(folder, entry->d_name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (file < 0) continue;
+    const bool isOurs = fstat(file, &info) == 0 && S_ISREG(info.st_mode) &&
+                        info.st_uid == geteuid() && std::time(nullptr) - info.st_mtime > kYoung;
+    if (isOurs && flock(file, LOCK_EX | LOCK_NB) == 0 && IsName(folder, entry->d_name, file)) {
+      unlinkat(folder, entry->d_name, 0);
+    }
+    close(file);
+  }
+  closedir(entries);
 }
 
 /// True for the errors of file systems that cannot sync.
@@ -61,13 +104,13 @@ std::string FolderOf(const std::string& file) {
   return name == 0 ? "." : file.substr(0, name);
 }
 
-/// Makes a new name in the folder of `file` survive a power failure. The file is complete and has
-/// its name: where the folder may not be read, or cannot be synced, that must do.
-void SyncFolder(const std::string& file) {
-  const int folder = open(FolderOf(file).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (folder < 0) return;
-  fsync(folder);
-  close(folder);
+/// Makes a new name in `folder` survive a power failure. The file is complete and has its name:
+/// where the folder may not be read, or cannot be synced, that must do.
+void SyncFolder(int folder) {
+  const int synced = openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (synced < 0) return;
+  fsync(synced);
+  close(synced);
 }
 
 /// Where a new file goes, and the mode that it gets.
@@ -135,34 +178,40 @@ Place FindPlace(const std::string& path, bool overwrite) {
 PendingFile::PendingFile(const std::string& path, bool overwrite)
     : path_(path), overwrite_(overwrite) {
   const Place place = FindPlace(path, overwrite);
-  target_ = place.target;
-  Create(place.folder, place.mode);
+  folder_ = open(place.folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+  if (folder_ < 0) throw SystemFailure(path, errno);
+  target_ = place.target.substr(place.target.rfind('/') + 1);
+  RemoveLeftovers(folder_);
+  Create(place.mode);
 }
 
 PendingFile::~PendingFile() {
+  if (!pending_.empty()) unlinkat(folder_, pending_.c_str(), 0);
+  SetFileToRemove(-1, nullptr);
   if (fd_ >= 0) close(fd_);
-  if (!pending_.empty()) unlink(pending_.c_str());
-  SetFileToRemove(nullptr);
+  if (folder_ >= 0) close(folder_);
 }
 
-void PendingFile::Create(const std::string& folder, unsigned mode) {
+void PendingFile::Create(unsigned mode) {
   std::random_device random;
   int error = EEXIST;
   while (fd_ < 0 && error == EEXIST) {
     char name[32];
-    std::snprintf(name, sizeof(name), "/.zel-%08x", random());
-    const std::string pending = folder + name;
-    if (pending.size() >= PATH_MAX) throw SystemFailure(path_, ENAMETOOLONG);
+    std::snprintf(name, sizeof(name), ".zel-%08x", random());
     // A signal between the two steps would leave the file behind.
     const SignalsHeld held;
-    fd_ = open(pending.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode | 0600);
+    fd_ = openat(folder_, name, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode | 0600);
     error = errno;
     if (fd_ < 0) continue;
-    SetFileToRemove(pending.c_str());
-    pending_ = pending;
+    SetFileToRemove(folder_, name);
+    pending_ = name;
   }
-  if (fd_ < 0) throw SystemFailure(path_, error);
-  // Some file systems have no modes.
+  if (fd_ < 0) {
+    close(folder_);  // No destructor follows.
+    throw SystemFailure(path_, error);
+  }
+  // Some file systems have no locks, some no modes.
+  flock(fd_, LOCK_EX | LOCK_NB);
   [[maybe_unused]] const int ignored = fchmod(fd_, mode);
 }
 
@@ -200,21 +249,28 @@ std::int64_t PendingFile::Size() const {
 void PendingFile::Commit() {
   // After a power failure, the name must not stand for data that never reached the disk.
   if (fsync(fd_) != 0 && !IsUnsyncable(errno)) throw SystemFailure(path_, errno);
+  if (!IsName(folder_, pending_.c_str(), fd_)) {
+    pending_.clear();  // Not ours to remove.
+    throw Failure(path_, "another program has replaced the file that was being written");
+  }
+  // Network file systems report a full disk when a file is closed. The lock stays until
+  // the file has its name.
+  const int locked = dup(fd_);
+  if (locked < 0) throw SystemFailure(path_, errno);
   const int closed = close(fd_);
-  fd_ = -1;
-  // Network file systems report a full disk only now.
+  fd_ = locked;
   if (closed != 0) throw SystemFailure(path_, errno);
   int error = 0;
   if (!overwrite_) {
-    error = MoveToNewName(pending_.c_str(), target_.c_str());
-  } else if (rename(pending_.c_str(), target_.c_str()) != 0) {
+    error = MoveToNewName(folder_, pending_.c_str(), target_.c_str());
+  } else if (renameat(folder_, pending_.c_str(), folder_, target_.c_str()) != 0) {
     error = errno;
   }
   if (error == EEXIST && !overwrite_) throw ExistsAlready(path_);
   if (error != 0) throw SystemFailure(path_, error);
   pending_.clear();
-  SetFileToRemove(nullptr);
-  SyncFolder(target_);
+  SetFileToRemove(-1, nullptr);
+  SyncFolder(folder_);
 }
 
 }  // namespace zel::tool

@@ -7,7 +7,9 @@
 namespace zel::tool {
 
 /// Writes to a file ".zel-XXXXXXXX" in the folder of the file that it will become. Commit gives it
-/// that name; until then nothing of that name changes. (A file system that can neither rename
+/// that name; until then nothing of that name changes. The folder stays open: renaming it, or
+/// putting another one in its place, changes nothing. Files that killed runs have left in it are
+/// removed. (A file system that can neither rename
 /// without replacing nor link gets an empty file of the name a moment before.) Without Commit the
 /// file is removed, by the destructor or by the signals of InstallSignalHandlers. At most one
 /// object exists at a time.
@@ -40,13 +42,14 @@ class PendingFile {
   void Commit();
 
  private:
-  void Create(const std::string& folder, unsigned mode);
+  void Create(unsigned mode);
 
   std::string path_;    ///< As the user wrote it.
-  std::string target_;  ///< Links resolved.
+  int folder_ = -1;     ///< Of the target, links resolved.
+  std::string target_;  ///< The name in that folder.
   bool overwrite_;
   std::string pending_;  ///< The name until Commit; empty when there is no such file.
-  int fd_ = -1;
+  int fd_ = -1;          ///< Locked, which tells others that the file is in use.
   int error_ = 0;
 };
 
