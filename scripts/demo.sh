@@ -4,8 +4,8 @@
 # Usage: scripts/demo.sh
 #            makes a clip and a track of its own in out/, dubs them and checks the result
 #        scripts/demo.sh INPUT TRACK [OUTPUT [DELAY [OPTION...]]]
-#            dubs your files; OUTPUT is INPUT's name with '.dubbed' in it by default, DELAY 0;
-#            the rest goes to `zel dub` as it stands (see `zel dub --help`)
+#            dubs your files; by default OUTPUT is INPUT's name with '.dubbed' in it, .mkv where zel does not write
+#            INPUT's container, and DELAY is 0; the rest goes to `zel dub` as it stands (see `zel dub --help`)
 set -euo pipefail
 project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build=$project/build/demo
@@ -37,7 +37,8 @@ if [ $# -ge 2 ]; then
   input=$1 track=$2
   name=$(basename -- "$input")
   case $name in
-    ?*.*) dubbed=${name%.*}.dubbed.${name##*.} ;;
+    ?*.mp4 | ?*.m4v | ?*.mov | ?*.m4a | ?*.mkv | ?*.mka | ?*.webm | ?*.wav | ?*.flac | ?*.og[ga] | ?*.opus | ?*.mp3)
+      dubbed=${name%.*}.dubbed.${name##*.} ;;
     *) dubbed=$name.dubbed.mkv ;;
   esac
   output=${3:-$(dirname -- "$input")/$dubbed}

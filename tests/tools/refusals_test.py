@@ -181,6 +181,7 @@ class Refusals(Case):
             for args in (("--help",), ("info", "in.wav"), ("info", "--json", "in.wav")):
                 self.assertEqual(zel(*args, stdout=full), (1, "", "zel: standard output: No space left on device\n"))
         unread, theirs = os.pipe()
+        self.fails(("info", "/dev/stdin"), 1, "^zel: /dev/stdin: not a regular file\n$", stdin=unread)
         os.close(unread)
         self.assertEqual(zel("info", "in.wav", stdout=theirs), (141, "", ""))
         os.close(theirs)

@@ -80,6 +80,7 @@ class TestLyingFiles(Case):
 
     def test_lies_are_failures(self):
         self.done("convert", "whole.m4a", "-o", "o.wav")
+        self.assertIn("the track has holes of 0:00:0", self.done("dub", "whole.m4a", "holes.mkv", "-o", "h.wav"))
         self.all_fail(1, """
             convert half.m4a -o @ : p.wav p.mp4 | the file ends after 1\\.
             dub whole.m4a half.m4a -o p.wav | half.m4a: the file ends after 1\\.

@@ -5,6 +5,7 @@
 #include <limits>
 #include <memory>
 #include <optional>
+#include <string_view>
 #include <vector>
 
 #include "tools/zel/commands/CommandLine.h"
@@ -38,6 +39,10 @@ struct Options {
   SelectionOptions trackSelection;
   bool dryRun = false;
 };
+
+constexpr std::string_view kAllOfIt = "all of it";
+// In seconds. Shorter ones come from time stamps that are not exact.
+constexpr double kShortestHole = 0.01;
 
 std::string LengthText(double seconds) {
   return seconds > 0 ? ClockText(seconds) : "unknown length";
@@ -132,7 +137,8 @@ class Dub {
     const double end = length > 0 ? start + length : std::numeric_limits<double>::infinity();
     const double trackEnd = trackLength > 0 ? std::max(options_.delay + trackLength, start)
                                             : std::numeric_limits<double>::infinity();
-    if (options_.delay >= end || trackEnd <= start) return "all of it: the track is never heard";
+    if (options_.delay >= end || trackEnd <= start)
+      return std::string(kAllOfIt) + ": the track is never heard";
     std::string text;
     if (options_.delay > start) {
       text = ClockText(start) + " to " + ClockText(options_.delay) + " (before the track)";
@@ -163,6 +169,7 @@ class Dub {
     const Ref<IAudioCompositor> compositor = MakeCompositor();
     const auto input = MakeComponent<SteadyStream>(input_.stream);
     const auto track = MakeComponent<SteadyStream>(track_.stream);
+    steadyTrack_ = track;
     const double delay = DelayOnAnInputSample();
     input->SplitAt(delay);
     track->RegroupFor(input_.format().sampleRate);
@@ -222,6 +229,13 @@ class Dub {
     std::string notes = track_.RoundingText();
     const std::string storage = StorageText(writer_->sound(), input_.format());
     if (!storage.empty()) AddToList(&notes, storage);
+    if (steadyTrack_->Holes() >= kShortestHole) {
+      AddToList(&notes, "the track has holes of " + ClockText(steadyTrack_->Holes()) + ", silent");
+    }
+    const double start =
+        static_cast<double>(input_.info->GetStartPTS() - origin_) / kTicksPerSecond;
+    const std::string silence = SilenceText(start, seconds, track_.info->GetLength());
+    if (silence.starts_with(kAllOfIt)) AddToList(&notes, "silent: " + silence);
     return Printable(options_.output.path) + ": sound of " + Printable(options_.input) +
            " replaced by " + Printable(options_.track) + " from " + ClockText(options_.delay) +
            ": " + std::to_string(frames) + " frames, " + progress.Summary(seconds) +
@@ -238,6 +252,7 @@ class Dub {
   const Container& container_;
   PacketSource source_;
   Ref<IMediaDecoderMgr> manager_;
+  Ref<SteadyStream> steadyTrack_;  ///< What the compositor reads of the track.
   DecodedSound input_;
   DecodedSound track_;
   SoundFormat fileFormat_ = {};  ///< The track's own format.

@@ -90,8 +90,11 @@ class Landlock {
       rule.allowed_access &= LANDLOCK_ACCESS_FS_READ_FILE | LANDLOCK_ACCESS_FS_WRITE_FILE;
       result = syscall(SYS_landlock_add_rule, rules_, LANDLOCK_RULE_PATH_BENEATH, &rule, 0);
     }
+    const int error = errno;
     close(place);
-    if (result != 0) FailSystem(path);
+    // Pipes and the like have no rules; the command refuses them anyway.
+    errno = error;
+    if (result != 0 && error != EBADFD) FailSystem(path);
   }
 
   void Enforce() {

@@ -41,6 +41,7 @@ double SteadyStream::Seek(double seconds, int mode) {
   timed_ = false;
   skew_ = 0;
   left_ = hole_ = 0;
+  holes_ = 0;
   converted_ = 0;
   drained_ = ended_ = false;
   waiting_ = true;
@@ -124,6 +125,7 @@ void SteadyStream::Cut() {
   if (quiet) {
     quiet_.assign(bytes, 0);  // The consumer may have written into it.
     hole_ -= count;
+    holes_ += static_cast<double>(count) / block_.audio.nSampleRate;
     Show(quiet_.data(), count);
     return;
   }
@@ -150,6 +152,7 @@ void SteadyStream::Group() {
     const std::int64_t quiet = std::min(hole_, missing);
     group_.resize(group_.size() + static_cast<std::size_t>(quiet * size));
     hole_ -= quiet;
+    holes_ += static_cast<double>(quiet) / block_.audio.nSampleRate;
     missing -= quiet;
     const std::int64_t loud = std::min(left_, missing);
     unsigned char* data = block_.audio.pData;

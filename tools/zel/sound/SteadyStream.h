@@ -43,6 +43,8 @@ class SteadyStream final : public Component<IMediaStream> {
   /// @param input not referenced: must live for as long as this stream is pulled.
   void PadFor(const SteadyStream* input) { padFor_ = input; }
 
+  /// How much of what was given since the last seek fills holes, in seconds.
+  double Holes() const { return holes_; }
   /// The longest frame so far, in seconds.
   double LongestFrame() const { return longest_; }
 
@@ -83,6 +85,7 @@ class SteadyStream final : public Component<IMediaStream> {
   bool drained_ = false;              ///< The inner stream has ended.
   bool ended_ = false;                ///< This one, too.
   double longest_ = 0;
+  double holes_ = 0;
 
   bool timed_ = false;          ///< base_ is known.
   std::int64_t base_ = 0;       ///< Time of sample 0, 100-ns units.
