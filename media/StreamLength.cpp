@@ -58,7 +58,6 @@ int TimedStreams(const AVFormatContext* format) {
 
 }  // namespace
 
-/// Finds a tag that states a fact about its stream. Some writers append a language ("BPS-eng").
 const AVDictionaryEntry* StatisticTag(const AVStream& stream, const std::string& key) {
   const AVDictionaryEntry* plain = av_dict_get(stream.metadata, key.c_str(), nullptr, 0);
   return plain != nullptr
@@ -66,7 +65,6 @@ const AVDictionaryEntry* StatisticTag(const AVStream& stream, const std::string&
              : av_dict_get(stream.metadata, (key + '-').c_str(), nullptr, AV_DICT_IGNORE_SUFFIX);
 }
 
-/// Rounds a length in seconds to microseconds, FFmpeg's own precision; negative ones become 0.
 double ToMicroseconds(double seconds) {
   return std::round(std::max(seconds, 0.0) * AV_TIME_BASE) / AV_TIME_BASE;
 }
@@ -95,14 +93,14 @@ DeclaredLength FindDeclaredLength(const MediaFile& file, int index) {
   const int rate = stream.codecpar->sample_rate;
   // Priming and padding that a decoder drops, and how far lengths that other programs wrote are
   // off.
-  constexpr long double slack = 0.25L;
+  constexpr long double kSlack = 0.25L;
   if (format->duration_estimation_method != AVFMT_DURATION_FROM_STREAM) return {};
   if (file.IsFormat("matroska")) {
     // FFmpeg gives every stream the length of the longest.
     const double tagged = TaggedLength(stream, Start(stream));
     if (tagged <= 0 && TimedStreams(format) > 1) return {};
     const double length = StreamLength(format, index);
-    return length > 0 ? DeclaredLength{length, slack} : DeclaredLength{};
+    return length > 0 ? DeclaredLength{length, kSlack} : DeclaredLength{};
   }
   if (stream.duration == AV_NOPTS_VALUE || stream.duration <= 0) return {};
   const long double length =
@@ -112,7 +110,7 @@ DeclaredLength FindDeclaredLength(const MediaFile& file, int index) {
   // The header in the first frame counts all frames, but encoders leave out some samples.
   if (file.IsFormat("mp3")) return {length, 0.1L};
   for (const char* name : {"mp4", "avi", "ogg", "caf"}) {
-    if (file.IsFormat(name)) return {length, slack};
+    if (file.IsFormat(name)) return {length, kSlack};
   }
   return {};
 }

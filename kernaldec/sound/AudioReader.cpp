@@ -350,15 +350,15 @@ void AudioReader::NotePacketLost() {
 }
 
 void AudioReader::NoteGap(long double missing) {
-  constexpr long double longestHole = static_cast<long double>(kLongestHole) / kTicksPerSecond;
+  constexpr long double kLongest = static_cast<long double>(kLongestHole) / kTicksPerSecond;
   constexpr long double most = 24 * 3600;
-  if (missing > 0 && missing <= longestHole) holes_ += missing;
+  if (missing > 0 && missing <= kLongest) holes_ += missing;
   // Consumers fill holes: a small file could make them write without end.
   const double length = media::StreamLength(file_->format(), index_);
   if (holes_ > most) {
     holesAreTooLong_ = true;
     Fail("the holes in its sound add up to more than 24 hours");
-  } else if (length > 0 && holes_ > length + longestHole) {
+  } else if (length > 0 && holes_ > length + kLongest) {
     holesAreTooLong_ = true;
     Fail("the holes in its sound are longer than the file says it is");
   }
