@@ -1,11 +1,10 @@
 // The module's two exports: one hands out the class factory of the decoder manager, the other tells
 // whether the module may be unloaded.
 
-#include <new>
-
 #include "kernaldec/Guard.h"
 #include "kernaldec/MediaDecoderMgr.h"
 #include "media/Ffmpeg.h"
+#include "zel/base/Component.h"
 #include "zel/base/EntryPoints.h"
 #include "zel/base/Ids.h"
 
@@ -22,21 +21,8 @@ void QuietFfmpeg() {
   static_cast<void>(done);
 }
 
-/// A static object without state: it is never destroyed, and its references are not counted.
-class ManagerFactory final : public IClassFactory {
+class ManagerFactory final : public Component<IClassFactory> {
  public:
-  HRESULT QueryInterface(const _GUID& riid, void** ppv) override {
-    if (ppv == nullptr) return E_POINTER;
-    *ppv = nullptr;
-    if (!ZelIsEqualGUID(riid, IID_IUnknown) && !ZelIsEqualGUID(riid, IID_IClassFactory)) {
-      return E_NOINTERFACE;
-    }
-    *ppv = static_cast<IClassFactory*>(this);
-    return S_OK;
-  }
-  ULONG AddRef() override { return 2; }
-  ULONG Release() override { return 1; }
-
   HRESULT CreateInstance(IUnknown* pUnkOuter, const _GUID& riid, void** ppv) override {
     if (ppv == nullptr) return E_POINTER;
     *ppv = nullptr;
@@ -64,8 +50,9 @@ HRESULT DllGetClassObject(const _GUID& rclsid, const _GUID& riid, void** ppv) {
   if (ppv == nullptr) return E_POINTER;
   *ppv = nullptr;
   if (!ZelIsEqualGUID(rclsid, CLSID_CMediaDecoderMgr)) return CLASS_E_CLASSNOTAVAILABLE;
-  static zel::kernaldec::ManagerFactory factory;
-  return factory.QueryInterface(riid, ppv);
+  return zel::kernaldec::Guarded([&] {
+    return zel::MakeComponent<zel::kernaldec::ManagerFactory>()->QueryInterface(riid, ppv);
+  });
 }
 
 /// @return S_FALSE, always: objects of the module may still live anywhere in the process

@@ -35,6 +35,10 @@ template <>
 struct InterfaceId<IMediaDecoderMgr> {
   static bool Equals(const _GUID& id) { return ZelIsEqualGUID(id, IID_IMediaDecoderMgr); }
 };
+template <>
+struct InterfaceId<IClassFactory> {
+  static bool Equals(const _GUID& id) { return ZelIsEqualGUID(id, IID_IClassFactory); }
+};
 /// A decoder has no id: the manager hands out this face.
 template <>
 struct InterfaceId<IMediaDecoder> {

@@ -1,8 +1,7 @@
 // Covering a row with registers, its end included, without a read or a write beyond it.
 //
 //   Cover           the same place may be written twice. Rows of at least a step: shorter ones go
-//   to
-//                   the level below or to the plain kernel.
+//                   to the level below or to the plain kernel.
 //   CoverInPlace    the same, where the output may be the input
 //   CoverOnce       each byte is written once, the end through a part of a register. Rows of any
 //                   length.
