@@ -147,6 +147,7 @@ TEST_F(CompositorTest, RefusesWhatIsNoSourceAndKeepsTheOneBefore) {
   ScriptedStream* good = Source();
   compositor->SetInputAudioStream(Input());
   ASSERT_EQ(compositor->AddByMediaStream(good), S_OK);
+  EXPECT_EQ(TakeLog(), Log{}) << "nothing was played: the source stays at its start";
   ScriptedStream* bad[] = {Source(), Source(), Source()};
   bad[0]->record.audioInfo.channels = 0;
   bad[1]->hasRecord = false;

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <functional>
@@ -48,6 +49,7 @@ class ScriptedStream : public Component<IMediaStream> {
     ++g_liveStreams;
   }
   ~ScriptedStream() override {
+    ExpectMargin();
     sample_->FrameAttach(nullptr);
     --g_liveStreams;
   }
@@ -113,24 +115,36 @@ class ScriptedStream : public Component<IMediaStream> {
     log->push_back(text.str());
   }
 
+  /// The buffer goes on behind the data, where nobody may write.
+  void ExpectMargin() const {
+    const bool isKept = std::all_of(words_.end() - kMargin, words_.end(),
+                                    [](short word) { return word == kMarginWord; });
+    EXPECT_TRUE(isKept) << name_;
+  }
+
   void Fill(const Block& block) {
-    words_.resize(static_cast<std::size_t>(block.bytes > 0 ? block.bytes + 1 : 0) / 2);
+    ExpectMargin();
+    const int count = block.bytes > 0 ? (block.bytes + 1) / 2 : 0;
+    words_.assign(static_cast<std::size_t>(count + kMargin), kMarginWord);
     std::minstd_rand random(static_cast<unsigned>(position + name_[0]));
-    for (short& word : words_) {
-      word = block.value != 0 ? block.value : static_cast<short>(random() | 0x0101);
+    for (int i = 0; i < count; ++i) {
+      words_[i] = block.value != 0 ? block.value : static_cast<short>(random() | 0x0101);
     }
     auto* data = reinterpret_cast<unsigned char*>(words_.data());
     frame.nStreamType = block.streamType;
     frame.nFrameType = FRAME_DATA_ENCODED;
     frame.llPTS = block.pts;
-    frame.audio = {block.rate,  block.channels, block.bits, block.hasData ? data : nullptr,
-                   block.bytes, block.bytes};
+    frame.audio = {block.rate,  block.channels,
+                   block.bits,  block.hasData ? data : nullptr,
+                   block.bytes, block.bytes > 0 ? 2 * (count + kMargin) : block.bytes};
   }
 
   std::string name_;
   Script script_;
   Ref<CZelSample> sample_ = MakeComponent<CZelSample>(AV_STREAM_AUDIO, FRAME_DATA_DECODED);
-  std::vector<short> words_;
+  static constexpr int kMargin = 16;
+  static constexpr short kMarginWord = 0x5a5a;
+  std::vector<short> words_ = std::vector<short>(kMargin, kMarginWord);
 };
 
 inline ULONG CountOf(IUnknown* object) {
