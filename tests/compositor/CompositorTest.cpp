@@ -128,7 +128,7 @@ TEST_F(CompositorTest, HandsOutTheFramesOfADescribedInputInOneSample) {
 }
 
 TEST_F(CompositorTest, PassesCallsToTheInput) {
-  Play();
+  EXPECT_EQ(Play()->Backward(), -1) << "a stream's default";
   EXPECT_EQ(output->ChangeStream(3), 103);
   int a = 0;
   EXPECT_EQ(output->NotifyStreamMessage(1, 41, &a, nullptr), 55);
