@@ -67,7 +67,8 @@ endif()
 
 if(ZEL_SANITIZE)
   # 'vptr' would look up the dynamic type of foreign objects, which an interface pointer does not have to have.
-  set(zel_sanitize_flags -fsanitize=${ZEL_SANITIZE} -fno-omit-frame-pointer -g1)
+  # -O1: instrumented code takes a quarter less time to compile than with the build type's -O2.
+  set(zel_sanitize_flags -fsanitize=${ZEL_SANITIZE} -fno-omit-frame-pointer -g1 -O1)
   if(ZEL_SANITIZE MATCHES "undefined")
     list(APPEND zel_sanitize_flags -fno-sanitize=vptr -fno-sanitize-recover=all)
   endif()
