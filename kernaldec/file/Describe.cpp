@@ -132,6 +132,48 @@ std::uint32_t ReferenceStreamId(const AVFormatContext* format, const Program& pr
   return reference >= 0 ? program.StreamId(reference) : 0;
 }
 
+AV_STREAM_TYPE TypeOf(AVMediaType type) {
+  switch (type) {
+    case AVMEDIA_TYPE_VIDEO:
+      return AV_STREAM_VIDEO;
+    case AVMEDIA_TYPE_AUDIO:
+      return AV_STREAM_AUDIO;
+    default:
+      return AV_STREAM_NONE;
+  }
+}
+
+void DescribeCodec(const AVCodecParameters& codec, StreamInfo* info) {
+  info->fourCC = FourCC(codec);
+  const AVCodecDescriptor* descriptor = avcodec_descriptor_get(codec.codec_id);
+  CopyText(info->description, descriptor != nullptr && descriptor->long_name != nullptr
+                                  ? descriptor->long_name
+                                  : avcodec_get_name(codec.codec_id));
+  if (codec.extradata != nullptr && codec.extradata_size > 0) {
+    info->extraDataLength = static_cast<std::uint32_t>(codec.extradata_size);
+    info->extraData = codec.extradata;
+  }
+  info->profileValue = codec.profile == FF_PROFILE_UNKNOWN ? 0 : codec.profile;
+  info->levelValue = codec.level == FF_LEVEL_UNKNOWN ? 0 : codec.level;
+  // The exact count would take decoding. The reorder depth is a lower bound.
+  info->maxBFrames = codec.video_delay;
+}
+
+/// The format of the sound or of the pictures, as stored and as decoded.
+void DescribeFormat(const AVFormatContext* format, const AVStream& stream, StreamInfo* info) {
+  const AVCodecParameters& codec = *stream.codecpar;
+  if (codec.codec_type == AVMEDIA_TYPE_AUDIO) {
+    info->audioInfo.sampleRate = codec.sample_rate;
+    info->audioInfo.channels = codec.ch_layout.nb_channels;
+    info->audioInfo.bitsPerSample = BitsPerSample(codec);
+  } else if (codec.codec_type == AVMEDIA_TYPE_VIDEO) {
+    VideoFormat video = SourceFormat(format, stream);
+    info->videoSrcInfo = Pack(video);
+    video.bitDepth = 8;
+    info->videoInfo = Pack(video);
+  }
+}
+
 ProgramInfo DescribeProgram(const AVFormatContext* format, const Program& program,
                             ProgramStreams* streams) {
   ProgramInfo info{};
@@ -193,53 +235,23 @@ StreamInfo DescribeStream(const AVFormatContext* format, const Program& program,
   const AVStream& stream = *format->streams[index];
   const AVCodecParameters& codec = *stream.codecpar;
   StreamInfo info{};
-  switch (codec.codec_type) {
-    case AVMEDIA_TYPE_VIDEO:
-      info.type = AV_STREAM_VIDEO;
-      break;
-    case AVMEDIA_TYPE_AUDIO:
-      info.type = AV_STREAM_AUDIO;
-      break;
-    default:
-      info.type = AV_STREAM_NONE;
-  }
+  info.type = TypeOf(codec.codec_type);
   info.id = program.StreamId(index);
   info.streamIndex = static_cast<std::uint32_t>(index);
-  info.fourCC = FourCC(codec);
   info.state = -1;
   CopyText(info.name, Tag(stream.metadata, "title"));
-  const AVCodecDescriptor* descriptor = avcodec_descriptor_get(codec.codec_id);
-  CopyText(info.description, descriptor != nullptr && descriptor->long_name != nullptr
-                                 ? descriptor->long_name
-                                 : avcodec_get_name(codec.codec_id));
   CopyText(info.languageDesc, Tag(stream.metadata, "language"));
   info.length = media::StreamLength(format, index);
   info.bitRate = BitRate(stream);
-  if (codec.codec_type == AVMEDIA_TYPE_AUDIO) {
-    info.audioInfo.sampleRate = codec.sample_rate;
-    info.audioInfo.channels = codec.ch_layout.nb_channels;
-    info.audioInfo.bitsPerSample = BitsPerSample(codec);
-  } else if (codec.codec_type == AVMEDIA_TYPE_VIDEO) {
-    VideoFormat video = SourceFormat(format, stream);
-    info.videoSrcInfo = Pack(video);
-    video.bitDepth = 8;
-    info.videoInfo = Pack(video);
-  }
   if (stream.start_time != AV_NOPTS_VALUE) {
     info.startPTS = media::ToTicks(stream.start_time, stream.time_base);
   }
   info.reserved0 = 2;
   info.sourceScanType = 2;
   info.streamPID = static_cast<std::uint32_t>(stream.id);
-  if (codec.extradata != nullptr && codec.extradata_size > 0) {
-    info.extraDataLength = static_cast<std::uint32_t>(codec.extradata_size);
-    info.extraData = codec.extradata;
-  }
   info.channelIndex = -1;
-  info.profileValue = codec.profile == FF_PROFILE_UNKNOWN ? 0 : codec.profile;
-  info.levelValue = codec.level == FF_LEVEL_UNKNOWN ? 0 : codec.level;
-  // The exact count would take decoding. The reorder depth is a lower bound.
-  info.maxBFrames = codec.video_delay;
+  DescribeCodec(codec, &info);
+  DescribeFormat(format, stream, &info);
   return info;
 }
 

@@ -21,6 +21,35 @@ constexpr int kBlockFrames = 16'384;
 /// The mixer's limit. Every file stays open; a process may have some 1,000 open files.
 constexpr int kMostFiles = BlockMixer::kMostInputs;
 
+/// The sounds to mix, each in the format of the first.
+struct Inputs {
+  std::vector<ConvertedSound> converted;
+  SoundFormat format;
+  int firstIndex = 0;  ///< The stream of the first file.
+  std::string names;   ///< For people, with what is rounded.
+  double length = 0;   ///< Seconds of the longest; 0: unknown.
+};
+
+Inputs OpenInputs(const std::vector<std::string>& paths) {
+  const Ref<IMediaDecoderMgr> manager = MakeDecoderManager();
+  Inputs inputs;
+  bool lengthKnown = true;
+  for (const std::string& path : paths) {
+    DecodedSound sound = OpenSound(manager.get(), path);
+    if (inputs.converted.empty()) {
+      inputs.format = sound.format();
+      inputs.firstIndex = static_cast<int>(sound.info->GetStreamIndex());
+    }
+    inputs.length = std::max(inputs.length, sound.info->GetLength());
+    lengthKnown = lengthKnown && sound.info->GetLength() > 0;
+    const std::string rounding = sound.RoundingText();
+    AddToList(&inputs.names, Printable(path) + (rounding.empty() ? "" : " (" + rounding + ")"));
+    inputs.converted.emplace_back(std::move(sound), inputs.format);
+  }
+  if (!lengthKnown) inputs.length = 0;
+  return inputs;
+}
+
 }  // namespace
 
 int RunMix(int argc, char** argv) {
@@ -39,36 +68,19 @@ int RunMix(int argc, char** argv) {
   const Container& container = ContainerOf(output.path);
 
   const PacketSource first(inputs[0]);
-  const Ref<IMediaDecoderMgr> manager = MakeDecoderManager();
-  SoundFormat format;
-  int firstIndex = 0;
-  double length = 0;
-  bool lengthKnown = true;
-  std::string names;
-  std::vector<ConvertedSound> sounds;
-  for (const std::string& input : inputs) {
-    DecodedSound sound = OpenSound(manager.get(), input);
-    if (sounds.empty()) {
-      format = sound.format();
-      firstIndex = static_cast<int>(sound.info->GetStreamIndex());
-    }
-    length = std::max(length, sound.info->GetLength());
-    lengthKnown = lengthKnown && sound.info->GetLength() > 0;
-    const std::string rounding = sound.RoundingText();
-    AddToList(&names, Printable(input) + (rounding.empty() ? "" : " (" + rounding + ")"));
-    sounds.emplace_back(std::move(sound), format);
-  }
+  Inputs sounds = OpenInputs(inputs);
+  const SoundFormat& format = sounds.format;
 
   MediaWriter writer(output.path, container);
-  AddSoundLike(&writer, format, first.stream(firstIndex), false);
+  AddSoundLike(&writer, format, first.stream(sounds.firstIndex), false);
   const int room = kBlockFrames * format.channels;
   BlockMixer mixer(static_cast<int>(inputs.size()), room);
-  const SoundFile file{output, format, inputs[0], "mix of " + names, lengthKnown ? length : 0};
+  const SoundFile file{output, format, inputs[0], "mix of " + sounds.names, sounds.length};
   file.Write(&writer, [&](int* frames) {
     int longest = 0;
-    for (std::size_t i = 0; i < sounds.size(); ++i) {
+    for (std::size_t i = 0; i < sounds.converted.size(); ++i) {
       short* block = mixer.Input(static_cast<int>(i));
-      const int count = sounds[i].Read(block, room);
+      const int count = sounds.converted[i].Read(block, room);
       std::fill(block + count, block + room, short{0});
       longest = std::max(longest, count);
     }
