@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "kernaldec/DecodedAudio.h"
-#include "kernaldec/file/Completeness.h"
+#include "media/Completeness.h"
 #include "media/StreamLength.h"
 #include "media/Ticks.h"
 
@@ -89,7 +89,7 @@ bool AudioReader::Start(std::unique_ptr<media::MediaFile> file) {
   codec_ = std::move(codec);
   file_ = std::move(file);
   madeUpStamps_ = HasMadeUpStamps(*file_);
-  shortReads_ = MarksShortReads(*file_);
+  shortReads_ = media::MarksShortReads(*file_);
   inputEnded_ = false;
   lostPackets_ = 0;
   holes_ = 0;
@@ -374,7 +374,7 @@ void AudioReader::CheckEnd() {
   const int harmless = IsMpegAudio(codec_->codec_id) ? 2 : 0;
   if (const std::string why = media::WhyShort(*file_, index_, end); !why.empty()) {
     Fail(why);
-  } else if (IsCutOff(*file_)) {
+  } else if (media::IsCutOff(*file_)) {
     Fail("the file is cut off after " + Seconds(end));
   } else if (lostPackets_ > harmless) {
     Fail("the sound ends with damaged data at " + Seconds(end));

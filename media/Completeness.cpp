@@ -1,17 +1,17 @@
-#include "kernaldec/file/Completeness.h"
+#include "media/Completeness.h"
 
 #include <cstdint>
 #include <cstring>
 #include <string>
 #include <string_view>
 
-namespace zel::kernaldec {
+namespace zel::media {
 namespace {
 
 /// Reads numbers from a file. Past its end, all bytes are 0.
 class Bytes {
  public:
-  explicit Bytes(const media::MediaFile& file) : file_(file) {}
+  explicit Bytes(const MediaFile& file) : file_(file) {}
 
   std::uint64_t size() const { return static_cast<std::uint64_t>(file_.size()); }
   std::uint64_t Little(std::uint64_t at, int count) const { return Number(at, count, false); }
@@ -35,7 +35,7 @@ class Bytes {
     return value;
   }
 
-  const media::MediaFile& file_;
+  const MediaFile& file_;
 };
 
 // Sizes that mean "unknown": 0, or close to the most that 31 or 32 bits can hold.
@@ -118,7 +118,7 @@ bool MatroskaIsCut(const Bytes& file) {
   return size >= 0 && file.Lacks(at, static_cast<std::uint64_t>(size));
 }
 
-bool OggIsCut(const media::MediaFile& file) {
+bool OggIsCut(const MediaFile& file) {
   // The last page is no larger than this, so it starts in the tail of that size.
   constexpr std::uint64_t kLargest = 27 + 255 + 255 * 255;
   const auto size = static_cast<std::uint64_t>(file.size());
@@ -139,7 +139,7 @@ bool OggIsCut(const media::MediaFile& file) {
 
 }  // namespace
 
-bool IsCutOff(const media::MediaFile& file) {
+bool IsCutOff(const MediaFile& file) {
   const Bytes bytes(file);
   if (file.IsFormat("wav")) return WaveIsCut(bytes);
   if (file.IsFormat("w64")) return Wave64IsCut(bytes);
@@ -149,11 +149,11 @@ bool IsCutOff(const media::MediaFile& file) {
   return file.IsFormat("ogg") && OggIsCut(file);
 }
 
-bool MarksShortReads(const media::MediaFile& file) {
+bool MarksShortReads(const MediaFile& file) {
   for (const char* name : {"wav", "w64", "aiff", "au", "caf"}) {
     if (file.IsFormat(name)) return true;
   }
   return false;
 }
 
-}  // namespace zel::kernaldec
+}  // namespace zel::media

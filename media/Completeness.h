@@ -4,13 +4,13 @@
 
 #include "media/MediaFile.h"
 
-namespace zel::kernaldec {
+namespace zel::media {
 
 /// True when a chunk, box, element or page with sound claims to extend past the end of the file.
 /// Sizes that mean "not known yet", as programs write them into pipes, are ignored.
-bool IsCutOff(const media::MediaFile& file);
+bool IsCutOff(const MediaFile& file);
 
 /// True for containers in which FFmpeg marks packets as damaged that are only shorter than usual.
-bool MarksShortReads(const media::MediaFile& file);
+bool MarksShortReads(const MediaFile& file);
 
-}  // namespace zel::kernaldec
+}  // namespace zel::media
