@@ -1,9 +1,16 @@
 #include "media/Completeness.h"
 
+extern "C" {
+#include <libavcodec/ac3_parser.h>
+#include <libavutil/intreadwrite.h>
+}
+
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace zel::media {
 namespace {
@@ -20,6 +27,11 @@ class Bytes {
     char found[16] = {};
     file_.ReadAt(at, found, text.size());
     return text == std::string_view(found, text.size());
+  }
+  std::string Text(std::uint64_t at, std::uint64_t length) const {
+    std::string text(static_cast<std::size_t>(std::min(length, size() - std::min(at, size()))), 0);
+    file_.ReadAt(at, text.data(), text.size());
+    return text;
   }
   /// True when the file ends before `start` + `length`.
   bool Lacks(std::uint64_t start, std::uint64_t length) const {
@@ -54,6 +66,21 @@ bool WaveIsCut(const Bytes& file) {
       return !IsPlaceholder(size) && file.Lacks(at + 8, size);
     }
     at += 8 + size + size % 2;
+  }
+  return false;
+}
+
+bool AuIsCut(const Bytes& file) {
+  const std::uint64_t size = file.Big(8, 4);
+  return !IsPlaceholder(size) && file.Lacks(file.Big(4, 4), size);
+}
+
+bool CafIsCut(const Bytes& file) {
+  for (std::uint64_t at = 8; at + 12 <= file.size();) {
+    const std::uint64_t size = file.Big(at + 4, 8);
+    if (size > INT64_MAX) return false;  // Up to the end of the file.
+    if (file.Lacks(at + 12, size)) return file.Is(at, "data");
+    at += 12 + size;
   }
   return false;
 }
@@ -93,6 +120,35 @@ bool Mp4IsCut(const Bytes& file) {
   return false;
 }
 
+/// Tells whether one of the boxes from `at` to `end` has fewer samples than times of samples: FFmpeg
+/// then shows the last one for the rest of the time.
+bool Mp4IndexIsShort(const Bytes& file, std::uint64_t at, std::uint64_t end) {
+  constexpr std::uint64_t kMostTimes = 1 << 20;
+  constexpr std::uint64_t kSlack = 2;  // Some writers count a sample that they do not store.
+  std::uint64_t times = 0;
+  std::uint64_t samples = UINT64_MAX;
+  while (at + 8 <= end) {
+    std::uint64_t head = 8;
+    std::uint64_t size = file.Big(at, 4);
+    if (size == 1) {
+      size = file.Big(at + 8, 8);
+      head = 16;
+    }
+    if (size < head || size > end - at) break;
+    for (const char* parent : {"moov", "trak", "mdia", "minf", "stbl"}) {
+      if (file.Is(at + 4, parent) && Mp4IndexIsShort(file, at + head, at + size)) return true;
+    }
+    if (file.Is(at + 4, "stsz") || file.Is(at + 4, "stz2")) samples = file.Big(at + head + 8, 4);
+    if (file.Is(at + 4, "stts")) {
+      const std::uint64_t count = std::min(file.Big(at + head + 4, 4), kMostTimes);
+      const std::string entries = file.Text(at + head + 8, std::min(count * 8, size));
+      for (std::size_t i = 0; i + 8 <= entries.size(); i += 8) times += AV_RB32(&entries[i]);
+    }
+    at += size;
+  }
+  return samples < times && times - samples > kSlack;
+}
+
 /// Reads a size of 1 to 8 bytes; its leading zero bits give the count of bytes. Moves `at` past it.
 /// @return -1 for an invalid size and for the unknown one, whose bits are all 1
 std::int64_t MatroskaSize(const Bytes& file, std::uint64_t* at) {
@@ -107,15 +163,23 @@ std::int64_t MatroskaSize(const Bytes& file, std::uint64_t* at) {
 }
 
 bool MatroskaIsCut(const Bytes& file) {
-  std::uint64_t at = 4;
-  const std::int64_t header = MatroskaSize(file, &at);
-  if (header < 0 || file.Lacks(at, static_cast<std::uint64_t>(header))) return false;
-  at += static_cast<std::uint64_t>(header);
   constexpr std::uint64_t kSegment = 0x18538067;
-  if (file.Big(at, 4) != kSegment) return false;
-  at += 4;
-  const std::int64_t size = MatroskaSize(file, &at);
-  return size >= 0 && file.Lacks(at, static_cast<std::uint64_t>(size));
+  constexpr std::uint64_t kCluster = 0x1F43B675;
+  for (std::uint64_t at = 0; at < file.size();) {
+    int length = 1;
+    while (length <= 4 && (file.Big(at, 1) << (length - 1) & 0x80) == 0) ++length;
+    if (length > 4) return false;
+    const std::uint64_t id = file.Big(at, length);
+    at += static_cast<std::uint64_t>(length);
+    const std::int64_t size = MatroskaSize(file, &at);
+    // What was written into a pipe has parts of unknown size, whose parts have known ones.
+    if (size < 0 && (id == kSegment || id == kCluster)) continue;
+    if (size < 0) return false;
+    if (file.Lacks(at, static_cast<std::uint64_t>(size))) return true;
+    if (id == kSegment) return false;
+    at += static_cast<std::uint64_t>(size);
+  }
+  return false;
 }
 
 bool OggIsCut(const MediaFile& file) {
@@ -137,6 +201,126 @@ bool OggIsCut(const MediaFile& file) {
   return end > tail.size();
 }
 
+bool AsfIsCut(const Bytes& file) {
+  constexpr std::string_view kProperties = "\xA1\xDC\xAB\x8C\x47\xA9\xCF\x11";
+  constexpr std::uint64_t kBroadcast = 1;
+  const std::uint64_t header = file.Little(16, 8);
+  for (std::uint64_t at = 30; at + 104 <= header && at < file.size();) {
+    if (file.Is(at, kProperties)) {
+      const std::uint64_t packets = file.Little(at + 56, 8);
+      const std::uint64_t size = file.Little(at + 96, 4);
+      if ((file.Little(at + 88, 4) & kBroadcast) != 0) return false;
+      // The packets follow the data object's head.
+      return size > 0 && packets > 0 &&
+             (packets > file.size() || file.Lacks(header + 50, packets * size));
+    }
+    const std::uint64_t size = file.Little(at + 16, 8);
+    if (size < 24 || size > header) return false;
+    at += size;
+  }
+  return false;
+}
+
+/// A tag has a head of 11 bytes, and its size with the head in the 4 bytes behind it.
+bool FlvIsCut(const MediaFile& media, const Bytes& file) {
+  constexpr std::uint64_t kTail = 1 << 22;
+  constexpr std::uint64_t kHead = 11;
+  constexpr long double kSlack = 1;  // Seconds: the last picture may be shown that long.
+  const std::uint64_t start = file.size() - std::min(file.size(), kTail);
+  const std::string tail = file.Text(start, kTail);
+  const auto number = [&](std::size_t i, int count) {
+    std::uint64_t value = 0;
+    for (; count > 0; --count) value = value << 8 | static_cast<unsigned char>(tail[i++]);
+    return value;
+  };
+  const auto isTag = [&](std::size_t i) {
+    return (tail[i] == 8 || tail[i] == 9 || tail[i] == 18) && number(i + 8, 3) == 0;
+  };
+  /// Where the tag before the one at `at` starts; 0 when none of the right size is there.
+  const auto before = [&](std::size_t at) -> std::size_t {
+    const std::uint64_t size = at >= 4 + kHead ? number(at - 4, 4) : 0;
+    if (size < kHead || size > at - 4) return 0;
+    const std::size_t found = at - 4 - size;
+    return isTag(found) && number(found + 1, 3) == size - kHead ? found : 0;
+  };
+  std::size_t at = tail.size() - std::min<std::size_t>(tail.size(), kHead);
+  while (at > 0 && !(isTag(at) && before(at) != 0)) --at;
+  if (at == 0) return false;
+  const std::size_t end = at + kHead + number(at + 1, 3) + 4;
+  if (end > tail.size() + 4) return true;
+  // The beginning of another head.
+  if (end < tail.size() && (tail[end] == 8 || tail[end] == 9)) return true;
+  const std::int64_t length = media.format()->duration;
+  // The very last tag may only say that there is no more video.
+  std::uint64_t latest = 0;
+  for (int i = 0; i < 1000 && at != 0; ++i, at = before(at)) {
+    latest = std::max(latest, number(at + 4, 3) | number(at + 7, 1) << 24);
+  }
+  return length != AV_NOPTS_VALUE && static_cast<long double>(latest) / 1000 + kSlack <
+                                         static_cast<long double>(length) / AV_TIME_BASE;
+}
+
+/// Packets of 188 bytes, of 192 with a time in front, or of 204 with a checksum behind.
+bool TransportStreamIsCut(const Bytes& file) {
+  constexpr std::uint64_t kSync = 0x47;
+  for (const auto& [size, offset] :
+       {std::pair<std::uint64_t, std::uint64_t>{188, 0}, {192, 4}, {204, 0}}) {
+    const std::uint64_t rest = file.size() % size;
+    const std::uint64_t last = file.size() - rest;
+    bool isRight = last >= size && file.Big(last - size + offset, 1) == kSync;
+    for (std::uint64_t i = 0; i < 4 && i * size < last; ++i) {
+      isRight = isRight && file.Big(i * size + offset, 1) == kSync;
+    }
+    if (isRight) return rest != 0;
+  }
+  return false;
+}
+
+bool ProgramStreamIsCut(const Bytes& file) {
+  constexpr std::uint64_t kLargest = 6 + 0xFFFF;
+  const std::uint64_t start = file.size() - std::min(file.size(), kLargest + 3);
+  const std::string tail = file.Text(start, kLargest + 3);
+  // The codes of pictures are lower ones.
+  for (std::size_t at = tail.size(); at-- > 0;) {
+    at = tail.rfind(std::string_view("\0\0\1", 3), at);
+    if (at == std::string::npos) return false;
+    if (at + 6 > tail.size()) continue;
+    const std::uint64_t code = file.Big(start + at + 3, 1);
+    if (code == 0xBA) return false;
+    if (code >= 0xBB) return file.Lacks(start + at + 6, file.Big(start + at + 4, 2));
+  }
+  return false;
+}
+
+std::uint64_t AdtsFrame(const Bytes& file, std::uint64_t at) {
+  return (file.Big(at, 2) & 0xFFF6) == 0xFFF0 ? file.Big(at + 3, 3) >> 5 & 0x1FFF : 0;
+}
+
+std::uint64_t Ac3Frame(const Bytes& file, std::uint64_t at) {
+  std::uint8_t id = 0;
+  std::uint16_t size = 0;
+  const std::string head = file.Text(at, 16);
+  const auto* bytes = reinterpret_cast<const std::uint8_t*>(head.data());
+  return av_ac3_parse_header(bytes, head.size(), &id, &size) == 0 ? size : 0;
+}
+
+std::uint64_t MlpFrame(const Bytes& file, std::uint64_t at) {
+  return (file.Big(at, 2) & 0xFFF) * 2;
+}
+
+/// Follows a bare stream from frame to frame. What follows the frames may be a tag.
+/// @param size finds the size of the frame at an offset; 0: there is none
+bool FramesAreCut(const Bytes& file, std::uint64_t (*size)(const Bytes&, std::uint64_t)) {
+  std::uint64_t at = 0;
+  while (at < file.size()) {
+    const std::uint64_t frame = size(file, at);
+    if (frame < 4) return false;
+    if (file.Lacks(at, frame)) return true;
+    at += frame;
+  }
+  return false;
+}
+
 }  // namespace
 
 bool IsCutOff(const MediaFile& file) {
@@ -144,8 +328,17 @@ bool IsCutOff(const MediaFile& file) {
   if (file.IsFormat("wav")) return WaveIsCut(bytes);
   if (file.IsFormat("w64")) return Wave64IsCut(bytes);
   if (file.IsFormat("avi")) return AviIsCut(bytes);
-  if (file.IsFormat("mp4")) return Mp4IsCut(bytes);
+  if (file.IsFormat("mp4")) return Mp4IsCut(bytes) || Mp4IndexIsShort(bytes, 0, bytes.size());
   if (file.IsFormat("matroska")) return MatroskaIsCut(bytes);
+  if (file.IsFormat("au")) return AuIsCut(bytes);
+  if (file.IsFormat("caf")) return CafIsCut(bytes);
+  if (file.IsFormat("asf")) return AsfIsCut(bytes);
+  if (file.IsFormat("flv")) return FlvIsCut(file, bytes);
+  if (file.IsFormat("mpegts")) return TransportStreamIsCut(bytes);
+  if (file.IsFormat("mpeg")) return ProgramStreamIsCut(bytes);
+  if (file.IsFormat("aac")) return FramesAreCut(bytes, AdtsFrame);
+  if (file.IsFormat("ac3") || file.IsFormat("eac3")) return FramesAreCut(bytes, Ac3Frame);
+  if (file.IsFormat("truehd") || file.IsFormat("mlp")) return FramesAreCut(bytes, MlpFrame);
   return file.IsFormat("ogg") && OggIsCut(file);
 }
 

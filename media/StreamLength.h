@@ -34,6 +34,13 @@ struct DeclaredLength {
 /// does not count, nor one of the longest stream.
 DeclaredLength FindDeclaredLength(const MediaFile& file, int index);
 
+/// The end of the longest stream in seconds, on the file's own axis, where its container states no
+/// more than that (FLV, ASF, Matroska); else unknown.
+DeclaredLength FindDeclaredEnd(const MediaFile& file);
+
+/// Says that `end` is before what was declared; empty when it is not.
+std::string WhyShort(const DeclaredLength& declared, long double end);
+
 /// Says why what was read of stream `index` is not all of it: `end` (seconds from the stream's
 /// start) is before the declared length, or the file's size has changed since it was opened.
 /// @return one line without the file's name; empty when all is well, as far as the container tells

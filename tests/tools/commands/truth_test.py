@@ -82,10 +82,42 @@ class TestLyingFiles(Case):
         self.done("convert", "whole.m4a", "-o", "o.wav")
         self.assertIn("the track has holes of 0:00:0", self.done("dub", "whole.m4a", "holes.mkv", "-o", "h.wav"))
         self.all_fail(1, """
-            convert half.m4a -o @ : p.wav p.mp4 | the file ends after 1\\.
-            dub whole.m4a half.m4a -o p.wav | half.m4a: the file ends after 1\\.
+            convert half.m4a -o @ : p.wav p.mp4 | the file (ends after|is cut off)
+            dub whole.m4a half.m4a -o p.wav | half.m4a: the file (ends after|is cut off)
             convert short.mkv -o p.wav | the holes in its sound are longer than the file says it is
             frame huge.png -o p.png | pictures of more than 67108864 pixels are not decoded""")
+
+    def test_what_is_cut_off(self):
+        """Every kind of file, whole and cut: in the middle, and shortly before the end of what must be there."""
+        film, tone = lavfi("testsrc=s=64x48:r=25:d=2"), lavfi("sine=d=2:r=44100")
+        late = ("-itsoffset", "1", *tone)
+        for name, *options in (
+                ("a.flv", *film, *tone, "-c:v", "flv", "-c:a", "mp3"), ("b.flv", *film, *late, "-c:v", "libx264"),
+                ("a.wmv", *film, *late), ("a.wma", *tone), ("a.au", *tone), ("a.caf", *tone), ("a.ac3", *tone),
+                ("a.aac", *tone), ("a.ts", *film, *tone), ("a.m2ts", *film, *late), ("a.mpg", *film, *tone),
+                ("a.avi", *film, *late, "-c:a", "mp3"), ("a.mkv", *film, *tone), ("a.mp4", *film, *late)):
+            ffmpeg(*options, name)
+            whole = read(name)
+            self.done("convert", name, "-o", "o.wav", "--overwrite")
+            self.done("dub", name, "whole.m4a", "-o", "o.mkv", "--overwrite")
+            for size in (len(whole) // 2 - 5, len(whole) - (600 if "w" in name else 41)):
+                write(name, whole[:size])
+                for args in (("convert", name, "-o", "p.wav"), ("dub", name, "whole.m4a", "-o", "p.mkv"),
+                             ("dub", name, "whole.m4a", "-o", "p.mkv", "-n")):
+                    self.fails(args, 1, f"^zel: {name}: .*(cut off|file ends)")
+        # What is written into a pipe states no length, or the largest one.
+        for kind, *options in (("flv", *tone), ("avi", *film, *tone), ("asf", *film, *tone), ("matroska", *film, *tone),
+                               ("au", *tone)):
+            write("piped", ffmpeg(*options, "-f", kind, "-"))
+            self.done("dub", "piped", "whole.m4a", "-o", "o.mkv", "--overwrite")
+        # A picture stream that is shorter than its index says.
+        ffmpeg(*film, *tone, "-c:v", "mpeg4", "-c:a", "aac", "-movflags", "faststart", "two.mp4")
+        write("half.mp4", patched("two.mp4", b"stsz", 8, lambda old: struct.pack(">I", int.from_bytes(old, "big") // 2), 4))
+        ffmpeg(*film, *tone, "-c:v", "mpeg4", "two.avi")
+        write("lies.avi", patched("two.avi", b"vids", 28, lambda old: b"\xc8\0\0\0", 4))
+        self.all_fail(1, """
+            dub half.mp4 whole.m4a -o p.mkv | half.mp4: the file is cut off
+            dub lies.avi whole.m4a -o p.mkv | lies.avi: stream #0 video .mpeg4.: the file ends after 2.0""")
 
     def test_a_file_that_shrinks_on_the_way(self):
         ffmpeg(*lavfi("sine=d=600:r=48000"), "-c:a", "flac", "long.mkv")

@@ -164,6 +164,10 @@ class Dub {
     return static_cast<double>(time) / kTicksPerSecond;
   }
 
+  std::int64_t SamplesToTicks(std::int64_t samples) const {
+    return av_rescale(samples, kTicksPerSecond, input_.format().sampleRate);
+  }
+
   /// Makes a stream of the input's sound, replaced.
   Ref<IMediaStream> Compose() {
     const Ref<IAudioCompositor> compositor = MakeCompositor();
@@ -206,6 +210,7 @@ class Dub {
     track_.CheckStatus();
     if (frames == 0) throw Failure(options_.input, "its sound is empty");
     copies_->CopyUntil(std::numeric_limits<std::int64_t>::max(), shift_);
+    copies_->CheckEnds(input_.info->GetStartPTS() + SamplesToTicks(samples));
     writer_->Finish();
     progress.Clear();
     if (!options_.output.quiet) PrintOut(ClosingLine(frames, samples, progress));

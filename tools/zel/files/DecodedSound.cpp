@@ -65,6 +65,7 @@ DecodedSound Controlled(const std::string& path, Ref<IMediaStream> stream) {
   sound.stream->QueryInterface(IID_IDecodedAudio, sound.controls.ReceiveVoid());
   if (!sound.controls) throw Failure(path, "its decoder cannot be controlled");
   sound.Refresh();
+  CheckSize(path);
   return sound;
 }
 

@@ -38,7 +38,8 @@ struct DecodedSound {
   void CheckStatus() const;
 };
 
-/// Opens the sound that `selection` names, or the file's first one.
+/// Opens the sound that `selection` names, or the file's first one. Checks that the file is as long
+/// as its parts claim.
 /// @throws Failure
 DecodedSound OpenSound(IMediaDecoderMgr* manager, const std::string& path,
                        DecoderSelection selection = {});

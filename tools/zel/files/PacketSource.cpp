@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 
+#include "media/Completeness.h"
 #include "media/Ticks.h"
 #include "tools/zel/text/Failure.h"
 
@@ -72,6 +73,10 @@ PacketSource::PacketSource(const std::string& path) : file_(path) {
   for (int i = 0; i < streamCount(); ++i) Want(i, false);
 }
 
+void PacketSource::CheckSize() const {
+  if (media::IsCutOff(file_)) throw Failure(path(), "the file is cut off");
+}
+
 void PacketSource::Want(int index, bool wanted) {
   read_->stream(index)->discard = wanted ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
 }
@@ -99,6 +104,13 @@ bool PacketSource::Read(AVPacket* packet) {
     const int index = packet->stream_index;
     if (read_->stream(index)->discard != AVDISCARD_ALL) return true;
     av_packet_unref(packet);
+  }
+}
+
+void CheckSize(const std::string& path) {
+  media::MediaFile file(path);
+  if (file.OpenFile() == 0 && file.OpenFormat(0) >= 0 && media::IsCutOff(file)) {
+    throw Failure(path, "the file is cut off");
   }
 }
 

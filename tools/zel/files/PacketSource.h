@@ -27,6 +27,11 @@ class PacketSource {
   /// the wanted streams and the position.
   std::string WhyNone(AVMediaType type);
 
+  const media::MediaFile& file() const { return file_; }
+  /// Checks, before the file is read, that it is as long as its parts claim.
+  /// @throws Failure
+  void CheckSize() const;
+
   /// True when the container does not store when each picture is shown: AVI and ASF store times of
   /// decoding, program and transport streams those of whole blocks.
   bool LacksShowTimes() const {
@@ -51,6 +56,10 @@ class PacketSource {
   std::unique_ptr<media::MediaFile> stored_;  ///< The file once more, for ReadAsStored.
   media::MediaFile* read_ = &file_;           ///< Where Read reads.
 };
+
+/// Checks a file as PacketSource::CheckSize does. What cannot be opened is left to the decoder.
+/// @throws Failure
+void CheckSize(const std::string& path);
 
 /// Says why a decoder refused to open `path`.
 std::string WhyNotOpened(const std::string& path);

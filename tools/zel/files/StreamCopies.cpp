@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <utility>
 
+#include "media/Completeness.h"
+#include "media/StreamLength.h"
 #include "media/Ticks.h"
 #include "tools/zel/text/Failure.h"
 #include "tools/zel/text/List.h"
@@ -103,7 +106,10 @@ void StreamCopies::Add(int index) {
   if (IsChapters(source_->context(), codec)) return;
   const std::string what = StreamText(index, codec);
   const bool isPicture = codec.codec_type == AVMEDIA_TYPE_VIDEO && !media::IsCover(stream);
-  if (container_.soundOnly || media::IsCover(stream)) return AddToList(&leftOut_, what);
+  const bool isCover = media::IsCover(stream);
+  const bool isTimed = codec.codec_type != AVMEDIA_TYPE_ATTACHMENT && !isCover;
+  const bool wasWhole = std::exchange(isWhole_, isWhole_ && !isTimed);
+  if (container_.soundOnly || isCover) return AddToList(&leftOut_, what);
   // No container takes a stream whose format was cut off with the end of the file.
   if (!IsDescribed(codec)) {
     if (isPicture) throw Failure(source_->path(), "nothing is known of its stream " + what);
@@ -116,6 +122,7 @@ void StreamCopies::Add(int index) {
     }
     return AddToList(&leftOut_, what);
   }
+  isWhole_ = wasWhole;
   Copy& copy = copies_[index];
   if (isPicture && source_->LacksShowTimes()) {
     copy.order = std::make_unique<DisplayOrder>(&source_->context(), stream, source_->IsBlocks());
@@ -169,8 +176,41 @@ void StreamCopies::SendOrdered(Copy* copy, AVRational base, std::int64_t shift) 
 }
 
 void StreamCopies::Send(Copy* copy, AVPacket* packet, AVRational base, std::int64_t shift) {
+  copy->isCut = (packet->flags & AV_PKT_FLAG_CORRUPT) != 0;
+  const std::int64_t time =
+      media::Bounded(packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts);
+  const std::int64_t end = time + media::Bounded(packet->duration);
+  copy->first = copy->isStarted ? std::min(copy->first, time) : time;
+  copy->last = copy->isStarted ? std::max(copy->last, end) : end;
+  copy->isStarted = true;
   Move(packet, av_rescale_q(shift, media::kTickBase, base));
   writer_->WriteCopy(packet, copy->index, base);
+}
+
+void StreamCopies::CheckEnds(std::int64_t soundEnd) const {
+  if (copies_.empty()) return;
+  const media::MediaFile& file = source_->file();
+  const auto check = [&](const std::string& why) {
+    if (!why.empty()) throw Failure(source_->path(), why);
+  };
+  auto end = static_cast<long double>(soundEnd) / kTicksPerSecond;
+  for (const auto& [index, copy] : copies_) {
+    const AVStream& stream = source_->stream(index);
+    const auto unit = static_cast<long double>(av_q2d(stream.time_base));
+    end = std::max(end, static_cast<long double>(copy.last) * unit);
+    const AVMediaType type = stream.codecpar->codec_type;
+    // Subtitles come and go.
+    if (type != AVMEDIA_TYPE_VIDEO && type != AVMEDIA_TYPE_AUDIO) continue;
+    const std::string what = "stream " + StreamText(index, *stream.codecpar) + ": ";
+    const std::int64_t start =
+        stream.start_time == AV_NOPTS_VALUE ? copy.first : media::Bounded(stream.start_time);
+    const auto length = static_cast<long double>(copy.last - start) * unit;
+    const std::string why = media::WhyShort(file, index, copy.isStarted ? length : 0);
+    if (!why.empty()) check(what + why);
+    if (copy.isCut && !media::MarksShortReads(file)) check(what + "the file is cut off");
+  }
+  if (isWhole_) check(media::WhyShort(media::FindDeclaredEnd(file), end));
+  source_->CheckSize();
 }
 
 /// Reads the next packet of a copied stream, unless one is waiting.

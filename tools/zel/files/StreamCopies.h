@@ -30,6 +30,11 @@ class StreamCopies {
   /// @throws Failure
   void CopyUntil(std::int64_t until, std::int64_t shift);
 
+  /// Checks, when all is copied, that the streams are as long as the source says.
+  /// @param soundEnd of the sound that is not copied, on the source's axis, in 100-ns units
+  /// @throws Failure
+  void CheckEnds(std::int64_t soundEnd) const;
+
   /// The copied streams in words, such as "#0 video (h264), #2 audio (aac)".
   const std::string& copied() const { return copied_; }
   /// The streams without a place in the output, in words.
@@ -42,7 +47,11 @@ class StreamCopies {
   struct Copy {
     int index = 0;                        ///< In the output.
     std::unique_ptr<DisplayOrder> order;  ///< Of pictures without times of showing, else null.
-    long double end = 0;  ///< Of the last packet of sound, in the stream's time base.
+    long double end = 0;     ///< Of the last packet of sound, in the stream's time base.
+    std::int64_t first = 0;  ///< The earliest time and the latest end that were copied, likewise.
+    std::int64_t last = 0;
+    bool isStarted = false;
+    bool isCut = false;  ///< The last packet was read in part.
   };
 
   void NoteLosses(const AVStream& stream, const std::string& what);
@@ -62,6 +71,7 @@ class StreamCopies {
   media::Packet packet_{media::NotNull(av_packet_alloc())};  ///< The next one to copy, or empty.
   media::Packet ordered_{media::NotNull(av_packet_alloc())};
   bool ended_ = false;
+  bool isWhole_ = true;  ///< Every stream that has a length is copied, or is the sound.
 };
 
 }  // namespace zel::tool
