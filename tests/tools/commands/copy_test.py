@@ -70,7 +70,12 @@ class Copy(Case):
         self.video("in.3gp", "h263", "-s", "176x144", sound="aac")
         self.video("in.flv", "flv", sound="mp3")
         self.video("in.webm", "libvpx-vp9 -cpu-used 8 -deadline realtime", sound="libopus")
-        for source, out, said in (("chapters.mp4", "once.mp4", ""), ("once.mp4", "twice.mp4", ""),
+        ffmpeg("-i", "in.mp4", "-c", "copy", "-timecode", "01:00:00:00", "code.mov")
+        for name, language in (("deu.mkv", "deu"), ("hsb.mkv", "hsb")):
+            ffmpeg("-i", "in.mp4", "-c", "copy", "-metadata:s:a", f"language={language}", name)
+        for source, out, said in (("code.mov", "again.mov", ""), ("code.mov", "code.mkv", "; left out: #2 data .tmcd."),
+                                  ("deu.mkv", "deu.mov", ""), ("hsb.mkv", "hsb.mov", "; lost: language hsb of #1"),
+                                  ("hsb.mkv", "hsb.mp4", ""), ("chapters.mp4", "once.mp4", ""), ("once.mp4", "twice.mp4", ""),
                                   ("cut.mp4", "cut.mkv", "; lost: edit list of #0 video .h264., so that (\\d+) more .* shown"),
                                   ("turned.mp4", "turned.mkv", "; lost: rotation of #0 video .h264."),
                                   ("turned.mp4", "turned.mov", ""), ("in.3gp", "3gp.mov", ""), ("in.3gp", "3gp.mkv", ""),
@@ -81,6 +86,8 @@ class Copy(Case):
             if out == "cut.mkv":
                 more = len(shown(out)) - len(shown(source))
                 self.assertIn(f" {more} more", told)
+        said = probe("deu.mov", "-show_entries", "stream_tags=language")["streams"][1]["tags"]["language"]
+        self.assertEqual((said, streams("again.mov")[2][0]), ("ger", "data"))
         self.assertEqual(streams("twice.mp4"), [("video", "h264"), ("audio", "aac"), ("data", "bin_data")])
         self.all_fail(1, "dub in.webm track.wav -o vp9.mov | QuickTime holds no video of codec vp9")
 

@@ -249,8 +249,10 @@ class Dub {
 
   /// What the output lacks of the input.
   std::string Omissions() const {
+    std::string lost = copies_->lost();
+    if (!writer_->lost().empty()) AddToList(&lost, writer_->lost());
     return (copies_->leftOut().empty() ? "" : "; left out: " + copies_->leftOut()) +
-           (copies_->lost().empty() ? "" : "; lost: " + copies_->lost());
+           (lost.empty() ? "" : "; lost: " + lost);
   }
 
   const Options& options_;

@@ -46,7 +46,8 @@ void SoundFile::Write(MediaWriter* writer, const NextBlock& next) const {
   const std::string storage = StorageText(writer->sound(), format);
   PrintOut(Printable(output.path) + ": " + story + ", " + FormatText(format) +
            (storage.empty() ? "" : " (" + storage + ")") + ": " +
-           progress.Summary(static_cast<double>(written) / format.sampleRate) + "\n");
+           progress.Summary(static_cast<double>(written) / format.sampleRate) +
+           (writer->lost().empty() ? "" : "; lost: " + writer->lost()) + "\n");
 }
 
 }  // namespace zel::tool

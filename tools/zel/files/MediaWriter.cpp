@@ -12,6 +12,9 @@ extern "C" {
 
 #include "media/Ticks.h"
 #include "tools/zel/text/Failure.h"
+#include "tools/zel/text/Language.h"
+#include "tools/zel/text/List.h"
+#include "tools/zel/text/Text.h"
 
 namespace zel::tool {
 namespace {
@@ -111,6 +114,7 @@ int MediaWriter::AddCopy(const AVStream& stream, const AVCodecParameters& codec)
   copy->sample_aspect_ratio = copy->codecpar->sample_aspect_ratio;
   copy->disposition = stream.disposition;
   CopyTexts(&copy->metadata, stream.metadata);
+  StoreLanguage(copy);
   for (int i = 0; i < stream.nb_side_data; ++i) {
     const AVPacketSideData& data = stream.side_data[i];
     std::memcpy(media::NotNull(av_stream_new_side_data(copy, data.type, data.size)), data.data,
@@ -128,6 +132,7 @@ void MediaWriter::AddSound(SoundFormat format, const AVChannelLayout& layout,
   sound_->Describe(soundStream_->codecpar);
   if (like != nullptr) {
     CopyTexts(&soundStream_->metadata, like->metadata);
+    StoreLanguage(soundStream_);
     soundStream_->disposition = like->disposition;
   }
   soundSink_ = [this](AVPacket* packet) {
@@ -135,6 +140,23 @@ void MediaWriter::AddSound(SoundFormat format, const AVChannelLayout& layout,
     av_packet_rescale_ts(packet, sound_->TimeBase(), soundStream_->time_base);
     Send(packet);
   };
+}
+
+/// Names the stream's language as the muxer knows it.
+void MediaWriter::StoreLanguage(AVStream* stream) {
+  constexpr const char* kKey = "language";
+  const AVDictionaryEntry* language = av_dict_get(stream->metadata, kKey, nullptr, 0);
+  const bool isQuickTime = std::strcmp(container_.muxer, "mov") == 0;
+  if (!HasEdits() && std::strcmp(container_.muxer, "ipod") != 0) return;
+  if (language == nullptr || std::strcmp(language->value, "und") == 0) return;
+  const std::string code = language->value;
+  const std::string stored = StorableLanguage(code, isQuickTime);
+  if (stored.empty()) {
+    AddToList(&lost_, "language " + Printable(code) + " of #" + std::to_string(stream->index));
+  }
+  if (av_dict_set(&stream->metadata, kKey, stored.empty() ? nullptr : stored.c_str(), 0) < 0) {
+    throw std::bad_alloc();
+  }
 }
 
 void MediaWriter::AddDescription(const AVFormatContext& source, std::int64_t shift) {

@@ -38,6 +38,9 @@ class MediaWriter {
   /// (100-ns units).
   void AddDescription(const AVFormatContext& source, std::int64_t shift);
   const SoundEncoder& sound() const { return *sound_; }
+  /// What the file cannot say of its streams, such as "language de-CH of #1"; numbers are those of
+  /// this file. Empty when that is nothing.
+  const std::string& lost() const { return lost_; }
 
   /// Makes the file and writes its head.
   /// @param soundStart time of the first sample of sound, in 100-ns units.
@@ -57,6 +60,7 @@ class MediaWriter {
     }
   };
 
+  void StoreLanguage(AVStream* stream);
   AVDictionary* MuxerOptions() const;
   void Send(AVPacket* packet);
   void Check(int result);
@@ -70,6 +74,7 @@ class MediaWriter {
   SoundEncoder::Sink soundSink_;
   AVStream* soundStream_ = nullptr;
   std::vector<std::int64_t> lastDts_;
+  std::string lost_;
 };
 
 }  // namespace zel::tool

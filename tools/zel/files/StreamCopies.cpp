@@ -104,6 +104,8 @@ void StreamCopies::Add(int index) {
   const AVStream& stream = source_->stream(index);
   const AVCodecParameters& codec = *stream.codecpar;
   if (IsChapters(source_->context(), codec)) return;
+  // The muxer makes a track of time codes again from the text of the video's stream.
+  if (codec.codec_tag == MKTAG('t', 'm', 'c', 'd') && writer_->HasEdits() && HasTimeCode()) return;
   const std::string what = StreamText(index, codec);
   const bool isPicture = codec.codec_type == AVMEDIA_TYPE_VIDEO && !media::IsCover(stream);
   const bool isCover = media::IsCover(stream);
@@ -134,6 +136,18 @@ void StreamCopies::Add(int index) {
   if (isPicture) NoteLosses(stream, what);
   // An attachment has no packets.
   if (codec.codec_type != AVMEDIA_TYPE_ATTACHMENT) source_->Want(index, true);
+}
+
+/// Tells whether a video stream of the source carries the text of a track of time codes.
+bool StreamCopies::HasTimeCode() const {
+  for (int i = 0; i < source_->streamCount(); ++i) {
+    const AVStream& stream = source_->stream(i);
+    if (stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO &&
+        av_dict_get(stream.metadata, "timecode", nullptr, 0) != nullptr) {
+      return true;
+    }
+  }
+  return false;
 }
 
 /// Notes what the container cannot say of a video.

@@ -54,6 +54,7 @@ class StreamCopies {
     bool isCut = false;  ///< The last packet was read in part.
   };
 
+  bool HasTimeCode() const;
   void NoteLosses(const AVStream& stream, const std::string& what);
   bool Load();
   void Send(Copy* copy, AVPacket* packet, AVRational base, std::int64_t shift);
