@@ -26,7 +26,7 @@ def layout(path):
 class TestSound(Case):
     @classmethod
     def make(cls):
-        for name in ("5.1(side)", "7.1(wide)", "6.1", "2.1"):
+        for name in ("5.1(side)", "5.1", "7.1(wide)", "6.1", "2.1"):
             ffmpeg(*lavfi("sine=d=0.2:r=48000"), "-af", f"pan={name}|c0=c0|c1=0.5*c0", f"{name}.wav")
         ffmpeg("-i", "5.1(side).wav", "side.ac3")
 
@@ -41,6 +41,8 @@ class TestSound(Case):
             self.assertEqual("speakers" in said, note != "", said)
             self.assertIn(note, said)
             self.assertIn(note, self.done("dub", source, source, "-o", "n." + out.split(".")[1], "-n"))
+        for args in (("dub", "5.1.wav", "side.ac3"), ("mix", "5.1.wav", "side.ac3")):
+            self.assertIn("speakers 5.1(side) taken as 5.1", self.done(*args, "-o", "o.wav", "--overwrite"))
         self.all_fail(1, """
             convert 2.1.wav -o @ : p.ogg p.opus | holds no sound of the speakers 2.1
             convert side.ac3 -o p.mp3 | holds no sound of 6 channels""")

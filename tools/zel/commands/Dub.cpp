@@ -43,6 +43,8 @@ struct Options {
 constexpr std::string_view kAllOfIt = "all of it";
 // In seconds. Shorter ones come from time stamps that are not exact.
 constexpr double kShortestHole = 0.01;
+// In seconds. Lengths of compressed sound are not exact.
+constexpr double kShortestRest = 0.05;
 
 std::string LengthText(double seconds) {
   return seconds > 0 ? ClockText(seconds) : "unknown length";
@@ -121,7 +123,10 @@ class Dub {
       text += " (decoded to " + std::to_string(track_.format().channels) + ")";
     }
     text += ", " + LengthText(trackLength) + ", from " + ClockText(options_.delay);
-    if (!track_.RoundingText().empty()) text += "; " + track_.RoundingText();
+    for (const std::string& note :
+         {track_.RoundingText(), SpeakersText(fileFormat_, input_.format())}) {
+      if (!note.empty()) text += "; " + note;
+    }
     text += "\n";
 
     text += "output:  " + Printable(options_.output.path) + ": " + container_.title +
@@ -130,6 +135,8 @@ class Dub {
     if (!storage.empty()) text += " (" + storage + ")";
     if (!copies_->copied().empty()) text += "; copied: " + copies_->copied();
     text += Omissions() + "\nsilence: " + SilenceText(start, length, trackLength) + "\n";
+    const std::string rest = UnheardText(start, length, trackLength);
+    if (!rest.empty()) text += "unheard: " + rest + "\n";
     return text + "Nothing was written.\n";
   }
 
@@ -148,6 +155,14 @@ class Dub {
               (length > 0 ? ClockText(end) : "the end") + " (after the track)";
     }
     return text.empty() ? "none" : text;
+  }
+
+  /// What of the track's end lies behind the input's.
+  std::string UnheardText(double start, double length, double trackLength) const {
+    const double rest = options_.delay + trackLength - start - length;
+    const bool isHeard = options_.delay < start + length;
+    if (length <= 0 || trackLength <= 0 || rest < kShortestRest || !isHeard) return {};
+    return "the last " + ClockText(rest) + " of the track";
   }
 
   /// The delay, moved by at most half a sample to the nearest sample of the input. Between two
@@ -240,6 +255,10 @@ class Dub {
     const double start =
         static_cast<double>(input_.info->GetStartPTS() - origin_) / kTicksPerSecond;
     const std::string silence = SilenceText(start, seconds, track_.info->GetLength());
+    const std::string speakers = SpeakersText(fileFormat_, input_.format());
+    if (!speakers.empty()) AddToList(&notes, speakers);
+    const std::string rest = UnheardText(start, seconds, track_.info->GetLength());
+    if (!rest.empty()) AddToList(&notes, "unheard: " + rest);
     if (silence.starts_with(kAllOfIt)) AddToList(&notes, "silent: " + silence);
     return Printable(options_.output.path) + ": sound of " + Printable(options_.input) +
            " replaced by " + Printable(options_.track) + " from " + ClockText(options_.delay) +

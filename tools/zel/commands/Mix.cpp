@@ -42,8 +42,10 @@ Inputs OpenInputs(const std::vector<std::string>& paths) {
     }
     inputs.length = std::max(inputs.length, sound.info->GetLength());
     lengthKnown = lengthKnown && sound.info->GetLength() > 0;
-    const std::string rounding = sound.RoundingText();
-    AddToList(&inputs.names, Printable(path) + (rounding.empty() ? "" : " (" + rounding + ")"));
+    std::string notes = sound.RoundingText();
+    const std::string speakers = SpeakersText(sound.format(), inputs.format);
+    if (!speakers.empty()) AddToList(&notes, speakers);
+    AddToList(&inputs.names, Printable(path) + (notes.empty() ? "" : " (" + notes + ")"));
     inputs.converted.emplace_back(std::move(sound), inputs.format);
   }
   if (!lengthKnown) inputs.length = 0;

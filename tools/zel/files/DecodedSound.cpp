@@ -94,6 +94,21 @@ std::uint64_t UsualSpeakers(int channels) {
   return layout.order == AV_CHANNEL_ORDER_NATIVE ? layout.u.mask : 0;
 }
 
+std::string SpeakersText(SoundFormat from, SoundFormat to) {
+  if (from.channels != to.channels || from.speakers == 0 || to.speakers == 0 ||
+      from.speakers == to.speakers) {
+    return {};
+  }
+  const auto name = [](const SoundFormat& format) {
+    const AVChannelLayout layout{
+        AV_CHANNEL_ORDER_NATIVE, format.channels, {format.speakers}, nullptr};
+    char text[128] = {};
+    av_channel_layout_describe(&layout, text, sizeof(text));
+    return std::string(text);
+  };
+  return "speakers " + name(from) + " taken as " + name(to);
+}
+
 void DecodedSound::Refresh() {
   stream->GetStreamInfo(info.Receive());
   if (!info || info->GetAudioInfo() == nullptr || format().channels <= 0 ||

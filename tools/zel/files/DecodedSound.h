@@ -14,6 +14,10 @@
 
 namespace zel::tool {
 
+/// "speakers 5.1(side) taken as 5.1" where the channels of `from` become as many channels of `to`
+/// that are other speakers; empty where they are the same, or unknown.
+std::string SpeakersText(SoundFormat from, SoundFormat to);
+
 /// The speakers of sound that was mixed to `channels` channels.
 std::uint64_t UsualSpeakers(int channels);
 
