@@ -16,6 +16,10 @@ char g_file[NAME_MAX + 1];
 std::atomic<bool> g_hasFile = false;
 std::atomic<bool> g_lineToClear = false;
 
+// Those that others send, or limits: after a fault of the program's own, nothing can be relied on.
+constexpr int kEndingSignals[] = {SIGHUP,  SIGINT,  SIGQUIT, SIGTERM, SIGALRM, SIGVTALRM, SIGPROF,
+                                  SIGUSR1, SIGUSR2, SIGXCPU, SIGIO,   SIGPWR,  SIGSTKFLT};
+
 extern "C" void EndBySignal(int signal) {
   if (g_hasFile.load()) unlinkat(g_folder, g_file, 0);
   if (g_lineToClear.load()) {
@@ -28,7 +32,7 @@ extern "C" void EndBySignal(int signal) {
 }  // namespace
 
 void InstallSignalHandlers() {
-  for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
+  for (const int signal : kEndingSignals) {
     struct sigaction action = {};
     if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) continue;
     action = {};

@@ -5,9 +5,10 @@
 
 namespace zel::tool {
 
-/// Makes SIGHUP, SIGINT and SIGTERM clean up and end the program with 128 plus the signal's number.
-/// Signals that were ignored at the start stay ignored. Writing to a pipe that nobody reads, or
-/// beyond a size limit, becomes an error instead of a signal. Call once, at the start.
+/// Makes the signals by which others end a program (SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGUSR1,
+/// SIGXCPU ...) clean up and end it with 128 plus the signal's number. Signals that were ignored at
+/// the start stay ignored. Writing to a pipe that nobody reads, or beyond a size limit, becomes an
+/// error instead of a signal. Call once, at the start.
 void InstallSignalHandlers();
 
 /// Sets the file that a handled signal removes, instead of the one set before; null for none.
