@@ -8,6 +8,7 @@
 #include "tools/zel/commands/CommandLine.h"
 #include "tools/zel/commands/Commands.h"
 #include "tools/zel/files/Interruption.h"
+#include "tools/zel/files/MemoryLimit.h"
 #include "tools/zel/text/Failure.h"
 #include "tools/zel/text/Output.h"
 #include "tools/zel/text/Text.h"
@@ -81,9 +82,9 @@ int main(int argc, char** argv) {
   } catch (const ClosedPipe&) {
     return kClosedPipe;
   } catch (const std::bad_alloc&) {
-    std::fputs("zel: out of memory\n", stderr);
+    std::fprintf(stderr, "zel: out of memory%s\n", MemoryLimitText().c_str());
   } catch (const std::exception& error) {
-    Report(error);
+    Report(error, MemoryLimitText());
   }
   return kFailed;
 }

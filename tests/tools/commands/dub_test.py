@@ -260,6 +260,13 @@ class Manners(Case):
             self.assertEqual((process.communicate()[1], process.returncode, read("o.mka")),
                              (b"zel: o.mka: exists already (--overwrite replaces it)\n", 1, b"mine"))
             os.unlink("o.mka")
+        # A disk that does not answer; nobody waits for it.
+        no_sync = {74: errno.EIO}
+        self.fails(("dub", "in.wav", "track.wav", "-o", "o.wav"), 1, "^zel: o.wav: Input/output error\n$",
+                   prepare=lambda: without(no_sync))
+        self.assertEqual(zel("dub", "-q", "in.wav", "track.wav", "-o", "o.wav", "--no-sync",
+                             prepare=lambda: without(no_sync)), (0, "", ""))
+        os.unlink("o.wav")
         # Where nothing helps, nothing is left.
         self.fails(("dub", "in.wav", "track.wav", "-o", "o.wav"), 1, "^zel: o.wav: Input/output error\n$",
                    prepare=lambda: without(no_rename | no_links | {264: errno.EIO}))

@@ -119,6 +119,7 @@ class Refusals(Case):
             frame mute.mp4 -o o.png --over bomb.png | bomb.png: a picture of 900000x900000 is too large
             dub film.mkv track.wav -o o.webm | o.webm: WebM holds no video of codec h264
             convert six.wav -o o.mp3 | o.mp3: MP3 .* holds no sound of 6 channels
+            @ in.wav in.wav -o o.wav --max-memory 20M : dub mix | (memory|map).*; --max-memory is 20M$
             convert in.wav -o o.flac -c 1 -r @ : 768000 65541 | o.flac: .* holds no sound of @ Hz, 1 channel:
             dub in.wav mute.mp4 -o o.wav --program 1 | mute.mp4: no audio stream in program 1$
             convert mute.mp4 -o o.wav --stream 1 | mute.mp4: no audio stream 0x1; there are: none$
@@ -141,6 +142,7 @@ class Refusals(Case):
             dub in.wav track.wav -o o.wav --audio-stream -1 | --audio-stream: -1 is not from 0 to 65535
             convert in.wav -o o.wav -r @ : 0 -44100 999 768001 99999999999999999999 | rate: @ is not from 1000 to 768000
             convert in.wav -o o.wav --rate @ : 1e4 '' 0x2 | --rate: '@' is no whole number
+            convert in.wav -o o.wav --max-memory @ : 0 1M 15M 20X 20MB M '' 99999999999G | '@' is no size such as 500M
             convert in.wav -o o.wav -c @ : 0 9 | channels.* 8
             convert in.wav -o o.wav --audio-stream 0 @ 1 : --stream --program | excludes
             frame mute.mp4 -o o.png --at 1 --at 2 | --at: given more than once

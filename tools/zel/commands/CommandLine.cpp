@@ -4,6 +4,7 @@
 #include <charconv>
 
 #include "tools/zel/files/Confinement.h"
+#include "tools/zel/files/MemoryLimit.h"
 #include "tools/zel/text/Failure.h"
 #include "tools/zel/text/Output.h"
 
@@ -64,6 +65,8 @@ CommandLine::CommandLine(const std::string& name, const std::string& description
   parser_->set_version_flag("--version", VersionText(), "Show the version");
   parser_->add_flag_callback("--no-sandbox", NeverConfine,
                              "Keep all rights while files are decoded");
+  AddParsed("--max-memory", "SIZE", LimitMemory,
+            "Fail rather than take more memory than SIZE, such as 500M or 2G");
   parser_->formatter(std::make_shared<HelpFormatter>());
   parser_->get_formatter()->column_width(30);
 }
@@ -86,6 +89,11 @@ void CommandLine::AddFiles(const std::string& name, std::vector<std::string>* va
 
 void CommandLine::AddFlag(const std::string& names, bool* value, const std::string& help) {
   parser_->add_flag(names, *value, help);
+}
+
+void CommandLine::AddCall(const std::string& names, const std::function<void()>& call,
+                          const std::string& help) {
+  parser_->add_flag_callback(names, call, help);
 }
 
 void CommandLine::AddText(const std::string& names, const std::string& placeholder,

@@ -34,6 +34,9 @@ class CommandLine {
 
   /// An option without a value. It sets `value` to true.
   void AddFlag(const std::string& names, bool* value, const std::string& help);
+  /// An option without a value. It makes Parse call `call`.
+  void AddCall(const std::string& names, const std::function<void()>& call,
+               const std::string& help);
   /// An option with any text.
   void AddText(const std::string& names, const std::string& placeholder,
                std::optional<std::string>* value, const std::string& help);

@@ -40,6 +40,8 @@ void OutputOptions::AddTo(CommandLine* line) {
 void OutputOptions::AddTo(CommandLine* line, const std::string& tells, const std::string& silence) {
   line->AddRequiredText("-o,--output", "OUTPUT", &path, "File to write; its name tells " + tells);
   line->AddFlag("--overwrite", &overwrite, "Replace an existing OUTPUT");
+  line->AddCall("--no-sync", PendingFile::NeverSync,
+                "Do not wait until OUTPUT is on the disk: faster, but a power failure may lose it");
   line->AddFlag("-q,--quiet", &quiet, silence);
 }
 

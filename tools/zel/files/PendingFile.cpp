@@ -113,6 +113,8 @@ void SyncFolder(int folder) {
   close(synced);
 }
 
+bool syncs = true;
+
 /// Where a new file goes, and the mode that it gets.
 struct Place {
   std::string target;
@@ -248,7 +250,7 @@ std::int64_t PendingFile::Size() const {
 
 void PendingFile::Commit() {
   // After a power failure, the name must not stand for data that never reached the disk.
-  if (fsync(fd_) != 0 && !IsUnsyncable(errno)) throw SystemFailure(path_, errno);
+  if (syncs && fsync(fd_) != 0 && !IsUnsyncable(errno)) throw SystemFailure(path_, errno);
   if (!IsName(folder_, pending_.c_str(), fd_)) {
     pending_.clear();  // Not ours to remove.
     throw Failure(path_, "another program has replaced the file that was being written");
@@ -270,7 +272,11 @@ void PendingFile::Commit() {
   if (error != 0) throw SystemFailure(path_, error);
   pending_.clear();
   SetFileToRemove(-1, nullptr);
-  SyncFolder(folder_);
+  if (syncs) SyncFolder(folder_);
+}
+
+void PendingFile::NeverSync() {
+  syncs = false;
 }
 
 }  // namespace zel::tool

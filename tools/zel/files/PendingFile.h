@@ -40,6 +40,8 @@ class PendingFile {
   /// Ends the file, waits until it is on the disk, and gives it its name.
   /// @throws Failure
   void Commit();
+  /// Makes Commit of all files leave out the wait for the disk. Not while another thread commits.
+  static void NeverSync();
 
  private:
   void Create(unsigned mode);

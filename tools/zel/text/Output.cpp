@@ -9,8 +9,8 @@
 
 namespace zel::tool {
 
-void Report(const std::exception& failure) {
-  std::fprintf(stderr, "zel: %s\n", Printable(failure.what()).c_str());
+void Report(const std::exception& failure, const std::string& note) {
+  std::fprintf(stderr, "zel: %s%s\n", Printable(failure.what()).c_str(), note.c_str());
 }
 
 void PrintOut(const std::string& text) {

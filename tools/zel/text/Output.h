@@ -6,8 +6,8 @@
 
 namespace zel::tool {
 
-/// Writes one line about `failure` to standard error; its text is made printable.
-void Report(const std::exception& failure);
+/// Writes one line about `failure` to standard error; its text is made printable. `note` follows it.
+void Report(const std::exception& failure, const std::string& note = {});
 
 /// Writes `text` to standard output and flushes it.
 /// @throws Failure when not all of it can be written, ClosedPipe when nobody reads it
