@@ -2,7 +2,7 @@
 
 import unittest
 
-from support import Case, ffmpeg, lavfi, probe, read, sine, streams, write, write_wav
+from support import Case, decode, ffmpeg, lavfi, probe, read, sine, streams, write, write_wav
 
 # Six bars of each picture are its number in binary; the ripples make pictures larger than placeholders.
 NUMBERED = ("color=black:s=96x32:r=25:d=2,geq=cb=128:cr=128:"
@@ -59,6 +59,15 @@ class Copy(Case):
             told = self.done("frame", "in.avi", "-o", "frame.ppm", "--overwrite", "--at", f"{time}ms")
             self.assertIn(f"at 0:00:00.{time:03}", told)
             self.assertEqual(number(read("frame.ppm")[-96 * 32 * 3:], 3), picture)
+
+    def test_sound_that_starts_later(self):
+        # The encoder's priming samples must not be heard in front of it.
+        ffmpeg(*lavfi(NUMBERED), "-itsoffset", "1", *lavfi("sine=440:r=44100:d=1"), "-c:a", "flac", "late.mkv")
+        for out in ("late.mp4", "late.mov"):
+            self.done("dub", "late.mkv", "track.wav", "-o", out)
+            start = probe(out, "-select_streams", "a", "-show_entries", "stream=start_time")["streams"][0]["start_time"]
+            self.assertAlmostEqual(float(start), 1, delta=0.002)
+            self.assertIn(len(decode(out)) - 44100, range(1024))  # The last block of 1,024 is filled up.
 
     def test_what_a_container_holds(self):
         chapter = "[CHAPTER]\nTIMEBASE=1/1\nSTART=0\nEND=1\ntitle=One\n"

@@ -7,10 +7,12 @@
 
 extern "C" {
 #include <libavutil/dict.h>
+#include <libavutil/intreadwrite.h>
 #include <libavutil/mem.h>
 }
 
 #include "media/Ticks.h"
+#include "tools/zel/files/EditList.h"
 #include "tools/zel/text/Failure.h"
 #include "tools/zel/text/Language.h"
 #include "tools/zel/text/List.h"
@@ -198,6 +200,7 @@ void MediaWriter::Start(bool overwrite, std::int64_t soundStart) {
   av_dict_free(&options);
   Check(result);
   lastDts_.assign(muxer_->nb_streams, kNoDts);
+  priming_.assign(muxer_->nb_streams, 0);
   sound_->Start(soundStart);
 }
 
@@ -225,6 +228,7 @@ void MediaWriter::WriteCopy(AVPacket* packet, int index, AVRational timeBase) {
   packet->pts = Rescaled(packet->pts, timeBase, outBase);
   packet->dts = Rescaled(packet->dts, timeBase, outBase);
   packet->duration = Rescaled(packet->duration, timeBase, outBase);
+  NotePriming(*packet);
   // Decoding times must rise, but two may have become equal when they were rounded.
   std::int64_t& last = lastDts_[static_cast<std::size_t>(index)];
   if (packet->dts != AV_NOPTS_VALUE) {
@@ -239,6 +243,15 @@ void MediaWriter::WriteCopy(AVPacket* packet, int index, AVRational timeBase) {
   Send(packet);
 }
 
+/// Keeps how many samples of a copied stream are not to be heard.
+void MediaWriter::NotePriming(const AVPacket& packet) {
+  const auto index = static_cast<std::size_t>(packet.stream_index);
+  const bool isFirst = lastDts_[index] == kNoDts;
+  std::size_t size = 0;
+  const std::uint8_t* skip = av_packet_get_side_data(&packet, AV_PKT_DATA_SKIP_SAMPLES, &size);
+  if (isFirst && skip != nullptr && size >= 4) priming_[index] = static_cast<int>(AV_RL32(skip));
+}
+
 void MediaWriter::WriteSound(const std::uint8_t* pcm, int frames) {
   sound_->Write(pcm, frames, soundSink_);
 }
@@ -249,6 +262,15 @@ void MediaWriter::Finish() {
   avio_flush(io_.get());
   Check(io_->error);
   if (file_->error() != 0) Check(AVERROR(file_->error()));
+  if (HasEdits() || std::strcmp(container_.muxer, "ipod") == 0) {
+    std::vector<int> rates;
+    for (unsigned i = 0; i < muxer_->nb_streams; ++i) {
+      rates.push_back(muxer_->streams[i]->codecpar->sample_rate);
+    }
+    priming_[static_cast<std::size_t>(soundStream_->index)] =
+        soundStream_->codecpar->initial_padding;
+    Check(CutPriming(file_.get(), priming_, sound_->outRate(), rates));
+  }
   file_->Commit();
 }
 

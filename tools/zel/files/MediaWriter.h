@@ -62,6 +62,7 @@ class MediaWriter {
 
   void StoreLanguage(AVStream* stream);
   AVDictionary* MuxerOptions() const;
+  void NotePriming(const AVPacket& packet);
   void Send(AVPacket* packet);
   void Check(int result);
 
@@ -74,6 +75,7 @@ class MediaWriter {
   SoundEncoder::Sink soundSink_;
   AVStream* soundStream_ = nullptr;
   std::vector<std::int64_t> lastDts_;
+  std::vector<int> priming_;  ///< Of each stream, in samples.
   std::string lost_;
 };
 

@@ -243,6 +243,19 @@ std::int64_t PendingFile::Seek(std::int64_t offset, int whence) {
   return -errno;
 }
 
+int PendingFile::ReadAt(std::int64_t offset, std::uint8_t* data, int size) const {
+  while (size > 0) {
+    const ssize_t got = pread(fd_, data, static_cast<std::size_t>(size), offset);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return -errno;
+    if (got == 0) return 0;
+    data += got;
+    offset += got;
+    size -= static_cast<int>(got);
+  }
+  return 0;
+}
+
 std::int64_t PendingFile::Size() const {
   struct stat there = {};
   return fstat(fd_, &there) == 0 ? there.st_size : -errno;

@@ -32,6 +32,9 @@ class PendingFile {
   int Write(const std::uint8_t* data, int size);
   /// As lseek; the negative of an errno, which error() keeps, after a failure.
   std::int64_t Seek(std::int64_t offset, int whence);
+  /// Copies what was written from `offset` on, as far as there is so much, without moving.
+  /// @return 0, or the negative of an errno
+  int ReadAt(std::int64_t offset, std::uint8_t* data, int size) const;
   /// In bytes; the negative of an errno after a failure.
   std::int64_t Size() const;
   /// The errno of the first failed write or seek; 0 for none.
