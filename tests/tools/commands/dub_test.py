@@ -210,10 +210,10 @@ class Manners(Case):
             self.assertIn("in.wav, stream #0: 44100 Hz, 2 channels, 0:00:00.680", out)
             self.assertIn("silence: " + silence + "\n", out)
             self.assertFalse(os.path.exists("o.flac"))
-        self.assertIn("\nunheard: the last 0:00:00.200 of the track\n",
+        self.assertIn("\nunheard: the last 0:00:00.201 of the track\n",
                       self.done("dub", "track.wav", "in.wav", "-o", "o.flac", "-n", "-d", "-0.253"))
-        self.assertIn("; unheard: the last 0:00:00.453 of the track\n",
-                      self.done("dub", "track.wav", "in.wav", "-o", "o.flac"))
+        self.assertIn("; unheard: the last 0:00:00.454 of the track\n",
+                      self.done("dub", "track.wav", "in.wav", "-o", "u.flac"))
         self.assertIn("; silent: all of it: the track is never heard\n",
                       self.done("dub", "in.wav", "track.wav", "-o", "n.wav", "-d", "9"))
         for kind in ("mka", "m4a", "ogg"):  # The same input gives the same bytes.
