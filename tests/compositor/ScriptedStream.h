@@ -152,6 +152,12 @@ inline ULONG CountOf(IUnknown* object) {
   return object->Release();
 }
 
+/// A DiagnosisCallback whose context is a Watch.
+using Watch = std::function<void(DIAGNOSIS_EVENT, const SDiagnosis&)>;
+inline void CallWatch(void* watch, DIAGNOSIS_EVENT event, const SDiagnosis* now) {
+  (*static_cast<Watch*>(watch))(event, *now);
+}
+
 /// A compositor and its output.
 struct Host {
   void Close() { EXPECT_EQ(compositor ? compositor.Detach()->Release() : 0, 0U); }
@@ -164,6 +170,17 @@ struct Host {
     const MEDIA_FRAME* frame = Pull();
     if (frame == nullptr) return {};
     return {frame->audio.pData, frame->audio.pData + frame->audio.nDataSize};
+  }
+
+  Ref<ICompositorDiagnosis> Diagnosis() const {
+    Ref<ICompositorDiagnosis> diagnosis;
+    compositor->QueryInterface(IID_ICompositorDiagnosis, diagnosis.ReceiveVoid());
+    return diagnosis;
+  }
+  SDiagnosis Now() const {
+    SDiagnosis now = {};
+    EXPECT_EQ(Diagnosis()->GetDiagnosis(&now), S_OK);
+    return now;
   }
 
   Ref<CAudioCompositor> compositor = MakeComponent<CAudioCompositor>(nullptr, nullptr);
