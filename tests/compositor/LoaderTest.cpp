@@ -284,30 +284,37 @@ TEST_F(LoaderTest, WhateverIsMissingEndsTheLoad) {
 
 TEST_F(LoaderTest, ALoadIsWaitedForAndReported) {
   std::vector<LOAD_RESULT> loads;
+  std::atomic<int> begun = 0;
   const Ref<ICompositorDiagnosis> diagnosis = host->Diagnosis();
-  Watch note = [&](DIAGNOSIS_EVENT event, const SDiagnosis& now) {
+  Watch note;
+  note = [&](DIAGNOSIS_EVENT event, const SDiagnosis& now) {
     if (event != DIAGNOSIS_LOAD_ENDED) return;
-    loads.push_back(now.load);
+    EXPECT_EQ(++begun > 1 ? S_OK : Add(L"second"), S_OK);
     EXPECT_EQ(diagnosis->WaitForLoad(0), E_ZEL_STATE);
-    EXPECT_EQ(loads.size() != 1 ? S_OK : Add(L"second"), S_OK);
+    EXPECT_EQ(begun != 3 ? S_FALSE : diagnosis->SetCallback(CallWatch, &note), S_FALSE);
     std::this_thread::sleep_for(milliseconds(30));
+    loads.push_back(now.load);
   };
   EXPECT_EQ(diagnosis->SetCallback(CallWatch, &note), S_OK);
+  plan->missing = "decoder";
   plan->holdsLoads = true;
   ASSERT_EQ(Add(L"first"), S_OK);
   EXPECT_EQ(host->Now().isLoading, 1);
+  host->compositor->Remove();
   EXPECT_FALSE(IsReplaced());
   EXPECT_EQ(host->Now().pull, PULL_PASSED_LOADING);
-  host->compositor->Remove();
   EXPECT_EQ(diagnosis->WaitForLoad(20), S_FALSE);
-  plan->missing = "decoder";
   plan->holdsLoads = false;
   EXPECT_EQ(diagnosis->WaitForLoad(kWaitForever), S_OK);
   EXPECT_THAT(loads, testing::ElementsAre(LOAD_NO_DECODER, LOAD_NO_DECODER));
-  ASSERT_EQ(Add(L"third"), S_OK);
-  ASSERT_TRUE(Soon([&] { return host->Now().loads == 3; }));
-  EXPECT_EQ(diagnosis->SetCallback(nullptr, nullptr), S_OK) << "waits for the callback";
-  EXPECT_EQ(loads.size(), 3U);
+  g_refuseThreads = true;
+  EXPECT_EQ(Add(L"third"), S_OK);
+  g_refuseThreads = false;
+  EXPECT_EQ(loads.back(), LOAD_NO_THREAD);
+  ASSERT_EQ(Add(L"fourth"), S_OK);
+  ASSERT_TRUE(Soon([&] { return begun == 4; }));
+  EXPECT_EQ(diagnosis->SetCallback(nullptr, nullptr), S_OK);
+  EXPECT_EQ(loads.size(), 4U) << "waits for the callback";
 }
 
 TEST_F(LoaderTest, TheNextLoadANewInputAndTheEndWaitForALoad) {
