@@ -25,6 +25,7 @@ struct Block {
   int bits = 16;
   int bytes = 4096;
   std::int64_t pts = 0;
+  bool isBufferShort = false;  ///< The buffer has a byte less.
   int streamType = AV_STREAM_AUDIO;
   bool hasFrame = true;
   bool hasData = true;
@@ -134,9 +135,14 @@ class ScriptedStream : public Component<IMediaStream> {
     frame.nStreamType = block.streamType;
     frame.nFrameType = FRAME_DATA_ENCODED;
     frame.llPTS = block.pts;
-    frame.audio = {block.rate,  block.channels,
-                   block.bits,  block.hasData ? data : nullptr,
-                   block.bytes, block.bytes > 0 ? 2 * (count + kMargin) : block.bytes};
+    frame.audio = {block.rate,
+                   block.channels,
+                   block.bits,
+                   block.hasData ? data : nullptr,
+                   block.bytes,
+                   block.isBufferShort ? block.bytes - 1
+                   : block.bytes > 0   ? 2 * (count + kMargin)
+                                       : block.bytes};
   }
 
   std::string name_;
