@@ -24,13 +24,15 @@ struct CheckedHost {
     compositor->SetInputAudioStream(input.get());
     compositor->AddByMediaStream(track.get());
   }
-  ~CheckedHost() {
+  ~CheckedHost() { End(); }
+  CZelSample* Pull() const {
+    IMediaStream* const pulled = output.get();  // Which may be released meanwhile.
+    pulled->Forward();
+    return pulled->GetSampleEx();
+  }
+  void End() {
     output = nullptr;
     compositor = nullptr;
-  }
-  CZelSample* Pull() const {
-    output->Forward();
-    return output->GetSampleEx();
   }
   /// Pulls with `block` as the first one of the input, or of the track.
   void PullBlock(Block block, bool isInput) {
@@ -107,13 +109,14 @@ TEST(HostChecks, NameEachMistake) {
        [](H& h) { h.InsideAPull([&] { h.output->GetSampleEx(); }); }},
       {HostMistake::kInsideCall, "seek",
        [](H& h) { h.InsideAPull([&] { h.output->Seek(1, 1); }); }},
-      {HostMistake::kInsideCall, "the end",
+      {HostMistake::kInsideCall, "the end", [](H& h) { h.InsideAPull([&] { h.End(); }); }},
+      {HostMistake::kTwoThreads, "the end",
+       [](H& h) { h.InsideAPull([&] { std::thread([&] { h.End(); }).join(); }); }},
+      {HostMistake::kTwoThreads, "controls",
        [](H& h) {
-         h.InsideAPull([&] {
-           h.output->Release();
-           h.compositor.Detach()->Release();
-         });
-         static_cast<void>(h.output.Detach());
+         h.track->onInfo = [&] { std::thread([&] { h.compositor->Remove(); }).join(); };
+         h.compositor->AddByMediaStream(h.track.get());
+         h.track->onInfo = nullptr;
        }},
       {HostMistake::kTwoThreads, "pulls",
        [](H& h) { h.InsideAPull([&] { std::thread([&] { h.output->Forward(); }).join(); }); }},
@@ -178,8 +181,7 @@ TEST(HostChecks, SayNothingOfAHostThatMakesNone) {
   EXPECT_TRUE(scombase::IsEqualObject(host.output.get(), host.compositor.get()));
   host.compositor->Remove();
   EXPECT_NE(host.Pull(), nullptr);
-  host.output = nullptr;
-  host.compositor = nullptr;
+  host.End();
   host.checks.reset();
   EXPECT_THAT(host.mistakes, testing::IsEmpty());
 }

@@ -282,6 +282,32 @@ TEST_F(LoaderTest, WhateverIsMissingEndsTheLoad) {
   }
 }
 
+TEST_F(LoaderTest, ChecksNameANameThatIsNotLoadedAgain) {
+  for (const bool isFailure : {false, true}) {
+    int mistakes = 0;
+    HostChecks checks(
+        [](void* count, HostMistake mistake, const char*) {
+          *static_cast<int*>(count) += mistake == HostMistake::kNotLoadedAgain ? 1 : 100;
+        },
+        &mistakes);
+    const Ref<IAudioCompositor> checked = checks.Wrap(host->compositor.get());
+    const auto add = [&](std::wstring name) {
+      EXPECT_EQ(checked->AddByFileName(name.data()), S_OK);
+      EXPECT_EQ(host->Diagnosis()->WaitForLoad(kWaitForever), S_OK);
+    };
+    if (isFailure) plan->missing = "decoder";
+    add(isFailure ? L"bad" : L"good");
+    add(L"other");
+    EXPECT_EQ(mistakes, 0);
+    if (!isFailure) checked->AddByMediaStream(MakeComponent<Track>().get());
+    add(L"other");
+    EXPECT_EQ(mistakes, 1);
+    checked->Remove();
+    add(L"other");
+    EXPECT_EQ(mistakes, 1);
+  }
+}
+
 TEST_F(LoaderTest, ALoadIsWaitedForAndReported) {
   std::vector<LOAD_RESULT> loads;
   std::atomic<int> begun = 0;

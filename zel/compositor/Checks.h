@@ -461,11 +461,11 @@ class CheckedCompositor final : public WatchedComponent<IAudioCompositor, IMedia
   }
 
   void LetGo() override {
+    // The calls go on. The compositor is kept until the session ends.
     if (StreamCall::IsInside(this)) {
-      // The compositor would end the process. It is kept until the session ends.
       return Report(HostMistake::kInsideCall, "the last Release inside a stream's call");
     }
-    if (IsBusy()) Report(HostMistake::kTwoThreads, "the last Release during a call");
+    if (IsBusy()) return Report(HostMistake::kTwoThreads, "the last Release during a call");
     TakeSampleBack();
     diagnosis_ = nullptr;
     output_ = nullptr;
