@@ -131,7 +131,7 @@ TEST(HostChecks, NameEachMistake) {
       {HostMistake::kBorrowedSample, "kept",
        [](H& h) {
          const auto sample = Ref<CZelSample>::Share(h.Pull());
-         h.Pull();
+         h.output->Forward();
        }},
       {HostMistake::kBorrowedSample, "released",
        [](H& h) {
