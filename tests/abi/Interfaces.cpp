@@ -3,6 +3,6 @@
 
 extern "C" ZEL_API void Interfaces(IClassFactory*, IAudioCompositor*, IMediaStream*,
                                    IMediaDecoderMgr*, IMediaDecoder*, CFrameBuffer*,
-                                   DecoderSelection*);
+                                   DecoderSelection*, ICompositorDiagnosis*);
 void Interfaces(IClassFactory*, IAudioCompositor*, IMediaStream*, IMediaDecoderMgr*, IMediaDecoder*,
-                CFrameBuffer*, DecoderSelection*) {}
+                CFrameBuffer*, DecoderSelection*, ICompositorDiagnosis*) {}

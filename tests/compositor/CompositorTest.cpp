@@ -62,6 +62,7 @@ TEST_F(CompositorTest, WithoutInputThereIsNothing) {
   EXPECT_THAT(nothing, testing::Each(S_FALSE));
   EXPECT_EQ(output->GetStreamInfo(nullptr), E_POINTER);
   EXPECT_EQ(compositor->GetOutPutAudioStream(nullptr), E_POINTER);
+  EXPECT_EQ(host.Now().pull, PULL_ENDED_NO_INPUT);
   EXPECT_EQ(compositor->AddByMediaStream(nullptr), E_INVALIDARG);
   EXPECT_EQ(compositor->Remove(), S_OK);
 }
@@ -81,7 +82,45 @@ TEST_F(CompositorTest, IsTheOneClassAndMayBeAggregated) {
   ASSERT_EQ(face->GetOutPutAudioStream(stream.Receive()), S_OK);
   EXPECT_EQ(CountOf(outer), 3U) << "references on its faces are the outer object's";
   EXPECT_EQ(CountOf(inner.get()), 1U);
+  Ref<ICompositorDiagnosis> diagnosis;
+  ASSERT_EQ(inner->QueryInterface(IID_ICompositorDiagnosis, diagnosis.ReceiveVoid()), S_OK);
+  EXPECT_EQ(CountOf(outer), 4U);
+  EXPECT_EQ(CountOf(inner.get()), 1U);
+  EXPECT_TRUE(scombase::IsEqualObject(diagnosis.get(), outer));
   EXPECT_EQ(stream->QueryInterface(IID_IAudioCompositor, face.ReceiveVoid()), E_NOINTERFACE);
+}
+
+TEST_F(CompositorTest, ItsDiagnosisIsAnObjectThatKeepsItAlive) {
+  Ref<ICompositorDiagnosis> diagnosis = host.Diagnosis();
+  EXPECT_TRUE(scombase::IsEqualObject(diagnosis.get(), compositor));
+  EXPECT_EQ(host.compositor.Detach()->Release(), 1U);
+  EXPECT_EQ(diagnosis->GetDiagnosis(nullptr), E_POINTER);
+  EXPECT_EQ(diagnosis->WaitForLoad(0), S_OK);
+  EXPECT_EQ(diagnosis.Detach()->Release(), 0U);
+}
+
+TEST_F(CompositorTest, ReportsPullsThatGiveSomethingElse) {
+  std::vector<PULL_RESULT> pulls;
+  const Ref<ICompositorDiagnosis> diagnosis = host.Diagnosis();
+  Watch note = [&](DIAGNOSIS_EVENT event, const SDiagnosis& now) {
+    EXPECT_EQ(event, DIAGNOSIS_PULL_CHANGED);
+    pulls.push_back(now.pull);
+    EXPECT_EQ(output->GetSampleEx(), nullptr);
+    EXPECT_EQ(output->Seek(1, 1), -1.0);
+    EXPECT_EQ(compositor->SetInputAudioStream(nullptr), E_ZEL_STATE);
+    EXPECT_EQ(diagnosis->WaitForLoad(0), E_ZEL_STATE);
+    EXPECT_EQ(compositor->Remove(), S_OK) << "no lock is held";
+    if (pulls.size() < 3) return;
+    EXPECT_EQ(diagnosis->SetCallback(nullptr, nullptr), S_FALSE);
+  };
+  EXPECT_EQ(diagnosis->SetCallback(CallWatch, &note), S_OK);
+  compositor->SetDelayTime(0.5);
+  Play([](long n) { return Block{.pts = n == 0 ? -1 : n * 1'000'000}; });
+  for (int i = 0; i < 9; ++i) host.Pull();
+  Play();
+  host.Pull();
+  EXPECT_THAT(pulls, testing::ElementsAre(PULL_SILENT_NO_TIME, PULL_SILENT_BEFORE_DELAY,
+                                          PULL_PASSED_NO_SOURCE));
 }
 
 TEST_F(CompositorTest, DescribesTheInput) {
@@ -123,6 +162,7 @@ TEST_F(CompositorTest, HandsOutTheFramesOfADescribedInputInOneSample) {
     EXPECT_EQ(compositor->SetInputAudioStream(input), S_FALSE);
     EXPECT_EQ(CountOf(input), 2U) << "held all the same";
     EXPECT_EQ(host.Pull(), nullptr);
+    EXPECT_EQ(host.Now().pull, PULL_ENDED_NO_DESCRIPTION);
     EXPECT_EQ(output->Forward(), 7);
   }
 }
@@ -186,34 +226,48 @@ TEST_F(CompositorTest, TheSourceFindsACleanFrameInEveryPassAndMayFillIt) {
 }
 
 TEST_F(CompositorTest, BlocksWithoutSoundAreSilenceAndEndTheInput) {
-  const std::tuple<const char*, Block, bool> rows[] = {
-      {"8 bits", {.bits = 8}, false},          {"24 bits", {.bits = 24}, false},
-      {"negative bits", {.bits = -64}, false}, {"no channels", {.channels = 0}, false},
-      {"no rate", {.rate = -1}, false},        {"no data", {.hasData = false}, true},
-      {"negative size", {.bytes = -2}, true},  {"a picture", {.streamType = AV_STREAM_VIDEO}, true},
-      {"no frame", {.hasFrame = false}, true}, {"no sample", {.hasSample = false}, true},
-      {"no bytes", {.bytes = 0}, true},
+  constexpr PULL_RESULT kEnd = PULL_ENDED_FRAME;
+  constexpr PULL_RESULT kPassed = PULL_PASSED_NO_SOURCE;
+  const std::tuple<const char*, Block, PULL_RESULT, PULL_RESULT> rows[] = {
+      {"8 bits", {.bits = 8}, PULL_SILENT_NOT_PCM16, kPassed},
+      {"24 bits", {.bits = 24}, PULL_SILENT_NOT_PCM16, kPassed},
+      {"negative bits", {.bits = -64}, PULL_SILENT_NOT_PCM16, kPassed},
+      {"no channels", {.channels = 0}, PULL_SILENT_NO_FORMAT, kPassed},
+      {"no rate", {.rate = -1}, PULL_SILENT_NO_FORMAT, kPassed},
+      {"no data", {.hasData = false}, PULL_SILENT_BAD_DATA, kEnd},
+      {"negative size", {.bytes = -2}, PULL_SILENT_BAD_DATA, kEnd},
+      {"a picture", {.streamType = AV_STREAM_VIDEO}, PULL_SILENT_NOT_AUDIO, kEnd},
+      {"no frame", {.hasFrame = false}, PULL_SILENT_SOURCE_ENDED, PULL_ENDED_INPUT},
+      {"no sample", {.hasSample = false}, PULL_SILENT_SOURCE_ENDED, PULL_ENDED_INPUT},
+      {"no bytes", {.bytes = 0}, PULL_SOUND, kEnd},
+      {"9 channels", {.channels = 9}, PULL_SILENT_CHANNELS, kPassed},
   };
-  for (const auto& [what, block, endsInput] : rows) {
+  for (const auto& [what, block, ofSource, ofInput] : rows) {
     SCOPED_TRACE(what);
     const Script script = [first = block](long n) { return n == 0 ? first : Block{}; };
     Play({}, script)->position = -1;
     EXPECT_EQ(IsSilent(host.PullBytes()), block.bytes != 0) << "empty blocks are passed over";
+    EXPECT_EQ(host.Now().pull, ofSource);
     EXPECT_FALSE(IsSilent(host.PullBytes())) << "the block after it is fine";
+    EXPECT_EQ(host.Now().pull, PULL_SOUND);
     compositor->SetInputAudioStream(Input(script));
-    EXPECT_EQ(host.Pull() == nullptr, endsInput);
+    EXPECT_EQ(host.Pull() == nullptr, ofInput != kPassed);
+    EXPECT_EQ(host.Now().pull, ofInput);
   }
   compositor->SetInputAudioStream(nullptr);
 }
 
 TEST_F(CompositorTest, AnOutputThatCannotBeConvertedToIsSilent) {
   // No memory holds the result of the last one.
-  for (const auto& [rate, channels] : {std::pair(44100, 0), {0, 2}, {INT_MAX, 1}}) {
+  constexpr PULL_RESULT kNoFormat = PULL_SILENT_NO_OUTPUT_FORMAT;
+  for (const auto& [rate, channels, why] :
+       {std::tuple(44100, 0, kNoFormat), {0, 2, kNoFormat}, {INT_MAX, 1, PULL_SILENT_NO_MEMORY}}) {
     ScriptedStream* input = Input();
     input->record.audioInfo = {rate, channels, 16, {}};
     compositor->SetInputAudioStream(input);
     compositor->AddByMediaStream(Source([](long) { return Block{.rate = 1}; }));
     EXPECT_TRUE(IsSilent(host.PullBytes())) << rate;
+    EXPECT_EQ(host.Now().pull, why);
   }
 }
 

@@ -104,7 +104,9 @@ struct Media : CMediaInfo {
 };
 
 struct Track : ScriptedStream {
-  Track() : ScriptedStream("src", nullptr, [](long) { return Block{.value = kTrack}; }) {}
+  Track() : ScriptedStream("src", nullptr, [](long) { return Block{.value = kTrack}; }) {
+    if (g_plan->missing == "channels") record.audioInfo.channels = 0;
+  }
   double Seek(double seconds, int mode) override {
     lastSeek = seconds;
     return ScriptedStream::Seek(seconds, mode);
@@ -227,6 +229,8 @@ TEST_F(LoaderTest, TakesANameOnce) {
   g_refuseThreads = true;
   EXPECT_EQ(Add(L"a"), S_OK);
   g_refuseThreads = false;
+  EXPECT_EQ(host->Now().load, LOAD_NO_THREAD);
+  EXPECT_EQ(host->Diagnosis()->WaitForLoad(kWaitForever), S_OK);
   EXPECT_EQ(Add(L"a"), S_OK) << "taken, though no thread could be made";
   EXPECT_EQ(plan->opened, 1);
   EXPECT_EQ(Add(L"b"), S_OK);
@@ -244,26 +248,99 @@ TEST_F(LoaderTest, TakesANameOnce) {
 }
 
 TEST_F(LoaderTest, WhateverIsMissingEndsTheLoad) {
-  for (const auto& [missing, decoded, isSelected] : {std::tuple("loader's manager", 0, false),
-                                                     {"media", 0, false},
-                                                     {"programs", 0, false},
-                                                     {"program", 0, false},
-                                                     {"item", 0, false},
-                                                     {"streams", 1, false},
-                                                     {"stream", 1, false},
-                                                     {"decoder", 1, true},
-                                                     {"track", 1, true}}) {
+  for (const auto& [missing, decoded, isSelected, load] :
+       {std::tuple("loader's manager", 0, false, LOAD_NO_MANAGER),
+        {"media", 0, false, LOAD_NO_FILE},
+        {"programs", 0, false, LOAD_NO_PROGRAM},
+        {"program", 0, false, LOAD_NO_PROGRAM},
+        {"item", 0, false, LOAD_NO_PROGRAM},
+        {"streams", 1, false, LOAD_ADDED},
+        {"stream", 1, false, LOAD_ADDED},
+        {"decoder", 1, true, LOAD_NO_DECODER},
+        {"track", 1, true, LOAD_NO_SOUND},
+        {"channels", 1, true, LOAD_REFUSED}}) {
     SCOPED_TRACE(missing);
     Close();
     Open();
     plan->missing = missing;
     EXPECT_EQ(Add(L"x"), S_OK);
+    EXPECT_EQ(host->Diagnosis()->WaitForLoad(20'000), S_OK);
+    const SDiagnosis now = host->Now();
+    EXPECT_TRUE(now.load == load && now.isLoading == 0 && now.loads == 1) << now.load;
+    const bool isAdded = load == LOAD_ADDED;
+    EXPECT_EQ(now.loadCode, isAdded ? S_OK : load == LOAD_REFUSED ? E_INVALIDARG : E_FAIL);
+    EXPECT_EQ(IsReplaced(), isAdded);
+    EXPECT_EQ(host->Now().pull, isAdded ? PULL_SOUND : PULL_PASSED_LOAD_FAILED);
+    host->compositor->Remove();
+    EXPECT_FALSE(IsReplaced());
+    EXPECT_EQ(host->Now().pull, PULL_PASSED_NO_SOURCE);
     Close();
     EXPECT_EQ(plan->opened, plan->missing == "loader's manager" ? 1 : 2);
     EXPECT_EQ(plan->decoded, decoded);
     EXPECT_EQ(plan->selection, isSelected ? (Selection{52, 0, 7, 0x70005}) : Selection{});
     EXPECT_THAT(plan->released, testing::Contains("manager"));
   }
+}
+
+TEST_F(LoaderTest, ChecksNameANameThatIsNotLoadedAgain) {
+  for (const bool isFailure : {false, true}) {
+    int mistakes = 0;
+    HostChecks checks(
+        [](void* count, HostMistake mistake, const char*) {
+          *static_cast<int*>(count) += mistake == HostMistake::kNotLoadedAgain ? 1 : 100;
+        },
+        &mistakes);
+    const Ref<IAudioCompositor> checked = checks.Wrap(host->compositor.get());
+    const auto add = [&](std::wstring name) {
+      EXPECT_EQ(checked->AddByFileName(name.data()), S_OK);
+      EXPECT_EQ(host->Diagnosis()->WaitForLoad(kWaitForever), S_OK);
+    };
+    if (isFailure) plan->missing = "decoder";
+    add(isFailure ? L"bad" : L"good");
+    add(L"other");
+    EXPECT_EQ(mistakes, 0);
+    if (!isFailure) checked->AddByMediaStream(MakeComponent<Track>().get());
+    add(L"other");
+    EXPECT_EQ(mistakes, 1);
+    checked->Remove();
+    add(L"other");
+    EXPECT_EQ(mistakes, 1);
+  }
+}
+
+TEST_F(LoaderTest, ALoadIsWaitedForAndReported) {
+  std::vector<LOAD_RESULT> loads;
+  std::atomic<int> begun = 0;
+  const Ref<ICompositorDiagnosis> diagnosis = host->Diagnosis();
+  Watch note;
+  note = [&](DIAGNOSIS_EVENT event, const SDiagnosis& now) {
+    if (event != DIAGNOSIS_LOAD_ENDED) return;
+    EXPECT_EQ(++begun > 1 ? S_OK : Add(L"second"), S_OK);
+    EXPECT_EQ(diagnosis->WaitForLoad(0), E_ZEL_STATE);
+    EXPECT_EQ(begun != 3 ? S_FALSE : diagnosis->SetCallback(CallWatch, &note), S_FALSE);
+    std::this_thread::sleep_for(milliseconds(30));
+    loads.push_back(now.load);
+  };
+  EXPECT_EQ(diagnosis->SetCallback(CallWatch, &note), S_OK);
+  plan->missing = "decoder";
+  plan->holdsLoads = true;
+  ASSERT_EQ(Add(L"first"), S_OK);
+  EXPECT_EQ(host->Now().isLoading, 1);
+  host->compositor->Remove();
+  EXPECT_FALSE(IsReplaced());
+  EXPECT_EQ(host->Now().pull, PULL_PASSED_LOADING);
+  EXPECT_EQ(diagnosis->WaitForLoad(20), S_FALSE);
+  plan->holdsLoads = false;
+  EXPECT_EQ(diagnosis->WaitForLoad(kWaitForever), S_OK);
+  EXPECT_THAT(loads, testing::ElementsAre(LOAD_NO_DECODER, LOAD_NO_DECODER));
+  g_refuseThreads = true;
+  EXPECT_EQ(Add(L"third"), S_OK);
+  g_refuseThreads = false;
+  EXPECT_EQ(loads.back(), LOAD_NO_THREAD);
+  ASSERT_EQ(Add(L"fourth"), S_OK);
+  ASSERT_TRUE(Soon([&] { return begun == 4; }));
+  EXPECT_EQ(diagnosis->SetCallback(nullptr, nullptr), S_OK);
+  EXPECT_EQ(loads.size(), 4U) << "waits for the callback";
 }
 
 TEST_F(LoaderTest, TheNextLoadANewInputAndTheEndWaitForALoad) {

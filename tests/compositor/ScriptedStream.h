@@ -25,6 +25,7 @@ struct Block {
   int bits = 16;
   int bytes = 4096;
   std::int64_t pts = 0;
+  bool isBufferShort = false;  ///< The buffer has a byte less.
   int streamType = AV_STREAM_AUDIO;
   bool hasFrame = true;
   bool hasData = true;
@@ -134,9 +135,14 @@ class ScriptedStream : public Component<IMediaStream> {
     frame.nStreamType = block.streamType;
     frame.nFrameType = FRAME_DATA_ENCODED;
     frame.llPTS = block.pts;
-    frame.audio = {block.rate,  block.channels,
-                   block.bits,  block.hasData ? data : nullptr,
-                   block.bytes, block.bytes > 0 ? 2 * (count + kMargin) : block.bytes};
+    frame.audio = {block.rate,
+                   block.channels,
+                   block.bits,
+                   block.hasData ? data : nullptr,
+                   block.bytes,
+                   block.isBufferShort ? block.bytes - 1
+                   : block.bytes > 0   ? 2 * (count + kMargin)
+                                       : block.bytes};
   }
 
   std::string name_;
@@ -152,6 +158,12 @@ inline ULONG CountOf(IUnknown* object) {
   return object->Release();
 }
 
+/// A DiagnosisCallback whose context is a Watch.
+using Watch = std::function<void(DIAGNOSIS_EVENT, const SDiagnosis&)>;
+inline void CallWatch(void* watch, DIAGNOSIS_EVENT event, const SDiagnosis* now) {
+  (*static_cast<Watch*>(watch))(event, *now);
+}
+
 /// A compositor and its output.
 struct Host {
   void Close() { EXPECT_EQ(compositor ? compositor.Detach()->Release() : 0, 0U); }
@@ -164,6 +176,17 @@ struct Host {
     const MEDIA_FRAME* frame = Pull();
     if (frame == nullptr) return {};
     return {frame->audio.pData, frame->audio.pData + frame->audio.nDataSize};
+  }
+
+  Ref<ICompositorDiagnosis> Diagnosis() const {
+    Ref<ICompositorDiagnosis> diagnosis;
+    compositor->QueryInterface(IID_ICompositorDiagnosis, diagnosis.ReceiveVoid());
+    return diagnosis;
+  }
+  SDiagnosis Now() const {
+    SDiagnosis now = {};
+    EXPECT_EQ(Diagnosis()->GetDiagnosis(&now), S_OK);
+    return now;
   }
 
   Ref<CAudioCompositor> compositor = MakeComponent<CAudioCompositor>(nullptr, nullptr);

@@ -57,6 +57,7 @@ class ZEL_API IAudioCompositor : public IUnknown {
   virtual HRESULT AddByMediaStream(IMediaStream* pSource) = 0;
   /// Checks that `fileName` (zero-terminated, UTF-32) can be opened, and loads it on a thread of
   /// the compositor's own. Returns before the file is loaded; the source is added when it is.
+  /// ICompositorDiagnosis waits for that, and says how it went.
   ///
   /// The name accepted last is not loaded again until Remove, even if its load failed. When no
   /// thread can be made, the name is accepted, S_OK is returned, and nothing is loaded: call Remove

@@ -98,12 +98,12 @@ CAudioCompositor::StreamCall::~StreamCall() {
   if (isOutermost_ && isNoted) caller_.store({}, std::memory_order_relaxed);
 }
 
-// Tells whether a stream or the loader has called back. Such a call must not drop streams, and must
+// Tells whether a stream, the loader or the report of a pull has called back. Such a call must not drop streams, and must
 // not wait for the loader: it may be what the loader waits for, or the loader itself.
 bool CAudioCompositor::IsInsideCall() const {
   const std::thread::id self = std::this_thread::get_id();
   return HoldsLock() || m_loader == self || m_inputCaller.load(std::memory_order_relaxed) == self ||
-         m_sourceCaller.load(std::memory_order_relaxed) == self;
+         m_sourceCaller.load(std::memory_order_relaxed) == self || m_diagnosis.IsReportingPull();
 }
 
 HRESULT CAudioCompositor::NonDelegatingQueryInterface(const _GUID& riid, void** ppv) {
@@ -114,6 +114,9 @@ HRESULT CAudioCompositor::NonDelegatingQueryInterface(const _GUID& riid, void** 
   }
   if (ZelIsEqualGUID(riid, uuidof_class<IMediaStream>::get_guid())) {
     return scombase::GetInterface(static_cast<IMediaStream*>(this), ppv);
+  }
+  if (ZelIsEqualGUID(riid, IID_ICompositorDiagnosis)) {
+    return scombase::GetInterface(&m_diagnosis, ppv);
   }
   return CUnknown::NonDelegatingQueryInterface(riid, ppv);
 }
@@ -181,6 +184,7 @@ HRESULT CAudioCompositor::Remove() {
     const std::lock_guard guard(m_fileGuard);
     m_fileName.clear();
   }
+  m_diagnosis.ForgetFailure();
   DropSource();
   return S_OK;
 }
@@ -224,7 +228,7 @@ HRESULT CAudioCompositor::ChangeStream(int index) {
 
 double CAudioCompositor::Seek(double seconds, int mode) {
   const CallLock lock(*this);
-  if (!lock || !m_pInput) return -1.0;
+  if (!lock || !m_pInput || m_diagnosis.IsReportingPull()) return -1.0;
   ClearBuffered();
   if (m_pSource) m_pSource->Seek(seconds - m_dDelay, mode);
   // The file being loaded will be added at this position.
@@ -261,6 +265,7 @@ void CAudioCompositor::Reset() {
   Stop();
   m_pInput = nullptr;
   DropSource();
+  m_diagnosis.ForgetFailure();
   m_pOutInfo.reset();
   if (m_pOutSample != nullptr) m_pOutSample->FrameAttach(nullptr);  // The frame is the input's.
   m_pOutSample.reset();

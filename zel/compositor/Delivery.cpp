@@ -1,6 +1,7 @@
 // The pull path: frames of the input with the second source's sound.
 #include <cstdint>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <new>
 #include <span>
@@ -32,19 +33,34 @@ void Silence(MEDIA_FRAME& frame) {
   if (!bytes.empty()) std::memset(bytes.data(), 0, bytes.size());
 }
 
+// Other components write the smallest number for "unknown", too.
+bool HasTime(const MEDIA_FRAME& frame) {
+  return frame.llPTS != -1 && frame.llPTS != std::numeric_limits<std::int64_t>::min();
+}
+
 MEDIA_FRAME* CurrentFrame(IMediaStream& stream) {
   CZelSample* sample = stream.GetSampleEx();
   return sample != nullptr ? sample->GetMediaFrame() : nullptr;
 }
 
-bool IsPcm16(const MEDIA_FRAME& block) {
+// Tells whether a block that is not empty has bytes that can be converted.
+PULL_RESULT CheckData(const MEDIA_FRAME& block) {
+  if (block.nStreamType == AV_STREAM_VIDEO) return PULL_SILENT_NOT_AUDIO;
+  if (!HasSound(block)) return PULL_SILENT_BAD_DATA;
   const int width = block.audio.nBitsPerSample / 8;
-  return HasSound(block) && (width == 2 || width == 0);  // 0: the stream does not say.
+  return width == 2 || width == 0 ? PULL_SOUND : PULL_SILENT_NOT_PCM16;  // 0: it does not say.
 }
 
-bool IsConvertible(const MEDIA_FRAME& block, const AudioInfo& output) {
-  return block.nStreamType != AV_STREAM_VIDEO && block.audio.nChannels > 0 &&
-         block.audio.nSampleRate > 0 && output.channels > 0 && output.sampleRate > 0;
+PULL_RESULT CheckFormat(const MEDIA_FRAME& block, const AudioInfo& output) {
+  if (block.nStreamType == AV_STREAM_VIDEO) return PULL_SILENT_NOT_AUDIO;
+  if (block.audio.nChannels <= 0 || block.audio.nSampleRate <= 0) return PULL_SILENT_NO_FORMAT;
+  return output.channels > 0 && output.sampleRate > 0 ? PULL_SOUND : PULL_SILENT_NO_OUTPUT_FORMAT;
+}
+
+// What a converter makes: silence for pairs of channel counts that it has no rule for.
+PULL_RESULT CheckChannels(int in, int out) {
+  const bool hasRule = in <= 8 && (out == 1 || out == 2 || out == 6);
+  return in == out || hasRule ? PULL_SOUND : PULL_SILENT_CHANNELS;
 }
 
 }  // namespace
@@ -55,9 +71,11 @@ CZelSample* CAudioCompositor::GetSampleEx() {
       m_pOutSample = std::make_unique<CZelSample>(AV_STREAM_AUDIO, FRAME_DATA_DECODED);
     }
   } catch (const std::bad_alloc&) {
+    m_diagnosis.NotePull(PULL_ENDED_NO_MEMORY);
     return nullptr;
   }
   MEDIA_FRAME* frame = GetSample();
+  if (m_diagnosis.HasNewPull()) m_diagnosis.ReportPull();
   if (frame == nullptr) return nullptr;
   frame->nFrameType = FRAME_DATA_DECODED;
   m_pOutSample->FrameAttach(frame);
@@ -66,49 +84,64 @@ CZelSample* CAudioCompositor::GetSampleEx() {
 
 MEDIA_FRAME* CAudioCompositor::GetSample() {
   const CallLock lock(*this);
-  if (!lock || !m_pInput || m_pOutInfo == nullptr) return nullptr;
-  MEDIA_FRAME* frame = CurrentFrame(*m_pInput);
-  if (frame == nullptr || !HasSound(*frame)) return nullptr;
+  if (!lock || m_diagnosis.IsReportingPull()) return nullptr;
+  MEDIA_FRAME* frame = nullptr;
+  m_diagnosis.NotePull(PullFrame(frame));
+  return frame;
+}
+
+// Gives the input's current frame with its sound replaced, or null at the end.
+PULL_RESULT CAudioCompositor::PullFrame(MEDIA_FRAME*& frame) {
+  if (!m_pInput) return PULL_ENDED_NO_INPUT;
+  if (m_pOutInfo == nullptr) return PULL_ENDED_NO_DESCRIPTION;
+  MEDIA_FRAME* current = CurrentFrame(*m_pInput);
+  if (current == nullptr) return PULL_ENDED_INPUT;
+  if (!HasSound(*current)) return PULL_ENDED_FRAME;
+  frame = current;
+  PULL_RESULT result = PULL_SILENT_NO_MEMORY;
   try {
-    ReplaceSound(*frame);
+    result = ReplaceSound(*frame);
   } catch (const std::bad_alloc&) {
     // No exception leaves an interface. A silent frame is better than none.
     Silence(*frame);
   }
   m_llPosition = frame->llPTS;
-  return frame;
+  return result;
 }
 
 // Replaces the frame's bytes: with silence before the delay, else with the second source's sound.
 // Without a source the frame stays as it is.
-void CAudioCompositor::ReplaceSound(MEDIA_FRAME& frame) {
+PULL_RESULT CAudioCompositor::ReplaceSound(MEDIA_FRAME& frame) {
   const double frameTime = static_cast<double>(frame.llPTS) / zel::kTicksPerSecond;
   if (frameTime - m_dDelay < 0) {
     Silence(frame);
-    return;
+    return HasTime(frame) ? PULL_SILENT_BEFORE_DELAY : PULL_SILENT_NO_TIME;
   }
   const bool isReady = !m_bReposition && Buffered() > BytesOf(frame).size();
-  if (!isReady && !ReadSource(frame, frameTime)) return;
+  const PULL_RESULT read = isReady ? PULL_SOUND : ReadSource(frame, frameTime);
+  if (read != PULL_SOUND) return read;
   const std::span<unsigned char> bytes = BytesOf(frame);
   Take(bytes.data(), bytes.size());
+  return m_eConverted;
 }
 
 // Reads blocks of the source until a frame's worth waits for delivery.
-// @return false when there is no source or no more sound; the frame's bytes are final then.
-bool CAudioCompositor::ReadSource(MEDIA_FRAME& frame, double frameTime) {
-  if (!m_pSource) return false;
+// @return PULL_SOUND; anything else when there is no source or no more sound; the frame's bytes are
+//   final then.
+PULL_RESULT CAudioCompositor::ReadSource(MEDIA_FRAME& frame, double frameTime) {
+  if (!m_pSource) return m_diagnosis.WithoutSource();
   do {
     AdvanceSource(frameTime);
     // Clear the frame before asking the source: it may write its sound into these very bytes.
     Silence(frame);
     const MEDIA_FRAME* block = CurrentFrame(*m_pSource);
-    if (block == nullptr) return false;
-    if (!Convert(*block)) {
+    if (block == nullptr) return PULL_SILENT_SOURCE_ENDED;
+    if (const PULL_RESULT result = Convert(*block); result != PULL_SOUND) {
       Silence(frame);
-      return false;
+      return result;
     }
   } while (Buffered() < BytesOf(frame).size());
-  return true;
+  return PULL_SOUND;
 }
 
 // Moves the source on by one block, or to the frame's time if SetDelayTime was called.
@@ -123,16 +156,18 @@ void CAudioCompositor::AdvanceSource(double frameTime) {
 }
 
 // Puts a block of the source into the converter. An empty block adds nothing and is no error.
-// @return false when the block cannot be converted: not 16-bit PCM, or without rate or channels.
-bool CAudioCompositor::Convert(const MEDIA_FRAME& block) {
+// @return PULL_SOUND, or why the block cannot be converted.
+PULL_RESULT CAudioCompositor::Convert(const MEDIA_FRAME& block) {
   const MEDIA_FRAME_AUDIO& audio = block.audio;
   const bool isEmpty = audio.nDataSize == 0;
-  if (!isEmpty && !IsPcm16(block)) return false;
-  if (!IsConvertible(block, m_pOutInfo->audioInfo)) return isEmpty;
+  const PULL_RESULT data = isEmpty ? PULL_SOUND : CheckData(block);
+  if (data != PULL_SOUND) return data;
+  const PULL_RESULT format = CheckFormat(block, m_pOutInfo->audioInfo);
+  if (format != PULL_SOUND) return isEmpty ? PULL_SOUND : format;
   ConverterFor(audio.nChannels, audio.nSampleRate)
       .Put(reinterpret_cast<const short*>(audio.pData),
            audio.nDataSize / static_cast<int>(kSampleBytes));
-  return true;
+  return PULL_SOUND;
 }
 
 // The converter from a source's format to the output's. It is kept while the source's format stays.
@@ -144,6 +179,7 @@ CAudioConverter& CAudioCompositor::ConverterFor(int channels, int sampleRate) {
                                                        out.sampleRate, kConverterCapacity);
     Drain();  // The sound that the old converter holds is delivered first.
     m_pConverter = std::move(converter);
+    m_eConverted = CheckChannels(channels, out.channels);
   }
   return *m_pConverter;
 }

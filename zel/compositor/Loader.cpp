@@ -76,17 +76,9 @@ HRESULT Probe(const wchar_t* fileName) {
   return media ? S_OK : E_INVALIDARG;
 }
 
-// Opens the first audio stream of a file; null when anything is missing.
-Ref<IMediaDecoder> OpenFirstAudio(IMediaDecoderMgr& manager, const wchar_t* fileName) {
-  DecoderSelection selection = {};
-  {
-    Ref<IMediaInfo> media;
-    manager.OpenMediaInfo(fileName, kDecoderUse, media.Receive());
-    if (!media || !SelectFirstAudio(*media, selection)) return nullptr;
-  }
-  Ref<IMediaDecoder> decoder;
-  manager.CreateDecoder(fileName, 0, &selection, kDecoderUse, decoder.Receive());
-  return decoder;
+// The code of an operation that gave no object. It may have said that it was done.
+HRESULT FailureOf(HRESULT code) {
+  return ZelSucceeded(code) ? E_FAIL : code;
 }
 
 }  // namespace
@@ -105,13 +97,14 @@ HRESULT CAudioCompositor::AddByFileName(wchar_t* fileName) {
     m_fileName = fileName;
     m_pNextFile = std::move(name);
     isLoading = std::exchange(m_bLoading, true);
+    m_diagnosis.BeginLoad();
   } catch (const std::bad_alloc&) {
     return E_OUTOFMEMORY;
   }
   if (isLoading) {
     WaitForLoader();
-  } else {
-    StartLoader();
+  } else if (!StartLoader()) {
+    m_diagnosis.ReportLoad();
   }
   return S_OK;
 }
@@ -121,14 +114,18 @@ bool CAudioCompositor::IsCurrentFile(const wchar_t* fileName) {
   return m_fileName == fileName;
 }
 
-// Starts a thread for m_pNextFile. Without a thread the name is dropped and nothing is loaded.
-void CAudioCompositor::StartLoader() {
+// Starts a thread for m_pNextFile.
+// @return false without a thread: the name is dropped and nothing is loaded.
+bool CAudioCompositor::StartLoader() {
   const std::lock_guard starting(m_startGuard);
   Stop();  // Joins the thread of the load before, which is about to end.
-  if (Start() == 1) return;
+  if (Start() == 1) return true;
   const std::lock_guard guard(m_fileGuard);
   m_bLoading = false;
   m_pNextFile.reset();
+  m_diagnosis.EndLoad(LOAD_NO_THREAD, E_FAIL, false);
+  m_diagnosis.EndLoading();
+  return false;
 }
 
 // Waits until the loader has finished the file before and taken the next one. Does not wait while
@@ -146,26 +143,49 @@ void CAudioCompositor::WaitForLoader() {
 CAudioCompositor::BstrPtr CAudioCompositor::NextFile() {
   const std::lock_guard guard(m_fileGuard);
   m_bLoading = m_pNextFile != nullptr;
+  if (!m_bLoading) m_diagnosis.EndLoading();
   return std::move(m_pNextFile);
 }
 
 int CAudioCompositor::svc() {
   m_loader = std::this_thread::get_id();
-  while (BstrPtr name = NextFile()) Load(std::move(name));
+  while (BstrPtr name = NextFile()) EndLoad(Load(std::move(name)));
   m_loader = std::thread::id();
   return 0;
 }
 
+void CAudioCompositor::EndLoad(const LoadReport& report) {
+  {
+    const std::lock_guard guard(m_fileGuard);
+    m_diagnosis.EndLoad(report.result, report.code, m_pNextFile != nullptr);
+  }
+  m_diagnosis.ReportLoad();
+}
+
 // Adds the sound of a file as the second source. Does nothing if anything is missing. The
 // decoder manager's objects see the order of the releases at the end: stream, name, decoder, manager.
-void CAudioCompositor::Load(BstrPtr name) {
+CAudioCompositor::LoadReport CAudioCompositor::Load(BstrPtr name) {
   const Ref<IMediaDecoderMgr> manager = CreateDecoderManager();
-  if (!manager) return;
-  const Ref<IMediaDecoder> decoder = OpenFirstAudio(*manager, name.get());
-  if (decoder) {
-    Ref<IMediaStream> stream;
-    decoder->GetAudioStream(stream.Receive());
-    if (stream) AddByMediaStream(stream.get());
+  if (!manager) return {LOAD_NO_MANAGER, E_FAIL};
+  DecoderSelection selection = {};
+  {
+    Ref<IMediaInfo> media;
+    const HRESULT opened = manager->OpenMediaInfo(name.get(), kDecoderUse, media.Receive());
+    if (!media) return {LOAD_NO_FILE, FailureOf(opened)};
+    if (!SelectFirstAudio(*media, selection)) return {LOAD_NO_PROGRAM, E_FAIL};
   }
+  Ref<IMediaDecoder> decoder;
+  const HRESULT made =
+      manager->CreateDecoder(name.get(), 0, &selection, kDecoderUse, decoder.Receive());
+  if (!decoder) return {LOAD_NO_DECODER, FailureOf(made)};
+  Ref<IMediaStream> stream;
+  const HRESULT given = decoder->GetAudioStream(stream.Receive());
+  const HRESULT added = stream ? AddByMediaStream(stream.get()) : FailureOf(given);
+  const LoadReport report = {added == S_OK ? LOAD_ADDED
+                             : stream      ? LOAD_REFUSED
+                                           : LOAD_NO_SOUND,
+                             added};
+  stream = nullptr;
   name.reset();
+  return report;
 }

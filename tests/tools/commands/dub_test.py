@@ -8,6 +8,7 @@ import fcntl
 import os
 import platform
 import pty
+import re
 import signal
 import struct
 import subprocess
@@ -74,6 +75,14 @@ class Sound(Case):
         self.assertTrue(self.sound("dub", "in.wav", "track.wav", out="OUT.FLAC") == model(self.track, 0))
         write_wav("brief.wav", noise(3, 7))  # The end of a track is never lost.
         self.assertTrue(self.sound("dub", "in.wav", "brief.wav", "-d", "1") == model(noise(3, 7), 1.0))
+
+    def test_says_why_frames_are_silent(self):
+        code, said, _ = zel("dub", "in.wav", "track.wav", "-o", "told.wav", "-d", "1", "--verbose")
+        self.assertEqual(code, 0)
+        told = re.search(r"^frames:  (\d+): (\d+) sound of.*; (\d+) silent: before the delay", said, re.M)
+        total, heard, before = (int(count) for count in told.groups())
+        self.assertEqual((before, total - heard - before), (44, 0), said)  # 43 frames of 1,024 and a short one.
+        self.assertRegex(said, "(?s)track:   track.wav: 44100 Hz.*silence: .*before the track")
 
     def test_other_rates_and_channels(self):
         # A constant track: where it is heard shows where it was put.

@@ -18,6 +18,7 @@
 #include "tools/zel/files/PacketSource.h"
 #include "tools/zel/files/StreamCopies.h"
 #include "tools/zel/sound/ConvertedSound.h"
+#include "tools/zel/sound/PullTally.h"
 #include "tools/zel/sound/SteadyStream.h"
 #include "tools/zel/text/Delay.h"
 #include "tools/zel/text/Failure.h"
@@ -38,6 +39,7 @@ struct Options {
   int audioStream = 0;
   SelectionOptions trackSelection;
   bool dryRun = false;
+  bool verbose = false;
 };
 
 constexpr std::string_view kAllOfIt = "all of it";
@@ -63,10 +65,12 @@ class Dub {
     OpenTrack();
     Plan();
     if (options_.dryRun) {
-      PrintOut(Description());
+      PrintOut(Description() + "Nothing was written.\n");
       return;
     }
+    if (options_.verbose) PrintOut(Description());
     Pull();
+    if (tally_) PrintOut("frames:  " + tally_->Text() + "\n");
   }
 
  private:
@@ -137,7 +141,7 @@ class Dub {
     text += Omissions() + "\nsilence: " + SilenceText(start, length, trackLength) + "\n";
     const std::string rest = UnheardText(start, length, trackLength);
     if (!rest.empty()) text += "unheard: " + rest + "\n";
-    return text + "Nothing was written.\n";
+    return text;
   }
 
   std::string SilenceText(double start, double length, double trackLength) const {
@@ -202,6 +206,7 @@ class Dub {
     }
     compositor->SetDelayTime(delay);
     compositor->GetOutPutAudioStream(output.Receive());
+    if (options_.verbose) tally_ = std::make_unique<PullTally>(compositor.get());
     return output;
   }
 
@@ -214,6 +219,7 @@ class Dub {
       output->Forward();
       CZelSample* sample = output->GetSampleEx();
       if (sample == nullptr) break;
+      if (tally_) tally_->Note();
       const MEDIA_FRAME& frame = *sample->GetMediaFrame();
       if (frames == 0) {
         writer_->Start(options_.output.overwrite, frame.llPTS + origin_ + shift_);
@@ -286,6 +292,7 @@ class Dub {
   std::int64_t origin_ = 0;  ///< The container's time stamp of time 0.
   std::int64_t shift_ = 0;   ///< From the input's time stamps to the output's.
 
+  std::unique_ptr<PullTally> tally_;  ///< What the frames hold; null unless it is asked for.
   std::unique_ptr<MediaWriter> writer_;
   std::unique_ptr<StreamCopies> copies_;
 };
@@ -309,6 +316,9 @@ int RunDub(int argc, char** argv) {
                  "Which audio stream of INPUT to replace, counted from 0");
   options.trackSelection.AddTo(&line, "TRACK");
   line.AddFlag("-n,--dry-run", &options.dryRun, "Say what would be done, and do nothing");
+  line.AddFlag("--verbose", &options.verbose,
+               "Say what is done, and how many frames were silent and why");
+  line.MakeExclude("--verbose", "--quiet");
   if (!line.Parse(argc, argv)) return kDone;
 
   if (delay) options.delay = ParseDelay("--delay", *delay);

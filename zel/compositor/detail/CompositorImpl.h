@@ -1,7 +1,7 @@
 // The compositor: the one creatable class of the library.
 //
-// The pull path lives in Delivery.cpp, the loading of a file in Loader.cpp, everything else in
-// Compositor.cpp.
+// The pull path lives in Delivery.cpp, the loading of a file in Loader.cpp, what the compositor says
+// of itself in DiagnosisFace.cpp, everything else in Compositor.cpp.
 #pragma once
 
 #include <pthread.h>
@@ -17,9 +17,11 @@
 #include "zel/base/Ref.h"
 #include "zel/base/Unknown.h"
 #include "zel/compositor/AudioCompositor.h"
+#include "zel/compositor/Diagnosis.h"
 #include "zel/compositor/MediaStream.h"
 #include "zel/compositor/detail/BaseThread.h"
 #include "zel/compositor/detail/DeliveryBuffer.h"
+#include "zel/compositor/detail/DiagnosisFace.h"
 #include "zel/mediainfo/StreamRecords.h"
 #include "zel/sample/Sample.h"
 
@@ -67,6 +69,8 @@ class CAudioCompositor : public scombase::CUnknown,
   int svc() override;
 
  private:
+  friend class zel::DiagnosisFace;  // Asks IsInsideCall.
+
   using BstrPtr = std::unique_ptr<wchar_t, decltype(&SysFreeString)>;
   using ThreadId = std::atomic<std::thread::id>;
 
@@ -99,16 +103,23 @@ class CAudioCompositor : public scombase::CUnknown,
     bool isOutermost_;
   };
 
+  /// What became of a load.
+  struct LoadReport {
+    LOAD_RESULT result = LOAD_ADDED;
+    HRESULT code = S_OK;
+  };
+
   bool HoldsLock() const;
   bool IsInsideCall() const;
   void Reset();
   void DropSource();
   void SeekNewSource(IMediaStream& source, std::int64_t position) const;
 
-  void ReplaceSound(MEDIA_FRAME& frame);
-  bool ReadSource(MEDIA_FRAME& frame, double frameTime);
+  PULL_RESULT PullFrame(MEDIA_FRAME*& frame);
+  PULL_RESULT ReplaceSound(MEDIA_FRAME& frame);
+  PULL_RESULT ReadSource(MEDIA_FRAME& frame, double frameTime);
   void AdvanceSource(double frameTime);
-  bool Convert(const MEDIA_FRAME& block);
+  PULL_RESULT Convert(const MEDIA_FRAME& block);
   CAudioConverter& ConverterFor(int channels, int sampleRate);
   std::size_t Buffered() const;
   void ClearBuffered();
@@ -116,10 +127,11 @@ class CAudioCompositor : public scombase::CUnknown,
   void Drain();
 
   bool IsCurrentFile(const wchar_t* fileName);
-  void StartLoader();
+  bool StartLoader();
   void WaitForLoader();
   BstrPtr NextFile();
-  void Load(BstrPtr name);
+  LoadReport Load(BstrPtr name);
+  void EndLoad(const LoadReport& report);
 
   std::unique_ptr<CZelSample> m_pOutSample;  // Never handed out with a reference.
   zel::Ref<IMediaStream> m_pSource;
@@ -147,4 +159,7 @@ class CAudioCompositor : public scombase::CUnknown,
   BstrPtr m_pNextFile{nullptr, SysFreeString};  // The next name for the loader.
   bool m_bLoading = false;                      // The loader will look at m_pNextFile again.
   std::atomic<bool> m_bLoaderWaits = false;     // The loader waits for m_mutex.
+
+  PULL_RESULT m_eConverted = PULL_SOUND;  // What the converter makes: sound, or silence.
+  zel::DiagnosisFace m_diagnosis{*this};
 };
