@@ -20,6 +20,8 @@
 // other streams keep the container's time stamps, call SetTimeOrigin(0).
 #pragma once
 
+#include <cstddef>
+
 #include "zel/base/Component.h"
 
 /// 8A5ED067-A06E-4522-BFFC-475718C23979
@@ -40,6 +42,8 @@ struct SDecodedSound {
   int sourceBits;
   int sourceIsFloat;  ///< 1: those are floating point.
 };
+static_assert(sizeof(SDecodedSound) == 16 && offsetof(SDecodedSound, sourceBits) == 8 &&
+              offsetof(SDecodedSound, sourceIsFloat) == 12);
 
 /// Controls one decoded audio stream.
 class ZEL_API IDecodedAudio : public IUnknown {

@@ -48,7 +48,7 @@ class PictureClock {
   /// True if any packet so far had a stored time.
   bool StoresTimes() const { return storesShowTimes_ || storesDecodeTimes_; }
   /// Total duration of the pictures since Lose whose time is unknown.
-  std::int64_t UntimedLength() const { return Rounded(untimedLength_); }
+  std::int64_t untimedLength() const { return Rounded(untimedLength_); }
 
  private:
   long double Length(const AVCodecContext& codec, int repeatedFields) const;

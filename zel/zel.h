@@ -18,7 +18,6 @@
 #include "zel/base/Unknown.h"
 #include "zel/base/UnknownList.h"
 #include "zel/compositor/AudioCompositor.h"
-#include "zel/compositor/Checks.h"
 #include "zel/compositor/Diagnosis.h"
 #include "zel/compositor/MediaStream.h"
 #include "zel/mediainfo/MediaInfo.h"

@@ -103,8 +103,7 @@ BENCHMARK_CAPTURE(Converter, same_format, 2, 2, 44100, 44100);
 class Loop final : public zel::Component<IMediaStream> {
  public:
   Loop(int channels, int rate) : pcm_(Noise(static_cast<std::size_t>(1024 * channels))) {
-    info_.AddRef();
-    info_.GetStreamInfo()->audioInfo = {rate, channels, 16, {}};
+    info_->GetStreamInfo()->audioInfo = {rate, channels, 16, {}};
     frame_.nStreamType = AV_STREAM_AUDIO;
     frame_.audio = {rate,
                     channels,
@@ -116,8 +115,7 @@ class Loop final : public zel::Component<IMediaStream> {
   }
   ~Loop() override { sample_.FrameAttach(nullptr); }
   HRESULT GetStreamInfo(IStreamInfo** ppInfo) override {
-    info_.AddRef();
-    *ppInfo = &info_;
+    *ppInfo = zel::Ref<IStreamInfo>::Share(info_.get()).Detach();
     return S_OK;
   }
   CZelSample* GetSampleEx() override { return &sample_; }
@@ -126,7 +124,7 @@ class Loop final : public zel::Component<IMediaStream> {
 
  private:
   std::vector<short> pcm_;
-  CStreamInfo info_;
+  zel::Ref<CStreamInfo> info_ = zel::MakeComponent<CStreamInfo>();
   MEDIA_FRAME frame_{};
   CZelSample sample_{AV_STREAM_AUDIO, FRAME_DATA_DECODED};
 };

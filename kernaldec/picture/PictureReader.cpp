@@ -93,7 +93,7 @@ bool PictureReader::Reopen() {
 std::int64_t PictureReader::FindFirstTime() {
   if (!Reopen()) return 0;
   LookAhead();
-  return DecodeTimed(next_.get()) ? media::Bounded(next_->pts - clock_.UntimedLength()) : 0;
+  return DecodeTimed(next_.get()) ? media::Bounded(next_->pts - clock_.untimedLength()) : 0;
 }
 
 /// Makes the stream's first picture the next one.

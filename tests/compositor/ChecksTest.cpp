@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "tests/compositor/ScriptedStream.h"
+#include "zel/compositor/Checks.h"
 
 namespace zel::test {
 namespace {

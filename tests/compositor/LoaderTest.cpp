@@ -11,6 +11,7 @@
 
 #include "tests/compositor/CountedThreads.h"
 #include "tests/compositor/ScriptedStream.h"
+#include "zel/compositor/Checks.h"
 #include "zel/compositor/detail/PathText.h"
 
 namespace zel::test {

@@ -210,17 +210,18 @@ TEST(Decoder, OutlivesAFileThatIsReplacedWhileItIsRead) {
 }
 
 TEST(Decoder, RemixesAndMovesTheOriginBetweenReads) {
+  constexpr double kSecond = kTicksPerSecond;
   errno = EIO;  // It says nothing about calls that succeed.
   const Audio audio(Path("ac3.ts"));
   const auto info = [&] { return Obtain<IStreamInfo>(audio.stream, &IMediaStream::GetStreamInfo); };
   const std::int64_t start = info()->GetStartPTS();
-  EXPECT_NEAR(start / 1e7, 5, 1.5) << "the container's stamps start late";
+  EXPECT_NEAR(start / kSecond, 5, 1.5) << "the container's stamps start late";
   audio.stream->Forward();
   EXPECT_EQ(audio.Frame()->llPTS, 0);
   EXPECT_EQ(audio.control->SetTimeOrigin(0), S_OK);
   EXPECT_EQ(audio.Frame()->llPTS, start);
-  EXPECT_NEAR(audio.stream->Seek(start / 1e7 + 1, 1), start / 1e7 + 1, 1e-4);
-  EXPECT_NEAR(audio.Frame()->llPTS / 1e7, start / 1e7 + 1, 1e-4);
+  EXPECT_NEAR(audio.stream->Seek(start / kSecond + 1, 1), start / kSecond + 1, 1e-4);
+  EXPECT_NEAR(audio.Frame()->llPTS / kSecond, start / kSecond + 1, 1e-4);
   for (const int channels : {9, -1, 1, 6, 8, 0}) {
     const bool isTaken = channels >= 0 && channels <= 8;
     EXPECT_EQ(audio.control->SetOutputChannels(channels), isTaken ? S_OK : E_INVALIDARG);

@@ -177,8 +177,8 @@ TEST_F(StreamInfoTest, SubpictureStreamsAnswerFromTheirRecordOrFixed) {
 }
 
 TEST_F(StreamInfoTest, ExposesItsFaceAndForwardsToItsOwner) {
-  ExpectFaces<IStreamInfo>(*Ref<CStreamInfo>::Share(new CStreamInfo), IID_ISubPicStreamInfo);
-  const auto outer = Ref<CSubPicStreamInfo>::Share(new CSubPicStreamInfo);
+  ExpectFaces<IStreamInfo>(*MakeComponent<CStreamInfo>(), IID_ISubPicStreamInfo);
+  const auto outer = MakeComponent<CSubPicStreamInfo>();
   ExpectFaces<ISubPicStreamInfo>(*outer, IID_IStreamInfo);
   CStreamInfo inner(outer->GetOwner(), nullptr);
   IStreamInfo& face = inner;

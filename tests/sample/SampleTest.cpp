@@ -6,6 +6,7 @@
 
 #include "tests/support/Faces.h"
 #include "tests/support/LeakCheck.h"
+#include "zel/base/Component.h"
 #include "zel/sample/FrameBuffer.h"
 #include "zel/sample/Sample.h"
 
@@ -109,7 +110,7 @@ TEST_F(SampleTest, IsEmptyWhenNewAndHandsOutItsFace) {
   EXPECT_EQ(result, 17);
   EXPECT_EQ(Text(plain), " 0 0 -1 0 0 0 -1 -1 0");
   EXPECT_EQ(Text(aggregating), Text(plain));
-  const auto sample = zel::Ref<CZelSample>::Share(new CZelSample(kAudio, kDecoded));
+  const auto sample = zel::MakeComponent<CZelSample>(kAudio, kDecoded);
   sample->SetCurrentPTS(5);
   sample->SetCurrentDTS(5);
   EXPECT_EQ(Text(*sample, sample->RefreshSampleInfo()), " 3 1 -1 0 0 0 -1 -1 0 refused");

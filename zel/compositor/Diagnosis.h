@@ -13,6 +13,7 @@
 // compositor, and its QueryInterface is the compositor's.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "zel/base/Component.h"
@@ -73,6 +74,9 @@ struct SDiagnosis {
   std::uint32_t loads;  ///< Loads that have ended. A name that another one replaced is not counted.
   PULL_RESULT pull;     ///< What the last pull gave.
 };
+static_assert(sizeof(SDiagnosis) == 20 && offsetof(SDiagnosis, load) == 4 &&
+              offsetof(SDiagnosis, loadCode) == 8 && offsetof(SDiagnosis, loads) == 12 &&
+              offsetof(SDiagnosis, pull) == 16);
 
 /// Why a callback is called.
 enum DIAGNOSIS_EVENT : std::int32_t {

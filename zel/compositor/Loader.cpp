@@ -181,11 +181,8 @@ CAudioCompositor::LoadReport CAudioCompositor::Load(BstrPtr name) {
   Ref<IMediaStream> stream;
   const HRESULT given = decoder->GetAudioStream(stream.Receive());
   const HRESULT added = stream ? AddByMediaStream(stream.get()) : FailureOf(given);
-  const LoadReport report = {added == S_OK ? LOAD_ADDED
-                             : stream      ? LOAD_REFUSED
-                                           : LOAD_NO_SOUND,
-                             added};
+  const LOAD_RESULT refused = stream ? LOAD_REFUSED : LOAD_NO_SOUND;
   stream = nullptr;
   name.reset();
-  return report;
+  return {added == S_OK ? LOAD_ADDED : refused, added};
 }

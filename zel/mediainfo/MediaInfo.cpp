@@ -110,8 +110,7 @@ std::uint32_t CMediaInfo::GetBitrate() {
 HRESULT CMediaInfo::GetIPrograms(IProgramInfos** out) {
   if (out == nullptr) return E_POINTER;
   if (m_pPrograms == nullptr) return S_FALSE;
-  *out = m_pPrograms;
-  m_pPrograms->AddRef();
+  *out = zel::Ref<IProgramInfos>::Share(m_pPrograms).Detach();
   return S_OK;
 }
 

@@ -1,6 +1,6 @@
 // CMediaInfo describes one opened media file and holds a host's choices for it.
 //
-//   auto info = zel::Ref<CMediaInfo>::Share(new CMediaInfo);
+//   auto info = zel::MakeComponent<CMediaInfo>();
 //   info->Fill(&fileRecord);               // programs, streams, texts
 //   info->SelectStream(0x00010002, 0, 0);  // stream 2 of program 1
 //   zel::Ref<IProgramInfos> programs;

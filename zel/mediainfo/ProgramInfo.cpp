@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <memory>
 
-#include "zel/base/Ref.h"
+#include "zel/base/Component.h"
 #include "zel/base/UnknownList-inl.h"
 #include "zel/platform/MediaInfoLibrary.h"
 
@@ -24,8 +24,7 @@ void Drop(CStreamInfos*& list) {
 void Rebuild(CStreamInfos*& list, const StreamInfo* records, std::int32_t count) {
   Drop(list);
   if (count <= 0 || records == nullptr) return;
-  list = new CStreamInfos;
-  list->NonDelegatingAddRef();
+  list = zel::MakeComponent<CStreamInfos>().Detach();
   for (std::int32_t i = 0; i < count; ++i) list->AddByStreamInfo(&records[i]);
 }
 
@@ -33,8 +32,7 @@ HRESULT HandOut(CStreamInfos* list, IStreamInfos** out) {
   if (out == nullptr) return E_POINTER;
   *out = nullptr;
   if (list == nullptr) return E_FAIL;
-  *out = list;
-  list->AddRef();
+  *out = zel::Ref<IStreamInfos>::Share(list).Detach();
   return S_OK;
 }
 
@@ -45,14 +43,14 @@ CStreamInfos::~CStreamInfos() = default;
 
 HRESULT CStreamInfos::AddByStreamInfo(const StreamInfo* info) {
   if (info == nullptr) return E_POINTER;
-  const auto stream = zel::Ref<CStreamInfo>::Share(new CStreamInfo);
+  const auto stream = zel::MakeComponent<CStreamInfo>();
   stream->SetStreamInfo(info);
   Add(stream.get());
   return S_OK;
 }
 
 StreamInfo* CStreamInfos::AddNewStream() {
-  const auto stream = zel::Ref<CStreamInfo>::Share(new CStreamInfo);
+  const auto stream = zel::MakeComponent<CStreamInfo>();
   Add(stream.get());
   return stream->GetStreamInfo();
 }
@@ -62,7 +60,7 @@ CSubPicStreamInfos::~CSubPicStreamInfos() = default;
 
 HRESULT CSubPicStreamInfos::AddBySubPicStreamInfo(const SubPicStreamInfo* info) {
   if (info == nullptr) return E_POINTER;
-  const auto stream = zel::Ref<CSubPicStreamInfo>::Share(new CSubPicStreamInfo);
+  const auto stream = zel::MakeComponent<CSubPicStreamInfo>();
   stream->SetSubPicStreamInfo(info);
   Add(stream.get());
   return S_OK;
@@ -76,7 +74,7 @@ HRESULT CProgramInfos::AddByMediaInfo(const MEDIA_FILE_INFO* info) {
   if (info->programCount < 1) return S_OK;
   if (info->programs == nullptr) return E_POINTER;
   for (std::int32_t i = 0; i < info->programCount; ++i) {
-    const auto program = zel::Ref<CProgramInfo>::Share(new CProgramInfo);
+    const auto program = zel::MakeComponent<CProgramInfo>();
     const HRESULT result = program->SetProgramInfo(&info->programs[i]);
     if (!ZelSucceeded(result)) return result;
     Add(program.get());
@@ -85,7 +83,7 @@ HRESULT CProgramInfos::AddByMediaInfo(const MEDIA_FILE_INFO* info) {
 }
 
 HRESULT CProgramInfos::AddNewProgram() {
-  Add(zel::Ref<CProgramInfo>::Share(new CProgramInfo).get());
+  Add(zel::MakeComponent<CProgramInfo>().get());
   return S_OK;
 }
 
@@ -162,9 +160,8 @@ StreamInfo* CProgramInfo::AddStream(AV_STREAM_TYPE type) {
   if (type != AV_STREAM_VIDEO && type != AV_STREAM_AUDIO) return nullptr;
   CStreamInfos*& list = type == AV_STREAM_VIDEO ? m_pVideoStreams : m_pAudioStreams;
   if (list != nullptr) return list->AddNewStream();
-  auto fresh = std::make_unique<CStreamInfos>();
+  auto fresh = zel::MakeComponent<CStreamInfos>();
   StreamInfo* record = fresh->AddNewStream();
-  fresh->NonDelegatingAddRef();
-  list = fresh.release();
+  list = fresh.Detach();
   return record;
 }

@@ -1,7 +1,7 @@
 // What a media file says about its streams: IStreamInfo for video and audio, ISubPicStreamInfo for
 // subpictures, and the objects behind them.
 //
-//   auto stream = zel::Ref<CStreamInfo>::Share(new CStreamInfo);
+//   auto stream = zel::MakeComponent<CStreamInfo>();
 //   stream->GetStreamInfo()->audioInfo = {48000, 2, 16, {}};  // the record is written in place
 //   wchar_t* name = nullptr;
 //   if (stream->GetName(&name) == S_OK) SysFreeString(name);

@@ -1,7 +1,7 @@
 // CZelSample carries one frame of audio or video, with the facts that travel with it from component
 // to component.
 //
-//   auto sample = zel::Ref<CZelSample>::Share(new CZelSample(AV_STREAM_AUDIO, FRAME_DATA_DECODED));
+//   auto sample = zel::MakeComponent<CZelSample>(AV_STREAM_AUDIO, FRAME_DATA_DECODED);
 //   sample->SetSampleSize(4096);                       // memory for 4,096 bytes of sound
 //   sample->FrameCopy(&frame);                         // a copy of `frame`; grows if it must
 //   const MEDIA_FRAME* copy = sample->GetMediaFrame();  // the sample's own, freed with it

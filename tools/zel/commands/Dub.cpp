@@ -255,8 +255,8 @@ class Dub {
     std::string notes = track_.RoundingText();
     const std::string storage = StorageText(writer_->sound(), input_.format());
     if (!storage.empty()) AddToList(&notes, storage);
-    if (steadyTrack_->Holes() >= kShortestHole) {
-      AddToList(&notes, "the track has holes of " + ClockText(steadyTrack_->Holes()) + ", silent");
+    if (steadyTrack_->holes() >= kShortestHole) {
+      AddToList(&notes, "the track has holes of " + ClockText(steadyTrack_->holes()) + ", silent");
     }
     const double start =
         static_cast<double>(input_.info->GetStartPTS() - origin_) / kTicksPerSecond;

@@ -193,7 +193,7 @@ void DisplayOrder::Show(Picture* picture) {
     untimed_.push_back(picture);
     return;
   }
-  std::int64_t time = media::Bounded(frame_->pts - clock_.UntimedLength());
+  std::int64_t time = media::Bounded(frame_->pts - clock_.untimedLength());
   if (!untimed_.empty()) {
     for (Picture* earlier : std::exchange(untimed_, {})) {
       Finish(earlier, time);

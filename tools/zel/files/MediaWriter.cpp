@@ -130,7 +130,7 @@ void MediaWriter::AddSound(SoundFormat format, const AVChannelLayout& layout,
   const bool globalHeader = (muxer_->oformat->flags & AVFMT_GLOBALHEADER) != 0;
   sound_ = std::make_unique<SoundEncoder>(path_, container_, format, layout, globalHeader);
   soundStream_ = media::NotNull(avformat_new_stream(muxer_.get(), nullptr));
-  soundStream_->time_base = sound_->TimeBase();
+  soundStream_->time_base = sound_->timeBase();
   sound_->Describe(soundStream_->codecpar);
   if (like != nullptr) {
     CopyTexts(&soundStream_->metadata, like->metadata);
@@ -139,7 +139,7 @@ void MediaWriter::AddSound(SoundFormat format, const AVChannelLayout& layout,
   }
   soundSink_ = [this](AVPacket* packet) {
     packet->stream_index = soundStream_->index;
-    av_packet_rescale_ts(packet, sound_->TimeBase(), soundStream_->time_base);
+    av_packet_rescale_ts(packet, sound_->timeBase(), soundStream_->time_base);
     Send(packet);
   };
 }

@@ -135,7 +135,7 @@ void SoundEncoder::OpenEncoder(const AVCodec* codec, const Container& container,
   encoder_.reset(media::NotNull(avcodec_alloc_context3(codec)));
   encoder_->sample_fmt = UsableFormat(codec, outRate_ != format_.sampleRate);
   encoder_->sample_rate = outRate_;
-  encoder_->time_base = TimeBase();
+  encoder_->time_base = timeBase();
   encoder_->flags |= AV_CODEC_FLAG_BITEXACT;
   if (globalHeader) encoder_->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
   Check(av_channel_layout_copy(&encoder_->ch_layout, &stored));
@@ -205,7 +205,7 @@ void SoundEncoder::Describe(AVCodecParameters* parameters) const {
 }
 
 void SoundEncoder::Start(std::int64_t time) {
-  next_ = av_rescale_q(time, media::kTickBase, TimeBase());
+  next_ = av_rescale_q(time, media::kTickBase, timeBase());
 }
 
 void SoundEncoder::Write(const std::uint8_t* pcm, int frames, const Sink& sink) {

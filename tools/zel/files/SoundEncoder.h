@@ -14,7 +14,7 @@ namespace zel::tool {
 /// Encodes one stream of sound without gaps. PCM stays as it is.
 class SoundEncoder {
  public:
-  /// Receives each packet, with its time stamps in units of TimeBase().
+  /// Receives each packet, with its time stamps in units of timeBase().
   using Sink = std::function<void(AVPacket*)>;
 
   /// @param file names the output in failures
@@ -26,7 +26,7 @@ class SoundEncoder {
 
   /// Describes the packets to a muxer. @throws Failure
   void Describe(AVCodecParameters* parameters) const;
-  AVRational TimeBase() const { return {1, outRate_}; }
+  AVRational timeBase() const { return {1, outRate_}; }
   /// Samples per second as stored: the sound's own unless the encoder does not take that rate.
   int outRate() const { return outRate_; }
   /// How the layout that is stored differs, such as "speakers 5.1(side) stored as 5.1", or empty.
@@ -63,7 +63,7 @@ class SoundEncoder {
   media::Fifo fifo_;
   media::Frame frame_;
   media::Packet packet_;
-  std::int64_t next_ = 0;  ///< Time of the next frame, in units of TimeBase().
+  std::int64_t next_ = 0;  ///< Time of the next frame, in units of timeBase().
 };
 
 }  // namespace zel::tool

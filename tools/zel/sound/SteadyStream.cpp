@@ -192,7 +192,7 @@ void SteadyStream::Pad() {
   if (padFor_ == nullptr || block_.audio.nChannels <= 0) return;
   // A rate conversion may yield some samples fewer than the ratio of the rates says.
   const auto count =
-      static_cast<std::int64_t>(std::ceil(padFor_->LongestFrame() * block_.audio.nSampleRate)) + 64;
+      static_cast<std::int64_t>(std::ceil(padFor_->longestFrame() * block_.audio.nSampleRate)) + 64;
   quiet_.assign(static_cast<std::size_t>(count * BytesPerSample(block_)), 0);
   Show(quiet_.data(), count);
 }

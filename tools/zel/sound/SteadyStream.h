@@ -44,9 +44,9 @@ class SteadyStream final : public Component<IMediaStream> {
   void PadFor(const SteadyStream* input) { padFor_ = input; }
 
   /// How much of what was given since the last seek fills holes, in seconds.
-  double Holes() const { return holes_; }
+  double holes() const { return holes_; }
   /// The longest frame so far, in seconds.
-  double LongestFrame() const { return longest_; }
+  double longestFrame() const { return longest_; }
 
   HRESULT GetStreamInfo(IStreamInfo** ppInfo) override;
   HRESULT ChangeStream(int index) override;
