@@ -106,6 +106,7 @@ TEST_F(CompositorTest, ReportsPullsThatGiveSomethingElse) {
     EXPECT_EQ(event, DIAGNOSIS_PULL_CHANGED);
     pulls.push_back(now.pull);
     EXPECT_EQ(output->GetSampleEx(), nullptr);
+    EXPECT_EQ(output->Forward(), -1);
     EXPECT_EQ(output->Seek(1, 1), -1.0);
     EXPECT_EQ(compositor->SetInputAudioStream(nullptr), E_ZEL_STATE);
     EXPECT_EQ(diagnosis->WaitForLoad(0), E_ZEL_STATE);

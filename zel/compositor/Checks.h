@@ -4,7 +4,8 @@
 //   zel::HostChecks checks;                          // one line on standard error per mistake
 //   compositor = checks.Wrap(compositor.get());      // the only change; leave it out in a release
 //
-// The wrapped compositor behaves as the compositor does. It wraps the streams that it is given, so
+// The wrapped compositor behaves as the compositor does, but each pull gives a sample of its own.
+// It wraps the streams that it is given, so
 // their frames are checked, too. Each mistake is named once for each object.
 //
 // All of it is in this header and belongs to the host; the library knows nothing of it.
@@ -13,6 +14,7 @@
 // the thread rules of what they wrap.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
@@ -275,7 +277,8 @@ class CheckedStream final : public WatchedComponent<IMediaStream> {
              "a frame of " + text(frame.audio.nSampleRate, frame.audio.nChannels) +
                  ", described as " + text(described_.sampleRate, described_.channels));
     }
-    if (frame.llPTS == -1) Report(HostMistake::kNoTime, "a frame without a time stamp");
+    if (frame.llPTS == -1 || frame.llPTS == INT64_MIN)
+      Report(HostMistake::kNoTime, "a frame without a time stamp");
   }
 
   Ref<IMediaStream> stream_;
@@ -411,6 +414,7 @@ class CheckedCompositor final : public WatchedComponent<IAudioCompositor, IMedia
   /// Which calls exclude each other: two that pull, two that control, and one that must be alone
   /// with every other one.
   enum Group { kPull, kControl, kAnyTime, kAlone };
+  using Call = std::pair<Group, std::thread::id>;
 
   /// A call that is under way.
   class Entry {
@@ -430,7 +434,8 @@ class CheckedCompositor final : public WatchedComponent<IAudioCompositor, IMedia
     ~Entry() {
       if (isRefused_ || isNested_) return;
       const std::lock_guard<std::mutex> lock(checked_.callsGuard_);
-      --checked_.calls_[group_];
+      auto& calls = checked_.calls_;
+      calls.erase(std::find(calls.begin(), calls.end(), Call{group_, std::this_thread::get_id()}));
     }
     explicit operator bool() const { return !isRefused_; }
 
@@ -439,12 +444,13 @@ class CheckedCompositor final : public WatchedComponent<IAudioCompositor, IMedia
     bool Begin() {
       const std::lock_guard<std::mutex> lock(checked_.callsGuard_);
       bool isAllowed = true;
-      for (int other = kPull; other <= kAlone; ++other) {
+      for (const auto& [other, thread] : checked_.calls_) {
         const bool excludes =
             group_ == kAlone || other == kAlone || (group_ == other && group_ != kAnyTime);
-        if (excludes && checked_.calls_[other] > 0) isAllowed = false;
+        // The thread's own other call is reporting a pull: it is refused, but no second thread.
+        if (excludes && thread != std::this_thread::get_id()) isAllowed = false;
       }
-      ++checked_.calls_[group_];
+      checked_.calls_.emplace_back(group_, std::this_thread::get_id());
       return isAllowed;
     }
 
@@ -465,6 +471,9 @@ class CheckedCompositor final : public WatchedComponent<IAudioCompositor, IMedia
     if (StreamCall::IsInside(this)) {
       return Report(HostMistake::kInsideCall, "the last Release inside a stream's call");
     }
+    if (IsCalling()) {
+      return Report(HostMistake::kInsideCall, "the last Release inside a callback");
+    }
     if (IsBusy()) return Report(HostMistake::kTwoThreads, "the last Release during a call");
     TakeSampleBack();
     diagnosis_ = nullptr;
@@ -474,7 +483,14 @@ class CheckedCompositor final : public WatchedComponent<IAudioCompositor, IMedia
 
   bool IsBusy() {
     const std::lock_guard<std::mutex> lock(callsGuard_);
-    return calls_[kPull] + calls_[kControl] + calls_[kAnyTime] + calls_[kAlone] > 0;
+    return !calls_.empty();
+  }
+
+  /// Whether the calling thread is inside a call that has called the host back.
+  bool IsCalling() {
+    const std::lock_guard<std::mutex> lock(callsGuard_);
+    return std::any_of(calls_.begin(), calls_.end(),
+                       [](const Call& call) { return call.second == std::this_thread::get_id(); });
   }
 
   bool IsOwnOutput(IMediaStream* stream) {
@@ -536,7 +552,7 @@ class CheckedCompositor final : public WatchedComponent<IAudioCompositor, IMedia
   std::atomic<CZelSample*> lent_{nullptr};
   std::atomic<bool> hasNewSource_{false};  // Since the last file.
   std::mutex callsGuard_;
-  int calls_[4] = {};  // Calls under way, by their groups.
+  std::vector<Call> calls_;  // Those under way.
 };
 
 }  // namespace checks
@@ -558,7 +574,7 @@ class HostChecks {
     for (checks::Watched* object : session_->objects) object->Drop();
   }
 
-  /// Wraps `compositor`, which is held with one reference. Call it before anything else is done
+  /// Wraps `compositor`, which is not null and held until the last Release. Call it before anything else is done
   /// with the compositor.
   /// @throws std::bad_alloc
   Ref<IAudioCompositor> Wrap(IAudioCompositor* compositor) {

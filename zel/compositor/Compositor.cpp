@@ -238,7 +238,7 @@ double CAudioCompositor::Seek(double seconds, int mode) {
 
 int CAudioCompositor::Forward() {
   const StreamCall call(m_inputCaller);
-  return m_pInput ? m_pInput->Forward() : -1;
+  return m_pInput && !m_diagnosis.IsReportingPull() ? m_pInput->Forward() : -1;
 }
 
 int CAudioCompositor::Backward() {

@@ -66,20 +66,22 @@ PULL_RESULT CheckChannels(int in, int out) {
 }  // namespace
 
 CZelSample* CAudioCompositor::GetSampleEx() {
+  if (HoldsLock() || m_diagnosis.IsReportingPull()) return nullptr;
   try {
     if (m_pOutSample == nullptr) {
       m_pOutSample = std::make_unique<CZelSample>(AV_STREAM_AUDIO, FRAME_DATA_DECODED);
     }
   } catch (const std::bad_alloc&) {
     m_diagnosis.NotePull(PULL_ENDED_NO_MEMORY);
-    return nullptr;
   }
-  MEDIA_FRAME* frame = GetSample();
+  MEDIA_FRAME* frame = m_pOutSample != nullptr ? GetSample() : nullptr;
+  if (frame != nullptr) {
+    frame->nFrameType = FRAME_DATA_DECODED;
+    m_pOutSample->FrameAttach(frame);
+  }
+  // Last: the callback may do what changes the input's frame.
   if (m_diagnosis.HasNewPull()) m_diagnosis.ReportPull();
-  if (frame == nullptr) return nullptr;
-  frame->nFrameType = FRAME_DATA_DECODED;
-  m_pOutSample->FrameAttach(frame);
-  return m_pOutSample.get();
+  return frame != nullptr ? m_pOutSample.get() : nullptr;
 }
 
 MEDIA_FRAME* CAudioCompositor::GetSample() {

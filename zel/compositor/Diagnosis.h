@@ -54,12 +54,12 @@ enum PULL_RESULT : std::int32_t {
   PULL_SILENT_BAD_DATA = 11,          ///< The block's size is negative, or its data null.
   PULL_SILENT_NO_OUTPUT_FORMAT = 12,  ///< The input's description has no rate or no channels.
   PULL_SILENT_CHANNELS = 13,          ///< The converter does not know this pair of channel counts.
-  PULL_SILENT_NO_MEMORY = 14,
-  PULL_ENDED_NO_INPUT = 15,        ///< There is no input.
-  PULL_ENDED_NO_DESCRIPTION = 16,  ///< The input has given no description.
-  PULL_ENDED_INPUT = 17,           ///< The input gives no frame: it has ended or failed.
-  PULL_ENDED_FRAME = 18,  ///< The input's frame has no sound: no data, no bytes, or a picture.
-  PULL_ENDED_NO_MEMORY = 19,
+  PULL_SILENT_NO_MEMORY = 14,         ///< No memory for the conversion.
+  PULL_ENDED_NO_INPUT = 15,           ///< There is no input.
+  PULL_ENDED_NO_DESCRIPTION = 16,     ///< The input has given no description.
+  PULL_ENDED_INPUT = 17,              ///< The input gives no frame: it has ended or failed.
+  PULL_ENDED_FRAME = 18,      ///< The input's frame has no sound: no data, no bytes, or a picture.
+  PULL_ENDED_NO_MEMORY = 19,  ///< No memory for the output's sample.
 };
 
 /// The number of values of PULL_RESULT, for tables.
@@ -105,9 +105,12 @@ class ZEL_API ICompositorDiagnosis : public IUnknown {
   /// A load's end is reported on the loading thread, or inside AddByFileName when no thread could
   /// be made; a pull on the pulling thread, before GetSampleEx returns. No lock of the compositor
   /// is held. Two threads may call at once. The callback may call the compositor and this
-  /// interface. While a pull is reported, the output refuses GetSampleEx and Seek as it does inside
-  /// a stream's call. In every callback, SetInputAudioStream may return E_ZEL_STATE, and the last
-  /// reference must not be released. A callback may come while the last Release waits for a load.
+  /// interface. While a pull is reported, the output refuses Forward, GetSampleEx and Seek as the
+  /// last two do inside a stream's call. In every callback, SetInputAudioStream may return
+  /// E_ZEL_STATE, and the last reference must not be released.
+  ///
+  /// AddByFileName, SetInputAudioStream and the last Release wait for the callback that reports a
+  /// load. The callback must not wait for a thread that may be in one of them.
   ///
   /// Do not call this with a lock held that the callback takes: it waits for callbacks that are
   /// under way.

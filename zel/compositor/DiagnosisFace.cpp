@@ -34,7 +34,7 @@ HRESULT DiagnosisFace::GetDiagnosis(SDiagnosis* now) {
 
 HRESULT DiagnosisFace::WaitForLoad(std::uint32_t timeoutMs) {
   if (t_callbacks > 0 || compositor_.IsInsideCall()) return E_ZEL_STATE;
-  const auto isIdle = [this] { return !isLoaderBusy_; };
+  const auto isIdle = [this] { return !isLoaderBusy_ && unreported_ == 0; };
   std::unique_lock lock(guard_);
   if (timeoutMs == kWaitForever) {
     changed_.wait(lock, isIdle);
@@ -65,8 +65,16 @@ void DiagnosisFace::EndLoad(LOAD_RESULT result, HRESULT code, bool isMore) {
   loads_.load = result;
   loads_.loadCode = code;
   ++loads_.loads;
+  ++unreported_;
   if (isMore) return;
   withoutSource_ = result == LOAD_ADDED ? PULL_PASSED_NO_SOURCE : PULL_PASSED_LOAD_FAILED;
+}
+
+void DiagnosisFace::ReportLoad() {
+  Call(DIAGNOSIS_LOAD_ENDED);
+  const std::lock_guard lock(guard_);
+  --unreported_;
+  changed_.notify_all();
 }
 
 void DiagnosisFace::EndLoading() {

@@ -162,27 +162,27 @@ void CAudioCompositor::EndLoad(const LoadReport& report) {
   m_diagnosis.ReportLoad();
 }
 
-// Adds the sound of a file as the second source. Does nothing if anything is missing. The
-// decoder manager's objects see the order of the releases at the end: stream, name, decoder, manager.
+// Adds the sound of a file as the second source. Does nothing if anything is missing. The order of
+// the variables is that of the releases at the end, which others see: stream, name, decoder,
+// manager.
 CAudioCompositor::LoadReport CAudioCompositor::Load(BstrPtr name) {
   const Ref<IMediaDecoderMgr> manager = CreateDecoderManager();
+  Ref<IMediaDecoder> decoder;
+  const BstrPtr path = std::move(name);
+  Ref<IMediaStream> stream;
   if (!manager) return {LOAD_NO_MANAGER, E_FAIL};
   DecoderSelection selection = {};
   {
     Ref<IMediaInfo> media;
-    const HRESULT opened = manager->OpenMediaInfo(name.get(), kDecoderUse, media.Receive());
+    const HRESULT opened = manager->OpenMediaInfo(path.get(), kDecoderUse, media.Receive());
     if (!media) return {LOAD_NO_FILE, FailureOf(opened)};
     if (!SelectFirstAudio(*media, selection)) return {LOAD_NO_PROGRAM, E_FAIL};
   }
-  Ref<IMediaDecoder> decoder;
   const HRESULT made =
-      manager->CreateDecoder(name.get(), 0, &selection, kDecoderUse, decoder.Receive());
+      manager->CreateDecoder(path.get(), 0, &selection, kDecoderUse, decoder.Receive());
   if (!decoder) return {LOAD_NO_DECODER, FailureOf(made)};
-  Ref<IMediaStream> stream;
   const HRESULT given = decoder->GetAudioStream(stream.Receive());
   const HRESULT added = stream ? AddByMediaStream(stream.get()) : FailureOf(given);
   const LOAD_RESULT refused = stream ? LOAD_REFUSED : LOAD_NO_SOUND;
-  stream = nullptr;
-  name.reset();
   return {added == S_OK ? LOAD_ADDED : refused, added};
 }

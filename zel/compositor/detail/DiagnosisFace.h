@@ -37,7 +37,7 @@ class DiagnosisFace final : public ICompositorDiagnosis {
   /// A load has ended. @param isMore whether another name waits.
   void EndLoad(LOAD_RESULT result, HRESULT code, bool isMore);
   /// Tells the callback about that.
-  void ReportLoad() { Call(DIAGNOSIS_LOAD_ENDED); }
+  void ReportLoad();
   /// No load is under way any more, and all were reported.
   void EndLoading();
   /// The second source was dropped on purpose: that there is none is no fault of a load.
@@ -69,6 +69,7 @@ class DiagnosisFace final : public ICompositorDiagnosis {
   std::condition_variable changed_;
   SDiagnosis loads_ = {};      // All of it but the pull.
   bool isLoaderBusy_ = false;  // From BeginLoad to EndLoading.
+  int unreported_ = 0;         // Loads from EndLoad to the end of ReportLoad.
   int calls_ = 0;              // Calls to the callback that are under way.
   DiagnosisCallback callback_ = nullptr;
   void* context_ = nullptr;
