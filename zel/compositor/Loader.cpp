@@ -76,7 +76,7 @@ HRESULT Probe(const wchar_t* fileName) {
   return media ? S_OK : E_INVALIDARG;
 }
 
-// The code of an operation that gave no object. It may have said that it was done.
+// The code to report for an operation that returned no object. E_FAIL if it claimed success.
 HRESULT FailureOf(HRESULT code) {
   return ZelSucceeded(code) ? E_FAIL : code;
 }
@@ -162,8 +162,8 @@ void CAudioCompositor::EndLoad(const LoadReport& report) {
   m_diagnosis.ReportLoad();
 }
 
-// Adds the sound of a file as the second source. Does nothing if anything is missing. The
-// decoder manager's objects see the order of the releases at the end: stream, name, decoder, manager.
+// Adds the sound of a file as the second source. Does nothing if anything is missing. The decoder
+// manager's objects see the order of the releases at the end: stream, name, decoder, manager.
 CAudioCompositor::LoadReport CAudioCompositor::Load(BstrPtr name) {
   const Ref<IMediaDecoderMgr> manager = CreateDecoderManager();
   if (!manager) return {LOAD_NO_MANAGER, E_FAIL};
