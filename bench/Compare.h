@@ -86,7 +86,7 @@ class Comparison {
   bool Wants(const std::string& name) const;
   void Add(Case c);
   /// Runs everything. Returns the exit code: 1 if a result cannot be written. A missed goal is
-  /// shown but is no failure; on a shared machine it may be somebody else's.
+  /// shown but is not a failure; on a shared machine it may be somebody else's.
   int Run();
 
  private:

@@ -16,7 +16,7 @@
 // container's time stamp `origin`. By default that is the stream's own start,
 // IStreamInfo::GetStartPTS(). The first sample that the stream delivers (after the codec's priming
 // samples, which nobody hears) then has time 0, wherever the container's time stamps begin. Keep
-// the default for a track whose first sound shall be heard at a given delay. For an input whose
+// the default for a track whose first sound must be heard at a given delay. For an input whose
 // other streams keep the container's time stamps, call SetTimeOrigin(0).
 #pragma once
 
@@ -36,7 +36,7 @@ inline constexpr long long kLongestHole = 6'000'000'000;
 struct SDecodedSound {
   /// The speakers of the channels, in the order of their bits as in WAVEFORMATEXTENSIBLE's
   /// dwChannelMask (1 front left, 2 front right, 4 centre, 8 low frequencies, ...); 0 where the
-  /// file does not tell them, or other than in this order.
+  /// file does not name them or stores them in another order.
   unsigned long long speakers;
   /// Bits of one sample as the file stores it; 0 where the codec stores no samples (AAC, MP3 ...).
   int sourceBits;
@@ -45,38 +45,29 @@ struct SDecodedSound {
 static_assert(sizeof(SDecodedSound) == 16 && offsetof(SDecodedSound, sourceBits) == 8 &&
               offsetof(SDecodedSound, sourceIsFloat) == 12);
 
-/// Controls one decoded audio stream.
+/// Controls one decoded audio stream. Threads: one thread at a time, the one that calls the stream.
 class ZEL_API IDecodedAudio : public IUnknown {
  public:
   /// Sets the number of interleaved channels that the stream delivers: 1 to 8, or 0 for the file's
   /// own number, which is the default. Other numbers than the file's are mixed with the usual
   /// weights of its speaker layout. Applies from the next GetSampleEx on; GetStreamInfo describes
   /// the new number at once.
-  ///
-  /// Thread: as the stream's calls, one at a time.
   /// @return S_OK; E_INVALIDARG, with nothing changed, for another number
   virtual HRESULT SetOutputChannels(int channels) = 0;
   /// Makes the container's time stamp `origin` (100-ns units) time 0 of the stream. Applies from
   /// the next GetSampleEx and Seek on; the stream's position in the file stays.
-  ///
-  /// Thread: as the stream's calls, one at a time.
   /// @return S_OK
   virtual HRESULT SetTimeOrigin(long long origin) = 0;
   /// Tells whether reading has gone well so far. Call it when GetSampleEx has returned null, to
   /// tell a clean end from a failure. A failure is remembered: a later Seek does not clear it.
-  ///
-  /// Thread: as the stream's calls, one at a time.
   /// @param text receives one line with the reason, without the file's name ("the file ends after
   ///   12.3 s of 20.0 s"), to be freed with SysFreeString; null with S_OK, or when memory is short.
   ///   May be null.
-  /// @return S_OK; E_FAIL when reading or decoding failed, the file is shorter than it claims, or
-  /// its
-  ///   holes add up to more than 24 hours or than its length and kLongestHole
+  /// @return S_OK; E_FAIL when reading or decoding failed, when the file is shorter than it claims,
+  ///   or when its holes add up to more than 24 hours, or to more than its length and kLongestHole
   virtual HRESULT GetStatus(wchar_t** text) = 0;
   /// Describes the sound that the stream delivers, as of its first frame. Wider samples than 16
   /// bits are rounded to the nearest value when they are delivered.
-  ///
-  /// Thread: as the stream's calls, one at a time.
   /// @return S_OK; E_POINTER
   virtual HRESULT GetSound(SDecodedSound* sound) = 0;
 

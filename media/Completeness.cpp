@@ -120,8 +120,8 @@ bool Mp4IsCut(const Bytes& file) {
   return false;
 }
 
-/// Tells whether one of the boxes from `at` to `end` has fewer samples than times of samples: FFmpeg
-/// then shows the last one for the rest of the time.
+/// True when one of the boxes from `at` to `end` lists fewer sample sizes than sample durations:
+/// FFmpeg then shows the last sample for the rest of the time.
 bool Mp4IndexIsShort(const Bytes& file, std::uint64_t at, std::uint64_t end) {
   constexpr std::uint64_t kMostTimes = 1 << 20;
   constexpr std::uint64_t kSlack = 2;  // Some writers count a sample that they do not store.

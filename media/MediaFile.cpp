@@ -131,8 +131,8 @@ const AVInputFormat* MediaFile::Recognise(const std::string& name, int* error) {
 }
 
 int MediaFile::FindStreams() {
-  // Each stream keeps the pictures that are decoded to find its format. What is missing for larger
-  // ones, the decoder tells when it is opened.
+  // FFmpeg keeps the pictures that it decodes to find a stream's format. Formats of larger pictures
+  // are found later, when the decoder is opened.
   int pictures = 0;
   for (unsigned i = 0; i < format_->nb_streams; ++i) {
     if (stream(static_cast<int>(i))->codecpar->codec_type == AVMEDIA_TYPE_VIDEO) ++pictures;

@@ -31,7 +31,7 @@ class MediaFile {
   /// Opens a file and finds its streams.
   /// @param path the file's name: any bytes but 0
   /// @param flags AVFMT_FLAG_...
-  /// @return null when it is no regular file, cannot be read, or no demultiplexer knows it
+  /// @return null when it is not a regular file, cannot be read, or no demultiplexer knows it
   /// @throws std::bad_alloc
   static std::unique_ptr<MediaFile> Open(const std::string& path, int flags = 0);
 
@@ -39,15 +39,15 @@ class MediaFile {
   /// after the one before has succeeded.
   explicit MediaFile(std::string path) : path_(std::move(path)) {}
   /// @return 0, or the system's error number: EISDIR for a folder, ENXIO for anything else that is
-  ///   no regular file
+  ///   not a regular file
   int OpenFile();
   /// Finds the container's format and reads its header.
   /// @param flags AVFMT_FLAG_...
   /// @return 0, or FFmpeg's error; after an error there is no format()
   /// @throws std::bad_alloc
   int OpenFormat(int flags);
-  /// Reads and decodes as much as it takes to find the streams' formats. Leaves out pictures of
-  /// which all streams together would have more than kMostPixels.
+  /// Reads and decodes as much as it takes to find the streams' formats. Skips probing of pictures
+  /// that together would exceed kMostPixels.
   /// @return 0, or FFmpeg's error
   /// @throws std::bad_alloc
   int FindStreams();

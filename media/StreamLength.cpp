@@ -64,8 +64,8 @@ int TimedStreams(const AVFormatContext* format) {
   return count;
 }
 
-/// The number of empty chunks of AVI stream `index`, by the file's index. The stream's length counts
-/// them, but FFmpeg skips them.
+/// The number of empty chunks of AVI stream `index`, by the file's index. The stream's length
+/// counts them, but FFmpeg skips them.
 /// @return -1 when the file has no such index, or more than one
 std::int64_t EmptyChunks(const MediaFile& file, int index) {
   constexpr std::size_t kEntry = 16;
@@ -91,7 +91,7 @@ std::int64_t EmptyChunks(const MediaFile& file, int index) {
   return -1;
 }
 
-/// The part of `length` that an AVI stream states that must be there; negative: none.
+/// How much of the length that an AVI stream states must be present, in seconds; negative: unknown.
 long double AviLength(const MediaFile& file, int index, long double length) {
   // What was written into a pipe claims as many frames as there can be.
   constexpr std::int64_t kPlaceholder = 1 << 30;

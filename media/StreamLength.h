@@ -29,16 +29,15 @@ struct DeclaredLength {
   long double slack = 0;     ///< Seconds by which containers of the kind may be wrong.
 };
 
-/// How much stream `index` must hold according to its container. Unknown unless the container
-/// states the length of this very stream: one estimated from a bit rate or from the file's size
-/// does not count, nor one of the longest stream.
+/// The length that the container states for this very stream. Lengths estimated from a bit rate or
+/// from the file's size do not count; neither does the longest stream's.
 DeclaredLength FindDeclaredLength(const MediaFile& file, int index);
 
 /// The end of the longest stream in seconds, on the file's own axis, where its container states no
 /// more than that (FLV, ASF, Matroska); else unknown.
 DeclaredLength FindDeclaredEnd(const MediaFile& file);
 
-/// Says that `end` is before what was declared; empty when it is not.
+/// A line that says that `end` is too early; empty when it is not.
 std::string WhyShort(const DeclaredLength& declared, long double end);
 
 /// Says why what was read of stream `index` is not all of it: `end` (seconds from the stream's

@@ -49,7 +49,7 @@ inline std::wstring ToWide(std::string_view text) {
   return wide;
 }
 
-/// Converts UTF-32 to UTF-8. Values that are no Unicode character become U+FFFD.
+/// Converts UTF-32 to UTF-8. Values that are not Unicode characters become U+FFFD.
 inline std::string ToUtf8(std::wstring_view wide) {
   std::string text;
   text.reserve(wide.size());

@@ -230,7 +230,7 @@ Case Bitmap32(const Scale& scale, Method method, Goal goal) {
   c.peers.push_back(YuvArgb(p, YuvFilter(method), method == Method::kAlpha));
 #endif
 #if ZEL_WITH_LIBSWSCALE
-  // Blending is no business of swscale.
+  // swscale does not blend.
   if (method != Method::kAlpha) {
     const int flags = method == Method::kNearest ? SWS_POINT : SWS_FAST_BILINEAR;
     c.peers.push_back(Swscale(p, AV_PIX_FMT_BGRA, flags));

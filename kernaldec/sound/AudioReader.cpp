@@ -286,7 +286,7 @@ void AudioReader::NoteFormat() {
   const AVSampleFormat packed = av_get_packed_sample_fmt(format);
   sourceIsFloat_ = packed == AV_SAMPLE_FMT_FLT || packed == AV_SAMPLE_FMT_DBL;
   const AVCodecDescriptor* codec = avcodec_descriptor_get(codec_->codec_id);
-  // What stores samples or not is only known of the data; DTS stores integers if anything.
+  // Only lossless codecs store samples. DTS is lossless only if it decodes to integers.
   const bool isLossless = codec != nullptr && (codec->props & AV_CODEC_PROP_LOSSLESS) != 0 &&
                           !(codec_->codec_id == AV_CODEC_ID_DTS && sourceIsFloat_);
   sourceIsFloat_ = sourceIsFloat_ && isLossless;

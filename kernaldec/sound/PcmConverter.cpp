@@ -82,7 +82,7 @@ bool PcmConverter::Prepare(const AVFrame& frame) {
   swr_.reset(swr);
   av_channel_layout_uninit(&in);
   av_channel_layout_uninit(&out);
-  // The weights of a mix to floating point, too, shall add up to no more than full scale.
+  // Limit the weights to full scale for floating point, too.
   if (made < 0 || av_opt_set_double(swr, "rematrix_maxval", 1.0, 0) < 0 || swr_init(swr) < 0) {
     swr_.reset();
     return false;

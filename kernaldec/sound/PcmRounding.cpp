@@ -34,7 +34,7 @@ std::int16_t Rounded(std::int64_t sample) {
 }
 
 /// Clamps by the bits of the sample: comparing floating point keeps compilers from vectorizing.
-/// @param unitsLast so large that in its sum with a smaller number, the last bit counts units
+/// @param unitsLast a constant so large that adding a smaller number rounds the sum to whole units
 template <class Bits, class Real>
 std::int16_t RoundedReal(Real sample, Real unitsLast) {
   constexpr Bits kFull = std::bit_cast<Bits>(Real{1});
@@ -42,7 +42,7 @@ std::int16_t RoundedReal(Real sample, Real unitsLast) {
   constexpr Bits kSign = std::numeric_limits<Bits>::min();
   const Bits bits = std::bit_cast<Bits>(sample);
   Bits size = bits & ~kSign;
-  size = size > kInfinite ? 0 : size;  // No number.
+  size = size > kInfinite ? 0 : size;  // NaN.
   size = size > kFull ? kFull : size;
   const Real scaled = std::bit_cast<Real>(static_cast<Bits>(size | (bits & kSign))) * 32768;
   const Bits value = std::bit_cast<Bits>(scaled + unitsLast) - std::bit_cast<Bits>(unitsLast);

@@ -15,9 +15,9 @@ struct SamplePlanes {
   int channels;
 };
 
-/// Rounds `count` samples of each channel to the nearest 16-bit value and interleaves them. What is
-/// beyond full scale becomes the largest value of its sign, and what is no number becomes 0. 8-bit
-/// and 16-bit samples keep their values.
+/// Rounds `count` samples of each channel to the nearest 16-bit value and interleaves them. Values
+/// beyond full scale become the largest value of their sign; NaN becomes 0. 8-bit and 16-bit
+/// samples keep their values.
 ///
 /// FFmpeg's own conversion cuts the low bits of integers off, which makes the sound half a step
 /// lower on average, and turns floating point far beyond full scale into the other sign.

@@ -4,7 +4,8 @@
 Usage: check_house.py SOURCE_DIR
 
 The drawing is the block of lines `room -> rooms that it includes`. Every include must be drawn, every drawn arrow must
-exist and point to a room drawn above it; nobody includes another room's detail/; no file name stands twice.
+exist and point to a room drawn above it; nobody includes another room's detail/; no file name stands twice; no line of
+C++ is longer than 100 columns, comments included.
 """
 import collections
 import pathlib
@@ -52,6 +53,9 @@ def main():
         faults += [f"{room} does not include {other}, which the drawing shows" for other in set(arrows) - found[room]]
         faults += [f"the drawing has {room} -> {other}, which is not above it" for other in arrows
                    if other not in order[: order.index(room)]]
+
+    faults += [f"{name}:{number} is longer than 100 columns" for name in names if name.endswith((".h", ".cpp"))
+               for number, line in enumerate((root / name).read_text().splitlines(), 1) if len(line) > 100]
 
     places = collections.defaultdict(list)
     for name in names:

@@ -307,7 +307,7 @@ TEST(Decoder, DescribesStreams) {
   const Ref<IStreamInfo> main = Stream(Program(Path("main.mp4")), kVideo);
   EXPECT_EQ((std::vector{main->GetProfileValue(), main->GetLevelValue(), main->GetMaxBFrames()}),
             (std::vector{77, 31, 2}));
-  // A cover is no video: the program does not go by it.
+  // A cover is not a video: the program does not go by it.
   const Ref<IProgramInfo> covered = Program(Path("covered.mp3"));
   EXPECT_EQ(covered->GetTimeStampReferenceStreamID(), Stream(covered, kAudio)->GetID());
 }

@@ -64,8 +64,8 @@ class ZEL_API IAudioCompositor : public IUnknown {
   /// to try again.
   ///
   /// Threads: any thread, any time, also inside a stream's call. Waits for an earlier load, but not
-  /// for a pull: if the earlier load waits for a pull to end, this one follows it. Of several names
-  /// that come meanwhile, the last one is loaded.
+  /// for a pull: if the earlier load waits for a pull to end, this one follows it. If several names
+  /// arrive meanwhile, only the last is loaded.
   /// @return S_OK; E_INVALIDARG when the file does not open; E_FAIL without a decoder manager;
   ///   E_POINTER; E_OUTOFMEMORY.
   virtual HRESULT AddByFileName(wchar_t* fileName) = 0;

@@ -149,7 +149,7 @@ unsigned BaseThread::Wait(unsigned timeoutMs) {
 int BaseThread::Stop() {
   if (!IsActive()) return 0;
   Abort();
-  // Not through Wait: the run may have ended by now, and its thread must be joined all the same.
+  // Do not call Wait here: if the run has just ended, Wait returns without joining the thread.
   exitEvent_->Wait(kWaitForever);
   Join();
   return 1;

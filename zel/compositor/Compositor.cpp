@@ -98,8 +98,8 @@ CAudioCompositor::StreamCall::~StreamCall() {
   if (isOutermost_ && isNoted) caller_.store({}, std::memory_order_relaxed);
 }
 
-// Tells whether a stream, the loader or the report of a pull has called back. Such a call must not drop streams, and must
-// not wait for the loader: it may be what the loader waits for, or the loader itself.
+// True inside a call from this compositor: by a stream, by the loader, or by the report of a pull.
+// Such a call must not drop streams. It must not wait for the loader, which may be waiting for it.
 bool CAudioCompositor::IsInsideCall() const {
   const std::thread::id self = std::this_thread::get_id();
   return HoldsLock() || m_loader == self || m_inputCaller.load(std::memory_order_relaxed) == self ||

@@ -157,7 +157,7 @@ void CAudioCompositor::AdvanceSource(double frameTime) {
   ClearBuffered();
 }
 
-// Puts a block of the source into the converter. An empty block adds nothing and is no error.
+// Puts a block of the source into the converter. An empty block adds nothing and is not an error.
 // @return PULL_SOUND, or why the block cannot be converted.
 PULL_RESULT CAudioCompositor::Convert(const MEDIA_FRAME& block) {
   const MEDIA_FRAME_AUDIO& audio = block.audio;

@@ -67,12 +67,11 @@ inline constexpr int kPullResults = 20;
 
 /// What a compositor says of itself at one moment.
 struct SDiagnosis {
-  std::int32_t
-      isLoading;        ///< 1 while an accepted file is being loaded or waits for its turn; or 0.
-  LOAD_RESULT load;     ///< How the last load ended.
-  HRESULT loadCode;     ///< The code of the operation that failed, E_FAIL if it had none; or S_OK.
-  std::uint32_t loads;  ///< Loads that have ended. A name that another one replaced is not counted.
-  PULL_RESULT pull;     ///< What the last pull gave.
+  std::int32_t isLoading;  ///< 1 while a file is being loaded or waits, else 0.
+  LOAD_RESULT load;        ///< How the last load ended.
+  HRESULT loadCode;        ///< The failed operation's code, E_FAIL if it had none; or S_OK.
+  std::uint32_t loads;     ///< Loads that have ended. A name that was replaced is not counted.
+  PULL_RESULT pull;        ///< What the last pull gave.
 };
 static_assert(sizeof(SDiagnosis) == 20 && offsetof(SDiagnosis, load) == 4 &&
               offsetof(SDiagnosis, loadCode) == 8 && offsetof(SDiagnosis, loads) == 12 &&
@@ -97,8 +96,8 @@ class ZEL_API ICompositorDiagnosis : public IUnknown {
   /// Waits until no load is under way, and the callbacks that report loads have returned. A load
   /// waits for a pull that is under way.
   /// @param timeoutMs milliseconds; 0 only looks, 0xFFFFFFFF waits for ever.
-  /// @return S_OK; S_FALSE when the time is over; E_ZEL_STATE inside a stream's call, on the loading
-  ///   thread and inside a callback, where it might wait for itself.
+  /// @return S_OK; S_FALSE when the time is over; E_ZEL_STATE inside a stream's call, on the
+  ///   loading thread and inside a callback, where it might wait for itself.
   virtual HRESULT WaitForLoad(std::uint32_t timeoutMs) = 0;
   /// Makes `callback` the one function that is called with `context` after each event; null: none.
   ///

@@ -76,7 +76,7 @@ HRESULT Probe(const wchar_t* fileName) {
   return media ? S_OK : E_INVALIDARG;
 }
 
-// The code of an operation that gave no object. It may have said that it was done.
+// The code to report for an operation that returned no object. E_FAIL if it claimed success.
 HRESULT FailureOf(HRESULT code) {
   return ZelSucceeded(code) ? E_FAIL : code;
 }

@@ -30,6 +30,7 @@ class ZEL_API IMediaStream : public IUnknown {
   /// @return S_OK; any other code when there is none.
   virtual HRESULT GetStreamInfo(IStreamInfo** ppInfo) = 0;
   /// Selects by 0-based index among what the stream offers.
+  /// @return S_OK; any other code when nothing was selected.
   virtual HRESULT ChangeStream(int index) = 0;
   /// The current sample, or null when there is none (end of the stream, or failure). The stream
   /// keeps ownership; sample and frame are good until the next call into the stream.
@@ -46,6 +47,7 @@ class ZEL_API IMediaStream : public IUnknown {
   /// @return the position reached, in seconds; negative when there is none.
   virtual double Seek(double seconds, int mode) = 0;
   /// A message along the chain of streams; its meaning belongs to the streams.
+  /// @return what the stream defines that takes the message; S_FALSE when none does.
   virtual HRESULT NotifyStreamMessage(unsigned long msg, long long param, void* p1, void* p2) = 0;
   /// The chain's first sample before any change, as the stream defines it.
   virtual CZelSample* GetOriginSampleEx() = 0;

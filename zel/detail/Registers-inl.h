@@ -55,9 +55,9 @@
 //
 // Across lanes. Since interleaving and packing stay within lanes:
 //
-//   Spread32(v), Spread64(v)     dwords or qwords dealt out to the lanes, so that interleaving the
-//                                result gives the order of memory
-//   Gather32(v), Gather64(v)     the way back: the order of memory for what was packed
+//   Spread32(v), Spread64(v)     distributes dwords or qwords over the lanes, so that interleaving
+//                                the result gives the order of memory
+//   Gather32(v), Gather64(v)     the reverse: restores the order of memory after packing
 //   Permute32(v, places)         dword places[i] of the register. From AVX2 on; AVX-512 also has
 //                                Permute16, and all of them for two registers
 //

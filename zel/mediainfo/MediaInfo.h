@@ -112,7 +112,8 @@ class ZEL_API IMediaSettingInternal : public IUnknown {
 };
 
 /// The description of a media file. A new one has no programs, empty texts, no trim segments, and a
-/// constant frame rate. The interfaces' operations follow the thread rules given there.
+/// constant frame rate. The interfaces' operations follow the thread rules given there. Any thread
+/// may construct one; the destructor is [alone].
 class ZEL_API CMediaInfo : public scombase::CUnknown,
                            public IMediaInfo,
                            public IMediaSetting,

@@ -97,7 +97,8 @@ class ZEL_API ISubPicStreamInfo : public IUnknown {
 };
 
 /// IStreamInfo over a StreamInfo record of its own, with a list of typed extra-data blocks. The
-/// operations of IStreamInfo follow the thread rules given there.
+/// operations of IStreamInfo follow the thread rules given there. Constructors are [any], the
+/// destructor is [alone].
 class ZEL_API CStreamInfo : public scombase::CUnknown, public IStreamInfo {
  public:
   /// Not aggregated, count 0, with a fresh record. The record is all zero but `id` 0xFFFFFFFF,

@@ -35,7 +35,7 @@ class ZEL_API IClassFactory : public IUnknown {
   /// @param pUnkOuter controlling object for aggregation, or null; not null only with IID_IUnknown.
   /// @return S_OK, CLASS_E_NOAGGREGATION, E_OUTOFMEMORY, or what the new object's lookup returned.
   virtual HRESULT CreateInstance(IUnknown* pUnkOuter, const _GUID& riid, void** ppv) = 0;
-  /// Counts locks of the server up (`fLock` not 0) or down.
+  /// Counts locks of the server up (`fLock` not 0) or down. @return S_OK.
   virtual HRESULT LockServer(BOOL fLock) = 0;
 
  protected:

@@ -48,10 +48,13 @@ class ZEL_API IMediaDecoderMgr : public IUnknown {
   /// @param selection the streams wanted; null, or a size of 0: the file's first audio stream.
   /// @param kind the caller's kind of use; the library passes 11.
   /// @param ppDecoder receives the decoder with one reference; null after a failure.
+  /// @return S_OK; another code after a failure. The library goes by `*ppDecoder` and only reports
+  ///   the code.
   virtual HRESULT CreateDecoder(const wchar_t* fileName, int reserved, DecoderSelection* selection,
                                 int kind, IMediaDecoder** ppDecoder) = 0;
   /// Describes `fileName`.
   /// @param ppInfo receives the description with one reference; null after a failure.
+  /// @return as CreateDecoder.
   virtual HRESULT OpenMediaInfo(const wchar_t* fileName, int kind, IMediaInfo** ppInfo) = 0;
 
  protected:

@@ -1,6 +1,6 @@
 // What the library requires of a host's pool of samples.
 //
-//   sample->SetFrameBuffer(pool);      // holds a reference on the pool
+//   sample->SetFrameBuffer(pool);       // holds a reference on the pool
 //   sample->ReturnSampleBack2Buffer();  // ends in pool->ReturnSample(sample)
 #pragma once
 

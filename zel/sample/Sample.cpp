@@ -161,7 +161,8 @@ HRESULT CZelSample::SetFrameBuffer(CFrameBuffer* pool) {
 }
 
 HRESULT CZelSample::FrameAttach(MEDIA_FRAME* frame) {
-  // Also for the same address: the caller may have freed that frame and made another one there.
+  // Assign even if the address is the same: the caller may have freed that frame and made another
+  // one there.
   m_pMediaFrame = frame;
   return S_OK;
 }
@@ -261,7 +262,7 @@ HRESULT CZelSample::RemallocYUVFrame(unsigned long nWidth, unsigned long nHeight
   const std::uint64_t w = nWidth;
   const std::uint64_t h = nHeight;
   const std::uint64_t luma = w * h;
-  // Not the chroma size of a packed picture: this one and the block's size are what hosts expect.
+  // Hosts expect this chroma size, which differs from a packed picture's, and this block size.
   const std::uint64_t chroma = (w + 1) * (h + 1) / 4;
   const std::uint64_t size = 2 * luma + chroma;
   if (size > std::numeric_limits<std::uint32_t>::max()) return E_ZEL_STATE;

@@ -47,8 +47,8 @@ class ZEL_API IZelSample : public IUnknown {
   /// [alone] Makes sure that at least `nSize` bytes are allocated for the frame's data. Up to
   /// GetSampleSize() nothing changes. Above, a new frame of `nSize` bytes replaces the old one,
   /// whose contents are lost.
-  /// REQUIRES: `nSize` is not above GetSampleSize(), or the sample is audio or video. A sample
-  /// that was made without a stream type is neither, and the assertion "0" ends the process.
+  /// REQUIRES: `nSize` is not above GetSampleSize(), or the sample is audio or video. Without a
+  /// stream type, a larger size aborts (assertion).
   /// @return 0; E_ZEL_STATE for video of an unknown image format (the new frame then has no memory)
   ///   and, with nothing changed, above 2^31 - 1 bytes.
   /// @throws std::bad_alloc with nothing changed.
@@ -73,7 +73,8 @@ class ZEL_API IZelSample : public IUnknown {
 };
 
 /// A sample. A new one has a count of 0: whoever makes it takes the first reference, or deletes it.
-/// The operations of IZelSample follow the thread rules given there.
+/// The operations of IZelSample follow the thread rules given there. Constructors are [any], the
+/// destructor is [alone].
 class ZEL_API CZelSample : public scombase::CUnknown, public IZelSample {
  public:
   /// Makes a sample without a stream type. `phr` is left as it is.
@@ -144,8 +145,8 @@ class ZEL_API CZelSample : public scombase::CUnknown, public IZelSample {
   virtual HRESULT FrameAttach(MEDIA_FRAME* frame);
   /// [alone] Brings time stamps, sizes and key-frame flag in line with a frame that someone filled.
   /// For planes the size only rises.
-  /// REQUIRES: an audio sample, or a video sample whose frame is no RGB bitmap. The frame's block
-  /// has as many bytes as its record says.
+  /// REQUIRES: an audio sample, or a video sample whose frame is not an RGB bitmap. The frame's
+  /// block has as many bytes as its record says.
   /// @return 0; E_ZEL_STATE without a frame, or, with the sizes as they were, for an unknown image
   ///   format and for sizes that are negative or above 2^31 - 1 bytes.
   virtual HRESULT RefreshSampleInfo();

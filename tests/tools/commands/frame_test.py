@@ -132,7 +132,7 @@ class Pictures(Case):
         upright = rows(self.grab("turned.mp4"), 98)
         self.assertEqual(rows(self.grab("turned.mp4", "--flip"), 98), upright[::-1])
         pixels = [[row[i:i + 3] for i in range(0, len(row), 3)] for row in upright]
-        # By right angles, as FFmpeg's command does; mirrors; rounded entries; other angles, and what is no turn.
+        # By right angles, as FFmpeg's command does; mirrors; rounded entries; other angles, and what is not a turn.
         for matrix, wanted in (
                 ((0, 1, -1, 0), None), ((-1, 0, 0, -1), [row[::-1] for row in pixels[::-1]]),
                 ((-1, 0, 0, 1), [row[::-1] for row in pixels]), ((0, 1, 1, 0), list(zip(*pixels))),

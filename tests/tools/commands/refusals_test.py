@@ -56,7 +56,7 @@ class Refusals(Case):
             write(name, read(whole)[:size])
         head, logo = b"IHDR" + struct.pack(">2I", 900_000, 900_000) + read("logo.png")[24:29], read("logo.png")
         write("bomb.png", logo[:12] + head + struct.pack(">I", zlib.crc32(head)) + logo[33:])
-        # What the lists name would be waited for; a list of a plain file is no other thing.
+        # What the lists name would be waited for; a list of a plain file is refused as well.
         for name, text in {
                 "empty.wav": "", "text.wav": "no sound", "there.wav": "mine", "there.png": "mine",
                 "numbers.txt": "\n".join(map(str, range(20_000))), "list.mp4": "ffconcat version 1.0\nfile fifo.wav\n",

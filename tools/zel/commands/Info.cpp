@@ -336,7 +336,7 @@ int RunInfo(int argc, char** argv) {
     if (!json) PrintOut(text);
   }
   if (json) {
-    // Bytes of names that are no UTF-8 become U+FFFD.
+    // Bytes of names that are not UTF-8 become U+FFFD.
     const Json document = {{"files", std::move(all)}};
     PrintOut(PrintableJson(document.dump(2, ' ', false, Json::error_handler_t::replace)) + "\n");
   }

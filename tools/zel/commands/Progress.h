@@ -7,7 +7,7 @@
 namespace zel::tool {
 
 /// A line on standard error that is rewritten a few times a second: percent, speed as a multiple of
-/// real time, time left. Shows nothing when standard error is no terminal.
+/// real time, time left. Shows nothing when standard error is not a terminal.
 class Progress {
  public:
   /// @param total length of the work in seconds of sound; 0 when it is not known.

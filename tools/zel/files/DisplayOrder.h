@@ -50,7 +50,7 @@ class DisplayOrder {
   /// How the order of showing follows from the packets.
   enum class Rule {
     kAsDecoded,  ///< It is the order of decoding.
-    kByType,     ///< A picture that is no B picture is shown after the B pictures that follow it.
+    kByType,     ///< Other pictures are shown after the B pictures that follow them.
     kByNumber,   ///< Key pictures begin groups; within a group, the parser numbers the pictures.
   };
   struct Picture {

@@ -8,9 +8,9 @@
 
 namespace zel::tool {
 
-/// Corrects a complete file. Sound that begins after time 0 gets an empty part in front by the muxer,
-/// and then its priming samples are heard. They are cut off, and the empty part becomes that much
-/// longer.
+/// Corrects a complete file. In front of sound that begins after time 0, the muxer puts an empty
+/// part, and then its priming samples are heard. They are cut off, and the empty part becomes that
+/// much longer.
 /// @param priming of each track in the order of the file, in samples; 0: none, or no sound
 /// @param movieRate units per second of the movie
 /// @param rates samples per second of each track

@@ -39,7 +39,8 @@ std::string StreamText(int index, const AVCodecParameters& codec) {
          ")";
 }
 
-/// Tells whether a stream is the text of an MP4 file's chapters, which are no stream in `format`.
+/// Tells whether a stream is the text of an MP4 file's chapters, which `format` does not hold as a
+/// stream.
 bool IsChapters(const AVFormatContext& format, const AVCodecParameters& codec) {
   return format.nb_chapters > 0 && codec.codec_type == AVMEDIA_TYPE_DATA &&
          codec.codec_id == AV_CODEC_ID_BIN_DATA && codec.codec_tag == MKTAG('t', 'e', 'x', 't');
@@ -75,7 +76,7 @@ void Move(AVPacket* packet, std::int64_t distance) {
   }
 }
 
-/// Gives a packet that is no picture the times that its container does not store for each.
+/// Gives a packet that is not a picture the times that its container does not store for each.
 /// @param end of the packet before; becomes that of this one
 void FillIn(AVPacket* packet, const AVStream& stream, long double* end) {
   if (packet->pts == AV_NOPTS_VALUE) packet->pts = packet->dts;

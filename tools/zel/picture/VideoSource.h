@@ -15,7 +15,7 @@
 
 namespace zel::tool {
 
-/// Opens a file's first video that is no cover, and finds pictures in it. Times are seconds from
+/// Opens a file's first video that is not a cover, and finds pictures in it. Times are seconds from
 /// the beginning of the file: its first picture or its first sound, whichever is earlier.
 class VideoSource {
  public:

@@ -21,8 +21,8 @@ namespace zel::tool {
 /// - SplitAt, for an input, divides the frame that contains the delay. The compositor silences
 ///   whole frames, so its second source would start at the next frame otherwise.
 /// - RegroupFor, for a source of a conversion, gives frames lengths that convert to whole numbers
-///   of samples. The converter spreads the samples that a frame yields evenly over it. Frames of other
-///   lengths would each be stretched in their own way, which is heard as noise.
+///   of samples. The converter spreads the samples that a frame yields evenly over it. Frames of
+///   other lengths would each be stretched in their own way, which is heard as noise.
 /// - PadFor, for a track, puts silence after the end. The compositor leaves the frame silent in
 ///   which its source ends, and the last samples of the track would be lost in it.
 class SteadyStream final : public Component<IMediaStream> {

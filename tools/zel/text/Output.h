@@ -6,7 +6,8 @@
 
 namespace zel::tool {
 
-/// Writes one line about `failure` to standard error; its text is made printable. `note` follows it.
+/// Writes one line about `failure` to standard error; its text is made printable. `note` follows
+/// it.
 void Report(const std::exception& failure, const std::string& note = {});
 
 /// Writes `text` to standard output and flushes it.

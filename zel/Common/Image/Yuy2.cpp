@@ -18,7 +18,7 @@ using zel::image::PixelTarget;
 using zel::image::Planes;
 using zel::image::YuvTarget;
 
-/// 64 bits: the lowest int has no negative among ints.
+/// 64 bits, because INT_MIN has no negative.
 std::ptrdiff_t Negated(int pitch) {
   return static_cast<std::ptrdiff_t>(-Offset{pitch});
 }

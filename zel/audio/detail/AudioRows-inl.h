@@ -1,16 +1,18 @@
 // The vector kernels of the audio room, in the operations of the level that the file includes
 // before this one (zel/detail/Registers-inl.h).
 //
-// The kernels are templates over the level's Steps: CommonSteps below, of which a level hides what
-// it does better in a way of its own, and what each register set adds for itself:
+// The kernels are templates over `Steps`. CommonSteps below has a default for most steps. A level
+// derives from it and redefines the steps that it can do faster. The steps without a default are
+// those that each register set adds:
 //
-//   MonoPairs(in, k)         of the input frames k[0], k[1] ... of one channel: each frame and the
-//                            one behind it, neighbouring words
-//   StereoPairs(in, k)       the same of two channels, half as many: of each frame left and the
-//                            left behind it, then right and the right behind it
+//   MonoPairs(in, k)         for each k[i], the samples k[i] and k[i] + 1 of a mono input, side by
+//                            side
+//   StereoPairs(in, k)       for each k[i], the left samples of frames k[i] and k[i] + 1, then the
+//                            right ones; half as many frames as in mono
 //   StereoFractions(f)       f[0], f[0], f[1], f[1] ...
 //   EightSamples(from, channels, f)
-//                            a lane of samples between those at `from` and those `channels` behind
+//                            eight samples interpolated between those at `from` and those
+//                            `channels` samples later; f is the fraction of the way
 #pragma once
 
 #include <cstddef>

@@ -1,7 +1,7 @@
 // The compositor: the one creatable class of the library.
 //
-// The pull path lives in Delivery.cpp, the loading of a file in Loader.cpp, what the compositor says
-// of itself in DiagnosisFace.cpp, everything else in Compositor.cpp.
+// The pull path lives in Delivery.cpp, the loading of a file in Loader.cpp, what the compositor
+// says of itself in DiagnosisFace.cpp, everything else in Compositor.cpp.
 #pragma once
 
 #include <pthread.h>

@@ -16,8 +16,8 @@ namespace zel {
 /// A member of the compositor that stands beside its bases, so that their order and their tables
 /// stay. QueryInterface, AddRef and Release are the compositor's.
 ///
-/// Threads: any thread may call anything, but NotePull, HasNewPull and ReportPull, which belong to
-/// the thread that pulls. guard_ is taken last, and nothing is called with it held.
+/// Threads: any thread may call anything, except NotePull, HasNewPull and ReportPull, which belong
+/// to the pulling thread. guard_ is taken last, and nothing is called with it held.
 class DiagnosisFace final : public ICompositorDiagnosis {
  public:
   explicit DiagnosisFace(CAudioCompositor& compositor) : compositor_(compositor) {}
@@ -40,7 +40,7 @@ class DiagnosisFace final : public ICompositorDiagnosis {
   void ReportLoad();
   /// No load is under way any more, and all were reported.
   void EndLoading();
-  /// The second source was dropped on purpose: that there is none is no fault of a load.
+  /// The second source was dropped on purpose: that there is none is not a load's fault.
   void ForgetFailure();
 
   /// What a frame is without a second source.

@@ -1,4 +1,5 @@
-// Makes paths for the system from wide strings, whatever the C locale is.
+// Makes paths for the system from wide strings, whatever the C locale is. The room `media` converts
+// text, too, but it belongs to the decoder and the command; the library must not depend on it.
 #pragma once
 
 #include <cstddef>

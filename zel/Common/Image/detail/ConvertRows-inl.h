@@ -4,8 +4,9 @@
 // Loads and stores stay within the row: its end is converted by a register that overlaps the one
 // before. An odd last column is converted with each pair of rows, while the caches hold them.
 //
-// The kernels are templates over the level's Steps: CommonSteps below, of which a level hides what
-// it does better in a way of its own. CommonSteps derives from what each register set adds:
+// The kernels are templates over `Steps`. CommonSteps below has a default for most steps. A level
+// derives from it and redefines the steps that it can do faster. CommonSteps itself derives from
+// the steps that each register set adds:
 //
 //   Deal<bytes>(v)           4 pixels in each lane to 4 words of blue and green, 4 words of red and
 //                            any byte
@@ -200,8 +201,8 @@ ZEL_INLINE void Interleave(Reg blue, Reg green, Reg red, Reg fourth, Reg (&pixel
   pixels[3] = InterleaveHigh16(bgHi, rxHi);
 }
 
-/// A word for each of kPixels pixels; which of them are in which half, and in what order, is for
-/// the loading and the storing function to agree on.
+/// A word for each of kPixels pixels. The loading and the storing function agree on which pixels
+/// are in which half, and in what order.
 struct Luma {
   Reg lo, hi;
 };
@@ -288,8 +289,10 @@ ZEL_INLINE void StorePacked(std::uint8_t* dst, Reg luma, Reg chroma) {
 template <class Pixels, const ConvertKernels& kBelow>
 struct CommonSteps : Pixels {
   static constexpr const ConvertKernels& kNarrower = kBelow;
-  /// Whether `swap` and, in rows shorter than a register, `fromIndexed` are kNarrower's.
+  /// Whether `swap` uses kNarrower's kernel for rows of every length.
   static constexpr bool kSwapsNarrower = false;
+  /// Whether `fromIndexed` works in registers, and so uses kNarrower's kernel for rows shorter than
+  /// a register.
   static constexpr bool kIndexedInRegisters = false;
 
   /// Pixels whose fourth bytes are 0, with those of `old`.

@@ -81,7 +81,7 @@ class Axis {
   std::int32_t ahead_ = 0;
 };
 
-/// Two scaled rows, of equal address where the upper one alone counts.
+/// Two scaled rows; the same row twice if only the upper one counts.
 struct RowPair {
   const unsigned char* top;
   const unsigned char* bottom;

@@ -5,8 +5,8 @@
 //   (a * (4096 - w) + b * w) >> 12  =  a + floor((b - a) * 16 * w / 65536),
 // a multiplication that keeps the high halves of 16-bit products. (b - a) * 16 fits 16 bits.
 //
-// The functions are templates over the level's Steps: CommonSteps below, of which a level hides
-// what it does better in a way of its own.
+// The functions are templates over `Steps`. CommonSteps below has the defaults. A level derives
+// from it and redefines the steps that it can do faster, or that it has beyond them.
 #pragma once
 
 #include <cstddef>
@@ -21,8 +21,8 @@ namespace {
 using namespace ::zel::ZEL_LEVEL;
 
 struct CommonSteps {
-  /// Windows that PermuteBytes<kWindows>(source, base, index) and PermutePixels make a register of:
-  /// none. `kBases` is how many bases a register of bytes has.
+  /// The windows that PermuteBytes<kWindows>(source, base, index) and PermutePixels read; a group
+  /// of 0: the level has no such step. `kBases` is how many bases a register of bytes has.
   static constexpr ResizeWindow kByteWindow = {0, 0};
   static constexpr ResizeWindow kPixelWindow = {0, 0};
   static constexpr std::size_t kBases = 0;

@@ -1,5 +1,5 @@
-// The tables of the levels of x86. Each file of kernels is compiled for its level; why nothing in
-// it is seen elsewhere but its table is in zel/detail/Registers-inl.h.
+// The tables of the levels of x86. Each file of kernels is compiled for its level. Only its table
+// is visible to other files; zel/detail/Registers-inl.h says why.
 #pragma once
 
 #include "zel/audio/detail/AudioKernels.h"
