@@ -8,6 +8,7 @@ extern "C" {
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -122,7 +123,10 @@ bool Mp4IsCut(const Bytes& file) {
 
 /// True when one of the boxes from `at` to `end` lists fewer sample sizes than sample durations:
 /// FFmpeg then shows the last sample for the rest of the time.
-bool Mp4IndexIsShort(const Bytes& file, std::uint64_t at, std::uint64_t end) {
+/// @param level how many boxes they are in
+bool Mp4IndexIsShort(const Bytes& file, std::uint64_t at, std::uint64_t end,
+                     std::size_t level = 0) {
+  constexpr std::string_view kWay[] = {"moov", "trak", "mdia", "minf", "stbl"};
   constexpr std::uint64_t kMostTimes = 1 << 20;
   constexpr std::uint64_t kSlack = 2;  // Some writers count a sample that they do not store.
   std::uint64_t times = 0;
@@ -135,11 +139,13 @@ bool Mp4IndexIsShort(const Bytes& file, std::uint64_t at, std::uint64_t end) {
       head = 16;
     }
     if (size < head || size > end - at) break;
-    for (const char* parent : {"moov", "trak", "mdia", "minf", "stbl"}) {
-      if (file.Is(at + 4, parent) && Mp4IndexIsShort(file, at + head, at + size)) return true;
-    }
-    if (file.Is(at + 4, "stsz") || file.Is(at + 4, "stz2")) samples = file.Big(at + head + 8, 4);
-    if (file.Is(at + 4, "stts")) {
+    if (level < std::size(kWay)) {
+      if (file.Is(at + 4, kWay[level]) && Mp4IndexIsShort(file, at + head, at + size, level + 1)) {
+        return true;
+      }
+    } else if (file.Is(at + 4, "stsz") || file.Is(at + 4, "stz2")) {
+      samples = file.Big(at + head + 8, 4);
+    } else if (file.Is(at + 4, "stts")) {
       const std::uint64_t count = std::min(file.Big(at + head + 4, 4), kMostTimes);
       const std::string entries = file.Text(at + head + 8, std::min(count * 8, size));
       for (std::size_t i = 0; i + 8 <= entries.size(); i += 8) times += AV_RB32(&entries[i]);
@@ -172,7 +178,8 @@ bool MatroskaIsCut(const Bytes& file) {
     const std::uint64_t id = file.Big(at, length);
     at += static_cast<std::uint64_t>(length);
     const std::int64_t size = MatroskaSize(file, &at);
-    // What was written into a pipe has parts of unknown size, whose parts have known ones.
+    // Files written into a pipe have a segment and clusters of unknown size. Their elements have
+    // known sizes.
     if (size < 0 && (id == kSegment || id == kCluster)) continue;
     if (size < 0) return false;
     if (file.Lacks(at, static_cast<std::uint64_t>(size))) return true;
@@ -205,17 +212,18 @@ bool AsfIsCut(const Bytes& file) {
   constexpr std::string_view kProperties = "\xA1\xDC\xAB\x8C\x47\xA9\xCF\x11";
   constexpr std::uint64_t kBroadcast = 1;
   const std::uint64_t header = file.Little(16, 8);
-  for (std::uint64_t at = 30; at + 104 <= header && at < file.size();) {
+  if (file.Lacks(0, header)) return false;
+  for (std::uint64_t at = 30; at + 104 <= header;) {
     if (file.Is(at, kProperties)) {
       const std::uint64_t packets = file.Little(at + 56, 8);
       const std::uint64_t size = file.Little(at + 96, 4);
       if ((file.Little(at + 88, 4) & kBroadcast) != 0) return false;
       // The packets follow the data object's head.
       return size > 0 && packets > 0 &&
-             (packets > file.size() || file.Lacks(header + 50, packets * size));
+             (packets > file.size() / size || file.Lacks(header + 50, packets * size));
     }
     const std::uint64_t size = file.Little(at + 16, 8);
-    if (size < 24 || size > header) return false;
+    if (size < 24 || size > header - at) return false;
     at += size;
   }
   return false;
@@ -304,10 +312,6 @@ std::uint64_t Ac3Frame(const Bytes& file, std::uint64_t at) {
   return av_ac3_parse_header(bytes, head.size(), &id, &size) == 0 ? size : 0;
 }
 
-std::uint64_t MlpFrame(const Bytes& file, std::uint64_t at) {
-  return (file.Big(at, 2) & 0xFFF) * 2;
-}
-
 /// Follows a bare stream from frame to frame. What follows the frames may be a tag.
 /// @param size finds the size of the frame at an offset; 0: there is none
 bool FramesAreCut(const Bytes& file, std::uint64_t (*size)(const Bytes&, std::uint64_t)) {
@@ -317,6 +321,21 @@ bool FramesAreCut(const Bytes& file, std::uint64_t (*size)(const Bytes&, std::ui
     if (frame < 4) return false;
     if (file.Lacks(at, frame)) return true;
     at += frame;
+  }
+  return false;
+}
+
+/// Any bytes could be the sizes of MLP's and TrueHD's units, so the signature must return in time.
+bool MlpIsCut(const Bytes& file) {
+  constexpr int kMostUnits = 128;  // From one signature to the next.
+  int units = kMostUnits;
+  for (std::uint64_t at = 0; at < file.size();) {
+    const std::uint64_t size = (file.Big(at, 2) & 0xFFF) * 2;
+    const std::uint64_t signature = file.Big(at + 4, 4);
+    units = signature == 0xF8726FBA || signature == 0xF8726FBB ? 0 : units + 1;
+    if (size < 4 || units > kMostUnits) return false;
+    if (file.Lacks(at, size)) return true;
+    at += size;
   }
   return false;
 }
@@ -338,7 +357,7 @@ bool IsCutOff(const MediaFile& file) {
   if (file.IsFormat("mpeg")) return ProgramStreamIsCut(bytes);
   if (file.IsFormat("aac")) return FramesAreCut(bytes, AdtsFrame);
   if (file.IsFormat("ac3") || file.IsFormat("eac3")) return FramesAreCut(bytes, Ac3Frame);
-  if (file.IsFormat("truehd") || file.IsFormat("mlp")) return FramesAreCut(bytes, MlpFrame);
+  if (file.IsFormat("truehd") || file.IsFormat("mlp")) return MlpIsCut(bytes);
   return file.IsFormat("ogg") && OggIsCut(file);
 }
 

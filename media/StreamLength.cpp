@@ -66,29 +66,30 @@ int TimedStreams(const AVFormatContext* format) {
 
 /// The number of empty chunks of AVI stream `index`, by the file's index. The stream's length
 /// counts them, but FFmpeg skips them.
-/// @return -1 when the file has no such index, or more than one
+/// @return -1 when the file has no such index, or one for a part of it (OpenDML)
 std::int64_t EmptyChunks(const MediaFile& file, int index) {
   constexpr std::size_t kEntry = 16;
   constexpr std::uint32_t kMostBytes = 1 << 28;
   char id[16];
   std::snprintf(id, sizeof(id), "%02d", index);
+  std::int64_t found = -1;
   for (std::int64_t at = 12; at + 8 <= file.size();) {
     char head[8] = {};
     file.ReadAt(static_cast<std::uint64_t>(at), head, sizeof(head));
     const std::uint32_t size = AV_RL32(head + 4);
     if (std::memcmp(head, "RIFF", 4) == 0 || size > kMostBytes * 8) return -1;
     if (std::memcmp(head, "idx1", 4) == 0 && size <= kMostBytes) {
-      std::string entries(size, '\0');
-      file.ReadAt(static_cast<std::uint64_t>(at) + 8, entries.data(), size);
-      std::int64_t count = 0;
-      for (std::size_t i = 0; i + kEntry <= size; i += kEntry) {
-        if (entries.compare(i, 2, id) == 0 && AV_RL32(&entries[i + 12]) == 0) ++count;
+      const std::int64_t there = std::min<std::int64_t>(size, file.size() - at - 8);
+      std::string entries(static_cast<std::size_t>(there), '\0');
+      file.ReadAt(static_cast<std::uint64_t>(at) + 8, entries.data(), entries.size());
+      found = 0;
+      for (std::size_t i = 0; i + kEntry <= entries.size(); i += kEntry) {
+        if (entries.compare(i, 2, id) == 0 && AV_RL32(&entries[i + 12]) == 0) ++found;
       }
-      return count;
     }
     at += 8 + std::int64_t{size} + size % 2;
   }
-  return -1;
+  return found;
 }
 
 /// How much of the length that an AVI stream states must be present, in seconds; negative: unknown.

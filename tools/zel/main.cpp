@@ -81,10 +81,10 @@ int main(int argc, char** argv) {
     return kUsage;
   } catch (const ClosedPipe&) {
     return kClosedPipe;
-  } catch (const std::bad_alloc&) {
-    std::fprintf(stderr, "zel: out of memory%s\n", MemoryLimitText().c_str());
+  } catch (const std::bad_alloc& error) {
+    std::fprintf(stderr, "zel: out of memory%s\n", MemoryLimitText(error).c_str());
   } catch (const std::exception& error) {
-    Report(error, MemoryLimitText());
+    Report(error, MemoryLimitText(error));
   }
   return kFailed;
 }

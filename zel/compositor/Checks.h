@@ -574,8 +574,8 @@ class HostChecks {
     for (checks::Watched* object : session_->objects) object->Drop();
   }
 
-  /// Wraps `compositor`, which is not null and held until the last Release. Call it before anything else is done
-  /// with the compositor.
+  /// Wraps `compositor`, which is not null and held until the last Release. Call it before anything
+  /// else is done with the compositor.
   /// @throws std::bad_alloc
   Ref<IAudioCompositor> Wrap(IAudioCompositor* compositor) {
     return MakeComponent<checks::CheckedCompositor>(session_, compositor);

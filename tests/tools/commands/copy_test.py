@@ -68,6 +68,12 @@ class Copy(Case):
             start = probe(out, "-select_streams", "a", "-show_entries", "stream=start_time")["streams"][0]["start_time"]
             self.assertAlmostEqual(float(start), 1, delta=0.002)
             self.assertIn(len(decode(out)) - 44100, range(1024))  # The last block of 1,024 is filled up.
+        # A stream without packets gets no track.
+        ffmpeg("-i", "late.mkv", "-map", "0:v", "-map", "0:a", "-map", "0:a", "-c", "copy", "-bsf:a:0", "noise=drop=1",
+               "empty.mkv")
+        self.done("dub", "empty.mkv", "track.wav", "-o", "empty.mp4", "--audio-stream", "1")
+        self.assertEqual(len(streams("empty.mp4")), 2)
+        self.assertEqual(decode("empty.mp4"), decode("late.mp4"))
 
     def test_what_a_container_holds(self):
         chapter = "[CHAPTER]\nTIMEBASE=1/1\nSTART=0\nEND=1\ntitle=One\n"
@@ -80,10 +86,13 @@ class Copy(Case):
         self.video("in.flv", "flv", sound="mp3")
         self.video("in.webm", "libvpx-vp9 -cpu-used 8 -deadline realtime", sound="libopus")
         ffmpeg("-i", "in.mp4", "-c", "copy", "-timecode", "01:00:00:00", "code.mov")
+        write("words.srt", b"1\n00:00:00,000 --> 00:00:01,000\nWords\n")
         for name, language in (("deu.mkv", "deu"), ("hsb.mkv", "hsb")):
             ffmpeg("-i", "in.mp4", "-c", "copy", "-metadata:s:a", f"language={language}", name)
+        ffmpeg("-i", "hsb.mkv", "-i", "words.srt", "-map", "0:v", "-map", "1", "-map", "0:a", "-c", "copy", "words.mkv")
         for source, out, said in (("code.mov", "again.mov", ""), ("code.mov", "code.mkv", "; left out: #2 data .tmcd."),
                                   ("deu.mkv", "deu.mov", ""), ("hsb.mkv", "hsb.mov", "; lost: language hsb of #1"),
+                                  ("words.mkv", "words.mov", "; left out: #1 subtitle .subrip.; lost: language hsb of #2"),
                                   ("hsb.mkv", "hsb.mp4", ""), ("chapters.mp4", "once.mp4", ""), ("once.mp4", "twice.mp4", ""),
                                   ("cut.mp4", "cut.mkv", "; lost: edit list of #0 video .h264., so that (\\d+) more .* shown"),
                                   ("turned.mp4", "turned.mkv", "; lost: rotation of #0 video .h264."),

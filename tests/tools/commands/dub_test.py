@@ -232,7 +232,8 @@ class Manners(Case):
 
     def test_progress_and_interruption(self):
         for signum, code, name in ((None, 0, "o.mka"), (signal.SIGINT, 130, "o.m4a"), (signal.SIGTERM, 143, "o.m4a"),
-                                   (signal.SIGQUIT, 131, "o.m4a"), (signal.SIGUSR1, 138, "o.m4a")):
+                                   (signal.SIGQUIT, 131, "o.m4a"), (signal.SIGUSR1, 138, "o.m4a"),
+                                   (signal.SIGRTMAX, 192, "o.m4a")):
             terminal, theirs = pty.openpty()
             signal.signal(signal.SIGINT, signal.default_int_handler)  # Ignored under nohup, and then by children, too.
             process = subprocess.Popen([ZEL, "dub", "long.wav", "track.wav", "-o", name], stderr=theirs,

@@ -117,6 +117,13 @@ class TestLyingFiles(Case):
         write("half.mp4", patched("two.mp4", b"stsz", 8, lambda old: struct.pack(">I", int.from_bytes(old, "big") // 2), 4))
         ffmpeg(*film, *tone, "-c:v", "mpeg4", "two.avi")
         write("lies.avi", patched("two.avi", b"vids", 28, lambda old: b"\xc8\0\0\0", 4))
+        # A second part has no index of this kind, so nobody knows which of its pictures are there.
+        write("parts.avi", read("lies.avi") + b"RIFF\x0e\0\0\0AVIXJUNK\2\0\0\0\0\0")
+        # A box in a box, and so on.
+        nested = b"".join(struct.pack(">I4s", size, b"moov") for size in range(300_000, 0, -8))
+        write("nested.mp4", read("two.mp4") + nested)
+        for name in ("parts.avi", "nested.mp4"):
+            self.done("dub", name, "whole.m4a", "-o", "o.mkv", "--overwrite")
         self.all_fail(1, """
             dub half.mp4 whole.m4a -o p.mkv | half.mp4: the file is cut off
             dub lies.avi whole.m4a -o p.mkv | lies.avi: stream #0 video .mpeg4.: the file ends after 2.0""")

@@ -48,7 +48,7 @@ Box FindOne(PendingFile* file, std::initializer_list<std::string_view> way, Box 
 }
 
 /// Cuts off `samples` of a track whose edit list is an empty part and all of the track.
-/// @param units the same in units of the movie
+/// @param units `samples` in units of the movie's time scale
 int CutPart(PendingFile* file, Box list, std::int64_t samples, std::int64_t units) {
   std::uint8_t data[48] = {};
   if (list.size < 0) return 0;
@@ -70,6 +70,7 @@ int CutPart(PendingFile* file, Box list, std::int64_t samples, std::int64_t unit
   };
   const int second = kHead + entry;
   if (AV_RB32(data + 4) != 2 || get(kHead + width) != -1 || get(second + width) != 0) return 0;
+  if (units >= get(second)) return 0;
   set(kHead, get(kHead) + units);
   set(second, get(second) - units);
   set(second + width, samples);
@@ -79,16 +80,29 @@ int CutPart(PendingFile* file, Box list, std::int64_t samples, std::int64_t unit
   return file->Write(data, kHead + 2 * entry);
 }
 
+/// The index of the stream that a track holds, or a negative errno. The muxer's ids count from 1.
+std::int64_t StreamOf(PendingFile* file, Box track) {
+  const Box head = FindOne(file, {"tkhd"}, track);
+  std::uint8_t data[24] = {};
+  if (head.size < 0) return -EINVAL;
+  if (const int read = file->ReadAt(head.at, data, sizeof(data)); read < 0) return read;
+  // Two times come before the id: of 64 bits each in version 1.
+  return std::int64_t{AV_RB32(data + (data[0] == 1 ? 20 : 12))} - 1;
+}
+
 }  // namespace
 
 int CutPriming(PendingFile* file, const std::vector<int>& priming, int movieRate,
                const std::vector<int>& rates) {
   const Box movie = FindOne(file, {"moov"}, {0, file->Size()});
   if (movie.size < 0) return 0;
-  const std::vector<Box> tracks = Find(file, "trak", movie);
-  for (std::size_t i = 0; i < priming.size() && i < tracks.size(); ++i) {
+  // A stream without packets has no track.
+  for (const Box track : Find(file, "trak", movie)) {
+    const std::int64_t stream = StreamOf(file, track);
+    if (stream < 0 || stream >= static_cast<std::int64_t>(priming.size())) continue;
+    const auto i = static_cast<std::size_t>(stream);
     if (priming[i] <= 0 || rates[i] <= 0) continue;
-    const Box list = FindOne(file, {"edts", "elst"}, tracks[i]);
+    const Box list = FindOne(file, {"edts", "elst"}, track);
     const auto units = static_cast<std::int64_t>(priming[i]) * movieRate / rates[i];
     if (const int result = CutPart(file, list, priming[i], units); result < 0) return result;
   }

@@ -16,7 +16,8 @@ char g_file[NAME_MAX + 1];
 std::atomic<bool> g_hasFile = false;
 std::atomic<bool> g_lineToClear = false;
 
-// Those that others send, or limits: after a fault of the program's own, nothing can be relied on.
+// Signals that other processes or resource limits send. Faults of the program itself (SIGSEGV ...)
+// are not among them: nothing can be cleaned up reliably after one.
 constexpr int kEndingSignals[] = {SIGHUP,  SIGINT,  SIGQUIT, SIGTERM, SIGALRM, SIGVTALRM, SIGPROF,
                                   SIGUSR1, SIGUSR2, SIGXCPU, SIGIO,   SIGPWR,  SIGSTKFLT};
 
@@ -29,17 +30,20 @@ extern "C" void EndBySignal(int signal) {
   _exit(128 + signal);
 }
 
+void HandleUnlessIgnored(int signal) {
+  struct sigaction action = {};
+  if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) return;
+  action = {};
+  action.sa_handler = EndBySignal;
+  action.sa_flags = SA_RESTART;
+  sigaction(signal, &action, nullptr);
+}
+
 }  // namespace
 
 void InstallSignalHandlers() {
-  for (const int signal : kEndingSignals) {
-    struct sigaction action = {};
-    if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) continue;
-    action = {};
-    action.sa_handler = EndBySignal;
-    action.sa_flags = SA_RESTART;
-    sigaction(signal, &action, nullptr);
-  }
+  for (const int signal : kEndingSignals) HandleUnlessIgnored(signal);
+  for (int signal = SIGRTMIN; signal <= SIGRTMAX; ++signal) HandleUnlessIgnored(signal);
   signal(SIGPIPE, SIG_IGN);
   signal(SIGXFSZ, SIG_IGN);
 }

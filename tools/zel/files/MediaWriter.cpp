@@ -116,7 +116,7 @@ int MediaWriter::AddCopy(const AVStream& stream, const AVCodecParameters& codec)
   copy->sample_aspect_ratio = copy->codecpar->sample_aspect_ratio;
   copy->disposition = stream.disposition;
   CopyTexts(&copy->metadata, stream.metadata);
-  StoreLanguage(copy);
+  StoreLanguage(copy, stream.index);
   for (int i = 0; i < stream.nb_side_data; ++i) {
     const AVPacketSideData& data = stream.side_data[i];
     std::memcpy(media::NotNull(av_stream_new_side_data(copy, data.type, data.size)), data.data,
@@ -134,7 +134,7 @@ void MediaWriter::AddSound(SoundFormat format, const AVChannelLayout& layout,
   sound_->Describe(soundStream_->codecpar);
   if (like != nullptr) {
     CopyTexts(&soundStream_->metadata, like->metadata);
-    StoreLanguage(soundStream_);
+    StoreLanguage(soundStream_, like->index);
     soundStream_->disposition = like->disposition;
   }
   soundSink_ = [this](AVPacket* packet) {
@@ -145,7 +145,8 @@ void MediaWriter::AddSound(SoundFormat format, const AVChannelLayout& layout,
 }
 
 /// Names the stream's language as the muxer knows it.
-void MediaWriter::StoreLanguage(AVStream* stream) {
+/// @param source the stream's number in the file that it comes from
+void MediaWriter::StoreLanguage(AVStream* stream, int source) {
   constexpr const char* kKey = "language";
   const AVDictionaryEntry* language = av_dict_get(stream->metadata, kKey, nullptr, 0);
   const bool isQuickTime = std::strcmp(container_.muxer, "mov") == 0;
@@ -154,7 +155,7 @@ void MediaWriter::StoreLanguage(AVStream* stream) {
   const std::string code = language->value;
   const std::string stored = StorableLanguage(code, isQuickTime);
   if (stored.empty()) {
-    AddToList(&lost_, "language " + Printable(code) + " of #" + std::to_string(stream->index));
+    AddToList(&lost_, "language " + Printable(code) + " of #" + std::to_string(source));
   }
   if (av_dict_set(&stream->metadata, kKey, stored.empty() ? nullptr : stored.c_str(), 0) < 0) {
     throw std::bad_alloc();

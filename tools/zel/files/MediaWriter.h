@@ -39,7 +39,7 @@ class MediaWriter {
   void AddDescription(const AVFormatContext& source, std::int64_t shift);
   const SoundEncoder& sound() const { return *sound_; }
   /// What the file cannot say of its streams, such as "language de-CH of #1"; numbers are those of
-  /// this file. Empty when that is nothing.
+  /// the streams that they were made of. Empty when that is nothing.
   const std::string& lost() const { return lost_; }
 
   /// Makes the file and writes its head.
@@ -60,7 +60,7 @@ class MediaWriter {
     }
   };
 
-  void StoreLanguage(AVStream* stream);
+  void StoreLanguage(AVStream* stream, int source);
   AVDictionary* MuxerOptions() const;
   void NotePriming(const AVPacket& packet);
   void Send(AVPacket* packet);

@@ -2,10 +2,13 @@
 
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
+#include <new>
 #include <string_view>
 
 #include "tools/zel/text/Failure.h"
@@ -42,8 +45,18 @@ void LimitMemory(const std::string& size) {
   g_limit = size;
 }
 
-std::string MemoryLimitText() {
-  return g_limit.empty() ? "" : "; --max-memory is " + g_limit;
+std::string MemoryLimitText(const std::exception& failure) {
+  // The texts of the system and of FFmpeg, of a thread that cannot start, of a library that the
+  // system cannot load, and of the command itself.
+  const std::string reasons[] = {std::strerror(ENOMEM), std::strerror(EAGAIN),
+                                 "failed to map segment", "more memory than there is"};
+  const std::string_view text = failure.what();
+  const bool isMemory =
+      dynamic_cast<const std::bad_alloc*>(&failure) != nullptr ||
+      std::any_of(std::begin(reasons), std::end(reasons), [&](const std::string& reason) {
+        return text.find(reason) != std::string_view::npos;
+      });
+  return g_limit.empty() || !isMemory ? "" : "; --max-memory is " + g_limit;
 }
 
 }  // namespace zel::tool

@@ -1,6 +1,7 @@
 // The most memory that the command takes.
 #pragma once
 
+#include <exception>
 #include <string>
 
 namespace zel::tool {
@@ -11,8 +12,8 @@ namespace zel::tool {
 /// @throws UsageError when it is not such a size, Failure when the system refuses it
 void LimitMemory(const std::string& size);
 
-/// "; --max-memory is 500M", to be added to failures, whose reason it may be; empty without a
-/// limit.
-std::string MemoryLimitText();
+/// "; --max-memory is 500M", to be added to a failure whose reason may be the limit; empty for
+/// others, and without a limit.
+std::string MemoryLimitText(const std::exception& failure);
 
 }  // namespace zel::tool

@@ -113,7 +113,7 @@ void SyncFolder(int folder) {
   close(synced);
 }
 
-bool syncs = true;
+bool g_syncs = true;
 
 /// Where a new file goes, and the mode that it gets.
 struct Place {
@@ -263,7 +263,7 @@ std::int64_t PendingFile::Size() const {
 
 void PendingFile::Commit() {
   // After a power failure, the name must not stand for data that never reached the disk.
-  if (syncs && fsync(fd_) != 0 && !IsUnsyncable(errno)) throw SystemFailure(path_, errno);
+  if (g_syncs && fsync(fd_) != 0 && !IsUnsyncable(errno)) throw SystemFailure(path_, errno);
   if (!IsName(folder_, pending_.c_str(), fd_)) {
     pending_.clear();  // Not ours to remove.
     throw Failure(path_, "another program has replaced the file that was being written");
@@ -285,11 +285,11 @@ void PendingFile::Commit() {
   if (error != 0) throw SystemFailure(path_, error);
   pending_.clear();
   SetFileToRemove(-1, nullptr);
-  if (syncs) SyncFolder(folder_);
+  if (g_syncs) SyncFolder(folder_);
 }
 
 void PendingFile::NeverSync() {
-  syncs = false;
+  g_syncs = false;
 }
 
 }  // namespace zel::tool

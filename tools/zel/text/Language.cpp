@@ -6,7 +6,7 @@
 namespace zel::tool {
 namespace {
 
-// Each after a space.
+// A space precedes each, so that a search finds whole codes.
 constexpr std::string_view kQuickTime =
     " alb amh ara arm asm aym aze baq bel ben bul bur cat ces chi dan dut dzo eng epo est fin "
     "fra geo ger gre grn guj heb hin hun ice ind iri ita jav jpn kan kas kaz khm kin kir kor "
