@@ -236,33 +236,30 @@ bool FlvIsCut(const MediaFile& media, const Bytes& file) {
   constexpr long double kSlack = 1;  // Seconds: the last picture may be shown that long.
   const std::uint64_t start = file.size() - std::min(file.size(), kTail);
   const std::string tail = file.Text(start, kTail);
-  const auto number = [&](std::size_t i, int count) {
-    std::uint64_t value = 0;
-    for (; count > 0; --count) value = value << 8 | static_cast<unsigned char>(tail[i++]);
-    return value;
-  };
   const auto isTag = [&](std::size_t i) {
-    return (tail[i] == 8 || tail[i] == 9 || tail[i] == 18) && number(i + 8, 3) == 0;
+    return (tail[i] == 8 || tail[i] == 9 || tail[i] == 18) && AV_RB24(&tail[i + 8]) == 0;
   };
   /// Where the tag before the one at `at` starts; 0 when none of the right size is there.
   const auto before = [&](std::size_t at) -> std::size_t {
-    const std::uint64_t size = at >= 4 + kHead ? number(at - 4, 4) : 0;
+    const std::uint64_t size = at >= 4 + kHead ? AV_RB32(&tail[at - 4]) : 0;
     if (size < kHead || size > at - 4) return 0;
     const std::size_t found = at - 4 - size;
-    return isTag(found) && number(found + 1, 3) == size - kHead ? found : 0;
+    return isTag(found) && AV_RB24(&tail[found + 1]) + kHead == size ? found : 0;
   };
   std::size_t at = tail.size() - std::min<std::size_t>(tail.size(), kHead);
   while (at > 0 && !(isTag(at) && before(at) != 0)) --at;
   if (at == 0) return false;
-  const std::size_t end = at + kHead + number(at + 1, 3) + 4;
+  const std::size_t end = at + kHead + AV_RB24(&tail[at + 1]) + 4;
   if (end > tail.size() + 4) return true;
   // The beginning of another head.
   if (end < tail.size() && (tail[end] == 8 || tail[end] == 9)) return true;
   const std::int64_t length = media.format()->duration;
   // The very last tag may only say that there is no more video.
-  std::uint64_t latest = 0;
+  std::uint32_t latest = 0;
   for (int i = 0; i < 1000 && at != 0; ++i, at = before(at)) {
-    latest = std::max(latest, number(at + 4, 3) | number(at + 7, 1) << 24);
+    // The lower 24 bits come first.
+    const std::uint32_t time = AV_RB24(&tail[at + 4]) | std::uint32_t{AV_RB8(&tail[at + 7])} << 24;
+    latest = std::max(latest, time);
   }
   return length != AV_NOPTS_VALUE && static_cast<long double>(latest) / 1000 + kSlack <
                                          static_cast<long double>(length) / AV_TIME_BASE;

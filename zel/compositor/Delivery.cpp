@@ -66,6 +66,7 @@ PULL_RESULT CheckChannels(int in, int out) {
 }  // namespace
 
 CZelSample* CAudioCompositor::GetSampleEx() {
+  // Called back, from a stream or from a report: nothing is pulled, so nothing is reported.
   if (HoldsLock() || m_diagnosis.IsReportingPull()) return nullptr;
   try {
     if (m_pOutSample == nullptr) {

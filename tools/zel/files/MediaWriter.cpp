@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 #include <limits>
+#include <string_view>
 
 extern "C" {
 #include <libavutil/dict.h>
@@ -100,7 +102,8 @@ bool MediaWriter::Holds(const AVStream& stream, const AVCodecParameters& codec) 
 }
 
 bool MediaWriter::HasEdits() const {
-  return std::strcmp(container_.muxer, "mp4") == 0 || std::strcmp(container_.muxer, "mov") == 0;
+  constexpr std::string_view kMuxers[] = {"mp4", "mov", "ipod"};
+  return std::find(std::begin(kMuxers), std::end(kMuxers), container_.muxer) != std::end(kMuxers);
 }
 
 int MediaWriter::AddCopy(const AVStream& stream, const AVCodecParameters& codec) {
@@ -150,7 +153,7 @@ void MediaWriter::StoreLanguage(AVStream* stream, int source) {
   constexpr const char* kKey = "language";
   const AVDictionaryEntry* language = av_dict_get(stream->metadata, kKey, nullptr, 0);
   const bool isQuickTime = std::strcmp(container_.muxer, "mov") == 0;
-  if (!HasEdits() && std::strcmp(container_.muxer, "ipod") != 0) return;
+  if (!HasEdits()) return;
   if (language == nullptr || std::strcmp(language->value, "und") == 0) return;
   const std::string code = language->value;
   const std::string stored = StorableLanguage(code, isQuickTime);
@@ -263,7 +266,7 @@ void MediaWriter::Finish() {
   avio_flush(io_.get());
   Check(io_->error);
   if (file_->error() != 0) Check(AVERROR(file_->error()));
-  if (HasEdits() || std::strcmp(container_.muxer, "ipod") == 0) {
+  if (HasEdits()) {
     std::vector<int> rates;
     for (unsigned i = 0; i < muxer_->nb_streams; ++i) {
       rates.push_back(muxer_->streams[i]->codecpar->sample_rate);

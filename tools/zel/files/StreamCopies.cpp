@@ -106,7 +106,8 @@ void StreamCopies::Add(int index) {
   const AVCodecParameters& codec = *stream.codecpar;
   if (IsChapters(source_->context(), codec)) return;
   // The muxer makes a track of time codes again from the text of the video's stream.
-  if (codec.codec_tag == MKTAG('t', 'm', 'c', 'd') && writer_->HasEdits() && HasTimeCode()) return;
+  const bool isTimeCode = codec.codec_tag == MKTAG('t', 'm', 'c', 'd');
+  if (isTimeCode && writer_->HasEdits() && !container_.soundOnly && HasTimeCode()) return;
   const std::string what = StreamText(index, codec);
   const bool isPicture = codec.codec_type == AVMEDIA_TYPE_VIDEO && !media::IsCover(stream);
   const bool isCover = media::IsCover(stream);

@@ -36,9 +36,9 @@ class DiagnosisFace final : public ICompositorDiagnosis {
   void BeginLoad();
   /// A load has ended. @param isMore whether another name waits.
   void EndLoad(LOAD_RESULT result, HRESULT code, bool isMore);
-  /// Tells the callback about that.
+  /// Reports the end of a load to the callback.
   void ReportLoad();
-  /// No load is under way any more, and all were reported.
+  /// No load is under way any more.
   void EndLoading();
   /// The second source was dropped on purpose: that there is none is not a load's fault.
   void ForgetFailure();
@@ -49,7 +49,7 @@ class DiagnosisFace final : public ICompositorDiagnosis {
   void NotePull(PULL_RESULT result) { pull_.store(result, std::memory_order_relaxed); }
   /// Tells whether the last pull gave something else than the one that was reported.
   bool HasNewPull() const { return pull_.load(std::memory_order_relaxed) != reportedPull_; }
-  /// Tells the callback about that.
+  /// Reports the last pull to the callback.
   void ReportPull();
   /// Tells whether the calling thread is inside ReportPull.
   bool IsReportingPull() const {
